@@ -1,0 +1,3 @@
+#!/usr/bin/env bash
+# Placeholder until the cross build lands.
+echo "== armhf: not yet set up"

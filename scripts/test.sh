@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Quick start, second command: set up, then build and run the whole test
+# suite three ways: native, under AddressSanitizer and UndefinedBehaviorSanitizer,
+# and for the panel's 32-bit ARM under qemu. Any failure fails the run.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+mkdir -p "$root/build"
+jobs=$(nproc)
+
+run_variant() {
+  local name=$1; shift
+  echo "== $name: build"
+  local start=$SECONDS
+  "$root/scripts/build.sh" "$root/build/$name" "$@"
+  echo "== $name: test"
+  (cd "$root/build/$name" && ctest --output-on-failure -j"$jobs" --timeout 300)
+  echo "== $name: done in $((SECONDS - start)) s"
+}
+
+only=${TECO_VARIANTS:-native sanitize armhf}
+for v in $only; do
+  case $v in
+    native) run_variant native ;;
+    sanitize)
+      ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+        run_variant sanitize -DTECO_SANITIZE=ON -DTECO_QMAKE_TEST=OFF ;;
+    armhf) "$root/scripts/armhf.sh" ;;
+    *) echo "unknown variant $v" >&2; exit 2 ;;
+  esac
+done

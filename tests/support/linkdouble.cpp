@@ -1,0 +1,94 @@
+#include "linkdouble.h"
+#include "hex.h"
+
+#include <algorithm>
+#include <cstring>
+
+int LinkDouble::receive(char *buffer, int length)
+{
+    calls.push_back("receive " + std::to_string(length));
+    if (!pieces.empty()) {
+        Piece p = pieces.front();
+        pieces.pop_front();
+        int copied = std::min(std::max(length, 0), p.bytes.size());
+        std::memcpy(buffer, p.bytes.constData(), copied);
+        return p.count == -2 ? copied : p.count;
+    }
+    int copied = std::min(std::max(length, 0), pending.size());
+    std::memcpy(buffer, pending.constData(), copied);
+    pending.remove(0, copied);
+    return copied;
+}
+
+int LinkDouble::send(const char *frame, int length)
+{
+    calls.push_back("send " + toHex(QByteArray(frame, length)));
+    return length;
+}
+
+bool LinkDouble::setParameter(int id, const QVariant &value)
+{
+    calls.push_back("setParameter " + std::to_string(id) + " " + value.toString().toStdString() + " "
+                    + value.typeName());
+    return true;
+}
+
+int LinkDouble::retryCount()
+{
+    calls.push_back("retryCount");
+    return retries;
+}
+
+int LinkDouble::stationId()
+{
+    calls.push_back("stationId");
+    return station;
+}
+
+unsigned long LinkDouble::delayMs()
+{
+    calls.push_back("delayMs");
+    return delay;
+}
+
+void LinkDouble::line(const char *hexText)
+{
+    pending += hex(hexText);
+}
+
+void LinkDouble::line(const QByteArray &bytes)
+{
+    pending += bytes;
+}
+
+void LinkDouble::piece(const char *hexText, int count)
+{
+    pieces.push_back(Piece{hex(hexText), count});
+}
+
+std::vector<std::string> LinkDouble::sent() const
+{
+    std::vector<std::string> frames;
+    for (const std::string &c : calls)
+        if (c.compare(0, 5, "send ") == 0)
+            frames.push_back(c.substr(5));
+    return frames;
+}
+
+int LinkDouble::countOf(const std::string &call) const
+{
+    return int(std::count_if(calls.begin(), calls.end(),
+                             [&](const std::string &c) { return c.compare(0, call.size(), call) == 0; }));
+}
+
+std::vector<std::string> LinkDouble::callsOf(std::initializer_list<const char *> kinds) const
+{
+    std::vector<std::string> out;
+    for (const std::string &c : calls)
+        for (const char *k : kinds)
+            if (c.compare(0, std::strlen(k), k) == 0) {
+                out.push_back(c);
+                break;
+            }
+    return out;
+}
