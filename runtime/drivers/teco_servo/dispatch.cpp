@@ -1,11 +1,155 @@
-#include "drivertecoservo.h"
+// read and write: the runtime's entries for every command. The address is
+// parsed once; each attempt waits the link's delay, clears the error state
+// and runs the operation that data type, prefix and register select; failed
+// attempts are repeated up to the link's retry count.
 
-QByteArray DriverTecoServo::read(AbstractDeviceInterface *, const CommunicatorCommand &)
+#include "../tools.h"
+#include "drivertecoservo.h"
+#include "drivertexts.h"
+#include "modbusrtu.h"
+
+using namespace DriverTexts;
+
+namespace {
+
+struct ParsedAddress {
+    QByteArray prefix;
+    unsigned short registerNumber;
+    unsigned char bitIndex;
+    bool swap; // "SW" anywhere in the text: the high word of a double word first
+};
+
+ParsedAddress parse(const QString &address)
 {
-    return QByteArray();
+    ParsedAddress parsed;
+    parsed.registerNumber = 0;
+    // An address without a bit part names bit 0 of its register.
+    parsed.bitIndex = 0;
+    ModbusRTUSlaveParseAddress(address, parsed.prefix, parsed.registerNumber, parsed.bitIndex);
+    parsed.swap = address.contains(QLatin1String("SW"), Qt::CaseInsensitive);
+    return parsed;
 }
 
-bool DriverTecoServo::write(AbstractDeviceInterface *, const CommunicatorCommand &, const QByteArray &)
+// HR60000..HR60010 (zero-based 59999..60009).
+inline bool inSpecialWindow(unsigned short registerNumber)
 {
-    return false;
+    return static_cast<unsigned short>(registerNumber + 5537) <= 10;
+}
+
+} // namespace
+
+QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const CommunicatorCommand &cmd)
+{
+    const ParsedAddress a = parse(cmd.address);
+    const bool holding = prefixMatches(a.prefix, "HR") || prefixMatches(a.prefix, "FN6HR");
+    QByteArray result;
+    for (int attempt = 0;; ++attempt) {
+        HRSleep(link->delayMs());
+        clearError();
+        switch (cmd.dataType) {
+        case Bit:
+        case BitBlock:
+            if (prefixMatches(a.prefix, "DO") || prefixMatches(a.prefix, "FN5DO") || prefixMatches(a.prefix, "DI"))
+                result = readDIDOs(link, a.prefix, a.registerNumber, cmd.count);
+            else
+                result = readIRHRbits(link, a.prefix, a.registerNumber, a.bitIndex, cmd.count);
+            break;
+        case Byte:
+        case Block:
+            result = readBytes(link, a.prefix, a.registerNumber, cmd.count);
+            break;
+        case Word:
+            if (holding && inSpecialWindow(a.registerNumber))
+                result = readSpecialHRWords(link, a.registerNumber, cmd.count);
+            else
+                result = readWords(link, a.prefix, a.registerNumber, cmd.count);
+            break;
+        case DoubleWord:
+            result = readDWords(link, a.prefix, a.registerNumber, cmd.count, a.swap);
+            break;
+        default:
+            setCommError(QString(UnsupportedDataType) + cmd.address);
+            return QByteArray();
+        }
+        if (!hasError() || attempt >= link->retryCount())
+            break;
+    }
+    if (hasError())
+        appendCmdToReadCommError(static_cast<unsigned char>(link->stationId() & 0xFF), cmd);
+    return result;
+}
+
+bool DriverTecoServo::write(AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data)
+{
+    const ParsedAddress a = parse(cmd.address);
+    const bool coils = prefixMatches(a.prefix, "DO");
+    const bool coilsFn5 = prefixMatches(a.prefix, "FN5DO");
+    const bool holding = prefixMatches(a.prefix, "HR");
+    const bool holdingFn6 = prefixMatches(a.prefix, "FN6HR");
+    const bool window = inSpecialWindow(a.registerNumber);
+    // Shared by every attempt, so that a repeated relay resumes with the
+    // station that failed.
+    int relayPosition = 0;
+    bool result = false;
+    for (int attempt = 0;; ++attempt) {
+        HRSleep(link->delayMs());
+        clearError();
+        const char *refusal = nullptr;
+        switch (cmd.dataType) {
+        case Bit:
+        case BitBlock:
+            if (coils)
+                result = writeCoils(link, a.registerNumber, data);
+            else if (coilsFn5)
+                result = writeCoilsWithFN5(link, a.registerNumber, data);
+            else if (holding)
+                result = window ? writeSpecialHRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
+                                : writeHRbit(link, a.registerNumber, a.bitIndex, data);
+            else if (holdingFn6)
+                result = window ? writeSpecialFN6HRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
+                                : writeHRbitWithFN6(link, a.registerNumber, a.bitIndex, data);
+            else
+                refusal = CantWriteAnyBitTo;
+            break;
+        case Byte:
+        case Block:
+            if (holding)
+                result = writeBytes(link, a.registerNumber, data);
+            else if (holdingFn6)
+                result = writeBytesWithFN6(link, a.registerNumber, data);
+            else
+                refusal = CantWriteAnyByteTo;
+            break;
+        case Word:
+            if (holding)
+                result = window ? writeSpecialHRWords(link, a.registerNumber, data, relayPosition)
+                                : writeWords(link, a.registerNumber, data);
+            else if (holdingFn6)
+                result = window ? writeSpecialFN6HRWords(link, a.registerNumber, data, relayPosition)
+                                : writeWordsWithFN6(link, a.registerNumber, data);
+            else
+                refusal = CantWriteAnyWordTo;
+            break;
+        case DoubleWord:
+            if (holding)
+                result = writeDWords(link, a.registerNumber, data, a.swap);
+            else if (holdingFn6)
+                result = writeDWordsWithFN6(link, a.registerNumber, data, a.swap);
+            else
+                refusal = CantWriteAnyDoubleWordTo;
+            break;
+        default:
+            setCommError(QString(UnsupportedDataType) + cmd.address);
+            return false;
+        }
+        if (refusal) {
+            setCommError(QString(refusal).arg(cmd.address));
+            result = false;
+        }
+        if (!hasError() || attempt >= link->retryCount())
+            break;
+    }
+    if (hasError())
+        appendCmdToWriteCommError(static_cast<unsigned char>(link->stationId() & 0xFF), cmd);
+    return result;
 }

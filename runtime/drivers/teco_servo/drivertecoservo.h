@@ -117,12 +117,13 @@ private:
     // Station check: the link's station if it is at most 255.
     bool stationFromLink(AbstractDeviceInterface *link, unsigned char &station);
 
-    QByteArray readRegisters(AbstractDeviceInterface *link, unsigned char functionCode, unsigned char station,
-                             unsigned short start, int registers);
+    bool readRegisters(AbstractDeviceInterface *link, unsigned char functionCode, unsigned char station,
+                       unsigned short start, int registers, char *reply);
     bool writeRegistersFn16(AbstractDeviceInterface *link, unsigned char station, unsigned short start,
                             unsigned short quantity, const QByteArray &wireData);
     bool writeRegistersFn6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &wireData,
-                           bool explicitStation, unsigned char station);
+                           bool explicitStation, unsigned char station, bool pauseBetween);
+    bool writeDataAcceptable(unsigned short start, const QByteArray &data, int elementSize, const char *rangeText);
     bool writeHRbitCommon(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
                           const QByteArray &data, bool fn6, bool explicitStation, unsigned char station);
     enum RelayMethod { RelayWordsFn16, RelayWordsFn6, RelayBitFn16, RelayBitFn6 };

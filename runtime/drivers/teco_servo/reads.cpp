@@ -1,0 +1,159 @@
+// Register reads (function 3 or 4) and bit reads (function 1 or 2, or bits
+// cut out of registers).
+
+#include "../tools.h"
+#include "drivertecoservo.h"
+#include "drivertexts.h"
+#include "modbusrtu.h"
+
+using namespace DriverTexts;
+
+namespace {
+
+const quint64 MaxReadRegisters = 125;
+const quint64 MaxReadBits = 2008; // 251 data bytes: a 256-byte reply
+const quint64 AddressSpace = 65536;
+const int ReplyDataOffset = 3;
+
+unsigned char registerFunctionCode(const QByteArray &prefix)
+{
+    return prefixMatches(prefix, "HR") || prefixMatches(prefix, "FN6HR") ? 3 : 4;
+}
+
+unsigned char bitFunctionCode(const QByteArray &prefix)
+{
+    return prefixMatches(prefix, "DO") || prefixMatches(prefix, "FN5DO") ? 1 : 2;
+}
+
+// Counts are compared as unsigned and in 64 bits, so that a negative or huge
+// count is refused instead of wrapping into range.
+inline quint64 asUnsigned(int count)
+{
+    return static_cast<quint32>(count);
+}
+
+bool registersInRange(unsigned short start, quint64 registers)
+{
+    return registers <= MaxReadRegisters && start + registers <= AddressSpace;
+}
+
+inline const unsigned char *replyData(const char *reply)
+{
+    return reinterpret_cast<const unsigned char *>(reply) + ReplyDataOffset;
+}
+
+} // namespace
+
+bool DriverTecoServo::readRegisters(AbstractDeviceInterface *link, unsigned char functionCode, unsigned char station,
+                                    unsigned short start, int registers, char *reply)
+{
+    const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(station, functionCode, start, registers);
+    return exchange(link, station, request, 2 * registers + 5, reply);
+}
+
+QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
+                                      int count)
+{
+    if (!registersInRange(start, asUnsigned(count))) {
+        setCommError(formatText(CantReadWord, prefix.constData(), start + 1));
+        return QByteArray();
+    }
+    unsigned char station;
+    if (!stationFromLink(link, station))
+        return QByteArray();
+    return readWords(link, prefix, start, count, station);
+}
+
+QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
+                                      int count, unsigned char station)
+{
+    if (!registersInRange(start, asUnsigned(count))) {
+        setCommError(formatText(CantReadWord, prefix.constData(), start + 1));
+        return QByteArray();
+    }
+    char reply[ReplyBufferSize];
+    if (!readRegisters(link, registerFunctionCode(prefix), station, start, count, reply))
+        return QByteArray();
+    return fromBigEndianUShortArray(replyData(reply), count);
+}
+
+QByteArray DriverTecoServo::readDWords(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
+                                       int count, bool swap)
+{
+    const quint64 registers = 2 * asUnsigned(count);
+    if (!registersInRange(start, registers)) {
+        setCommError(formatText(CantReadDoubleWord, prefix.constData(), start + 1));
+        return QByteArray();
+    }
+    unsigned char station;
+    if (!stationFromLink(link, station))
+        return QByteArray();
+    char reply[ReplyBufferSize];
+    if (!readRegisters(link, registerFunctionCode(prefix), station, start, int(registers), reply))
+        return QByteArray();
+    // swap: the first register of each pair is the high half.
+    return swap ? fromBigEndianULongArray(replyData(reply), count)
+                : fromBigEndianUShortArray(replyData(reply), int(registers));
+}
+
+QByteArray DriverTecoServo::readBytes(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
+                                      int count)
+{
+    const quint64 registers = (asUnsigned(count) + 1) / 2;
+    if (!registersInRange(start, registers)) {
+        setCommError(formatText(CantReadByte, prefix.constData(), start + 1));
+        return QByteArray();
+    }
+    unsigned char station;
+    if (!stationFromLink(link, station))
+        return QByteArray();
+    char reply[ReplyBufferSize];
+    if (!readRegisters(link, registerFunctionCode(prefix), station, start, int(registers), reply))
+        return QByteArray();
+    QByteArray bytes = fromBigEndianUShortArray(replyData(reply), int(registers));
+    bytes.resize(count); // an odd count drops the high byte of the last register
+    return bytes;
+}
+
+QByteArray DriverTecoServo::readDIDOs(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
+                                      int count)
+{
+    const quint64 bits = asUnsigned(count);
+    if (bits > MaxReadBits || start + bits > AddressSpace) {
+        setCommError(formatText(CantReadBits, count, prefix.constData(), unsigned(start) + 1));
+        return QByteArray();
+    }
+    unsigned char station;
+    if (!stationFromLink(link, station))
+        return QByteArray();
+    const int dataBytes = int((bits + 7) / 8);
+    char reply[ReplyBufferSize];
+    const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(station, bitFunctionCode(prefix), start,
+                                                                     static_cast<unsigned short>(bits));
+    if (!exchange(link, station, request, dataBytes + 5, reply))
+        return QByteArray();
+    // Modbus packs the first coil into bit 0 of the first byte, as the panel does.
+    QByteArray result(reinterpret_cast<const char *>(replyData(reply)), dataBytes);
+    clearUnnecessaryBits(result, count);
+    return result;
+}
+
+QByteArray DriverTecoServo::readIRHRbits(AbstractDeviceInterface *link, const QByteArray &prefix,
+                                         unsigned short start, unsigned char bitIndex, int count)
+{
+    // Registers that hold the run, counted in 64 bits so that a negative or
+    // huge count is refused by the word read rather than wrapping to a small
+    // number of registers.
+    const quint64 words = (quint64(bitIndex) + asUnsigned(count) + 15) / 16;
+    if (!registersInRange(start, words)) {
+        setCommError(formatText(CantReadWord, prefix.constData(), start + 1));
+        return QByteArray();
+    }
+    QByteArray bits = readWords(link, prefix, start, int(words));
+    if (bits.isEmpty())
+        return bits;
+    RightShiftNBits(bits, bitIndex);
+    FitBitArray(bits, count);
+    clearUnnecessaryBits(bits, count);
+    return bits;
+}
