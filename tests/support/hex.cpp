@@ -18,6 +18,26 @@ std::string toHex(const QByteArray &bytes)
     return out;
 }
 
+quint16 bitwiseCrc16(const QByteArray &bytes)
+{
+    quint16 crc = 0xFFFF;
+    for (char c : bytes) {
+        crc ^= static_cast<unsigned char>(c);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & 1) ? (crc >> 1) ^ 0xA001 : crc >> 1;
+    }
+    return crc;
+}
+
+QByteArray withCrc(const char *text)
+{
+    QByteArray frame = hex(text);
+    const quint16 crc = bitwiseCrc16(frame);
+    frame.append(char(crc & 0xFF));
+    frame.append(char(crc >> 8));
+    return frame;
+}
+
 QT_BEGIN_NAMESPACE
 void PrintTo(const QByteArray &bytes, std::ostream *os)
 {

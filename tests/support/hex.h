@@ -11,6 +11,11 @@
 QByteArray hex(const char *text);
 std::string toHex(const QByteArray &bytes);
 
+// Modbus CRC-16 computed bit by bit, independently of the driver's tables.
+quint16 bitwiseCrc16(const QByteArray &bytes);
+// The frame in hex text with its CRC appended, low byte first.
+QByteArray withCrc(const char *text);
+
 // gtest prints QByteArray and QString through these.
 QT_BEGIN_NAMESPACE
 void PrintTo(const QByteArray &bytes, std::ostream *os);

@@ -7,16 +7,19 @@
 int LinkDouble::receive(char *buffer, int length)
 {
     calls.push_back("receive " + std::to_string(length));
-    if (!pieces.empty()) {
-        Piece p = pieces.front();
-        pieces.pop_front();
-        int copied = std::min(std::max(length, 0), p.bytes.size());
-        std::memcpy(buffer, p.bytes.constData(), copied);
-        return p.count == -2 ? copied : p.count;
+    if (script.empty())
+        return 0;
+    Item &item = script.front();
+    const int copied = std::min(std::max(length, 0), item.bytes.size());
+    std::memcpy(buffer, item.bytes.constData(), copied);
+    if (item.count != -2) {
+        const int count = item.count == -3 ? copied : item.count;
+        script.pop_front();
+        return count;
     }
-    int copied = std::min(std::max(length, 0), pending.size());
-    std::memcpy(buffer, pending.constData(), copied);
-    pending.remove(0, copied);
+    item.bytes.remove(0, copied);
+    if (item.bytes.isEmpty() || copied < length)
+        script.pop_front();
     return copied;
 }
 
@@ -53,17 +56,22 @@ unsigned long LinkDouble::delayMs()
 
 void LinkDouble::line(const char *hexText)
 {
-    pending += hex(hexText);
+    line(hex(hexText));
 }
 
 void LinkDouble::line(const QByteArray &bytes)
 {
-    pending += bytes;
+    script.push_back(Item{bytes, -2});
+}
+
+void LinkDouble::silence()
+{
+    script.push_back(Item{QByteArray(), 0});
 }
 
 void LinkDouble::piece(const char *hexText, int count)
 {
-    pieces.push_back(Piece{hex(hexText), count});
+    script.push_back(Item{hex(hexText), count == -2 ? -3 : count});
 }
 
 std::vector<std::string> LinkDouble::sent() const

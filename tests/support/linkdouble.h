@@ -11,11 +11,13 @@
 // The runtime's link, doubled: records every call in order and serves
 // scripted replies.
 //
-// Replies come from two sources. Scripted pieces (piece()) are served first,
-// one per receive call, each with the count it should return (0, -1, short or
-// longer than asked). After them, receive() takes what it asks for from the
-// "line" (line()), as a real link would with its time-out: fewer bytes, or
-// 0, when the line holds fewer.
+// Replies are scripted in order. line() queues the bytes of one reply, of
+// which receive() takes what it asks for, as a real link would with its
+// time-out: fewer bytes when the reply holds fewer, and the next receive goes
+// on with the rest of the same reply. piece() queues the result of exactly one
+// receive call, with the count it returns (0, -1, short or longer than
+// asked); silence() one receive that gets nothing. With nothing queued,
+// receive() returns 0.
 class LinkDouble : public AbstractDeviceInterface
 {
 public:
@@ -29,6 +31,7 @@ public:
     // Bytes that arrive on the line, in hex text or as an array.
     void line(const char *hexText);
     void line(const QByteArray &bytes);
+    void silence();
     // One scripted receive: copies min(asked, bytes) and returns count
     // (count < 0 means "the number of bytes copied").
     void piece(const char *hexText, int count = -2);
@@ -47,12 +50,11 @@ public:
     unsigned long delay = 0;
 
 private:
-    struct Piece {
+    struct Item {
         QByteArray bytes;
-        int count;
+        int count; // -2: a reply on the line; otherwise one receive's result
     };
-    std::deque<Piece> pieces;
-    QByteArray pending;
+    std::deque<Item> script;
 };
 
 #endif
