@@ -1,0 +1,438 @@
+#include "seriallink.h"
+
+#include "tools.h"
+
+#include <QString>
+
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/serial.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+int64_t monotonicNs()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+namespace {
+
+struct BaudRate
+{
+    int rate;
+    speed_t code;
+};
+
+const BaudRate baudRates[] = {
+    { 300, B300 },
+    { 600, B600 },
+    { 1200, B1200 },
+    { 2400, B2400 },
+    { 4800, B4800 },
+    { 9600, B9600 },
+    { 19200, B19200 },
+    { 38400, B38400 },
+    { 57600, B57600 },
+    { 115200, B115200 },
+    { 230400, B230400 },
+    { 460800, B460800 },
+    { 921600, B921600 },
+};
+
+std::string trimmed(const std::string &s)
+{
+    size_t a = 0, b = s.size();
+    while (a < b && std::isspace(static_cast<unsigned char>(s[a])))
+        ++a;
+    while (b > a && std::isspace(static_cast<unsigned char>(s[b - 1])))
+        --b;
+    return s.substr(a, b - a);
+}
+
+std::string upper(std::string s)
+{
+    for (char &c : s)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+// A small decimal number, digits only.
+bool smallNumber(const std::string &s, int &value)
+{
+    if (s.empty() || s.size() > 7)
+        return false;
+    int v = 0;
+    for (char c : s) {
+        if (c < '0' || c > '9')
+            return false;
+        v = v * 10 + (c - '0');
+    }
+    value = v;
+    return true;
+}
+
+void sleepUntil(int64_t ns)
+{
+    struct timespec ts;
+    ts.tv_sec = time_t(ns / 1000000000);
+    ts.tv_nsec = long(ns % 1000000000);
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr) == EINTR) { }
+}
+
+std::string systemError(int error) { return std::strerror(error); }
+
+} // namespace
+
+// ---------------------------------------------------------------- LinkSettings
+
+bool LinkSettings::parse(const std::string &text, LinkSettings &settings, std::string &error)
+{
+    const std::string example
+        = " (expected INTERFACE,BAUD,PARITY,DATABITS,STOPBITS such as \"RS485,9600,NONE,8,2\")";
+    std::vector<std::string> fields;
+    size_t from = 0;
+    for (;;) {
+        size_t comma = text.find(',', from);
+        fields.push_back(
+            trimmed(text.substr(from, comma == std::string::npos ? std::string::npos : comma - from)));
+        if (comma == std::string::npos)
+            break;
+        from = comma + 1;
+    }
+    if (fields.size() != 5) {
+        error = "malformed link \"" + text + "\"" + example;
+        return false;
+    }
+    LinkSettings s;
+    s.interface = upper(fields[0]);
+    if (s.interface != "RS232" && s.interface != "RS422" && s.interface != "RS485") {
+        error = "unknown interface \"" + fields[0] + "\" in link \"" + text + "\" (RS232, RS422 or RS485)";
+        return false;
+    }
+    bool known = smallNumber(fields[1], s.baudRate);
+    if (known) {
+        known = false;
+        for (const BaudRate &b : baudRates)
+            known = known || b.rate == s.baudRate;
+    }
+    if (!known) {
+        error = "unsupported baud rate \"" + fields[1] + "\" in link \"" + text + "\" (300 to 921600)";
+        return false;
+    }
+    const std::string parity = upper(fields[2]);
+    if (parity == "NONE" || parity == "N")
+        s.parity = 'N';
+    else if (parity == "EVEN" || parity == "E")
+        s.parity = 'E';
+    else if (parity == "ODD" || parity == "O")
+        s.parity = 'O';
+    else {
+        error = "unknown parity \"" + fields[2] + "\" in link \"" + text + "\" (NONE, EVEN or ODD)";
+        return false;
+    }
+    if (!smallNumber(fields[3], s.dataBits) || (s.dataBits != 7 && s.dataBits != 8)) {
+        error = "data bits must be 7 or 8, not \"" + fields[3] + "\", in link \"" + text + "\"";
+        return false;
+    }
+    if (!smallNumber(fields[4], s.stopBits) || (s.stopBits != 1 && s.stopBits != 2)) {
+        error = "stop bits must be 1 or 2, not \"" + fields[4] + "\", in link \"" + text + "\"";
+        return false;
+    }
+    settings = s;
+    return true;
+}
+
+std::string LinkSettings::text() const
+{
+    const char *parityName = parity == 'E' ? "EVEN" : parity == 'O' ? "ODD" : "NONE";
+    return interface + "," + std::to_string(baudRate) + "," + parityName + "," + std::to_string(dataBits)
+        + "," + std::to_string(stopBits);
+}
+
+int LinkSettings::bitsPerCharacter() const { return 1 + dataBits + (parity == 'N' ? 0 : 1) + stopBits; }
+
+int64_t LinkSettings::characterNs() const { return int64_t(bitsPerCharacter()) * 1000000000 / baudRate; }
+
+int64_t LinkSettings::silenceNs() const { return baudRate <= 19200 ? characterNs() * 7 / 2 : 1750000; }
+
+// ---------------------------------------------------------------- SerialLink
+
+SerialLink::SerialLink() { std::memset(&savedTermios, 0, sizeof savedTermios); }
+
+SerialLink::~SerialLink()
+{
+    close();
+    std::string ignored;
+    setTrace(std::string(), ignored);
+}
+
+bool SerialLink::open(
+    const std::string &device, const LinkSettings &settings, const LinkOptions &options, std::string &error)
+{
+    close();
+    int d = ::open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (d < 0) {
+        const int e = errno;
+        error = "cannot open " + device + ": " + systemError(e);
+        return false;
+    }
+    auto fail = [&](const std::string &text) {
+        ::close(d);
+        error = text;
+        return false;
+    };
+    if (!isatty(d))
+        return fail(device + " is not a serial device");
+    if (flock(d, LOCK_EX | LOCK_NB) < 0)
+        return fail(errno == EWOULDBLOCK ? device + " is busy: another program has it open"
+                                         : "cannot lock " + device + ": " + systemError(errno));
+    struct termios t;
+    if (tcgetattr(d, &t) < 0)
+        return fail("cannot read the settings of " + device + ": " + systemError(errno));
+    savedTermios = t;
+    cfmakeraw(&t);
+    t.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
+    t.c_cflag |= CLOCAL | CREAD | (settings.dataBits == 7 ? CS7 : CS8);
+    if (settings.parity != 'N')
+        t.c_cflag |= PARENB | (settings.parity == 'O' ? PARODD : 0);
+    if (settings.stopBits == 2)
+        t.c_cflag |= CSTOPB;
+    t.c_iflag &= ~(IXON | IXOFF | IXANY | INPCK);
+    // With VMIN 1 a read without data fails with EAGAIN (the descriptor is
+    // non-blocking); with VMIN 0 it would return 0, like a hang-up.
+    t.c_cc[VMIN] = 1;
+    t.c_cc[VTIME] = 0;
+    speed_t speed = B9600;
+    for (const BaudRate &b : baudRates)
+        if (b.rate == settings.baudRate)
+            speed = b.code;
+    cfsetispeed(&t, speed);
+    cfsetospeed(&t, speed);
+    if (tcsetattr(d, TCSANOW, &t) < 0)
+        return fail("cannot configure " + device + " as " + settings.text() + ": " + systemError(errno));
+    if (options.rs485) {
+        struct serial_rs485 rs;
+        std::memset(&rs, 0, sizeof rs);
+        ioctl(d, TIOCGRS485, &rs);
+        rs.flags |= SER_RS485_ENABLED | SER_RS485_RTS_ON_SEND;
+        rs.flags &= ~SER_RS485_RTS_AFTER_SEND;
+        if (ioctl(d, TIOCSRS485, &rs) < 0) {
+            const int e = errno;
+            tcsetattr(d, TCSANOW, &savedTermios);
+            return fail(device + " does not support kernel RS485 direction control: " + systemError(e));
+        }
+    }
+    tcflush(d, TCIOFLUSH);
+    fd = d;
+    savedValid = true;
+    line = settings;
+    opts = options;
+    devicePath = device;
+    hungUp = false;
+    openedNs = monotonicNs();
+    lineQuietSinceNs = openedNs;
+    count = Counters();
+    return true;
+}
+
+void SerialLink::close()
+{
+    if (fd < 0)
+        return;
+    if (savedValid)
+        tcsetattr(fd, TCSANOW, &savedTermios);
+    ::close(fd); // also releases the lock
+    fd = -1;
+    savedValid = false;
+}
+
+bool SerialLink::setTrace(const std::string &path, std::string &error)
+{
+    if (traceFile && traceOwned)
+        std::fclose(traceFile);
+    traceFile = nullptr;
+    traceOwned = false;
+    if (path.empty())
+        return true;
+    if (path == "-") {
+        traceFile = stderr;
+        return true;
+    }
+    traceFile = std::fopen(path.c_str(), "w");
+    if (!traceFile) {
+        error = "cannot write the trace to " + path + ": " + systemError(errno);
+        return false;
+    }
+    traceOwned = true;
+    return true;
+}
+
+void SerialLink::trace(const char *direction, const char *bytes, int length, const char *note)
+{
+    if (!traceFile || !traceOn)
+        return;
+    QString dump = dumpByteArray(QByteArray::fromRawData(bytes, length));
+    // The text part of the dump shows the bytes as they are; control
+    // characters would garble a terminal, so they are shown as dots.
+    int text = dump.indexOf(QLatin1String(") : "));
+    if (text >= 0) {
+        for (int i = text + 4; i < dump.size(); ++i)
+            if (dump.at(i).unicode() < 0x20 || dump.at(i).unicode() >= 0x7F)
+                dump[i] = QLatin1Char('.');
+    }
+    const double seconds = double(monotonicNs() - openedNs) / 1e9;
+    std::fprintf(traceFile, "%11.6f %-5s %s%s%s\n", seconds, direction, dump.toLatin1().constData(),
+        note ? "  " : "", note ? note : "");
+    std::fflush(traceFile);
+}
+
+int SerialLink::readUntil(char *buffer, int length, int64_t deadlineNs)
+{
+    int got = 0;
+    while (got < length && !hungUp) {
+        ssize_t r = ::read(fd, buffer + got, size_t(length - got));
+        if (r > 0) {
+            got += int(r);
+            continue;
+        }
+        if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
+            hungUp = true; // the other side is gone (EIO on a pseudo-terminal)
+            break;
+        }
+        if (errno == EINTR)
+            continue;
+        const int64_t left = deadlineNs - monotonicNs();
+        if (left <= 0)
+            break;
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts;
+        ts.tv_sec = time_t(left / 1000000000);
+        ts.tv_nsec = long(left % 1000000000);
+        int ready = ppoll(&p, 1, &ts, nullptr);
+        if (ready == 0)
+            break;
+        if (ready > 0 && !(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
+            hungUp = true;
+            break;
+        }
+    }
+    return got;
+}
+
+void SerialLink::dropStaleBytes()
+{
+    int pending = 0;
+    if (ioctl(fd, FIONREAD, &pending) < 0 || pending <= 0)
+        return;
+    char junk[256];
+    while (pending > 0) {
+        ssize_t r = ::read(fd, junk, sizeof junk);
+        if (r <= 0)
+            break;
+        count.staleBytesDropped += uint64_t(r);
+        trace("DROP", junk, int(r), "[stale bytes dropped before the request]");
+        pending -= int(r);
+    }
+    tcflush(fd, TCIFLUSH);
+    lineQuietSinceNs = monotonicNs();
+}
+
+void SerialLink::waitForSilence()
+{
+    // Bytes that arrive while we wait mean the line was not quiet: drop them
+    // and wait again, but not longer than one reply time-out in all.
+    const int64_t giveUp = monotonicNs() + int64_t(opts.timeoutMs) * 1000000;
+    for (;;) {
+        const int64_t target = lineQuietSinceNs + line.silenceNs();
+        if (monotonicNs() < target)
+            sleepUntil(target);
+        int pending = 0;
+        if (ioctl(fd, FIONREAD, &pending) < 0 || pending <= 0)
+            return;
+        dropStaleBytes();
+        if (monotonicNs() >= giveUp)
+            return;
+    }
+}
+
+int SerialLink::send(const char *frame, int length)
+{
+    if (fd < 0 || length <= 0)
+        return -1;
+    if (opts.silence)
+        waitForSilence();
+    else
+        dropStaleBytes();
+    int sent = 0;
+    const int64_t deadline = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
+    while (sent < length) {
+        ssize_t w = ::write(fd, frame + sent, size_t(length - sent));
+        if (w > 0) {
+            sent += int(w);
+            continue;
+        }
+        if (w < 0 && errno == EINTR)
+            continue;
+        if (w < 0 && errno == EAGAIN) {
+            const int64_t left = deadline - monotonicNs();
+            struct pollfd p = { fd, POLLOUT, 0 };
+            if (left > 0 && poll(&p, 1, int(left / 1000000) + 1) > 0)
+                continue;
+        }
+        break;
+    }
+    tcdrain(fd);
+    lineQuietSinceNs = monotonicNs();
+    ++count.requests;
+    count.bytesSent += uint64_t(sent);
+    trace("TX", frame, sent, sent < length ? "[the line took only part of the frame]" : nullptr);
+    if (opts.localEcho && sent > 0) {
+        std::vector<char> echo(size_t(sent), 0);
+        const int64_t echoDeadline
+            = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + sent * line.characterNs();
+        const int got = readUntil(echo.data(), sent, echoDeadline);
+        const bool same = got == sent && std::memcmp(echo.data(), frame, size_t(sent)) == 0;
+        if (!same)
+            ++count.echoMismatches;
+        trace("ECHO", echo.data(), got, same ? nullptr : "[the echo differs from the request: collision?]");
+        lineQuietSinceNs = monotonicNs();
+    }
+    return sent;
+}
+
+int SerialLink::receive(char *buffer, int length)
+{
+    if (fd < 0 || length <= 0)
+        return 0;
+    const int64_t deadline = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
+    const int got = readUntil(buffer, length, deadline);
+    if (got > 0) {
+        lineQuietSinceNs = monotonicNs();
+        count.bytesReceived += uint64_t(got);
+    }
+    if (got < length) {
+        ++count.shortReceives;
+        char note[96];
+        std::snprintf(note, sizeof note,
+            hungUp ? "[line closed: %d of %d bytes]" : "[time-out: %d of %d bytes]", got, length);
+        trace("RX", buffer, got, note);
+    } else {
+        trace("RX", buffer, got);
+    }
+    return got;
+}
+
+bool SerialLink::setParameter(int, const QVariant &)
+{
+    // Parameter 12 (the only one drivers set, to 0, before each request)
+    // needs no action here: send() prepares the line itself.
+    return true;
+}

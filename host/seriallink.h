@@ -1,0 +1,132 @@
+#ifndef HOST_SERIALLINK_H
+#define HOST_SERIALLINK_H
+
+// The runtime's link over a real serial device or pseudo-terminal, for
+// programs that run a driver on a PC.
+//
+// What a Modbus RTU master needs from its line, and what it does here:
+// - receive(buffer, n) waits, without spinning, until exactly n bytes are in
+//   or the reply time-out has passed, and returns what it has;
+// - before each request it drops bytes still waiting on the line, so a late
+//   answer to an earlier request is never taken for the next one;
+// - it keeps the RTU silent interval before each request, counted from the
+//   end of the last frame on the line (our request once tcdrain reports it
+//   sent, or the last byte received), 3.5 character times up to 19200 baud
+//   and 1.75 ms above; point-to-point lines may switch it off;
+// - for 2-wire RS485 adapters it can ask the kernel to drive the transmitter
+//   (TIOCSRS485) and can read back and drop the local echo of each request;
+// - it writes a frame trace (direction, time, bytes) to a file or stderr.
+
+#include "driverinterface.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <termios.h>
+
+// A line in the driver's text form: "RS485,9600,NONE,8,2" (interface, baud
+// rate, parity, data bits, stop bits).
+struct LinkSettings
+{
+    std::string interface = "RS485"; // RS232, RS422 or RS485, upper case
+    int baudRate = 9600;
+    char parity = 'N'; // 'N', 'E' or 'O'
+    int dataBits = 8;
+    int stopBits = 2;
+
+    // Fills settings from text; on failure returns false with one sentence
+    // in error and leaves settings unchanged.
+    static bool parse(const std::string &text, LinkSettings &settings, std::string &error);
+    std::string text() const;
+    // Bits on the wire per character: start, data, parity, stop.
+    int bitsPerCharacter() const;
+    // Time of one character on the wire, in nanoseconds.
+    int64_t characterNs() const;
+    // The RTU inter-frame silence: 3.5 characters, or 1.75 ms above 19200 baud.
+    int64_t silenceNs() const;
+};
+
+// The per-link protocol settings and the line options of this host link.
+struct LinkOptions
+{
+    int timeoutMs = 500; // reply time-out
+    int retry = 3;
+    int station = 1;
+    unsigned long delayMs = 0;
+    bool silence = true; // keep the RTU silent interval before each request
+    bool rs485 = false; // kernel RS485 direction control (TIOCSRS485)
+    bool localEcho = false; // the adapter echoes our request: read it back and drop it
+};
+
+class SerialLink : public AbstractDeviceInterface
+{
+public:
+    SerialLink();
+    ~SerialLink() override;
+    SerialLink(const SerialLink &) = delete;
+    SerialLink &operator=(const SerialLink &) = delete;
+
+    // Opens and configures the device. Fails, with one sentence in error, for
+    // a missing device, one that is not a terminal, one in use by another
+    // program, or an RS485 request that the device's driver refuses.
+    bool open(const std::string &device, const LinkSettings &settings, const LinkOptions &options,
+        std::string &error);
+    void close();
+    bool isOpen() const { return fd >= 0; }
+    // The open device, for programs that serve the line themselves.
+    int descriptor() const { return fd; }
+
+    // Frame trace: path "-" is standard error, an empty path switches it off.
+    bool setTrace(const std::string &path, std::string &error);
+    void setTraceEnabled(bool on) { traceOn = on; }
+
+    int receive(char *buffer, int length) override;
+    int send(const char *frame, int length) override;
+    bool setParameter(int id, const QVariant &value) override;
+    int retryCount() override { return opts.retry; }
+    int stationId() override { return opts.station; }
+    unsigned long delayMs() override { return opts.delayMs; }
+
+    LinkOptions &options() { return opts; }
+    const LinkSettings &settings() const { return line; }
+
+    struct Counters
+    {
+        uint64_t requests = 0;
+        uint64_t bytesSent = 0;
+        uint64_t bytesReceived = 0;
+        uint64_t staleBytesDropped = 0;
+        uint64_t shortReceives = 0; // receive ended by the time-out
+        uint64_t echoMismatches = 0;
+    };
+    const Counters &counters() const { return count; }
+
+private:
+    // Reads up to length bytes until deadline (monotonic ns); returns the
+    // number read.
+    int readUntil(char *buffer, int length, int64_t deadlineNs);
+    void waitForSilence();
+    void dropStaleBytes();
+    void trace(const char *direction, const char *bytes, int length, const char *note = nullptr);
+
+    int fd = -1;
+    LinkSettings line;
+    LinkOptions opts;
+    std::string devicePath;
+    bool savedValid = false;
+    struct termios savedTermios; // the device's settings before open, restored on close
+    int64_t lineQuietSinceNs = 0; // end of the last frame on the line
+    int64_t openedNs = 0;
+    bool hungUp = false;
+
+    FILE *traceFile = nullptr;
+    bool traceOwned = false;
+    bool traceOn = true;
+
+    Counters count;
+};
+
+// Monotonic clock in nanoseconds.
+int64_t monotonicNs();
+
+#endif // HOST_SERIALLINK_H
