@@ -1,0 +1,529 @@
+#include "simdrive.h"
+
+#include "registermap.h"
+
+#include <modbus.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+uint16_t crc16(const uint8_t *p, int n)
+{
+    uint16_t crc = 0xFFFF;
+    while (n-- > 0) {
+        crc ^= *p++;
+        for (int i = 0; i < 8; ++i)
+            crc = (crc & 1) ? uint16_t((crc >> 1) ^ 0xA001) : uint16_t(crc >> 1);
+    }
+    return crc;
+}
+
+void setCrc(std::vector<uint8_t> &frame)
+{
+    if (frame.size() < 4)
+        return;
+    const uint16_t crc = crc16(frame.data(), int(frame.size()) - 2);
+    frame[frame.size() - 2] = uint8_t(crc & 0xFF);
+    frame[frame.size() - 1] = uint8_t(crc >> 8);
+}
+
+bool makeRaw(int fd)
+{
+    struct termios t;
+    if (tcgetattr(fd, &t) < 0)
+        return false;
+    cfmakeraw(&t);
+    t.c_cflag |= CLOCAL | CREAD;
+    t.c_cc[VMIN] = 1;
+    t.c_cc[VTIME] = 0;
+    return tcsetattr(fd, TCSANOW, &t) == 0;
+}
+
+int pendingBytes(int fd)
+{
+    int n = 0;
+    return ioctl(fd, FIONREAD, &n) < 0 ? 0 : n;
+}
+
+// What a request asks for: its data area and range.
+struct RequestRange
+{
+    Area area;
+    int first;
+    int quantity;
+    const char *what;
+};
+
+RequestRange rangeOf(const uint8_t *r)
+{
+    const int first = (r[2] << 8) | r[3];
+    const int quantity = (r[4] << 8) | r[5];
+    switch (r[1]) {
+    case 1:
+        return { Area::Coils, first, quantity, "read coils" };
+    case 2:
+        return { Area::DiscreteInputs, first, quantity, "read discrete inputs" };
+    case 3:
+        return { Area::HoldingRegisters, first, quantity, "read holding registers" };
+    case 4:
+        return { Area::InputRegisters, first, quantity, "read input registers" };
+    case 5:
+        return { Area::Coils, first, 1, "write coil" };
+    case 6:
+        return { Area::HoldingRegisters, first, 1, "write register" };
+    case 15:
+        return { Area::Coils, first, quantity, "write coils" };
+    case 16:
+        return { Area::HoldingRegisters, first, quantity, "write registers" };
+    default:
+        return { Area::HoldingRegisters, -1, 0, "function" };
+    }
+}
+
+const char *prefixOf(Area area)
+{
+    switch (area) {
+    case Area::Coils:
+        return "DO";
+    case Area::DiscreteInputs:
+        return "DI";
+    case Area::InputRegisters:
+        return "IR";
+    default:
+        return "HR";
+    }
+}
+
+} // namespace
+
+SimDrive::SimDrive() = default;
+
+SimDrive::~SimDrive() { stop(); }
+
+bool SimDrive::parseStations(const std::string &text, std::vector<int> &stations, std::string &error)
+{
+    std::vector<int> out;
+    size_t from = 0;
+    for (;;) {
+        const size_t comma = text.find(',', from);
+        const std::string item
+            = text.substr(from, comma == std::string::npos ? std::string::npos : comma - from);
+        const size_t dash = item.find('-');
+        const std::string a = item.substr(0, dash), b = dash == std::string::npos ? a : item.substr(dash + 1);
+        auto number = [](const std::string &s, int &v) {
+            if (s.empty() || s.size() > 3 || s.find_first_not_of("0123456789") != std::string::npos)
+                return false;
+            v = std::stoi(s);
+            return v >= 1 && v <= 247;
+        };
+        int low = 0, high = 0;
+        if (!number(a, low) || !number(b, high) || low > high) {
+            error = "bad station list \"" + text + "\" (numbers 1 to 247, such as 1,2,5-7)";
+            return false;
+        }
+        for (int s = low; s <= high; ++s)
+            if (std::find(out.begin(), out.end(), s) == out.end())
+                out.push_back(s);
+        if (comma == std::string::npos)
+            break;
+        from = comma + 1;
+    }
+    stations.swap(out);
+    return true;
+}
+
+bool SimDrive::start(const Options &options, std::string &error)
+{
+    stop();
+    opts = options;
+    if (opts.stations.empty()) {
+        error = "the simulated drive needs at least one station";
+        return false;
+    }
+    std::vector<MapEntry> entries;
+    if (!parseRegisterMap(opts.map.empty() ? builtinServoMap() : opts.map, entries, error)) {
+        error = "register map, " + error;
+        return false;
+    }
+    for (const MapEntry &e : entries)
+        if (e.station != 0
+            && std::find(opts.stations.begin(), opts.stations.end(), e.station) == opts.stations.end()) {
+            error = "register map, line " + std::to_string(e.line) + ": station " + std::to_string(e.station)
+                + " is not served (serve it with --stations)";
+            return false;
+        }
+
+    auto fail = [&](const std::string &text) {
+        error = text;
+        stop();
+        return false;
+    };
+
+    if (opts.device.empty()) {
+        lineFd = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+        char name[128] = { 0 };
+        if (lineFd < 0 || grantpt(lineFd) < 0 || unlockpt(lineFd) < 0
+            || ptsname_r(lineFd, name, sizeof name) != 0)
+            return fail(std::string("cannot create a pseudo-terminal: ") + std::strerror(errno));
+        path = name;
+        // Our own descriptor on the master's side keeps the line up while no
+        // master has it open; we never read from it.
+        holdFd = ::open(name, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+        if (holdFd < 0 || !makeRaw(holdFd) || !makeRaw(lineFd))
+            return fail(std::string("cannot set up the pseudo-terminal: ") + std::strerror(errno));
+    } else {
+        LinkOptions lineOptions;
+        lineOptions.silence = false;
+        if (!device.open(opts.device, opts.link, lineOptions, error))
+            return fail(error);
+        lineFd = device.descriptor();
+        path = opts.device;
+    }
+
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) < 0
+        || pipe2(wake, O_CLOEXEC | O_NONBLOCK) < 0)
+        return fail(std::string("cannot create the simulated drive's channels: ") + std::strerror(errno));
+    ourSide = pair[0];
+    modbusSide = pair[1];
+    fcntl(ourSide, F_SETFL, O_NONBLOCK);
+
+    ctx = modbus_new_rtu(
+        path.c_str(), opts.link.baudRate, opts.link.parity, opts.link.dataBits, opts.link.stopBits);
+    if (!ctx)
+        return fail(std::string("libmodbus: ") + modbus_strerror(errno));
+    modbus_set_socket(ctx, modbusSide);
+    // A request is complete in the socket before libmodbus reads it: a
+    // missing byte is a short frame, not a slow line.
+    modbus_set_byte_timeout(ctx, 0, 2000);
+    // libmodbus pauses its response time-out after refusing a quantity; keep
+    // that pause negligible.
+    modbus_set_response_timeout(ctx, 0, 1);
+
+    for (int s : opts.stations) {
+        modbus_mapping_t *m = modbus_mapping_new(65536, 65536, 65536, 65536);
+        if (!m)
+            return fail("out of memory for the simulated drive's registers");
+        mappings[s] = m;
+    }
+    for (const MapEntry &e : entries)
+        for (auto &sm : mappings)
+            if (e.station == 0 || e.station == sm.first)
+                setValue(sm.first, e.area, e.address, e.value);
+
+    faults = opts.faults;
+    counts = Stats();
+    requestCounts.clear();
+    random.seed(opts.seed);
+    worker = std::thread(&SimDrive::run, this);
+    return true;
+}
+
+void SimDrive::stop()
+{
+    if (worker.joinable()) {
+        const char c = 'x';
+        if (::write(wake[1], &c, 1) < 0) { }
+        worker.join();
+    }
+    if (ctx) {
+        modbus_free(ctx); // the socket is ours to close
+        ctx = nullptr;
+    }
+    for (auto &sm : mappings)
+        modbus_mapping_free(sm.second);
+    mappings.clear();
+    for (int *fd : { &ourSide, &modbusSide, &wake[0], &wake[1], &holdFd }) {
+        if (*fd >= 0)
+            ::close(*fd);
+        *fd = -1;
+    }
+    if (device.isOpen())
+        device.close();
+    else if (lineFd >= 0)
+        ::close(lineFd);
+    lineFd = -1;
+}
+
+bool SimDrive::pause(int64_t ns)
+{
+    const int64_t until = monotonicNs() + ns;
+    for (;;) {
+        const int64_t left = until - monotonicNs();
+        if (left <= 0)
+            return true;
+        struct pollfd p = { wake[0], POLLIN, 0 };
+        struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
+        if (ppoll(&p, 1, &ts, nullptr) > 0)
+            return false;
+    }
+}
+
+void SimDrive::run()
+{
+    const int64_t gap = opts.link.silenceNs();
+    std::vector<uint8_t> frame;
+    uint8_t chunk[512];
+    for (;;) {
+        struct pollfd p[2] = { { lineFd, POLLIN, 0 }, { wake[0], POLLIN, 0 } };
+        if (frame.empty()) {
+            if (poll(p, 2, -1) < 0 && errno != EINTR)
+                return;
+        } else {
+            // The frame ends when the line has been quiet for the silence.
+            struct timespec ts = { time_t(gap / 1000000000), long(gap % 1000000000) };
+            if (ppoll(p, 2, &ts, nullptr) == 0) {
+                handleBytes(frame);
+                frame.clear();
+                continue;
+            }
+        }
+        if (p[1].revents)
+            return;
+        if (p[0].revents & POLLIN) {
+            const ssize_t n = ::read(lineFd, chunk, sizeof chunk);
+            if (n > 0 && frame.size() < 4096)
+                frame.insert(frame.end(), chunk, chunk + n);
+        } else if (p[0].revents) {
+            // No master on the line (a device that hung up): wait quietly.
+            if (!pause(10000000))
+                return;
+        }
+    }
+}
+
+void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
+{
+    // Feed the bytes to libmodbus and let it cut and check the requests.
+    size_t fed = 0;
+    while (fed < bytes.size()) {
+        const ssize_t w = ::send(ourSide, bytes.data() + fed, bytes.size() - fed, MSG_NOSIGNAL);
+        if (w <= 0)
+            break;
+        fed += size_t(w);
+    }
+    uint8_t request[MODBUS_RTU_MAX_ADU_LENGTH];
+    while (pendingBytes(modbusSide) > 0) {
+        uint8_t station = 0;
+        if (recv(modbusSide, &station, 1, MSG_PEEK) != 1)
+            break;
+        int rc = -1;
+        if (station <= 247) {
+            modbus_set_slave(ctx, station);
+            rc = modbus_receive(ctx, request);
+        }
+        if (rc <= 0) {
+            // Not a request libmodbus accepts: drop what is left of it.
+            uint8_t junk[512];
+            while (recv(modbusSide, junk, sizeof junk, MSG_DONTWAIT) > 0) { }
+            std::lock_guard<std::mutex> lock(mutex);
+            ++counts.badFrames;
+            if (opts.log)
+                std::fprintf(
+                    opts.log, "sim: dropped a frame that is not a valid request (%zu bytes)\n", bytes.size());
+            break;
+        }
+        handleRequest(request, rc);
+    }
+}
+
+void SimDrive::handleRequest(const uint8_t *request, int length)
+{
+    const int station = request[0];
+    const RequestRange range = rangeOf(request);
+    std::vector<uint8_t> answer;
+    FaultRule fault;
+    bool faulty = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        const bool served = station == 0 || mappings.count(station);
+        if (!served) {
+            ++counts.ignored;
+            return;
+        }
+        ++counts.requests;
+        ++requestCounts[std::make_pair(station, int(request[1]))];
+        for (FaultRule &rule : faults) {
+            if (rule.times == 0 || !rule.matches(station, range.area, range.first, range.quantity))
+                continue;
+            if (rule.rate < 1.0 && std::uniform_real_distribution<double>(0.0, 1.0)(random) >= rule.rate)
+                continue;
+            if (rule.times > 0)
+                --rule.times;
+            fault = rule;
+            faulty = true;
+            ++counts.faults[rule.kind];
+            break;
+        }
+        if (faulty && fault.kind == FaultRule::NoReply) {
+            if (opts.log)
+                std::fprintf(opts.log, "sim: station %d %s %s%d: no reply (injected)\n", station, range.what,
+                    prefixOf(range.area), range.first + 1);
+            return;
+        }
+        // Let libmodbus answer into the socket, then collect the answer.
+        if (faulty && fault.kind == FaultRule::Exception)
+            modbus_reply_exception(ctx, request, unsigned(fault.value >= 0 ? fault.value : 4));
+        else if (station == 0)
+            for (auto &sm : mappings)
+                modbus_reply(ctx, request, length, sm.second);
+        else
+            modbus_reply(ctx, request, length, mappings.at(station));
+        uint8_t buffer[512];
+        ssize_t n;
+        while ((n = recv(ourSide, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
+            answer.insert(answer.end(), buffer, buffer + n);
+    }
+    if (answer.empty())
+        return; // broadcast: no answer
+    if (faulty) {
+        switch (fault.kind) {
+        case FaultRule::Corrupt:
+            answer[std::max<size_t>(2, answer.size() - 3)] ^= 0xFF;
+            break;
+        case FaultRule::Truncate:
+            answer.resize(fault.value >= 0 ? std::min<size_t>(size_t(fault.value), answer.size() - 1)
+                                           : answer.size() - 2);
+            break;
+        case FaultRule::WrongStation:
+            answer[0] = uint8_t(fault.value >= 0 ? fault.value : station % 247 + 1);
+            setCrc(answer);
+            break;
+        case FaultRule::Late:
+            if (!pause(int64_t(fault.value >= 0 ? fault.value : 1000) * 1000000))
+                return;
+            break;
+        default:
+            break;
+        }
+    }
+    if (opts.log) {
+        std::string note
+            = faulty ? std::string(" [") + faultKindName(fault.kind) + " injected]" : std::string();
+        std::fprintf(opts.log, "sim: station %d %s %s%d x%d: answered %zu bytes%s\n", station, range.what,
+            prefixOf(range.area), range.first + 1, range.quantity, answer.size(), note.c_str());
+    }
+    putOnLine(answer.data(), int(answer.size()));
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        ++counts.replies;
+        if (faulty && fault.kind == FaultRule::Late)
+            ++counts.lateRepliesSent;
+    }
+    if (faulty && fault.kind == FaultRule::Noise) {
+        if (!pause(opts.link.silenceNs()))
+            return;
+        std::vector<uint8_t> noise(size_t(fault.value >= 0 ? fault.value : 4));
+        for (uint8_t &b : noise)
+            b = uint8_t(random());
+        putOnLine(noise.data(), int(noise.size()));
+    }
+}
+
+void SimDrive::putOnLine(const uint8_t *bytes, int length)
+{
+    int done = 0;
+    const int64_t giveUp = monotonicNs() + 1000000000;
+    while (done < length && monotonicNs() < giveUp) {
+        const ssize_t w = ::write(lineFd, bytes + done, size_t(length - done));
+        if (w > 0) {
+            done += int(w);
+        } else if (w < 0 && errno == EAGAIN) {
+            struct pollfd p = { lineFd, POLLOUT, 0 };
+            poll(&p, 1, 10);
+        } else if (!(w < 0 && errno == EINTR)) {
+            break;
+        }
+    }
+    if (device.isOpen())
+        tcdrain(lineFd);
+}
+
+modbus_mapping_t *SimDrive::mappingOf(int station) const
+{
+    auto it = mappings.find(station);
+    return it == mappings.end() ? nullptr : it->second;
+}
+
+SimDrive::Stats SimDrive::stats() const
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    return counts;
+}
+
+uint64_t SimDrive::requests(int station, int functionCode) const
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    uint64_t n = 0;
+    for (const auto &rc : requestCounts)
+        if (rc.first.first == station && (functionCode == 0 || rc.first.second == functionCode))
+            n += rc.second;
+    return n;
+}
+
+bool SimDrive::value(int station, Area area, int address, uint16_t &v) const
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    modbus_mapping_t *m = mappingOf(station);
+    if (!m || address < 0 || address > 65535)
+        return false;
+    switch (area) {
+    case Area::Coils:
+        v = m->tab_bits[address];
+        break;
+    case Area::DiscreteInputs:
+        v = m->tab_input_bits[address];
+        break;
+    case Area::HoldingRegisters:
+        v = m->tab_registers[address];
+        break;
+    case Area::InputRegisters:
+        v = m->tab_input_registers[address];
+        break;
+    }
+    return true;
+}
+
+bool SimDrive::setValue(int station, Area area, int address, uint16_t v)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    modbus_mapping_t *m = mappingOf(station);
+    if (!m || address < 0 || address > 65535)
+        return false;
+    switch (area) {
+    case Area::Coils:
+        m->tab_bits[address] = v ? 1 : 0;
+        break;
+    case Area::DiscreteInputs:
+        m->tab_input_bits[address] = v ? 1 : 0;
+        break;
+    case Area::HoldingRegisters:
+        m->tab_registers[address] = v;
+        break;
+    case Area::InputRegisters:
+        m->tab_input_registers[address] = v;
+        break;
+    }
+    return true;
+}
+
+void SimDrive::addFault(const FaultRule &rule)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    faults.push_back(rule);
+}
+
+void SimDrive::clearFaults()
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    faults.clear();
+}

@@ -1,0 +1,105 @@
+#ifndef HOST_SIM_SIMDRIVE_H
+#define HOST_SIM_SIMDRIVE_H
+
+// A simulated servo drive: a Modbus RTU slave built on libmodbus, serving
+// several stations on one line, with injectable faults.
+//
+// The line is a pseudo-terminal that the drive opens itself (devicePath()
+// names the side a master opens) or an existing serial device. Frames are
+// cut from the line by the RTU silence, as a real slave does, and handed to
+// libmodbus, which checks and parses them with its own code and builds the
+// answer from the station's data; the drive only routes the answer through
+// the fault rules. It runs on its own thread between start() and stop().
+
+#include "addresstext.h"
+#include "faultrule.h"
+#include "seriallink.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+typedef struct _modbus modbus_t;
+typedef struct _modbus_mapping_t modbus_mapping_t;
+
+class SimDrive
+{
+public:
+    struct Options
+    {
+        std::string device; // serve on this serial device; empty: a new pseudo-terminal
+        LinkSettings link; // line settings (and the silence that ends a frame)
+        std::vector<int> stations { 1, 2, 3 };
+        std::string map; // initial values (registermap.h); empty: the built-in servo map
+        std::vector<FaultRule> faults;
+        unsigned seed = 1; // for faults by rate
+        FILE *log = nullptr; // one line per request, when set
+    };
+
+    struct Stats
+    {
+        uint64_t requests = 0; // well-formed requests to a served station
+        uint64_t replies = 0; // answers put on the line
+        uint64_t ignored = 0; // requests to stations that are not served here
+        uint64_t badFrames = 0; // what libmodbus refused (CRC, length, garbage)
+        uint64_t faults[FaultRule::KindCount] = {};
+        uint64_t lateRepliesSent = 0;
+    };
+
+    SimDrive();
+    ~SimDrive();
+    SimDrive(const SimDrive &) = delete;
+    SimDrive &operator=(const SimDrive &) = delete;
+
+    bool start(const Options &options, std::string &error);
+    void stop();
+    bool running() const { return worker.joinable(); }
+    // The device that a master opens.
+    const std::string &devicePath() const { return path; }
+
+    Stats stats() const;
+    // Requests seen for a station, of one function code or (0) of any.
+    uint64_t requests(int station, int functionCode = 0) const;
+    // Register (or bit, as 0/1) of a served station; false for other stations.
+    bool value(int station, Area area, int address, uint16_t &value) const;
+    bool setValue(int station, Area area, int address, uint16_t value);
+    void addFault(const FaultRule &rule);
+    void clearFaults();
+
+    // Parses "1,2,5-7" into station numbers 1..247.
+    static bool parseStations(const std::string &text, std::vector<int> &stations, std::string &error);
+
+private:
+    void run();
+    void handleBytes(const std::vector<uint8_t> &bytes);
+    void handleRequest(const uint8_t *request, int length);
+    void putOnLine(const uint8_t *bytes, int length);
+    bool pause(int64_t ns); // false when asked to stop
+    modbus_mapping_t *mappingOf(int station) const;
+
+    Options opts;
+    std::string path;
+    int lineFd = -1; // the line: our pseudo-terminal side or the device
+    int holdFd = -1; // our own descriptor on the master's side of the pseudo-terminal
+    int wake[2] = { -1, -1 };
+    int modbusSide = -1; // libmodbus reads requests from and writes answers to this socket
+    int ourSide = -1; // ... and we feed and collect them here
+    SerialLink device;
+    modbus_t *ctx = nullptr;
+    std::map<int, modbus_mapping_t *> mappings;
+    std::thread worker;
+
+    mutable std::mutex mutex; // guards everything below and the mappings' contents
+    std::vector<FaultRule> faults;
+    Stats counts;
+    std::map<std::pair<int, int>, uint64_t> requestCounts;
+    std::mt19937 random;
+};
+
+#endif // HOST_SIM_SIMDRIVE_H
