@@ -1,51 +1,56 @@
-// teco-cli: loads a driver plug-in of the panel runtime by path, exactly as the
-// panel does (QPluginLoader), and talks to it.
+// teco-cli: runs a driver plug-in of the panel runtime from a PC. It loads the
+// plug-in by path as the panel does (QPluginLoader), opens a serial link (or,
+// without --port, a simulated drive on a pseudo-terminal) and reads, writes,
+// polls and scans through the driver.
 
-#include "driverinterface.h"
+#include "command.h"
+#include "faultrule.h"
+#include "session.h"
 
 #include <QCoreApplication>
-#include <QPluginLoader>
-#include <QStringList>
 
 #include <cstdio>
-#include <memory>
 
 namespace {
 
-const char usageText[] = "usage: teco-cli [--plugin PATH] info\n"
-                         "  info    print the driver's identity and default settings\n";
+const char usageText[]
+    = "usage: teco-cli [options] COMMAND [arguments]\n"
+      "commands:\n"
+      "  info                             the driver's identity and default settings\n"
+      "  read ADDRESS [--type T] [--count N]\n"
+      "                                   read N values (T: bit, byte, word, dword)\n"
+      "  write ADDRESS VALUE... [--type T]\n"
+      "                                   write the values from ADDRESS on\n"
+      "  poll TAG... [--interval MS] [--cycles N] [--duration S]\n"
+      "                                   read tags (ADDRESS[:TYPE][:COUNT]) over and over, with a\n"
+      "                                   live status line and a summary; Ctrl-C ends it\n"
+      "  scan [--from N] [--to N] [--address ADDRESS]\n"
+      "                                   find the stations that answer (default 1..247, HR1)\n"
+      "  batch [FILE]                     commands one per line from FILE or standard input, on one\n"
+      "                                   link; also \"trace on|off\" and \"fault SPEC\" (simulated drive)\n"
+      "addresses: HR100 (holding register), IR5 (input register), DO5 (coil), DI2 (discrete\n"
+      "  input), HR100.3 (bit 3 of HR100), FN6HR1200 (write with function 6), FN5DO5 (write\n"
+      "  with function 5), HR100SW (double word, high word first)\n"
+      "link options (defaults: the driver's own):\n"
+      "  --port DEVICE         serial device; without it a simulated drive is started\n"
+      "  --link TEXT           line settings, such as \"RS485,9600,NONE,8,2\"\n"
+      "  --station N  --timeout MS  --retry N  --delay MS\n"
+      "  --trace FILE          frame trace to FILE (- for standard error)\n"
+      "  --no-silence          no RTU silence before requests (point-to-point lines only)\n"
+      "  --rs485               let the kernel switch the RS485 transmitter (TIOCSRS485)\n"
+      "  --local-echo          the adapter echoes our requests: read them back and drop them\n"
+      "  --plugin PATH         the driver plug-in (default: the built libteco_servo.so)\n"
+      "simulated drive (without --port):\n"
+      "  --sim-stations LIST   stations it serves, default 1,2,3\n"
+      "  --sim-map FILE        its initial values (teco-sim --print-map shows the format)\n"
+      "  --sim-fault SPEC      a fault to inject; repeatable (see below)\n"
+      "output: a table, or --json for scripts. Exit status: 0 success, 1 a command failed\n"
+      "(the driver's error text on standard error), 2 bad usage.\n";
 
-int usage(const char *problem)
+int usage(const std::string &problem)
 {
-    if (problem)
-        std::fprintf(stderr, "teco-cli: %s\n", problem);
-    std::fputs(usageText, stderr);
-    return 2;
-}
-
-QByteArray local(const QString &text)
-{
-    return text.toLocal8Bit();
-}
-
-int info(DriverInterface *driver)
-{
-    std::printf("name:             %s\n", local(driver->name()).constData());
-    std::printf("protocol:         %s\n", local(driver->vender()).constData());
-    std::printf("version:          %s\n", local(driver->getVersionNumber()).constData());
-    std::printf("default link:     %s\n", local(driver->getStringBasedDefaultDriverSetting()).constData());
-    std::unique_ptr<DeviceSetting> device(driver->getDefaultSerialDeviceSetting());
-    if (device)
-        std::printf("default port:     %s (type %d, %d baud, %d data bits, stop-bit code %d, parity code %d)\n",
-                    local(device->string).constData(), int(device->type), device->baudrate, device->databits,
-                    device->stopbits, device->parity);
-    std::unique_ptr<DriverSetting> protocol(driver->getDefaultDriverSetting());
-    if (protocol)
-        std::printf("default protocol: time-out %d ms, retry %d, station %d, delay %d ms\n", protocol->timeout,
-                    protocol->retry, protocol->stationId, protocol->delay);
-    std::printf("block sizes:      %d registers, %d bits\n", driver->getBlockAccessSize(),
-                driver->getBitBlockAccessSize());
-    return 0;
+    std::fprintf(stderr, "teco-cli: %s\n(teco-cli --help shows the usage)\n", problem.c_str());
+    return ExitUsage;
 }
 
 } // namespace
@@ -53,28 +58,31 @@ int info(DriverInterface *driver)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    QStringList args = app.arguments().mid(1);
-    QString pluginPath = QString::fromLocal8Bit(TECO_DEFAULT_PLUGIN);
-    if (args.size() >= 2 && args.at(0) == "--plugin") {
-        pluginPath = args.at(1);
-        args = args.mid(2);
-    }
-    if (args.isEmpty())
-        return usage("no command given");
-    if (args.at(0) == "--help" || args.at(0) == "-h") {
+    std::vector<std::string> args;
+    for (int i = 1; i < argc; ++i)
+        args.push_back(argv[i]);
+
+    CliOptions options;
+    std::string error;
+    if (!parseCliArguments(args, options, false, error))
+        return usage(error);
+    if (options.help) {
         std::fputs(usageText, stdout);
-        return 0;
+        std::fputs(faultHelp(), stdout);
+        return ExitOk;
+    }
+    Command command;
+    if (!prepareCommand(options, false, command, error))
+        return usage(error);
+    for (const std::string &text : options.simFaults) {
+        FaultRule rule;
+        if (!FaultRule::parse(text, rule, error))
+            return usage(error);
     }
 
-    QPluginLoader loader(pluginPath);
-    QObject *instance = loader.instance();
-    if (!instance)
-        return usage(local("cannot load plug-in: " + loader.errorString()).constData());
-    DriverInterface *driver = qobject_cast<DriverInterface *>(instance);
-    if (!driver)
-        return usage(local("not a driver plug-in: " + pluginPath).constData());
-
-    if (args.at(0) == "info" && args.size() == 1)
-        return info(driver);
-    return usage(local("unknown command: " + args.join(" ")).constData());
+    Session session(options);
+    const int loaded = session.loadDriver();
+    if (loaded != ExitOk)
+        return loaded;
+    return session.run(command);
 }

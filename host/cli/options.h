@@ -1,0 +1,55 @@
+#ifndef HOST_CLI_OPTIONS_H
+#define HOST_CLI_OPTIONS_H
+
+// The command line of teco-cli: options may stand before or after the
+// command; "--name value" and "--name=value" both work; anything that does
+// not begin with "--" (negative numbers included) is an argument.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+enum ExitStatus { ExitOk = 0, ExitFailed = 1, ExitUsage = 2 };
+
+struct CliOptions
+{
+    // For the whole session.
+    std::optional<std::string> plugin;
+    std::optional<std::string> port;
+    std::optional<std::string> link;
+    std::optional<std::string> trace;
+    bool noSilence = false;
+    bool rs485 = false;
+    bool localEcho = false;
+    std::vector<std::string> simFaults;
+    std::optional<std::string> simMap;
+    std::optional<std::string> simStations;
+    bool help = false;
+
+    // For one command (and, given before a batch, for all of them).
+    std::optional<int> station, timeout, retry, delay;
+    bool json = false;
+
+    // Options of particular commands.
+    std::optional<std::string> type;
+    std::optional<int> count, interval, cycles, from, to;
+    std::optional<double> duration;
+    std::optional<std::string> address;
+
+    std::vector<std::string> arguments; // the command and its arguments
+};
+
+// Parses args into options. batchLine: a line of a batch, where only the
+// options of one command are allowed. On failure returns false with one
+// sentence in error.
+bool parseCliArguments(
+    const std::vector<std::string> &args, CliOptions &options, bool batchLine, std::string &error);
+
+// Which command options a command takes, for a clear refusal of the others.
+bool checkCommandOptions(const std::string &command, const CliOptions &options, std::string &error);
+
+// Splits a batch line into words; double quotes group words. False (with
+// error) for an unterminated quote.
+bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error);
+
+#endif // HOST_CLI_OPTIONS_H

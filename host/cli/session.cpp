@@ -1,0 +1,619 @@
+#include "session.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void onInterrupt(int) { interrupted = 1; }
+
+std::string local(const QString &text) { return text.toLocal8Bit().toStdString(); }
+
+void printJson(const QJsonObject &object)
+{
+    std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
+    std::fflush(stdout);
+}
+
+// The driver's error text without the description of the command that it
+// appends after the last attempt: "PLC no response (read 1 word(s) from 1-HR100)"
+// counts as "PLC no response".
+std::string baseErrorText(const std::string &text)
+{
+    for (const char *marker : { " (read ", " (write " }) {
+        const size_t at = text.rfind(marker);
+        if (at != std::string::npos)
+            return text.substr(0, at);
+    }
+    return text;
+}
+
+double percentile(std::vector<double> sorted, double q)
+{
+    if (sorted.empty())
+        return 0;
+    size_t rank = size_t(q * double(sorted.size()) + 0.999999);
+    rank = std::min(std::max<size_t>(rank, 1), sorted.size());
+    return sorted[rank - 1];
+}
+
+std::string formatValue(const Element &e, ValueType type)
+{
+    char text[96];
+    switch (type) {
+    case ValueType::Bit:
+        std::snprintf(text, sizeof text, "%-16s %11u", e.address.c_str(), e.value);
+        break;
+    case ValueType::Byte:
+        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%02X", e.address.c_str(), e.value,
+            signedValue(e.value, type), e.value);
+        break;
+    case ValueType::Word:
+        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%04X", e.address.c_str(), e.value,
+            signedValue(e.value, type), e.value);
+        break;
+    case ValueType::DWord:
+        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%08X", e.address.c_str(), e.value,
+            signedValue(e.value, type), e.value);
+        break;
+    }
+    return text;
+}
+
+bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+} // namespace
+
+Session::Session(const CliOptions &sessionOptions)
+    : session(sessionOptions)
+{
+}
+
+Session::~Session()
+{
+    link.close();
+    sim.stop();
+}
+
+int Session::usage(const std::string &text)
+{
+    std::fprintf(stderr, "teco-cli: %s\n", text.c_str());
+    return ExitUsage;
+}
+
+int Session::failure(const Command &c, const std::string &text)
+{
+    if (c.options.json) {
+        QJsonObject o;
+        o["command"] = QString::fromStdString(c.name);
+        if (!c.target.text.empty())
+            o["address"] = QString::fromStdString(c.target.address.text());
+        o["ok"] = false;
+        o["error"] = QString::fromLocal8Bit(text.c_str());
+        printJson(o);
+    }
+    std::fprintf(stderr, "teco-cli: %s\n", text.c_str());
+    return ExitFailed;
+}
+
+int Session::loadDriver()
+{
+    const std::string path = session.plugin ? *session.plugin : std::string(TECO_DEFAULT_PLUGIN);
+    const QFileInfo file(QString::fromLocal8Bit(path.c_str()));
+    if (!file.exists())
+        return usage("plug-in not found: " + path);
+    if (!file.isFile())
+        return usage("not a plug-in file: " + path);
+    loader.setFileName(file.absoluteFilePath());
+    QObject *instance = loader.instance();
+    if (!instance)
+        return usage("cannot load " + path + " as a plug-in: " + local(loader.errorString()));
+    driver = qobject_cast<DriverInterface *>(instance);
+    if (!driver)
+        return usage(path + " is a Qt plug-in but not a driver of this runtime");
+
+    // The driver's own defaults, as a new panel project would take them.
+    std::unique_ptr<DriverSetting> protocol(driver->getDefaultDriverSetting());
+    if (protocol) {
+        defaults.timeoutMs = protocol->timeout > 0 ? protocol->timeout : defaults.timeoutMs;
+        defaults.retry = protocol->retry;
+        defaults.station = protocol->stationId;
+        defaults.delayMs = protocol->delay > 0 ? (unsigned long)protocol->delay : 0;
+    }
+    const std::string linkText
+        = session.link ? *session.link : local(driver->getStringBasedDefaultDriverSetting());
+    std::string error;
+    if (!LinkSettings::parse(linkText, settings, error))
+        return usage(error);
+    if (settings.dataBits != 8)
+        return usage("Modbus RTU needs 8 data bits; the link \"" + linkText + "\" has 7");
+    if (session.station)
+        defaults.station = *session.station;
+    if (session.timeout)
+        defaults.timeoutMs = *session.timeout;
+    if (session.retry)
+        defaults.retry = *session.retry;
+    if (session.delay)
+        defaults.delayMs = (unsigned long)*session.delay;
+    defaults.silence = !session.noSilence;
+    defaults.rs485 = session.rs485;
+    defaults.localEcho = session.localEcho;
+    return ExitOk;
+}
+
+int Session::openLine()
+{
+    if (lineOpen)
+        return ExitOk;
+    std::string error;
+    std::string port;
+    if (session.port) {
+        if (!session.simFaults.empty() || session.simMap || session.simStations)
+            return usage("the --sim-... options are for the simulated drive, which runs only without --port");
+        port = *session.port;
+    } else {
+        SimDrive::Options so;
+        so.link = settings;
+        if (session.simStations && !SimDrive::parseStations(*session.simStations, so.stations, error))
+            return usage(error);
+        for (const std::string &text : session.simFaults) {
+            FaultRule rule;
+            if (!FaultRule::parse(text, rule, error))
+                return usage(error);
+            so.faults.push_back(rule);
+        }
+        if (session.simMap) {
+            std::ifstream in(*session.simMap);
+            if (!in)
+                return usage("cannot read the map " + *session.simMap);
+            std::stringstream text;
+            text << in.rdbuf();
+            so.map = text.str().empty() ? "# empty\n" : text.str();
+        }
+        if (!sim.start(so, error))
+            return usage("cannot start the simulated drive: " + error);
+        port = sim.devicePath();
+        std::string stations;
+        for (int s : so.stations)
+            stations += (stations.empty() ? "" : ",") + std::to_string(s);
+        std::fprintf(stderr,
+            "teco-cli: no --port given: talking to the simulated drive on %s (stations %s)\n", port.c_str(),
+            stations.c_str());
+    }
+    if (session.trace && !link.setTrace(*session.trace, error))
+        return usage(error);
+    if (!link.open(port, settings, defaults, error))
+        return usage(error);
+    driver->initialize(&link);
+    lineOpen = true;
+    return ExitOk;
+}
+
+void Session::applyLinkOptions(const CliOptions &o)
+{
+    LinkOptions &l = link.options();
+    l = defaults;
+    if (o.station)
+        l.station = *o.station;
+    if (o.timeout)
+        l.timeoutMs = *o.timeout;
+    if (o.retry)
+        l.retry = *o.retry;
+    if (o.delay)
+        l.delayMs = (unsigned long)*o.delay;
+}
+
+int Session::run(const Command &c)
+{
+    if (c.name == "info")
+        return info(c);
+    if (c.name == "batch")
+        return batch(c);
+    const int opened = openLine();
+    if (opened != ExitOk)
+        return opened;
+    applyLinkOptions(c.options);
+    if (c.name == "read")
+        return read(c);
+    if (c.name == "write")
+        return write(c);
+    if (c.name == "poll")
+        return poll(c);
+    if (c.name == "scan")
+        return scan(c);
+    return usage("unknown command \"" + c.name + "\"");
+}
+
+int Session::info(const Command &c)
+{
+    std::unique_ptr<DeviceSetting> device(driver->getDefaultSerialDeviceSetting());
+    std::unique_ptr<DriverSetting> protocol(driver->getDefaultDriverSetting());
+    if (c.options.json) {
+        QJsonObject o;
+        o["name"] = driver->name();
+        o["protocol"] = driver->vender();
+        o["version"] = driver->getVersionNumber();
+        o["defaultLink"] = driver->getStringBasedDefaultDriverSetting();
+        if (device)
+            o["defaultPort"] = device->string;
+        if (protocol) {
+            o["defaultTimeoutMs"] = protocol->timeout;
+            o["defaultRetry"] = protocol->retry;
+            o["defaultStation"] = protocol->stationId;
+            o["defaultDelayMs"] = protocol->delay;
+        }
+        o["blockRegisters"] = driver->getBlockAccessSize();
+        o["blockBits"] = driver->getBitBlockAccessSize();
+        printJson(o);
+        return ExitOk;
+    }
+    std::printf("name:             %s\n", local(driver->name()).c_str());
+    std::printf("protocol:         %s\n", local(driver->vender()).c_str());
+    std::printf("version:          %s\n", local(driver->getVersionNumber()).c_str());
+    std::printf("default link:     %s\n", local(driver->getStringBasedDefaultDriverSetting()).c_str());
+    if (device)
+        std::printf(
+            "default port:     %s (type %d, %d baud, %d data bits, stop-bit code %d, parity code %d)\n",
+            local(device->string).c_str(), int(device->type), device->baudrate, device->databits,
+            device->stopbits, device->parity);
+    if (protocol)
+        std::printf("default protocol: time-out %d ms, retry %d, station %d, delay %d ms\n",
+            protocol->timeout, protocol->retry, protocol->stationId, protocol->delay);
+    std::printf("block sizes:      %d registers, %d bits\n", driver->getBlockAccessSize(),
+        driver->getBitBlockAccessSize());
+    return ExitOk;
+}
+
+int Session::read(const Command &c)
+{
+    const Tag &t = c.target;
+    const CommunicatorCommand cmd(commandDataType(t.type), t.count, QString::fromStdString(t.address.text()));
+    const QByteArray data = driver->read(&link, cmd);
+    if (driver->hasError())
+        return failure(c, local(driver->getLastError()));
+    const std::vector<Element> elements = unpackValues(data, t.address, t.type, t.count);
+    if (int(elements.size()) != t.count)
+        return failure(c,
+            "the driver returned " + std::to_string(data.size()) + " bytes for " + std::to_string(t.count)
+                + " " + valueTypeName(t.type) + "(s)");
+    if (c.options.json) {
+        QJsonObject o;
+        o["command"] = "read";
+        o["address"] = QString::fromStdString(t.address.text());
+        o["type"] = valueTypeName(t.type);
+        o["count"] = t.count;
+        o["station"] = link.options().station;
+        o["ok"] = true;
+        QJsonArray values, addresses;
+        for (const Element &e : elements) {
+            values.append(double(e.value));
+            addresses.append(QString::fromStdString(e.address));
+        }
+        o["values"] = values;
+        o["addresses"] = addresses;
+        printJson(o);
+        return ExitOk;
+    }
+    if (t.type == ValueType::Bit)
+        std::printf("%-16s %11s\n", "address", "value");
+    else
+        std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
+    for (const Element &e : elements)
+        std::printf("%s\n", formatValue(e, t.type).c_str());
+    std::fflush(stdout);
+    return ExitOk;
+}
+
+int Session::write(const Command &c)
+{
+    const Tag &t = c.target;
+    const CommunicatorCommand cmd(
+        commandDataType(t.type), int(c.values.size()), QString::fromStdString(t.address.text()));
+    const bool ok = driver->write(&link, cmd, packValues(c.values, t.type));
+    if (driver->hasError())
+        return failure(c, local(driver->getLastError()));
+    if (!ok)
+        return failure(c, "the driver did not write " + t.address.text());
+    if (c.options.json) {
+        QJsonObject o;
+        o["command"] = "write";
+        o["address"] = QString::fromStdString(t.address.text());
+        o["type"] = valueTypeName(t.type);
+        o["station"] = link.options().station;
+        o["ok"] = true;
+        QJsonArray values;
+        for (uint32_t v : c.values)
+            values.append(double(v));
+        o["values"] = values;
+        printJson(o);
+        return ExitOk;
+    }
+    std::printf("wrote %zu %s%s at %s, station %d\n", c.values.size(), valueTypeName(t.type),
+        c.values.size() == 1 ? "" : "s", t.address.text().c_str(), link.options().station);
+    std::fflush(stdout);
+    return ExitOk;
+}
+
+int Session::poll(const Command &c)
+{
+    struct sigaction action, previous;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = onInterrupt; // no SA_RESTART: the pause between cycles ends at once
+    sigaction(SIGINT, &action, &previous);
+    interrupted = 0;
+
+    const bool live = stderrIsTerminal();
+    const bool json = c.options.json;
+    std::vector<double> latencies;
+    std::map<std::string, uint64_t> errors;
+    uint64_t commands = 0, failed = 0;
+    int cycle = 0;
+    std::vector<std::string> last(c.tags.size());
+    std::vector<QJsonArray> lastValues(c.tags.size());
+    const int64_t start = monotonicNs();
+    int64_t next = start, lastStatus = 0;
+
+    auto statusLine = [&]() {
+        const double seconds = double(monotonicNs() - start) / 1e9;
+        std::vector<double> sorted(latencies);
+        std::sort(sorted.begin(), sorted.end());
+        char text[256];
+        std::snprintf(text, sizeof text,
+            "%.1f commands/s  p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  errors %llu",
+            seconds > 0 ? double(commands) / seconds : 0.0, percentile(sorted, 0.5), percentile(sorted, 0.9),
+            percentile(sorted, 0.99), (unsigned long long)failed);
+        std::string line = text;
+        for (const auto &e : errors)
+            line += " (" + e.first + " " + std::to_string(e.second) + ")";
+        return line;
+    };
+    auto clearStatus = [&]() {
+        if (live)
+            std::fputs("\r\033[K", stderr);
+    };
+
+    while (!interrupted) {
+        if (c.cycles && cycle >= c.cycles)
+            break;
+        if (c.durationS > 0 && double(monotonicNs() - start) / 1e9 >= c.durationS)
+            break;
+        for (size_t i = 0; i < c.tags.size() && !interrupted; ++i) {
+            const Tag &t = c.tags[i];
+            const CommunicatorCommand cmd(
+                commandDataType(t.type), t.count, QString::fromStdString(t.address.text()));
+            const int64_t t0 = monotonicNs();
+            const QByteArray data = driver->read(&link, cmd);
+            const double ms = double(monotonicNs() - t0) / 1e6;
+            ++commands;
+            std::string shown;
+            QJsonArray values;
+            if (driver->hasError()) {
+                ++failed;
+                const std::string text = local(driver->getLastError());
+                ++errors[baseErrorText(text)];
+                shown = "error: " + text;
+            } else {
+                latencies.push_back(ms);
+                for (const Element &e : unpackValues(data, t.address, t.type, t.count)) {
+                    shown += (shown.empty() ? "" : " ") + std::to_string(e.value);
+                    values.append(double(e.value));
+                }
+                lastValues[i] = values;
+            }
+            if (shown != last[i] && !json) {
+                clearStatus();
+                std::printf("%10.3f s  %-14s %s\n", double(t0 - start) / 1e9, t.text.c_str(), shown.c_str());
+                std::fflush(stdout);
+                lastStatus = 0;
+            }
+            last[i] = shown;
+        }
+        ++cycle;
+        const int64_t now = monotonicNs();
+        if (live && now - lastStatus > 200000000) {
+            std::fprintf(stderr, "\r\033[K%s", statusLine().c_str());
+            std::fflush(stderr);
+            lastStatus = now;
+        }
+        if (c.cycles && cycle >= c.cycles)
+            break;
+        next += int64_t(c.intervalMs) * 1000000;
+        if (next < now)
+            next = now; // a slow cycle does not make the next ones rush
+        struct timespec ts = { time_t(next / 1000000000), long(next % 1000000000) };
+        if (!interrupted)
+            clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr);
+    }
+    sigaction(SIGINT, &previous, nullptr);
+    clearStatus();
+
+    const double seconds = double(monotonicNs() - start) / 1e9;
+    std::vector<double> sorted(latencies);
+    std::sort(sorted.begin(), sorted.end());
+    if (json) {
+        QJsonObject o, latency, errorCounts;
+        o["command"] = "poll";
+        o["ok"] = failed == 0;
+        o["cycles"] = cycle;
+        o["commands"] = double(commands);
+        o["errors"] = double(failed);
+        o["seconds"] = seconds;
+        o["commandsPerSecond"] = seconds > 0 ? double(commands) / seconds : 0.0;
+        latency["p50"] = percentile(sorted, 0.5);
+        latency["p90"] = percentile(sorted, 0.9);
+        latency["p99"] = percentile(sorted, 0.99);
+        latency["max"] = sorted.empty() ? 0.0 : sorted.back();
+        o["latencyMs"] = latency;
+        for (const auto &e : errors)
+            errorCounts[QString::fromLocal8Bit(e.first.c_str())] = double(e.second);
+        o["errorsByText"] = errorCounts;
+        QJsonArray tags;
+        for (size_t i = 0; i < c.tags.size(); ++i) {
+            QJsonObject t;
+            t["tag"] = QString::fromStdString(c.tags[i].text);
+            t["values"] = lastValues[i];
+            tags.append(t);
+        }
+        o["tags"] = tags;
+        printJson(o);
+    } else {
+        std::printf("poll: %d cycles, %llu commands in %.2f s (%.1f commands/s), %llu errors\n", cycle,
+            (unsigned long long)commands, seconds, seconds > 0 ? double(commands) / seconds : 0.0,
+            (unsigned long long)failed);
+        if (!sorted.empty())
+            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n",
+                percentile(sorted, 0.5), percentile(sorted, 0.9), percentile(sorted, 0.99), sorted.back());
+        for (const auto &e : errors)
+            std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
+        std::fflush(stdout);
+    }
+    return failed ? ExitFailed : ExitOk;
+}
+
+int Session::scan(const Command &c)
+{
+    LinkOptions &l = link.options();
+    // Scanning waits for every silent station: a short time-out and a
+    // single attempt unless asked otherwise.
+    l.timeoutMs = c.options.timeout ? *c.options.timeout : 100;
+    l.retry = c.options.retry ? *c.options.retry : 0;
+    const bool live = stderrIsTerminal();
+    const ValueType type = defaultType(c.probe);
+    struct Found
+    {
+        int station;
+        std::string status;
+    };
+    std::vector<Found> found;
+    int answering = 0;
+    const int total = c.to - c.from + 1;
+    for (int s = c.from; s <= c.to; ++s) {
+        l.station = s;
+        const CommunicatorCommand cmd(commandDataType(type), 1, QString::fromStdString(c.probe.text()));
+        driver->read(&link, cmd);
+        if (!driver->hasError()) {
+            found.push_back({ s, "answers" });
+            ++answering;
+        } else {
+            const std::string text = baseErrorText(local(driver->getLastError()));
+            if (text.compare(0, 14, "exception code") == 0) {
+                found.push_back({ s, "answers with " + text });
+                ++answering;
+            } else if (text != "PLC no response") {
+                found.push_back({ s, "garbled answer: " + text });
+            }
+        }
+        if (live) {
+            const int done = s - c.from + 1;
+            const int width = 30, filled = done * width / total;
+            std::fprintf(stderr, "\r\033[Kscan [%s%s] %d/%d stations, %d answering",
+                std::string(size_t(filled), '#').c_str(), std::string(size_t(width - filled), '.').c_str(),
+                done, total, answering);
+            std::fflush(stderr);
+        }
+    }
+    if (live)
+        std::fputs("\r\033[K", stderr);
+    if (c.options.json) {
+        QJsonObject o;
+        QJsonArray stations;
+        o["command"] = "scan";
+        o["from"] = c.from;
+        o["to"] = c.to;
+        o["ok"] = answering > 0;
+        for (const Found &f : found) {
+            QJsonObject s;
+            s["station"] = f.station;
+            s["status"] = QString::fromStdString(f.status);
+            stations.append(s);
+        }
+        o["stations"] = stations;
+        printJson(o);
+    } else {
+        for (const Found &f : found)
+            std::printf("station %3d  %s\n", f.station, f.status.c_str());
+        std::printf("scan: %d of %d stations answer (%s at %s)\n", answering, total, valueTypeName(type),
+            c.probe.text().c_str());
+        std::fflush(stdout);
+    }
+    if (answering == 0) {
+        std::fprintf(stderr, "teco-cli: no station answered between %d and %d\n", c.from, c.to);
+        return ExitFailed;
+    }
+    return ExitOk;
+}
+
+int Session::batch(const Command &c)
+{
+    std::ifstream file;
+    if (c.argument != "-") {
+        file.open(c.argument);
+        if (!file)
+            return usage("cannot read the batch " + c.argument);
+    }
+    std::istream &in = c.argument == "-" ? std::cin : file;
+    const int opened = openLine();
+    if (opened != ExitOk)
+        return opened;
+    bool anyFailed = false;
+    std::string text;
+    int lineNumber = 0;
+    while (std::getline(in, text)) {
+        ++lineNumber;
+        if (!text.empty() && text.back() == '\r')
+            text.pop_back();
+        const size_t first = text.find_first_not_of(" \t");
+        if (first == std::string::npos)
+            continue;
+        if (text[first] == '#') {
+            if (!session.json)
+                std::printf("%s\n", text.c_str());
+            continue;
+        }
+        if (!session.json)
+            std::printf("teco> %s\n", text.c_str() + first);
+        std::fflush(stdout);
+        std::vector<std::string> words;
+        CliOptions lineOptions;
+        Command command;
+        std::string error;
+        bool good = splitWords(text, words, error) && parseCliArguments(words, lineOptions, true, error);
+        lineOptions.json = lineOptions.json || session.json;
+        if (!good || !prepareCommand(lineOptions, true, command, error))
+            return usage("batch line " + std::to_string(lineNumber) + ": " + error);
+        int rc = ExitOk;
+        if (command.name == "trace") {
+            if (command.argument == "on" && !session.trace && !link.setTrace("-", error))
+                return usage(error);
+            link.setTraceEnabled(command.argument == "on");
+        } else if (command.name == "fault") {
+            if (!sim.running())
+                return usage("batch line " + std::to_string(lineNumber)
+                    + ": fault needs the simulated drive (no --port)");
+            FaultRule rule;
+            FaultRule::parse(command.argument, rule, error);
+            sim.addFault(rule);
+        } else {
+            rc = run(command);
+        }
+        if (rc == ExitUsage)
+            return rc;
+        anyFailed = anyFailed || rc != ExitOk;
+        std::fflush(stdout);
+    }
+    return anyFailed ? ExitFailed : ExitOk;
+}

@@ -1,0 +1,55 @@
+#ifndef HOST_CLI_SESSION_H
+#define HOST_CLI_SESSION_H
+
+// A teco-cli session: the driver plug-in loaded as the panel loads it, the
+// serial link, and, when no port is given, the simulated drive on a
+// pseudo-terminal at the other end of the link.
+
+#include "command.h"
+#include "driverinterface.h"
+#include "seriallink.h"
+#include "simdrive.h"
+
+#include <QPluginLoader>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+class Session
+{
+public:
+    explicit Session(const CliOptions &sessionOptions);
+    ~Session();
+
+    // Loads the driver plug-in; ExitUsage with a message on failure.
+    int loadDriver();
+    // Opens the line (starting the simulated drive without --port).
+    int openLine();
+    // Runs one prepared command.
+    int run(const Command &command);
+
+private:
+    int info(const Command &c);
+    int read(const Command &c);
+    int write(const Command &c);
+    int poll(const Command &c);
+    int scan(const Command &c);
+    int batch(const Command &c);
+
+    // Applies a command's station, time-out, retry and delay to the link.
+    void applyLinkOptions(const CliOptions &o);
+    int usage(const std::string &text);
+    int failure(const Command &c, const std::string &text);
+
+    CliOptions session;
+    QPluginLoader loader;
+    DriverInterface *driver = nullptr;
+    LinkSettings settings;
+    LinkOptions defaults; // the session's link options; commands override some
+    SerialLink link;
+    SimDrive sim;
+    bool lineOpen = false;
+};
+
+#endif // HOST_CLI_SESSION_H

@@ -1,0 +1,46 @@
+#ifndef HOST_CLI_VALUES_H
+#define HOST_CLI_VALUES_H
+
+// Data types of the command line, and the conversion between the values
+// people type and read and the panel's byte order that drivers exchange:
+// words and double words little-endian, one byte per written bit, read bits
+// packed eight to a byte.
+
+#include "addresstext.h"
+
+#include <QByteArray>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum class ValueType { Bit, Byte, Word, DWord };
+
+bool parseValueType(const std::string &text, ValueType &type);
+const char *valueTypeName(ValueType type);
+// The runtime's CommandDataType code.
+int commandDataType(ValueType type);
+// Bit for coils, inputs and register bits; double word for an "SW" address;
+// word otherwise.
+ValueType defaultType(const AddressText &address);
+// Whether the type can be used at this address; a sentence in error if not.
+bool typeFits(const AddressText &address, ValueType type, std::string &error);
+
+// One typed value from text: decimal, 0x hexadecimal, negative numbers as
+// two's complement; bits also as on/off/true/false.
+bool parseValue(const std::string &text, ValueType type, uint32_t &value, std::string &error);
+// Values in the panel's byte order, as a driver's write takes them.
+QByteArray packValues(const std::vector<uint32_t> &values, ValueType type);
+
+struct Element
+{
+    std::string address; // "HR101", "HR100.4", "HR100 high", "DO6"
+    uint32_t value = 0;
+};
+// The elements of a read result; stops at the end of data.
+std::vector<Element> unpackValues(
+    const QByteArray &data, const AddressText &address, ValueType type, int count);
+// The value as a signed number of the type's width.
+long long signedValue(uint32_t value, ValueType type);
+
+#endif // HOST_CLI_VALUES_H
