@@ -23,27 +23,31 @@ enum CommandDataType {
     Word = 2,
     DoubleWord = 3,
     QuadWord = 4,
-    Block = 5,   // handled as Byte
+    Block = 5, // handled as Byte
     BitBlock = 6 // handled as Bit
 };
 
 // The runtime's command record. Drivers only read it.
 struct CommunicatorCommand
 {
-    CommunicatorCommand() : dataType(Word), count(0)
+    CommunicatorCommand()
+        : dataType(Word)
+        , count(0)
     {
         runtimeWords[0] = runtimeWords[1] = 0;
     }
     CommunicatorCommand(int dataType, int count, const QString &address)
-        : dataType(dataType), count(count), address(address)
+        : dataType(dataType)
+        , count(count)
+        , address(address)
     {
         runtimeWords[0] = runtimeWords[1] = 0;
     }
 
     quint32 runtimeWords[2]; // the runtime's own; no driver reads or writes it
-    qint32 dataType;         // a CommandDataType code
-    qint32 count;            // elements to read; for writes only used in error texts
-    QString address;         // device address text such as HR100, DO3, FN6HR1200, HR100.3
+    qint32 dataType; // a CommandDataType code
+    qint32 count; // elements to read; for writes only used in error texts
+    QString address; // device address text such as HR100, DO3, FN6HR1200, HR100.3
 };
 
 // The runtime's link: an open line together with the per-link protocol
@@ -52,7 +56,7 @@ struct CommunicatorCommand
 class AbstractDeviceInterface
 {
 public:
-    virtual ~AbstractDeviceInterface() {}
+    virtual ~AbstractDeviceInterface() { }
 
     // Stores at most length received bytes and returns their number; waits
     // until length bytes have arrived or the link's reply time-out has passed.
@@ -73,10 +77,11 @@ public:
 class DriverInterface
 {
 public:
-    virtual ~DriverInterface() {}
+    virtual ~DriverInterface() { }
 
     virtual int totalSize() = 0;
-    virtual bool write(AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data) = 0;
+    virtual bool write(AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data)
+        = 0;
     virtual QByteArray read(AbstractDeviceInterface *link, const CommunicatorCommand &cmd) = 0;
     virtual bool initialize(AbstractDeviceInterface *link) = 0;
     virtual bool validation(const QString &text) = 0;
@@ -95,7 +100,7 @@ public:
     virtual QObject *getThisObject() = 0;
     virtual bool isSupportSessionCommand() { return false; }
     virtual void setSessionCommand(QList<CommunicatorCommand> commands) { Q_UNUSED(commands); }
-    virtual void clearSessionCommand() {}
+    virtual void clearSessionCommand() { }
     virtual bool deviceSettingChanged(const DeviceSetting *setting)
     {
         Q_UNUSED(setting);

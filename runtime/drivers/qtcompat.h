@@ -87,13 +87,13 @@ inline MessageHandler installMessageHandler(MessageHandler handler)
 #endif
 
 #define DRIVERS_EXPORT_PLUGIN(PLUGIN, PLUGINCLASS)                                                           \
-    extern "C" Q_DECL_EXPORT const char *qt_plugin_query_verification_data()                               \
+    extern "C" Q_DECL_EXPORT const char *qt_plugin_query_verification_data()                                 \
     {                                                                                                        \
         static const char data[] __attribute__((section(".qtplugin"), used))                                 \
-            = "pattern=QT_PLUGIN_VERIFICATION_DATA\n"                                                        \
-              "version=" QT_VERSION_STR "\n"                                                                 \
-              "debug=" QTCOMPAT_PLUGIN_DEBUG_STR "\n"                                                        \
-              "buildkey=" QTCOMPAT_BUILDKEY_ARCH " linux g++-4 full-config";                                 \
+        = "pattern=QT_PLUGIN_VERIFICATION_DATA\n"                                                            \
+          "version=" QT_VERSION_STR "\n"                                                                     \
+          "debug=" QTCOMPAT_PLUGIN_DEBUG_STR "\n"                                                            \
+          "buildkey=" QTCOMPAT_BUILDKEY_ARCH " linux g++-4 full-config";                                     \
         return data;                                                                                         \
     }
 

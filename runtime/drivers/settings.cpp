@@ -2,17 +2,32 @@
 
 #include <QDebug>
 
-DeviceSetting::DeviceSetting(device_type type, QString string, int baudrate, int databits, int stopbits,
-                             int parity)
-    : type(type), string(string), baudrate(baudrate), databits(databits), stopbits(stopbits), parity(parity),
-      extra(0), linkID(-1), currentIPIndex(0)
+DeviceSetting::DeviceSetting(
+    device_type type, QString string, int baudrate, int databits, int stopbits, int parity)
+    : type(type)
+    , string(string)
+    , baudrate(baudrate)
+    , databits(databits)
+    , stopbits(stopbits)
+    , parity(parity)
+    , extra(0)
+    , linkID(-1)
+    , currentIPIndex(0)
 {
 }
 
 DeviceSetting::DeviceSetting(device_type type, QString string, int baudrate, int databits, int stopbits,
-                             int parity, int extra, QString extraString)
-    : type(type), string(string), baudrate(baudrate), databits(databits), stopbits(stopbits), parity(parity),
-      extra(extra), extraString(extraString), linkID(-1), currentIPIndex(0)
+    int parity, int extra, QString extraString)
+    : type(type)
+    , string(string)
+    , baudrate(baudrate)
+    , databits(databits)
+    , stopbits(stopbits)
+    , parity(parity)
+    , extra(extra)
+    , extraString(extraString)
+    , linkID(-1)
+    , currentIPIndex(0)
 {
 }
 
@@ -64,7 +79,7 @@ void DeviceSetting::setPort(unsigned short port, int index)
         e->second = port;
 }
 
-void DeviceSetting::setSocketData(const QList<QPair<QString, QString> > &data)
+void DeviceSetting::setSocketData(const QList<QPair<QString, QString>> &data)
 {
     SocketList list;
     for (int i = 0; i < data.size(); ++i) {
@@ -80,15 +95,9 @@ namespace {
 // The line is built here rather than item by item on QDebug: Qt 5's QDebug
 // quotes and escapes strings and drops the trailing blank, Qt 4's does
 // neither, and the line must be the same under both.
-QString quoted(const QString &text)
-{
-    return QLatin1Char('"') + text + QLatin1Char('"');
-}
+QString quoted(const QString &text) { return QLatin1Char('"') + text + QLatin1Char('"'); }
 
-void writeDebugLine(const QString &line)
-{
-    QDebug(QtDebugMsg).nospace() << line.toLocal8Bit().constData();
-}
+void writeDebugLine(const QString &line) { QDebug(QtDebugMsg).nospace() << line.toLocal8Bit().constData(); }
 
 } // namespace
 
@@ -108,19 +117,32 @@ void DeviceSetting::dump()
 }
 
 DriverSetting::DriverSetting(int timeout, int retry, int stationId, int delay)
-    : timeout(timeout), retry(retry), stationId(stationId), delay(delay), extraFlag(false)
+    : timeout(timeout)
+    , retry(retry)
+    , stationId(stationId)
+    , delay(delay)
+    , extraFlag(false)
 {
 }
 
-DriverSetting::DriverSetting(int timeout, int retry, int stationId, int delay, const QString &, unsigned short)
-    : timeout(timeout), retry(retry), stationId(stationId), delay(delay), extraFlag(false)
+DriverSetting::DriverSetting(
+    int timeout, int retry, int stationId, int delay, const QString &, unsigned short)
+    : timeout(timeout)
+    , retry(retry)
+    , stationId(stationId)
+    , delay(delay)
+    , extraFlag(false)
 {
 }
 
-DriverSetting::DriverSetting(int timeout, int retry, int stationId, int delay, const QString &, unsigned short,
-                             const QString &extraString, bool extraFlag)
-    : timeout(timeout), retry(retry), stationId(stationId), delay(delay), extraString(extraString),
-      extraFlag(extraFlag)
+DriverSetting::DriverSetting(int timeout, int retry, int stationId, int delay, const QString &,
+    unsigned short, const QString &extraString, bool extraFlag)
+    : timeout(timeout)
+    , retry(retry)
+    , stationId(stationId)
+    , delay(delay)
+    , extraString(extraString)
+    , extraFlag(extraFlag)
 {
 }
 

@@ -11,9 +11,7 @@
 // Kind of link. The runtime defines the values; the only one a driver uses
 // is 16, the kind of its default serial link. The underlying type is fixed so
 // that any value read from a stream is a valid value of the enumeration.
-enum device_type : int {
-    SerialDeviceType = 16
-};
+enum device_type : int { SerialDeviceType = 16 };
 
 typedef QPair<QString, unsigned short> SocketEntry;
 typedef QList<SocketEntry> SocketList;
@@ -26,7 +24,7 @@ class DRIVERS_EXPORT DeviceSetting
 public:
     DeviceSetting(device_type type, QString string, int baudrate, int databits, int stopbits, int parity);
     DeviceSetting(device_type type, QString string, int baudrate, int databits, int stopbits, int parity,
-                  int extra, QString extraString);
+        int extra, QString extraString);
 
     // Changes the cursor only to an index inside socketList.
     void setCurrentIPIndex(int index);
@@ -38,7 +36,7 @@ public:
     void setPort(unsigned short port, int index);
     // Replaces the endpoint list; port texts that are not decimal numbers
     // from 0 to 65535 give port 0. The cursor is left as it is.
-    void setSocketData(const QList<QPair<QString, QString> > &data);
+    void setSocketData(const QList<QPair<QString, QString>> &data);
 
     void dump();
 
@@ -64,9 +62,10 @@ class DRIVERS_EXPORT DriverSetting
 {
 public:
     DriverSetting(int timeout, int retry, int stationId, int delay);
-    DriverSetting(int timeout, int retry, int stationId, int delay, const QString &text, unsigned short number);
-    DriverSetting(int timeout, int retry, int stationId, int delay, const QString &text, unsigned short number,
-                  const QString &extraString, bool extraFlag);
+    DriverSetting(
+        int timeout, int retry, int stationId, int delay, const QString &text, unsigned short number);
+    DriverSetting(int timeout, int retry, int stationId, int delay, const QString &text,
+        unsigned short number, const QString &extraString, bool extraFlag);
 
     // Takes the four numbers and extraString; extraFlag keeps its value.
     void copy(const DriverSetting &other);

@@ -91,7 +91,8 @@ DRIVERS_EXPORT QByteArray reverseArray(const QByteArray &a);
 // followed by elements 0..k-1.
 template <typename T> void RotateArray(T *p, int k, int m)
 {
-    struct Reverse {
+    struct Reverse
+    {
         static void run(T *first, int n)
         {
             for (int i = 0, j = n - 1; i < j; ++i, --j) {
@@ -190,7 +191,8 @@ DRIVERS_EXPORT unsigned short update_crc_dnp(unsigned short crc, unsigned char c
 DRIVERS_EXPORT unsigned int update_crc_32(unsigned int crc, unsigned char c);
 // Shift-and-XOR check over byte pairs (0x8005, no table); previousByte is
 // the byte before c.
-DRIVERS_EXPORT unsigned short update_crc_sick(unsigned short crc, unsigned char c, unsigned char previousByte);
+DRIVERS_EXPORT unsigned short update_crc_sick(
+    unsigned short crc, unsigned char c, unsigned char previousByte);
 }
 
 // ------------------------------------------------------------ project database and device strings
@@ -202,7 +204,7 @@ DRIVERS_EXPORT unsigned short update_crc_sick(unsigned short crc, unsigned char 
 
 struct LinkIdStationId
 {
-    int linkId;              // LINK.LINKID
+    int linkId; // LINK.LINKID
     unsigned char stationId; // NODE.STATIONID, low 8 bits
 };
 
@@ -223,16 +225,16 @@ DRIVERS_EXPORT int DevStrToHmiPort(const QString &dev_str);
 //
 // The default node on the link of panel port hmiPort; the first row wins.
 // Without a row the out-arguments are left unchanged and the result is false.
-DRIVERS_EXPORT bool GetLinkIdAndDefaultStationId(const QString &connection, int hmiPort, int &linkId,
-                                                 unsigned char &stationId);
+DRIVERS_EXPORT bool GetLinkIdAndDefaultStationId(
+    const QString &connection, int hmiPort, int &linkId, unsigned char &stationId);
 // Appends the default nodes at ip:port on panel port hmiPort; true when
 // result is not empty afterwards (it is not cleared first).
 DRIVERS_EXPORT bool GetLinkIdAndDefaultStationId(const QString &connection, int hmiPort, const QString &ip,
-                                                 unsigned short port, QList<LinkIdStationId> &result);
+    unsigned short port, QList<LinkIdStationId> &result);
 // Appends the default nodes of link linkId; true when result is not empty
 // afterwards (it is not cleared first).
-DRIVERS_EXPORT bool GetLinkIdAndDefaultStationId(const QString &connection, int linkId,
-                                                 QList<LinkIdStationId> &result);
+DRIVERS_EXPORT bool GetLinkIdAndDefaultStationId(
+    const QString &connection, int linkId, QList<LinkIdStationId> &result);
 
 // The leading ASCII letters and underscores of an address ("HR100" gives "HR").
 DRIVERS_EXPORT QByteArray ExtractPrefixSymbol(const QByteArray &text);

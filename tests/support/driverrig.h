@@ -8,7 +8,8 @@
 #include <string>
 
 // A driver and the link double it talks to, with the runtime's two entries.
-struct DriverRig {
+struct DriverRig
+{
     DriverTecoServo driver;
     LinkDouble link;
 

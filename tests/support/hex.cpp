@@ -2,10 +2,7 @@
 
 #include <cstdio>
 
-QByteArray hex(const char *text)
-{
-    return QByteArray::fromHex(QByteArray(text).replace(' ', ""));
-}
+QByteArray hex(const char *text) { return QByteArray::fromHex(QByteArray(text).replace(' ', "")); }
 
 std::string toHex(const QByteArray &bytes)
 {
@@ -39,13 +36,7 @@ QByteArray withCrc(const char *text)
 }
 
 QT_BEGIN_NAMESPACE
-void PrintTo(const QByteArray &bytes, std::ostream *os)
-{
-    *os << "[" << toHex(bytes) << "]";
-}
+void PrintTo(const QByteArray &bytes, std::ostream *os) { *os << "[" << toHex(bytes) << "]"; }
 
-void PrintTo(const QString &text, std::ostream *os)
-{
-    *os << "\"" << text.toStdString() << "\"";
-}
+void PrintTo(const QString &text, std::ostream *os) { *os << "\"" << text.toStdString() << "\""; }
 QT_END_NAMESPACE

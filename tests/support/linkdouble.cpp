@@ -31,8 +31,8 @@ int LinkDouble::send(const char *frame, int length)
 
 bool LinkDouble::setParameter(int id, const QVariant &value)
 {
-    calls.push_back("setParameter " + std::to_string(id) + " " + value.toString().toStdString() + " "
-                    + value.typeName());
+    calls.push_back(
+        "setParameter " + std::to_string(id) + " " + value.toString().toStdString() + " " + value.typeName());
     return true;
 }
 
@@ -54,24 +54,15 @@ unsigned long LinkDouble::delayMs()
     return delay;
 }
 
-void LinkDouble::line(const char *hexText)
-{
-    line(hex(hexText));
-}
+void LinkDouble::line(const char *hexText) { line(hex(hexText)); }
 
-void LinkDouble::line(const QByteArray &bytes)
-{
-    script.push_back(Item{bytes, -2});
-}
+void LinkDouble::line(const QByteArray &bytes) { script.push_back(Item { bytes, -2 }); }
 
-void LinkDouble::silence()
-{
-    script.push_back(Item{QByteArray(), 0});
-}
+void LinkDouble::silence() { script.push_back(Item { QByteArray(), 0 }); }
 
 void LinkDouble::piece(const char *hexText, int count)
 {
-    script.push_back(Item{hex(hexText), count == -2 ? -3 : count});
+    script.push_back(Item { hex(hexText), count == -2 ? -3 : count });
 }
 
 std::vector<std::string> LinkDouble::sent() const
@@ -86,7 +77,7 @@ std::vector<std::string> LinkDouble::sent() const
 int LinkDouble::countOf(const std::string &call) const
 {
     return int(std::count_if(calls.begin(), calls.end(),
-                             [&](const std::string &c) { return c.compare(0, call.size(), call) == 0; }));
+        [&](const std::string &c) { return c.compare(0, call.size(), call) == 0; }));
 }
 
 std::vector<std::string> LinkDouble::callsOf(std::initializer_list<const char *> kinds) const

@@ -50,7 +50,8 @@ public:
     unsigned long delay = 0;
 
 private:
-    struct Item {
+    struct Item
+    {
         QByteArray bytes;
         int count; // -2: a reply on the line; otherwise one receive's result
     };

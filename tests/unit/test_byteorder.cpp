@@ -41,19 +41,20 @@ TEST(SingleValues, ArraysToNumbersAndBack)
 
 TEST(WordArrays, SwapsPairsAndGroupsWithPadding)
 {
-    const unsigned char wire[] = {0x12, 0x34, 0x56, 0x78};
+    const unsigned char wire[] = { 0x12, 0x34, 0x56, 0x78 };
     EXPECT_EQ(toHex(fromBigEndianUShortArray(wire, 2)), "34 12 78 56");
     EXPECT_EQ(toHex(fromBigEndianULongArray(wire, 1)), "78 56 34 12");
     EXPECT_TRUE(fromBigEndianUShortArray(wire, 0).isEmpty());
     EXPECT_TRUE(fromBigEndianULongArray(wire, -3).isEmpty());
 
-    struct Row {
+    struct Row
+    {
         const char *in, *ushort, *ulong;
     } rows[] = {
-        {"34 12 78 56", "12 34 56 78", "56 78 12 34"},
-        {"01 02 03", "02 01 00 03", "00 03 02 01"},
-        {"01 02 03 04 05", "02 01 04 03 00 05", "04 03 02 01 00 00 00 05"},
-        {"", "", ""},
+        { "34 12 78 56", "12 34 56 78", "56 78 12 34" },
+        { "01 02 03", "02 01 00 03", "00 03 02 01" },
+        { "01 02 03 04 05", "02 01 04 03 00 05", "04 03 02 01 00 00 00 05" },
+        { "", "", "" },
     };
     for (const Row &row : rows) {
         EXPECT_EQ(toHex(toBigEndianUShortArray(hex(row.in))), row.ushort) << row.in;
@@ -79,10 +80,11 @@ TEST(Counting, RoundsUpInUnsigned32Bits)
 
 TEST(SafeData, PadsAndCutsToTheCommandsSize)
 {
-    struct Row {
+    struct Row
+    {
         int type, count, length;
-    } rows[] = {{Bit, 9, 2},   {BitBlock, 16, 2}, {Byte, 3, 3},      {Block, 0, 0},  {Word, 3, 6},
-                {DoubleWord, 2, 8}, {QuadWord, 1, 8}, {7, 5, 0},       {-1, 5, 0},     {Bit, -1, 536870912}};
+    } rows[] = { { Bit, 9, 2 }, { BitBlock, 16, 2 }, { Byte, 3, 3 }, { Block, 0, 0 }, { Word, 3, 6 },
+        { DoubleWord, 2, 8 }, { QuadWord, 1, 8 }, { 7, 5, 0 }, { -1, 5, 0 }, { Bit, -1, 536870912 } };
     for (const Row &row : rows)
         EXPECT_EQ(GetSafeDataLen(CommunicatorCommand(row.type, row.count, "HR1")), row.length)
             << row.type << "/" << row.count;
@@ -128,12 +130,13 @@ TEST(BitArrays, FitAndClearBeyondACount)
     FitBitArray(a, 0);
     EXPECT_TRUE(a.isEmpty());
 
-    struct Row {
+    struct Row
+    {
         const char *in;
         int bits;
         const char *out;
-    } rows[] = {{"FF FF", 11, "FF 07"}, {"FF FF", 16, "FF FF"}, {"FF FF", 1, "01 FF"},
-                {"FF", 9, "FF"},        {"FF", -3, "FF"},       {"", 5, ""}};
+    } rows[] = { { "FF FF", 11, "FF 07" }, { "FF FF", 16, "FF FF" }, { "FF FF", 1, "01 FF" },
+        { "FF", 9, "FF" }, { "FF", -3, "FF" }, { "", 5, "" } };
     for (const Row &row : rows) {
         QByteArray b = hex(row.in);
         clearUnnecessaryBits(b, row.bits);
@@ -143,14 +146,21 @@ TEST(BitArrays, FitAndClearBeyondACount)
 
 TEST(BitArrays, RightShiftAcrossBytesAndRotation)
 {
-    struct Row {
+    struct Row
+    {
         const char *in;
         int n;
         const char *out;
     } rows[] = {
-        {"A5 0F", 4, "FA 00"},       {"01 02 03", 8, "02 03 01"}, {"01 02 03", 12, "30 00 01"},
-        {"01 02 03", 0, "01 02 03"}, {"80", 7, "01"},             {"01 02 03", 24, "01 02 03"},
-        {"01 02 03", 99, "01 02 03"}, {"", 5, ""},                {"34 12 78 56", 15, "F0 AC 00 34"},
+        { "A5 0F", 4, "FA 00" },
+        { "01 02 03", 8, "02 03 01" },
+        { "01 02 03", 12, "30 00 01" },
+        { "01 02 03", 0, "01 02 03" },
+        { "80", 7, "01" },
+        { "01 02 03", 24, "01 02 03" },
+        { "01 02 03", 99, "01 02 03" },
+        { "", 5, "" },
+        { "34 12 78 56", 15, "F0 AC 00 34" },
     };
     for (const Row &row : rows) {
         QByteArray a = hex(row.in);
@@ -158,7 +168,7 @@ TEST(BitArrays, RightShiftAcrossBytesAndRotation)
         EXPECT_EQ(toHex(a), row.out) << row.in << " >> " << row.n;
     }
 
-    unsigned char p[] = {1, 2, 3, 4, 5};
+    unsigned char p[] = { 1, 2, 3, 4, 5 };
     RotateArray(p, 2, 3);
     EXPECT_THAT(p, testing::ElementsAre(3, 4, 5, 1, 2));
     RotateArray(p, 0, 5);

@@ -19,7 +19,8 @@ std::string outcome(DriverRig &rig)
     return rig.link.sent()[0].substr(0, 11);
 }
 
-struct SelectionRow {
+struct SelectionRow
+{
     int type;
     const char *address;
     const char *expected;
@@ -28,16 +29,28 @@ struct SelectionRow {
 TEST(ReadSelection, ByDataTypePrefixAndRegister)
 {
     const SelectionRow rows[] = {
-        {Bit, "DO5", "01 01 00 04"},          {Bit, "fn5do5", "01 01 00 04"},      {Bit, "DI5", "01 02 00 04"},
-        {BitBlock, "DO5", "01 01 00 04"},     {Bit, "HR5.3", "01 03 00 04"},       {Bit, "IR5", "01 04 00 04"},
-        {Bit, "HR60000", "01 03 EA 5F"},      {Byte, "HR5", "01 03 00 04"},        {Block, "IR5", "01 04 00 04"},
-        {Byte, "HR60000", "01 03 EA 5F"},     {Word, "HR60000", "table"},          {Word, "FN6HR60010", "table"},
-        {Word, "hr60000", "table"},           {Word, "HR59999", "01 03 EA 5E"},    {Word, "HR60011", "01 03 EA 6A"},
-        {Word, "IR60000", "01 04 EA 5F"},     {Word, "DO5", "01 04 00 04"},        {DoubleWord, "HR60000", "01 03 EA 5F"},
-        {DoubleWord, "IR5SW", "01 04 00 04"},
-        {QuadWord, "HR1", "unsupported data type: HR1"},
-        {7, "HR1", "unsupported data type: HR1"},
-        {-1, "DO1", "unsupported data type: DO1"},
+        { Bit, "DO5", "01 01 00 04" },
+        { Bit, "fn5do5", "01 01 00 04" },
+        { Bit, "DI5", "01 02 00 04" },
+        { BitBlock, "DO5", "01 01 00 04" },
+        { Bit, "HR5.3", "01 03 00 04" },
+        { Bit, "IR5", "01 04 00 04" },
+        { Bit, "HR60000", "01 03 EA 5F" },
+        { Byte, "HR5", "01 03 00 04" },
+        { Block, "IR5", "01 04 00 04" },
+        { Byte, "HR60000", "01 03 EA 5F" },
+        { Word, "HR60000", "table" },
+        { Word, "FN6HR60010", "table" },
+        { Word, "hr60000", "table" },
+        { Word, "HR59999", "01 03 EA 5E" },
+        { Word, "HR60011", "01 03 EA 6A" },
+        { Word, "IR60000", "01 04 EA 5F" },
+        { Word, "DO5", "01 04 00 04" },
+        { DoubleWord, "HR60000", "01 03 EA 5F" },
+        { DoubleWord, "IR5SW", "01 04 00 04" },
+        { QuadWord, "HR1", "unsupported data type: HR1" },
+        { 7, "HR1", "unsupported data type: HR1" },
+        { -1, "DO1", "unsupported data type: DO1" },
     };
     for (const SelectionRow &row : rows) {
         DriverRig rig;
@@ -49,39 +62,39 @@ TEST(ReadSelection, ByDataTypePrefixAndRegister)
 TEST(WriteSelection, ByDataTypePrefixAndRegister)
 {
     const SelectionRow rows[] = {
-        {Bit, "DO7", "01 0F 00 06"},
-        {Bit, "fn5do7", "01 05 00 06"},
-        {BitBlock, "DO7", "01 0F 00 06"},
-        {Bit, "hr100.15", "01 03 00 63"},
-        {Bit, "FN6HR100.15", "01 03 00 63"},
-        {Bit, "HR60000.3", "table"},
-        {Bit, "FN6HR60001.3", "table"},
-        {Bit, "DI5", "can't write any bit to DI5 (write 1 bit to 1-DI5)"},
-        {Bit, "IR5.1", "can't write any bit to IR5.1 (write 1 bit to 1-IR5.1)"},
-        {Byte, "HR100", "01 10 00 63"},
-        {Block, "FN6HR100", "01 06 00 63"},
-        {Byte, "HR60000", "01 10 EA 5F"},
-        {Byte, "DO3", "can't write any byte to DO3 (write 2 byte to 1-DO3)"},
-        {Word, "HR60000", "table"},
-        {Word, "FN6HR60010", "table"},
-        {Word, "HR59999", "01 10 EA 5E"},
-        {Word, "HR60011", "01 10 EA 6A"},
-        {Word, "FN6HR60011", "01 06 EA 6A"},
-        {Word, "IR100", "can't write any word to IR100 (write 1 word to 1-IR100)"},
-        {Word, "", "can't write any word to  (write 1 word to 1-)"},
-        {DoubleWord, "HR100SW", "01 10 00 63"},
-        {DoubleWord, "FN6HR100SW", "01 06 00 63"},
-        {DoubleWord, "DO3", "can't write any double word to DO3 (write 1 dword to 1-DO3)"},
-        {QuadWord, "HR1", "unsupported data type: HR1"},
-        {7, "HR1", "unsupported data type: HR1"},
-        {-1, "HR1", "unsupported data type: HR1"},
+        { Bit, "DO7", "01 0F 00 06" },
+        { Bit, "fn5do7", "01 05 00 06" },
+        { BitBlock, "DO7", "01 0F 00 06" },
+        { Bit, "hr100.15", "01 03 00 63" },
+        { Bit, "FN6HR100.15", "01 03 00 63" },
+        { Bit, "HR60000.3", "table" },
+        { Bit, "FN6HR60001.3", "table" },
+        { Bit, "DI5", "can't write any bit to DI5 (write 1 bit to 1-DI5)" },
+        { Bit, "IR5.1", "can't write any bit to IR5.1 (write 1 bit to 1-IR5.1)" },
+        { Byte, "HR100", "01 10 00 63" },
+        { Block, "FN6HR100", "01 06 00 63" },
+        { Byte, "HR60000", "01 10 EA 5F" },
+        { Byte, "DO3", "can't write any byte to DO3 (write 2 byte to 1-DO3)" },
+        { Word, "HR60000", "table" },
+        { Word, "FN6HR60010", "table" },
+        { Word, "HR59999", "01 10 EA 5E" },
+        { Word, "HR60011", "01 10 EA 6A" },
+        { Word, "FN6HR60011", "01 06 EA 6A" },
+        { Word, "IR100", "can't write any word to IR100 (write 1 word to 1-IR100)" },
+        { Word, "", "can't write any word to  (write 1 word to 1-)" },
+        { DoubleWord, "HR100SW", "01 10 00 63" },
+        { DoubleWord, "FN6HR100SW", "01 06 00 63" },
+        { DoubleWord, "DO3", "can't write any double word to DO3 (write 1 dword to 1-DO3)" },
+        { QuadWord, "HR1", "unsupported data type: HR1" },
+        { 7, "HR1", "unsupported data type: HR1" },
+        { -1, "HR1", "unsupported data type: HR1" },
     };
     for (const SelectionRow &row : rows) {
         DriverRig rig;
         const int count = row.type == Byte ? 2 : 1;
         const QByteArray data = row.type == DoubleWord ? hex("01 00 00 00") : hex("01 00");
         rig.driver.write(&rig.link, CommunicatorCommand(row.type, count, row.address),
-                         row.type == Bit || row.type == BitBlock ? hex("01") : data);
+            row.type == Bit || row.type == BitBlock ? hex("01") : data);
         EXPECT_EQ(outcome(rig), row.expected) << row.type << " " << row.address;
     }
 }
@@ -98,10 +111,11 @@ TEST(WriteSelection, DoubleWordOrderFollowsSW)
 
 TEST(Attempts, RetryCountDecidesHowOftenAFailureIsRepeated)
 {
-    struct Row {
+    struct Row
+    {
         int retries;
         int attempts;
-    } rows[] = {{3, 4}, {0, 1}, {-1, 1}, {1, 2}};
+    } rows[] = { { 3, 4 }, { 0, 1 }, { -1, 1 }, { 1, 2 } };
     for (const Row &row : rows) {
         DriverRig rig;
         rig.link.retries = row.retries;
@@ -143,7 +157,7 @@ TEST(Attempts, ALaterAttemptThatSucceedsClearsTheFlagAndKeepsTheText)
 
 TEST(Attempts, UnsupportedTypesCostOneDelayAndAskNothingElse)
 {
-    for (int type : {int(QuadWord), 7, -1}) {
+    for (int type : { int(QuadWord), 7, -1 }) {
         DriverRig rig;
         rig.link.retries = 3;
         rig.read(type, 1, "HR1");
@@ -158,17 +172,18 @@ TEST(Attempts, UnsupportedTypesCostOneDelayAndAskNothingElse)
 
 TEST(Descriptions, ByDataTypeWithTheStationsLowByte)
 {
-    struct Row {
+    struct Row
+    {
         int type, count;
         const char *address;
         const char *read, *write;
     } rows[] = {
-        {Bit, 3, "HR1.2", " (read 3 bit(s) from 44-HR1.2)", " (write 3 bit to 44-HR1.2)"},
-        {Byte, 4, "HR1", " (read 4 byte(s) from 44-HR1)", " (write 4 byte to 44-HR1)"},
-        {Word, 10, "HR100", " (read 10 word(s) from 44-HR100)", " (write 10 word to 44-HR100)"},
-        {DoubleWord, 2, "HR100", " (read 2 dword(s) from 44-HR100)", " (write 2 dword to 44-HR100)"},
-        {Block, 4, "HR1", "", ""},
-        {BitBlock, 4, "DO1", "", ""},
+        { Bit, 3, "HR1.2", " (read 3 bit(s) from 44-HR1.2)", " (write 3 bit to 44-HR1.2)" },
+        { Byte, 4, "HR1", " (read 4 byte(s) from 44-HR1)", " (write 4 byte to 44-HR1)" },
+        { Word, 10, "HR100", " (read 10 word(s) from 44-HR100)", " (write 10 word to 44-HR100)" },
+        { DoubleWord, 2, "HR100", " (read 2 dword(s) from 44-HR100)", " (write 2 dword to 44-HR100)" },
+        { Block, 4, "HR1", "", "" },
+        { BitBlock, 4, "DO1", "", "" },
     };
     for (const Row &row : rows) {
         DriverRig rig;
@@ -176,7 +191,8 @@ TEST(Descriptions, ByDataTypeWithTheStationsLowByte)
         rig.driver.read(&rig.link, CommunicatorCommand(row.type, row.count, row.address));
         EXPECT_EQ(rig.error(), std::string("invalid slave id:300") + row.read);
         EXPECT_TRUE(rig.sentNothing());
-        rig.driver.write(&rig.link, CommunicatorCommand(row.type, row.count, row.address), hex("01 00 00 00"));
+        rig.driver.write(
+            &rig.link, CommunicatorCommand(row.type, row.count, row.address), hex("01 00 00 00"));
         EXPECT_EQ(rig.error(), std::string("invalid slave id:300") + row.write);
         EXPECT_TRUE(rig.sentNothing());
     }

@@ -27,7 +27,9 @@ TEST(DriverObject, IdentityAndLimits)
     EXPECT_FALSE(driver.isSupportSessionCommand());
     EXPECT_TRUE(driver.deviceSettingChanged(nullptr));
     EXPECT_TRUE(driver.isConnected(nullptr));
-    EXPECT_THAT(std::vector<quint16>(driver.specialRegisterTable().begin(), driver.specialRegisterTable().end()), testing::Each(0));
+    EXPECT_THAT(
+        std::vector<quint16>(driver.specialRegisterTable().begin(), driver.specialRegisterTable().end()),
+        testing::Each(0));
     EXPECT_EQ(driver.specialRegisterTable().size(), 11);
 }
 
@@ -36,13 +38,14 @@ TEST(DriverObject, DefaultRecordsAreNewOnEveryCall)
     DriverTecoServo driver;
     std::unique_ptr<DriverSetting> a(driver.getDefaultDriverSetting()), b(driver.getDefaultDriverSetting());
     ASSERT_NE(a.get(), b.get());
-    for (DriverSetting *s : {a.get(), b.get()}) {
+    for (DriverSetting *s : { a.get(), b.get() }) {
         EXPECT_EQ(s->timeout, 500);
         EXPECT_EQ(s->retry, 3);
         EXPECT_EQ(s->stationId, 1);
         EXPECT_EQ(s->delay, 0);
     }
-    std::unique_ptr<DeviceSetting> d(driver.getDefaultSerialDeviceSetting()), e(driver.getDefaultSerialDeviceSetting());
+    std::unique_ptr<DeviceSetting> d(driver.getDefaultSerialDeviceSetting()),
+        e(driver.getDefaultSerialDeviceSetting());
     ASSERT_NE(d.get(), e.get());
     EXPECT_EQ(int(d->type), 16);
     EXPECT_EQ(d->string, QString("COM2"));

@@ -9,7 +9,8 @@
 
 namespace {
 
-struct AddressRow {
+struct AddressRow
+{
     const char *text;
     const char *prefix;
     unsigned short registerNumber;
@@ -19,17 +20,33 @@ struct AddressRow {
 TEST(AddressParser, SplitsPrefixNumberAndBit)
 {
     const AddressRow rows[] = {
-        {"HR100", "HR", 99, -1},        {"hr100", "hr", 99, -1},        {"FN6HR1200", "FN6HR", 1199, -1},
-        {"fn5do8", "fn5do", 7, -1},     {"F12345", "F12", 344, -1},     {"FN", "FN", 65535, -1},
-        {"DI1", "DI", 0, -1},           {"100", "", 99, -1},            {"HR100.3", "HR", 99, 3},
-        {"HR100.12X", "HR", 99, 12},    {"HR100.", "HR", 99, 0},        {"HR100.300", "HR", 99, 44},
-        {"HR.5", "HR", 65535, 5},       {"HR-5", "HR", 65535, -1},      {"HR12AB", "HR", 11, -1},
-        {"HR0", "HR", 65535, -1},       {"HR65537", "HR", 0, -1},       {"HR", "HR", 65535, -1},
-        {"", "", 65535, -1},            {"HR100SW", "HR", 99, -1},      {"F", "F", 65535, -1},
-        {"ABC", "ABC", 65535, -1},      {".", "", 65535, 0},            {"HR4294967297", "HR", 0, -1},
-        {"HR99999999999999999999", "HR", 0xFFFE, -1}, // wraps in 32 bits, as the panel's parser does
-        {"H\xc3\xa9R5", "H", 65535, -1}, // non-ASCII is neither letter nor digit
-        {"FN6\xc3\xa9", "FN6", 65535, -1},
+        { "HR100", "HR", 99, -1 },
+        { "hr100", "hr", 99, -1 },
+        { "FN6HR1200", "FN6HR", 1199, -1 },
+        { "fn5do8", "fn5do", 7, -1 },
+        { "F12345", "F12", 344, -1 },
+        { "FN", "FN", 65535, -1 },
+        { "DI1", "DI", 0, -1 },
+        { "100", "", 99, -1 },
+        { "HR100.3", "HR", 99, 3 },
+        { "HR100.12X", "HR", 99, 12 },
+        { "HR100.", "HR", 99, 0 },
+        { "HR100.300", "HR", 99, 44 },
+        { "HR.5", "HR", 65535, 5 },
+        { "HR-5", "HR", 65535, -1 },
+        { "HR12AB", "HR", 11, -1 },
+        { "HR0", "HR", 65535, -1 },
+        { "HR65537", "HR", 0, -1 },
+        { "HR", "HR", 65535, -1 },
+        { "", "", 65535, -1 },
+        { "HR100SW", "HR", 99, -1 },
+        { "F", "F", 65535, -1 },
+        { "ABC", "ABC", 65535, -1 },
+        { ".", "", 65535, 0 },
+        { "HR4294967297", "HR", 0, -1 },
+        { "HR99999999999999999999", "HR", 0xFFFE, -1 }, // wraps in 32 bits, as the panel's parser does
+        { "H\xc3\xa9R5", "H", 65535, -1 }, // non-ASCII is neither letter nor digit
+        { "FN6\xc3\xa9", "FN6", 65535, -1 },
     };
     for (const AddressRow &row : rows) {
         QByteArray prefix;
@@ -53,31 +70,38 @@ TEST(AddressParser, AppendsToThePrefixItIsGiven)
 
 TEST(PrefixMatching, ComparesOverTheNamesLengthIgnoringCase)
 {
-    struct Row {
+    struct Row
+    {
         const char *prefix, *name;
         bool matches;
-    } rows[] = {{"HR", "HR", true},      {"hr", "HR", true},     {"H", "HR", false},     {"HRX", "HR", true},
-                {"FN6HR", "HR", false},  {"Fn6Hr", "FN6HR", true}, {"", "DO", false},     {"DI", "DO", false}};
+    } rows[] = { { "HR", "HR", true }, { "hr", "HR", true }, { "H", "HR", false }, { "HRX", "HR", true },
+        { "FN6HR", "HR", false }, { "Fn6Hr", "FN6HR", true }, { "", "DO", false }, { "DI", "DO", false } };
     for (const Row &row : rows)
         EXPECT_EQ(prefixMatches(row.prefix, row.name), row.matches) << row.prefix << " ~ " << row.name;
 }
 
 TEST(RequestFrames, MatchTheWireExamples)
 {
-    struct Row {
+    struct Row
+    {
         const char *what;
         QByteArray frame;
         const char *expected;
     } rows[] = {
-        {"read 1 HR at 0", ModbusRTUSlaveBuildReadDevicesRequest(1, 3, 0, 1), "01 03 00 00 00 01 84 0A"},
-        {"read 10 HR at 99", ModbusRTUSlaveBuildReadDevicesRequest(1, 3, 99, 10), "01 03 00 63 00 0A 35 D3"},
-        {"read 2 IR at 99", ModbusRTUSlaveBuildReadDevicesRequest(1, 4, 99, 2), "01 04 00 63 00 02 81 D5"},
-        {"read 10 coils at 0", ModbusRTUSlaveBuildReadDevicesRequest(1, 1, 0, 10), "01 01 00 00 00 0A BC 0D"},
-        {"read 16 inputs at 4", ModbusRTUSlaveBuildReadDevicesRequest(1, 2, 4, 16), "01 02 00 04 00 10 38 07"},
-        {"write register 1 = 3", ModbusRTUSlaveBuildFn6Request(1, 1, hex("00 03")), "01 06 00 01 00 03 98 0B"},
-        {"write registers 16, 17", ModbusRTUSlaveBuildFn16Request(1, 16, 2, hex("00 0A 01 02")),
-         "01 10 00 10 00 02 04 00 0A 01 02 52 F0"},
-        {"write nothing", ModbusRTUSlaveBuildFn16Request(1, 0, 0, QByteArray()), "01 10 00 00 00 00 00 09 50"},
+        { "read 1 HR at 0", ModbusRTUSlaveBuildReadDevicesRequest(1, 3, 0, 1), "01 03 00 00 00 01 84 0A" },
+        { "read 10 HR at 99", ModbusRTUSlaveBuildReadDevicesRequest(1, 3, 99, 10),
+            "01 03 00 63 00 0A 35 D3" },
+        { "read 2 IR at 99", ModbusRTUSlaveBuildReadDevicesRequest(1, 4, 99, 2), "01 04 00 63 00 02 81 D5" },
+        { "read 10 coils at 0", ModbusRTUSlaveBuildReadDevicesRequest(1, 1, 0, 10),
+            "01 01 00 00 00 0A BC 0D" },
+        { "read 16 inputs at 4", ModbusRTUSlaveBuildReadDevicesRequest(1, 2, 4, 16),
+            "01 02 00 04 00 10 38 07" },
+        { "write register 1 = 3", ModbusRTUSlaveBuildFn6Request(1, 1, hex("00 03")),
+            "01 06 00 01 00 03 98 0B" },
+        { "write registers 16, 17", ModbusRTUSlaveBuildFn16Request(1, 16, 2, hex("00 0A 01 02")),
+            "01 10 00 10 00 02 04 00 0A 01 02 52 F0" },
+        { "write nothing", ModbusRTUSlaveBuildFn16Request(1, 0, 0, QByteArray()),
+            "01 10 00 00 00 00 00 09 50" },
     };
     for (const Row &row : rows)
         EXPECT_EQ(toHex(row.frame), row.expected) << row.what;
@@ -113,7 +137,8 @@ TEST(ModbusCrc, TablesAgreeWithABitwiseCrcOverRandomFrames)
         for (int i = 0; i < frame.size(); ++i)
             frame[i] = char(random());
         unsigned char first, second;
-        ModbusRTUSlaveCRC(reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(), first, second);
+        ModbusRTUSlaveCRC(
+            reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(), first, second);
         const quint16 expected = bitwiseCrc16(frame);
         ASSERT_EQ(first | second << 8, expected) << toHex(frame);
     }

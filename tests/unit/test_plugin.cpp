@@ -15,7 +15,8 @@ namespace {
 
 const char pluginPath[] = TECO_SERVO_PLUGIN_PATH;
 
-struct PluginHandle {
+struct PluginHandle
+{
     void *handle = dlopen(pluginPath, RTLD_NOW | RTLD_LOCAL);
     ~PluginHandle()
     {
@@ -78,8 +79,9 @@ TEST(PluginLoading, VerificationDataHasQtsForm)
     auto verification = plugin.symbol<const char *(*)()>("qt_plugin_query_verification_data");
     ASSERT_NE(verification, nullptr);
     const std::string text = verification();
-    EXPECT_THAT(text, testing::MatchesRegex("pattern=QT_PLUGIN_VERIFICATION_DATA\nversion=[0-9]+\\.[0-9]+\\.[0-9]+\n"
-                                            "debug=(true|false)\nbuildkey=[^\n]+"));
+    EXPECT_THAT(text,
+        testing::MatchesRegex("pattern=QT_PLUGIN_VERIFICATION_DATA\nversion=[0-9]+\\.[0-9]+\\.[0-9]+\n"
+                              "debug=(true|false)\nbuildkey=[^\n]+"));
 }
 
 TEST(MetaCast, AnswersByName)
@@ -89,17 +91,18 @@ TEST(MetaCast, AnswersByName)
     void *interfacePart = static_cast<DriverInterface *>(&driver);
     ASSERT_NE(self, interfacePart) << "the interface part must be a distinct sub-object";
 
-    struct Row {
+    struct Row
+    {
         const char *name;
         void *expected;
     } rows[] = {
-        {nullptr, nullptr},
-        {"DriverTecoServo", self},
-        {"DriverInterface", interfacePart},
-        {"com.quillmar.drivers.DriverInterface/1.1", interfacePart},
-        {"QObject", self},
-        {"SomethingElse", nullptr},
-        {"com.quillmar.drivers.DriverInterface/1.0", nullptr},
+        { nullptr, nullptr },
+        { "DriverTecoServo", self },
+        { "DriverInterface", interfacePart },
+        { "com.quillmar.drivers.DriverInterface/1.1", interfacePart },
+        { "QObject", self },
+        { "SomethingElse", nullptr },
+        { "com.quillmar.drivers.DriverInterface/1.0", nullptr },
     };
     for (const Row &row : rows)
         EXPECT_EQ(driver.qt_metacast(row.name), row.expected) << (row.name ? row.name : "(null)");
@@ -110,14 +113,17 @@ class MinimalDriver : public DriverInterface
 {
 public:
     int totalSize() override { return 0; }
-    bool write(AbstractDeviceInterface *, const CommunicatorCommand &, const QByteArray &) override { return false; }
+    bool write(AbstractDeviceInterface *, const CommunicatorCommand &, const QByteArray &) override
+    {
+        return false;
+    }
     QByteArray read(AbstractDeviceInterface *, const CommunicatorCommand &) override { return QByteArray(); }
     bool initialize(AbstractDeviceInterface *) override { return false; }
     bool validation(const QString &) override { return false; }
     DeviceSetting *getDefaultSerialDeviceSetting() override { return nullptr; }
     DriverSetting *getDefaultDriverSetting() override { return nullptr; }
     int supportedCommunicationFlags() override { return 0; }
-    void setDebugMode(bool) override {}
+    void setDebugMode(bool) override { }
     int getBlockAccessSize() override { return 0; }
     int getBitBlockAccessSize() override { return 0; }
     bool hasError() override { return false; }

@@ -18,34 +18,49 @@ TEST(ReadExchange, WordsArriveInTwoPiecesAndComeBackInPanelOrder)
     rig.link.line("01 03 04 12 34 56 78 81 07");
     EXPECT_EQ(toHex(rig.read(Word, 2, "HR100")), "34 12 78 56");
     EXPECT_FALSE(rig.failed());
-    EXPECT_THAT(rig.link.calls, ElementsAre("delayMs", "stationId", "setParameter 12 0 int", "send 01 03 00 63 00 02 34 15",
-                                            "receive 5", "receive 4"));
+    EXPECT_THAT(rig.link.calls,
+        ElementsAre("delayMs", "stationId", "setParameter 12 0 int", "send 01 03 00 63 00 02 34 15",
+            "receive 5", "receive 4"));
 }
 
 TEST(ReadExchange, EveryFailureHasItsText)
 {
-    struct Row {
+    struct Row
+    {
         const char *what;
         void (*script)(LinkDouble &);
         const char *error;
         int receives;
     } rows[] = {
-        {"nothing comes", [](LinkDouble &) {}, "PLC no response", 1},
-        {"link reports -1", [](LinkDouble &l) { l.piece("", -1); }, "PLC no response", 1},
-        {"three bytes", [](LinkDouble &l) { l.piece("01 03 04"); }, "received bytes < 5", 1},
-        {"link reports more than asked", [](LinkDouble &l) { l.piece("01 03 04 12 34", 9); }, "received bytes < 5", 1},
-        {"another station", [](LinkDouble &l) { l.line("02 03 04 12 34 56 78 81 07"); }, "invalid slave id:2", 1},
-        {"station 255 answers", [](LinkDouble &l) { l.line("FF 03 04 12 34"); }, "invalid slave id:255", 1},
-        {"exception", [](LinkDouble &l) { l.line("01 83 02 C0 F1"); }, "exception code:0x02", 1},
-        {"exception with bad CRC", [](LinkDouble &l) { l.line("01 83 02 C0 F2"); }, "CRC error", 1},
-        {"another function code", [](LinkDouble &l) { l.line("01 04 04 12 34 56 78 00 00"); }, "invalid response", 1},
-        {"exception of another code", [](LinkDouble &l) { l.line("01 84 02 C2 C1"); }, "invalid response", 1},
-        {"rest cut short", [](LinkDouble &l) { l.line("01 03 04 12 34 56 78 81"); }, "packet loss", 2},
-        {"rest reported long", [](LinkDouble &l) { l.piece("01 03 04 12 34"); l.piece("56 78 81 07", 6); },
-         "packet loss", 2},
-        {"rest reported -1", [](LinkDouble &l) { l.piece("01 03 04 12 34"); l.piece("", -1); }, "packet loss", 2},
-        {"last byte changed", [](LinkDouble &l) { l.line("01 03 04 12 34 56 78 81 08"); }, "CRC error", 2},
-        {"data byte changed", [](LinkDouble &l) { l.line("01 03 04 12 35 56 78 81 07"); }, "CRC error", 2},
+        { "nothing comes", [](LinkDouble &) {}, "PLC no response", 1 },
+        { "link reports -1", [](LinkDouble &l) { l.piece("", -1); }, "PLC no response", 1 },
+        { "three bytes", [](LinkDouble &l) { l.piece("01 03 04"); }, "received bytes < 5", 1 },
+        { "link reports more than asked", [](LinkDouble &l) { l.piece("01 03 04 12 34", 9); },
+            "received bytes < 5", 1 },
+        { "another station", [](LinkDouble &l) { l.line("02 03 04 12 34 56 78 81 07"); },
+            "invalid slave id:2", 1 },
+        { "station 255 answers", [](LinkDouble &l) { l.line("FF 03 04 12 34"); }, "invalid slave id:255", 1 },
+        { "exception", [](LinkDouble &l) { l.line("01 83 02 C0 F1"); }, "exception code:0x02", 1 },
+        { "exception with bad CRC", [](LinkDouble &l) { l.line("01 83 02 C0 F2"); }, "CRC error", 1 },
+        { "another function code", [](LinkDouble &l) { l.line("01 04 04 12 34 56 78 00 00"); },
+            "invalid response", 1 },
+        { "exception of another code", [](LinkDouble &l) { l.line("01 84 02 C2 C1"); }, "invalid response",
+            1 },
+        { "rest cut short", [](LinkDouble &l) { l.line("01 03 04 12 34 56 78 81"); }, "packet loss", 2 },
+        { "rest reported long",
+            [](LinkDouble &l) {
+                l.piece("01 03 04 12 34");
+                l.piece("56 78 81 07", 6);
+            },
+            "packet loss", 2 },
+        { "rest reported -1",
+            [](LinkDouble &l) {
+                l.piece("01 03 04 12 34");
+                l.piece("", -1);
+            },
+            "packet loss", 2 },
+        { "last byte changed", [](LinkDouble &l) { l.line("01 03 04 12 34 56 78 81 08"); }, "CRC error", 2 },
+        { "data byte changed", [](LinkDouble &l) { l.line("01 03 04 12 35 56 78 81 07"); }, "CRC error", 2 },
     };
     for (const Row &row : rows) {
         DriverRig rig;
@@ -67,7 +82,8 @@ TEST(ReadExchange, ByteCountFieldIsNotTrusted)
     EXPECT_FALSE(rig.failed());
 }
 
-struct LimitRow {
+struct LimitRow
+{
     int type;
     const char *address;
     int count;
@@ -78,35 +94,35 @@ struct LimitRow {
 TEST(ReadLimits, CountsAtAndPastEachLimit)
 {
     const LimitRow rows[] = {
-        {Word, "HR1", 125, "01 03 00 00 00 7D", nullptr},
-        {Word, "HR1", 126, nullptr, "can't read any word from HR1"},
-        {Word, "HR0", 1, "01 03 FF FF 00 01", nullptr},
-        {Word, "HR0", 2, nullptr, "can't read any word from HR65536"},
-        {Word, "IR1", 0, "01 04 00 00 00 00", nullptr},
-        {Word, "HR1", -1, nullptr, "can't read any word from HR1"},
-        {Word, "HR1", INT_MAX, nullptr, "can't read any word from HR1"},
-        {Word, "SW5", INT_MIN, nullptr, "can't read any word from SW5"},
-        {DoubleWord, "HR100", 62, "01 03 00 63 00 7C", nullptr},
-        {DoubleWord, "HR100", 63, nullptr, "can't read any double word from HR100"},
-        {DoubleWord, "HR100", -1, nullptr, "can't read any double word from HR100"},
-        {DoubleWord, "HR100", INT_MIN, nullptr, "can't read any double word from HR100"},
-        {DoubleWord, "HR65536", 1, nullptr, "can't read any double word from HR65536"},
-        {Byte, "HR1", 250, "01 03 00 00 00 7D", nullptr},
-        {Byte, "HR1", 251, nullptr, "can't read any byte from HR1"},
-        {Byte, "hr7", -1, nullptr, "can't read any byte from hr7"},
-        {Block, "HR1", 3, "01 03 00 00 00 02", nullptr},
-        {Bit, "DO1", 2008, "01 01 00 00 07 D8", nullptr},
-        {Bit, "DO1", 2009, nullptr, "can't read 2009 bits from DO1"},
-        {Bit, "DI1", -1, nullptr, "can't read -1 bits from DI1"},
-        {BitBlock, "DO0", 1, "01 01 FF FF 00 01", nullptr},
-        {Bit, "DO0", 2, nullptr, "can't read 2 bits from DO65536"},
-        {Bit, "HR1", 2000, "01 03 00 00 00 7D", nullptr},
-        {Bit, "HR1", 2001, nullptr, "can't read any word from HR1"},
-        {Bit, "HR1.255", 1745, "01 03 00 00 00 7D", nullptr},
-        {Bit, "HR1.255", 1746, nullptr, "can't read any word from HR1"},
-        {Bit, "HR0.255", 1, nullptr, "can't read any word from HR65536"},
-        {Bit, "HR1.1", -1, nullptr, "can't read any word from HR1"},
-        {Bit, "HR1", INT_MAX, nullptr, "can't read any word from HR1"},
+        { Word, "HR1", 125, "01 03 00 00 00 7D", nullptr },
+        { Word, "HR1", 126, nullptr, "can't read any word from HR1" },
+        { Word, "HR0", 1, "01 03 FF FF 00 01", nullptr },
+        { Word, "HR0", 2, nullptr, "can't read any word from HR65536" },
+        { Word, "IR1", 0, "01 04 00 00 00 00", nullptr },
+        { Word, "HR1", -1, nullptr, "can't read any word from HR1" },
+        { Word, "HR1", INT_MAX, nullptr, "can't read any word from HR1" },
+        { Word, "SW5", INT_MIN, nullptr, "can't read any word from SW5" },
+        { DoubleWord, "HR100", 62, "01 03 00 63 00 7C", nullptr },
+        { DoubleWord, "HR100", 63, nullptr, "can't read any double word from HR100" },
+        { DoubleWord, "HR100", -1, nullptr, "can't read any double word from HR100" },
+        { DoubleWord, "HR100", INT_MIN, nullptr, "can't read any double word from HR100" },
+        { DoubleWord, "HR65536", 1, nullptr, "can't read any double word from HR65536" },
+        { Byte, "HR1", 250, "01 03 00 00 00 7D", nullptr },
+        { Byte, "HR1", 251, nullptr, "can't read any byte from HR1" },
+        { Byte, "hr7", -1, nullptr, "can't read any byte from hr7" },
+        { Block, "HR1", 3, "01 03 00 00 00 02", nullptr },
+        { Bit, "DO1", 2008, "01 01 00 00 07 D8", nullptr },
+        { Bit, "DO1", 2009, nullptr, "can't read 2009 bits from DO1" },
+        { Bit, "DI1", -1, nullptr, "can't read -1 bits from DI1" },
+        { BitBlock, "DO0", 1, "01 01 FF FF 00 01", nullptr },
+        { Bit, "DO0", 2, nullptr, "can't read 2 bits from DO65536" },
+        { Bit, "HR1", 2000, "01 03 00 00 00 7D", nullptr },
+        { Bit, "HR1", 2001, nullptr, "can't read any word from HR1" },
+        { Bit, "HR1.255", 1745, "01 03 00 00 00 7D", nullptr },
+        { Bit, "HR1.255", 1746, nullptr, "can't read any word from HR1" },
+        { Bit, "HR0.255", 1, nullptr, "can't read any word from HR65536" },
+        { Bit, "HR1.1", -1, nullptr, "can't read any word from HR1" },
+        { Bit, "HR1", INT_MAX, nullptr, "can't read any word from HR1" },
     };
     for (const LimitRow &row : rows) {
         DriverRig rig;
@@ -125,26 +141,28 @@ TEST(ReadLimits, CountsAtAndPastEachLimit)
 
 TEST(ReadLimits, StationAbove255IsRefusedBeforeSending)
 {
-    for (int station : {256, 300, -1}) {
+    for (int station : { 256, 300, -1 }) {
         DriverRig rig;
         rig.link.station = station;
         rig.read(Word, 1, "HR1");
         EXPECT_TRUE(rig.sentNothing());
-        EXPECT_EQ(rig.error(), "invalid slave id:" + std::to_string(station) + " (read 1 word(s) from "
-                                   + std::to_string(station & 0xFF) + "-HR1)");
+        EXPECT_EQ(rig.error(),
+            "invalid slave id:" + std::to_string(station) + " (read 1 word(s) from "
+                + std::to_string(station & 0xFF) + "-HR1)");
     }
 }
 
 TEST(ReadFunctionCodes, ChosenByPrefix)
 {
-    struct Row {
+    struct Row
+    {
         int type;
         const char *address;
         int code;
-    } rows[] = {{Word, "HR1", 3},  {Word, "hr1", 3},      {Word, "Fn6Hr1", 3}, {Word, "HRX1", 3},
-                {Word, "IR1", 4},  {Word, "sw1", 4},      {Word, "H1", 4},     {Word, "1", 4},
-                {Bit, "DO1", 1},   {Bit, "fn5do1", 1},    {Bit, "DI1", 2},     {Bit, "HR1.2", 3},
-                {Bit, "IR1", 4},   {DoubleWord, "IR1", 4}, {Byte, "FN6HR1", 3}};
+    } rows[] = { { Word, "HR1", 3 }, { Word, "hr1", 3 }, { Word, "Fn6Hr1", 3 }, { Word, "HRX1", 3 },
+        { Word, "IR1", 4 }, { Word, "sw1", 4 }, { Word, "H1", 4 }, { Word, "1", 4 }, { Bit, "DO1", 1 },
+        { Bit, "fn5do1", 1 }, { Bit, "DI1", 2 }, { Bit, "HR1.2", 3 }, { Bit, "IR1", 4 },
+        { DoubleWord, "IR1", 4 }, { Byte, "FN6HR1", 3 } };
     for (const Row &row : rows) {
         DriverRig rig;
         rig.read(row.type, 1, row.address);
@@ -153,7 +171,8 @@ TEST(ReadFunctionCodes, ChosenByPrefix)
     }
 }
 
-struct ConversionRow {
+struct ConversionRow
+{
     const char *what;
     int type;
     const char *address;
@@ -166,25 +185,26 @@ struct ConversionRow {
 TEST(ReadConversions, ResultsInPanelOrder)
 {
     const ConversionRow rows[] = {
-        {"dword, SW: first register high", DoubleWord, "HR100SW", 1, "01 03 00 63 00 02", "01 03 04 00 01 00 02",
-         "02 00 01 00"},
-        {"dword: first register low", DoubleWord, "hr100", 1, "01 03 00 63 00 02", "01 03 04 00 01 00 02",
-         "01 00 02 00"},
-        {"two dwords", DoubleWord, "HR1sw", 2, "01 03 00 00 00 04", "01 03 08 12 34 56 78 9A BC DE F0",
-         "78 56 34 12 F0 DE BC 9A"},
-        {"odd byte count", Byte, "HR1", 3, "01 03 00 00 00 02", "01 03 04 11 22 33 44", "22 11 44"},
-        {"coils, bits past the count cleared", Bit, "DO1", 10, "01 01 00 00 00 0A", "01 01 02 FF FF", "FF 03"},
-        {"inputs as they stand", Bit, "DI5", 16, "01 02 00 04 00 10", "01 02 02 A5 5A", "A5 5A"},
-        {"register bit 3 set", Bit, "HR100.3", 1, "01 03 00 63 00 01", "01 03 02 00 08", "01"},
-        {"register bit 3 clear", Bit, "HR100.3", 1, "01 03 00 63 00 01", "01 03 02 FF F7", "00"},
-        {"bit 15 and the next register's bit 0", Bit, "HR100.15", 2, "01 03 00 63 00 02", "01 03 04 80 00 00 01",
-         "03"},
-        {"bit index 20 is bit 4 of the next register", Bit, "HR100.20", 1, "01 03 00 63 00 02",
-         "01 03 04 FF FF 00 10", "01"},
-        {"sixteen bits from bit 0", BitBlock, "HR1", 16, "01 03 00 00 00 01", "01 03 02 12 34", "34 12"},
-        {"no bit part reads from bit 0", Bit, "HR1", 3, "01 03 00 00 00 01", "01 03 02 00 0D", "05"},
-        {"run across three registers", Bit, "IR1.14", 20, "01 04 00 00 00 03", "01 04 06 C0 00 FF FF 00 03",
-         "FF FF 0F"},
+        { "dword, SW: first register high", DoubleWord, "HR100SW", 1, "01 03 00 63 00 02",
+            "01 03 04 00 01 00 02", "02 00 01 00" },
+        { "dword: first register low", DoubleWord, "hr100", 1, "01 03 00 63 00 02", "01 03 04 00 01 00 02",
+            "01 00 02 00" },
+        { "two dwords", DoubleWord, "HR1sw", 2, "01 03 00 00 00 04", "01 03 08 12 34 56 78 9A BC DE F0",
+            "78 56 34 12 F0 DE BC 9A" },
+        { "odd byte count", Byte, "HR1", 3, "01 03 00 00 00 02", "01 03 04 11 22 33 44", "22 11 44" },
+        { "coils, bits past the count cleared", Bit, "DO1", 10, "01 01 00 00 00 0A", "01 01 02 FF FF",
+            "FF 03" },
+        { "inputs as they stand", Bit, "DI5", 16, "01 02 00 04 00 10", "01 02 02 A5 5A", "A5 5A" },
+        { "register bit 3 set", Bit, "HR100.3", 1, "01 03 00 63 00 01", "01 03 02 00 08", "01" },
+        { "register bit 3 clear", Bit, "HR100.3", 1, "01 03 00 63 00 01", "01 03 02 FF F7", "00" },
+        { "bit 15 and the next register's bit 0", Bit, "HR100.15", 2, "01 03 00 63 00 02",
+            "01 03 04 80 00 00 01", "03" },
+        { "bit index 20 is bit 4 of the next register", Bit, "HR100.20", 1, "01 03 00 63 00 02",
+            "01 03 04 FF FF 00 10", "01" },
+        { "sixteen bits from bit 0", BitBlock, "HR1", 16, "01 03 00 00 00 01", "01 03 02 12 34", "34 12" },
+        { "no bit part reads from bit 0", Bit, "HR1", 3, "01 03 00 00 00 01", "01 03 02 00 0D", "05" },
+        { "run across three registers", Bit, "IR1.14", 20, "01 04 00 00 00 03", "01 04 06 C0 00 FF FF 00 03",
+            "FF FF 0F" },
     };
     for (const ConversionRow &row : rows) {
         DriverRig rig;

@@ -21,9 +21,9 @@ QByteArray randomBytes(std::mt19937 &random, int maxSize)
 
 TEST(Robustness, RandomRepliesNeverBreakACommand)
 {
-    const char *addresses[] = {"HR100", "FN6HR5", "DO1", "FN5DO3", "DI9", "IR7", "HR1.15", "HR60010", "HR0.255",
-                               "HR100SW", "x", ""};
-    const int types[] = {Bit, Byte, Word, DoubleWord, Block, BitBlock};
+    const char *addresses[] = { "HR100", "FN6HR5", "DO1", "FN5DO3", "DI9", "IR7", "HR1.15", "HR60010",
+        "HR0.255", "HR100SW", "x", "" };
+    const int types[] = { Bit, Byte, Word, DoubleWord, Block, BitBlock };
     std::mt19937 random(7);
     for (int round = 0; round < 3000; ++round) {
         DriverRig rig;
@@ -48,7 +48,8 @@ TEST(Robustness, RandomRepliesNeverBreakACommand)
         if (random() % 2) {
             const QByteArray result = rig.read(type, count, address);
             if (!rig.failed())
-                EXPECT_EQ(result.size(), GetSafeDataLen(CommunicatorCommand(type, count, address))) << address;
+                EXPECT_EQ(result.size(), GetSafeDataLen(CommunicatorCommand(type, count, address)))
+                    << address;
         } else {
             rig.write(type, address, randomBytes(random, 300), count);
         }
@@ -72,7 +73,8 @@ TEST(Robustness, AddressTextsOfAnyShape)
         rig.link.line(randomBytes(random, 40));
         const QString address = QString::fromLatin1(text);
         rig.driver.read(&rig.link, CommunicatorCommand(int(random() % 8), int(random() % 10), address));
-        rig.driver.write(&rig.link, CommunicatorCommand(int(random() % 8), 1, address), randomBytes(random, 8));
+        rig.driver.write(
+            &rig.link, CommunicatorCommand(int(random() % 8), 1, address), randomBytes(random, 8));
     }
 }
 

@@ -12,15 +12,12 @@
 
 namespace {
 
-DeviceSetting serialDefault()
-{
-    return DeviceSetting(SerialDeviceType, "COM2", 9600, 8, 0, 2);
-}
+DeviceSetting serialDefault() { return DeviceSetting(SerialDeviceType, "COM2", 9600, 8, 0, 2); }
 
 DeviceSetting withEndpoints(int n)
 {
     DeviceSetting d = serialDefault();
-    QList<QPair<QString, QString> > data;
+    QList<QPair<QString, QString>> data;
     for (int i = 0; i < n; ++i)
         data << qMakePair(QString("10.0.0.%1").arg(i + 1), QString::number(502 + i));
     d.setSocketData(data);
@@ -30,7 +27,7 @@ DeviceSetting withEndpoints(int n)
 TEST(DeviceSettingEndpoints, EmptyListNamesNoEntry)
 {
     DeviceSetting d = serialDefault();
-    for (int index : {-1, 0, 1, -2}) {
+    for (int index : { -1, 0, 1, -2 }) {
         d.setSocketIP("1.2.3.4", index);
         d.setPort(80, index);
         EXPECT_TRUE(d.socketIP(index).isEmpty()) << index;
@@ -58,7 +55,7 @@ TEST(DeviceSettingEndpoints, CursorMovesOnlyInsideTheList)
     EXPECT_EQ(d.port(0), 502);
 
     // A shorter list leaves the cursor pointing past its end.
-    d.setSocketData(QList<QPair<QString, QString> >() << qMakePair(QString("10.1.1.1"), QString("1")));
+    d.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("10.1.1.1"), QString("1")));
     EXPECT_EQ(d.currentIPIndex, 1);
     EXPECT_TRUE(d.socketIP(-1).isEmpty());
     EXPECT_EQ(d.port(-1), 0);
@@ -66,13 +63,15 @@ TEST(DeviceSettingEndpoints, CursorMovesOnlyInsideTheList)
 
 TEST(DeviceSettingEndpoints, PortTextsAreDecimal16Bit)
 {
-    struct Row {
+    struct Row
+    {
         const char *text;
         unsigned short port;
-    } rows[] = {{"502", 502}, {"50x", 0}, {"70000", 0}, {"65535", 65535}, {"0x1F", 0}, {"", 0}, {"-1", 0}};
+    } rows[] = { { "502", 502 }, { "50x", 0 }, { "70000", 0 }, { "65535", 65535 }, { "0x1F", 0 }, { "", 0 },
+        { "-1", 0 } };
     for (const Row &row : rows) {
         DeviceSetting d = serialDefault();
-        d.setSocketData(QList<QPair<QString, QString> >() << qMakePair(QString("h"), QString(row.text)));
+        d.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("h"), QString(row.text)));
         EXPECT_EQ(d.port(0), row.port) << row.text;
     }
 }
@@ -95,7 +94,8 @@ TEST(DriverSettingRecord, ConstructorsAndCopy)
     EXPECT_FALSE(target.extraFlag) << "copy keeps the flag";
 }
 
-template <typename T> QByteArray streamed(const T &value, QDataStream::ByteOrder order = QDataStream::BigEndian)
+template <typename T>
+QByteArray streamed(const T &value, QDataStream::ByteOrder order = QDataStream::BigEndian)
 {
     QByteArray bytes;
     QDataStream out(&bytes, QIODevice::WriteOnly);
@@ -125,12 +125,12 @@ TEST(SettingsStream, DeviceSettingRoundTripInBothByteOrders)
 {
     DeviceSetting source(static_cast<device_type>(4), "COM3", 115200, 7, 1, 1, 42, "not streamed");
     source.linkID = 9;
-    source.setSocketData(QList<QPair<QString, QString> >() << qMakePair(QString("a"), QString("1"))
-                                                            << qMakePair(QString("b"), QString("2"))
-                                                            << qMakePair(QString("c"), QString("3")));
+    source.setSocketData(QList<QPair<QString, QString>>()
+        << qMakePair(QString("a"), QString("1")) << qMakePair(QString("b"), QString("2"))
+        << qMakePair(QString("c"), QString("3")));
     source.setCurrentIPIndex(2);
 
-    for (QDataStream::ByteOrder order : {QDataStream::BigEndian, QDataStream::LittleEndian}) {
+    for (QDataStream::ByteOrder order : { QDataStream::BigEndian, QDataStream::LittleEndian }) {
         QByteArray bytes = streamed(source, order);
         DeviceSetting target = serialDefault();
         QDataStream in(bytes);
@@ -189,7 +189,7 @@ TEST(SettingsStream, ShortStreamsYieldWhatTheyHold)
     }
 
     DriverSetting d(1, 2, 3, 4);
-    QDataStream empty(QByteArray{});
+    QDataStream empty(QByteArray {});
     empty >> d;
     EXPECT_EQ(empty.status(), QDataStream::ReadPastEnd);
 }
@@ -223,28 +223,30 @@ std::vector<std::string> dumpOf(void (*dumper)())
 
 TEST(SettingsDump, LinesAreByteExact)
 {
-    struct Row {
+    struct Row
+    {
         const char *what;
         void (*dumper)();
         const char *line;
     } rows[] = {
-        {"driver default", [] { DriverSetting(500, 3, 1, 0).dump(); },
-         "timeout: 500 retry: 3 stationid: 1 delay: 0 "},
-        {"negative numbers", [] { DriverSetting(-1, -2, 300, 7).dump(); },
-         "timeout: -1 retry: -2 stationid: 300 delay: 7 "},
-        {"serial default", [] { serialDefault().dump(); },
-         "type: 16 string: \"COM2\" baudrate: 9600 databits: 8 stopbits: 0 parity: 2 linkID: -1 current ip: \"\" "
-         "current port: 0 "},
-        {"current endpoint, quote and backslash kept as they are",
-         [] {
-             DeviceSetting d(static_cast<device_type>(-1), "a\"b\\c", 1, 2, 3, 4);
-             d.setSocketData(QList<QPair<QString, QString> >() << qMakePair(QString("h0"), QString("1"))
-                                                               << qMakePair(QString("192.168.1.6"), QString("502")));
-             d.setCurrentIPIndex(1);
-             d.dump();
-         },
-         "type: 4294967295 string: \"a\"b\\c\" baudrate: 1 databits: 2 stopbits: 3 parity: 4 linkID: -1 "
-         "current ip: \"192.168.1.6\" current port: 502 "},
+        { "driver default", [] { DriverSetting(500, 3, 1, 0).dump(); },
+            "timeout: 500 retry: 3 stationid: 1 delay: 0 " },
+        { "negative numbers", [] { DriverSetting(-1, -2, 300, 7).dump(); },
+            "timeout: -1 retry: -2 stationid: 300 delay: 7 " },
+        { "serial default", [] { serialDefault().dump(); },
+            "type: 16 string: \"COM2\" baudrate: 9600 databits: 8 stopbits: 0 parity: 2 linkID: -1 current "
+            "ip: \"\" "
+            "current port: 0 " },
+        { "current endpoint, quote and backslash kept as they are",
+            [] {
+                DeviceSetting d(static_cast<device_type>(-1), "a\"b\\c", 1, 2, 3, 4);
+                d.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("h0"),
+                                    QString("1")) << qMakePair(QString("192.168.1.6"), QString("502")));
+                d.setCurrentIPIndex(1);
+                d.dump();
+            },
+            "type: 4294967295 string: \"a\"b\\c\" baudrate: 1 databits: 2 stopbits: 3 parity: 4 linkID: -1 "
+            "current ip: \"192.168.1.6\" current port: 502 " },
     };
     for (const Row &row : rows)
         EXPECT_THAT(dumpOf(row.dumper), testing::ElementsAre(row.line)) << row.what;

@@ -13,10 +13,7 @@
 namespace {
 
 volatile sig_atomic_t alarms = 0;
-void onAlarm(int)
-{
-    alarms = alarms + 1;
-}
+void onAlarm(int) { alarms = alarms + 1; }
 
 TEST(HRSleep, SignalsDoNotShortenTheWait)
 {
@@ -24,7 +21,7 @@ TEST(HRSleep, SignalsDoNotShortenTheWait)
     action.sa_handler = onAlarm; // no SA_RESTART: nanosleep returns EINTR
     struct sigaction previous;
     ASSERT_EQ(sigaction(SIGALRM, &action, &previous), 0);
-    struct itimerval every20ms = {{0, 20000}, {0, 20000}};
+    struct itimerval every20ms = { { 0, 20000 }, { 0, 20000 } };
     setitimer(ITIMER_REAL, &every20ms, nullptr);
 
     alarms = 0;
@@ -58,15 +55,28 @@ TEST(Processes, OwnIdExistsAndAFreeOneDoesNot)
 
 TEST(HexText, ParsesWithinItsLengthOrGivesZero)
 {
-    struct Row {
+    struct Row
+    {
         const char *text;
         int len;
         quint32 value;
     } rows[] = {
-        {"1f", 2, 31},          {"0x1F", 4, 31},      {"0x1F", 3, 1},        {"0x", 2, 0},
-        {"12G4", 4, 0},         {"ff", 10, 255},      {"0", 1, 0},           {"01", 2, 1},
-        {"0X0a", 4, 10},        {"", 5, 0},           {"1f", 0, 0},          {"1f", -1, 0},
-        {"123456789", 9, 0x23456789}, {"FFFFFFFF", 8, 0xFFFFFFFF}, {"0x\xff", 3, 0}, {"0x12 ", 5, 0},
+        { "1f", 2, 31 },
+        { "0x1F", 4, 31 },
+        { "0x1F", 3, 1 },
+        { "0x", 2, 0 },
+        { "12G4", 4, 0 },
+        { "ff", 10, 255 },
+        { "0", 1, 0 },
+        { "01", 2, 1 },
+        { "0X0a", 4, 10 },
+        { "", 5, 0 },
+        { "1f", 0, 0 },
+        { "1f", -1, 0 },
+        { "123456789", 9, 0x23456789 },
+        { "FFFFFFFF", 8, 0xFFFFFFFF },
+        { "0x\xff", 3, 0 },
+        { "0x12 ", 5, 0 },
     };
     for (const Row &row : rows)
         EXPECT_EQ(HexToUInt(row.text, row.len), row.value) << row.text << " / " << row.len;

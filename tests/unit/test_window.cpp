@@ -29,8 +29,8 @@ TEST(SpecialWindow, TableReadsAndWritesSendNothing)
 {
     DriverRig rig;
     EXPECT_EQ(rig.read(Word, 10, "HR60000"), QByteArray(20, '\0'));
-    EXPECT_TRUE(rig.write(Word, "HR60000", words({2, 5, 7})));
-    EXPECT_TRUE(rig.write(Word, "FN6HR60009", words({3})));
+    EXPECT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
+    EXPECT_TRUE(rig.write(Word, "FN6HR60009", words({ 3 })));
     EXPECT_EQ(toHex(rig.read(Word, 3, "hr60000")), "02 00 05 00 07 00");
     EXPECT_EQ(toHex(rig.read(Word, 1, "FN6HR60009")), "03 00");
     EXPECT_TRUE(rig.sentNothing());
@@ -39,31 +39,34 @@ TEST(SpecialWindow, TableReadsAndWritesSendNothing)
 
 TEST(SpecialWindow, BoundsOnTheTable)
 {
-    struct Row {
+    struct Row
+    {
         const char *what;
         void (*act)(DriverRig &);
         int index;
         quint16 value;
     } rows[] = {
-        {"read-back station above 8 becomes 8", [](DriverRig &r) { r.write(Word, "HR60009", words({20})); }, 9, 8},
-        {"word writes store any station count", [](DriverRig &r) { r.write(Word, "HR60000", words({20})); }, 0, 20},
-        {"a bit write of the count sets 8",
-         [](DriverRig &r) {
-             r.write(Word, "HR60000", words({3}));
-             r.write(Bit, "HR60000.1", QByteArray(1, '\0'));
-         },
-         0, 8},
-        {"a bit write elsewhere brings the count down to 8",
-         [](DriverRig &r) {
-             r.write(Word, "HR60000", words({20}));
-             r.write(Bit, "HR60003.3", QByteArray(1, 1));
-         },
-         0, 8},
-        {"the bit itself", [](DriverRig &r) { r.write(Bit, "FN6HR60003.3", QByteArray(1, 1)); }, 3, 8},
-        {"bit 16 and above change nothing", [](DriverRig &r) { r.write(Bit, "HR60003.16", QByteArray(1, 1)); }, 3,
-         0},
-        {"a bit write with no data changes no bit", [](DriverRig &r) { r.write(Bit, "HR60003.2", QByteArray()); },
-         3, 0},
+        { "read-back station above 8 becomes 8",
+            [](DriverRig &r) { r.write(Word, "HR60009", words({ 20 })); }, 9, 8 },
+        { "word writes store any station count",
+            [](DriverRig &r) { r.write(Word, "HR60000", words({ 20 })); }, 0, 20 },
+        { "a bit write of the count sets 8",
+            [](DriverRig &r) {
+                r.write(Word, "HR60000", words({ 3 }));
+                r.write(Bit, "HR60000.1", QByteArray(1, '\0'));
+            },
+            0, 8 },
+        { "a bit write elsewhere brings the count down to 8",
+            [](DriverRig &r) {
+                r.write(Word, "HR60000", words({ 20 }));
+                r.write(Bit, "HR60003.3", QByteArray(1, 1));
+            },
+            0, 8 },
+        { "the bit itself", [](DriverRig &r) { r.write(Bit, "FN6HR60003.3", QByteArray(1, 1)); }, 3, 8 },
+        { "bit 16 and above change nothing",
+            [](DriverRig &r) { r.write(Bit, "HR60003.16", QByteArray(1, 1)); }, 3, 0 },
+        { "a bit write with no data changes no bit",
+            [](DriverRig &r) { r.write(Bit, "HR60003.2", QByteArray()); }, 3, 0 },
     };
     for (const Row &row : rows) {
         DriverRig rig;
@@ -75,25 +78,26 @@ TEST(SpecialWindow, BoundsOnTheTable)
 
 TEST(SpecialWindow, RelayToEveryListedStation)
 {
-    struct Row {
+    struct Row
+    {
         const char *address;
         std::vector<std::string> frames;
     } rows[] = {
-        {"HR60010", {"05 10 05 13 00 01 02 12 34 CE 44", "07 10 05 13 00 01 02 12 34 D7 24"}},
-        {"FN6HR60010", {"05 06 05 13 12 34 74 30", "07 06 05 13 12 34 75 D2"}},
+        { "HR60010", { "05 10 05 13 00 01 02 12 34 CE 44", "07 10 05 13 00 01 02 12 34 D7 24" } },
+        { "FN6HR60010", { "05 06 05 13 12 34 74 30", "07 06 05 13 12 34 75 D2" } },
     };
     for (const Row &row : rows) {
         DriverRig rig;
         rig.link.delay = 1;
-        ASSERT_TRUE(rig.write(Word, "HR60000", words({2, 5, 7})));
+        ASSERT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
         rig.link.calls.clear();
         for (const std::string &f : row.frames) {
             QByteArray frame = hex(f.c_str());
             rig.link.line(withCrc(frame.left(6).toHex(' ').constData()));
         }
-        EXPECT_TRUE(rig.write(Word, row.address, words({0x1234}))) << rig.error();
-        EXPECT_THAT(rig.link.callsOf({"send", "delayMs", "stationId"}),
-                    ElementsAre("delayMs", "send " + row.frames[0], "delayMs", "send " + row.frames[1]))
+        EXPECT_TRUE(rig.write(Word, row.address, words({ 0x1234 }))) << rig.error();
+        EXPECT_THAT(rig.link.callsOf({ "send", "delayMs", "stationId" }),
+            ElementsAre("delayMs", "send " + row.frames[0], "delayMs", "send " + row.frames[1]))
             << row.address;
         EXPECT_EQ(table(rig)[10], 0x1234);
     }
@@ -102,24 +106,24 @@ TEST(SpecialWindow, RelayToEveryListedStation)
 TEST(SpecialWindow, RepeatedAttemptResumesWithTheStationThatFailed)
 {
     DriverRig rig;
-    ASSERT_TRUE(rig.write(Word, "HR60000", words({2, 5, 7})));
+    ASSERT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
     rig.link.line("05 10 05 13 00 01 F1 44"); // station 7 stays silent
 
-    EXPECT_FALSE(rig.write(Word, "HR60010", words({0x1234})));
+    EXPECT_FALSE(rig.write(Word, "HR60010", words({ 0x1234 })));
     EXPECT_EQ(rig.error(), "PLC no response (write 1 word to 1-HR60010)");
     EXPECT_EQ(table(rig)[10], 0) << "the relay register changes only after every station has the value";
 
     // Within one command, the retry writes to station 7 only.
     DriverRig retried;
     retried.link.retries = 1;
-    ASSERT_TRUE(retried.write(Word, "HR60000", words({2, 5, 7})));
+    ASSERT_TRUE(retried.write(Word, "HR60000", words({ 2, 5, 7 })));
     retried.link.line("05 10 05 13 00 01 F1 44");
     retried.link.silence();
     retried.link.line("07 10 05 13 00 01 F0 A6");
-    EXPECT_TRUE(retried.write(Word, "HR60010", words({0x1234})));
+    EXPECT_TRUE(retried.write(Word, "HR60010", words({ 0x1234 })));
     EXPECT_THAT(retried.link.sent(),
-                ElementsAre("05 10 05 13 00 01 02 12 34 CE 44", "07 10 05 13 00 01 02 12 34 D7 24",
-                            "07 10 05 13 00 01 02 12 34 D7 24"));
+        ElementsAre("05 10 05 13 00 01 02 12 34 CE 44", "07 10 05 13 00 01 02 12 34 D7 24",
+            "07 10 05 13 00 01 02 12 34 D7 24"));
     EXPECT_EQ(table(retried)[10], 0x1234);
     EXPECT_FALSE(retried.failed());
 }
@@ -127,7 +131,7 @@ TEST(SpecialWindow, RepeatedAttemptResumesWithTheStationThatFailed)
 TEST(SpecialWindow, NoStationsMeansNoRequests)
 {
     DriverRig rig;
-    EXPECT_TRUE(rig.write(Word, "HR60010", words({0x2A})));
+    EXPECT_TRUE(rig.write(Word, "HR60010", words({ 0x2A })));
     EXPECT_EQ(toHex(rig.read(Word, 1, "HR60010")), "2A 00");
     EXPECT_TRUE(rig.sentNothing());
 }
@@ -135,8 +139,8 @@ TEST(SpecialWindow, NoStationsMeansNoRequests)
 TEST(SpecialWindow, ReadBackFromTheChosenStation)
 {
     DriverRig rig;
-    ASSERT_TRUE(rig.write(Word, "HR60000", words({2, 5, 7})));
-    ASSERT_TRUE(rig.write(Word, "HR60009", words({5})));
+    ASSERT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
+    ASSERT_TRUE(rig.write(Word, "HR60009", words({ 5 })));
     rig.link.line("05 03 02 00 2A C8 5B");
     EXPECT_EQ(toHex(rig.read(Word, 2, "HR60009")), "05 00 2A 00");
     EXPECT_THAT(rig.link.sent(), ElementsAre("05 03 05 13 00 01 74 87"));
@@ -150,29 +154,30 @@ TEST(SpecialWindow, BitOfTheRelayRegisterIsReadModifyWrittenAtEachStation)
 {
     DriverRig rig;
     rig.link.delay = 1;
-    ASSERT_TRUE(rig.write(Word, "HR60000", words({2, 5, 7})));
+    ASSERT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
     rig.link.calls.clear();
     rig.link.line(withCrc("05 03 02 00 01"));
     rig.link.line(withCrc("05 10 05 13 00 01"));
     rig.link.line(withCrc("07 03 02 00 00"));
     rig.link.line(withCrc("07 10 05 13 00 01"));
     EXPECT_TRUE(rig.write(Bit, "HR60010.4", QByteArray(1, 1))) << rig.error();
-    EXPECT_THAT(rig.link.callsOf({"send", "delayMs"}),
-                ElementsAre("delayMs", "send " + toHex(withCrc("05 03 05 13 00 01")), "delayMs",
-                            "send " + toHex(withCrc("05 10 05 13 00 01 02 00 11")), "delayMs",
-                            "send " + toHex(withCrc("07 03 05 13 00 01")), "delayMs",
-                            "send " + toHex(withCrc("07 10 05 13 00 01 02 00 10"))));
+    EXPECT_THAT(rig.link.callsOf({ "send", "delayMs" }),
+        ElementsAre("delayMs", "send " + toHex(withCrc("05 03 05 13 00 01")), "delayMs",
+            "send " + toHex(withCrc("05 10 05 13 00 01 02 00 11")), "delayMs",
+            "send " + toHex(withCrc("07 03 05 13 00 01")), "delayMs",
+            "send " + toHex(withCrc("07 10 05 13 00 01 02 00 10"))));
     EXPECT_EQ(table(rig)[10], 0x10);
 }
 
 TEST(SpecialWindow, RelayNeverTakesStationsFromBeyondTheList)
 {
     DriverRig rig;
-    ASSERT_TRUE(rig.write(Word, "HR60000", words({20, 11, 12, 13, 14, 15, 16, 17, 18})));
-    ASSERT_TRUE(rig.write(Word, "HR60009", words({8})));
+    ASSERT_TRUE(rig.write(Word, "HR60000", words({ 20, 11, 12, 13, 14, 15, 16, 17, 18 })));
+    ASSERT_TRUE(rig.write(Word, "HR60009", words({ 8 })));
     for (int s = 11; s <= 18; ++s)
-        rig.link.line(withCrc(QByteArray::number(s, 16).rightJustified(2, '0').append(" 10 05 13 00 01").constData()));
-    EXPECT_TRUE(rig.write(Word, "HR60010", words({1})));
+        rig.link.line(
+            withCrc(QByteArray::number(s, 16).rightJustified(2, '0').append(" 10 05 13 00 01").constData()));
+    EXPECT_TRUE(rig.write(Word, "HR60010", words({ 1 })));
     ASSERT_EQ(rig.link.sent().size(), 8u);
     for (int i = 0; i < 8; ++i)
         EXPECT_EQ(hex(rig.link.sent()[i].c_str()).at(0), char(11 + i));
@@ -180,25 +185,36 @@ TEST(SpecialWindow, RelayNeverTakesStationsFromBeyondTheList)
 
 TEST(SpecialWindow, AccessesPastTheRelayRegisterAreRefused)
 {
-    struct Row {
+    struct Row
+    {
         const char *what;
         bool (*act)(DriverRig &);
         const char *error;
     } rows[] = {
-        {"read past the table", [](DriverRig &r) { return !r.read(Word, 7, "HR60005").isEmpty(); },
-         "can't read 7 word(s) from HR60005: the special registers end at HR60010 (read 7 word(s) from 1-HR60005)"},
-        {"negative count", [](DriverRig &r) { return !r.read(Word, -1, "HR60000").isEmpty(); },
-         "can't read -1 word(s) from HR60000: the special registers end at HR60010 (read -1 word(s) from 1-HR60000)"},
-        {"two words at the relay register", [](DriverRig &r) { return r.write(Word, "HR60010", words({1, 2})); },
-         "can't write 2 word(s) to HR60010: HR60010 takes one word on its own (write 1 word to 1-HR60010)"},
-        {"a write reaching the relay register", [](DriverRig &r) { return r.write(Word, "HR60009", words({1, 2})); },
-         "can't write 2 word(s) to HR60009: HR60010 takes one word on its own (write 1 word to 1-HR60009)"},
-        {"odd data", [](DriverRig &r) { return r.write(Word, "HR60001", hex("01")); },
-         "can't write 1 byte(s) as words to HR60001 (write 1 word to 1-HR60001)"},
+        { "read past the table", [](DriverRig &r) { return !r.read(Word, 7, "HR60005").isEmpty(); },
+            "can't read 7 word(s) from HR60005: the special registers end at HR60010 (read 7 word(s) from "
+            "1-HR60005)" },
+        { "negative count", [](DriverRig &r) { return !r.read(Word, -1, "HR60000").isEmpty(); },
+            "can't read -1 word(s) from HR60000: the special registers end at HR60010 (read -1 word(s) from "
+            "1-HR60000)" },
+        { "two words at the relay register",
+            [](DriverRig &r) {
+                return r.write(Word, "HR60010", words({ 1, 2 }));
+            },
+            "can't write 2 word(s) to HR60010: HR60010 takes one word on its own (write 1 word to "
+            "1-HR60010)" },
+        { "a write reaching the relay register",
+            [](DriverRig &r) {
+                return r.write(Word, "HR60009", words({ 1, 2 }));
+            },
+            "can't write 2 word(s) to HR60009: HR60010 takes one word on its own (write 1 word to "
+            "1-HR60009)" },
+        { "odd data", [](DriverRig &r) { return r.write(Word, "HR60001", hex("01")); },
+            "can't write 1 byte(s) as words to HR60001 (write 1 word to 1-HR60001)" },
     };
     for (const Row &row : rows) {
         DriverRig rig;
-        rig.write(Word, "HR60000", words({1, 5}));
+        rig.write(Word, "HR60000", words({ 1, 5 }));
         EXPECT_FALSE(row.act(rig)) << row.what;
         EXPECT_EQ(rig.error(), row.error) << row.what;
         EXPECT_TRUE(rig.sentNothing()) << row.what;

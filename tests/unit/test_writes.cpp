@@ -21,12 +21,10 @@ QByteArray repeated(const char *bytes, int times)
 
 // The drive's answer to a function-5, 6, 15 or 16 request: its first six
 // bytes echoed, with a fresh CRC.
-QByteArray echoOf(const std::string &request)
-{
-    return withCrc(request.substr(0, 17).c_str());
-}
+QByteArray echoOf(const std::string &request) { return withCrc(request.substr(0, 17).c_str()); }
 
-struct FrameRow {
+struct FrameRow
+{
     const char *what;
     int type;
     const char *address;
@@ -37,24 +35,25 @@ struct FrameRow {
 TEST(Writes, FramesOnTheWire)
 {
     const FrameRow rows[] = {
-        {"two words", Word, "HR17", hex("0A 00 02 01"), {"01 10 00 10 00 02 04 00 0A 01 02"}},
-        {"no words", Word, "HR1", QByteArray(), {"01 10 00 00 00 00 00"}},
-        {"odd bytes: high byte of the last register 0", Byte, "HR1", hex("01 02 03"),
-         {"01 10 00 00 00 02 04 02 01 00 03"}},
-        {"bytes with FN6", Block, "FN6HR1", hex("01 02 03"), {"01 06 00 00 02 01", "01 06 00 01 00 03"}},
-        {"dword, SW: high half first", DoubleWord, "HR100SW", hex("78 56 34 12"),
-         {"01 10 00 63 00 02 04 12 34 56 78"}},
-        {"dword: low half first", DoubleWord, "HR100", hex("78 56 34 12"), {"01 10 00 63 00 02 04 56 78 12 34"}},
-        {"dword with FN6, SW", DoubleWord, "fn6hr100sw", hex("78 56 34 12"),
-         {"01 06 00 63 12 34", "01 06 00 64 56 78"}},
-        {"one word with FN6", Word, "FN6HR2", hex("03 00"), {"01 06 00 01 00 03"}},
-        {"three words with FN6", Word, "FN6HR10", hex("01 00 02 00 03 00"),
-         {"01 06 00 09 00 01", "01 06 00 0A 00 02", "01 06 00 0B 00 03"}},
-        {"FN6 wraps past register 65535", Word, "FN6HR0", hex("01 00"), {"01 06 FF FF 00 01"}},
-        {"coils", Bit, "DO20", hex("01 00 01 01 00 00 01 01 01 00"), {"01 0F 00 13 00 0A 02 CD 01"}},
-        {"no coils", BitBlock, "DO1", QByteArray(), {"01 0F 00 00 00 00 00"}},
-        {"single coils; any non-zero byte is on", Bit, "FN5DO1", hex("01 00 02 80"),
-         {"01 05 00 00 FF 00", "01 05 00 01 00 00", "01 05 00 02 FF 00", "01 05 00 03 FF 00"}},
+        { "two words", Word, "HR17", hex("0A 00 02 01"), { "01 10 00 10 00 02 04 00 0A 01 02" } },
+        { "no words", Word, "HR1", QByteArray(), { "01 10 00 00 00 00 00" } },
+        { "odd bytes: high byte of the last register 0", Byte, "HR1", hex("01 02 03"),
+            { "01 10 00 00 00 02 04 02 01 00 03" } },
+        { "bytes with FN6", Block, "FN6HR1", hex("01 02 03"), { "01 06 00 00 02 01", "01 06 00 01 00 03" } },
+        { "dword, SW: high half first", DoubleWord, "HR100SW", hex("78 56 34 12"),
+            { "01 10 00 63 00 02 04 12 34 56 78" } },
+        { "dword: low half first", DoubleWord, "HR100", hex("78 56 34 12"),
+            { "01 10 00 63 00 02 04 56 78 12 34" } },
+        { "dword with FN6, SW", DoubleWord, "fn6hr100sw", hex("78 56 34 12"),
+            { "01 06 00 63 12 34", "01 06 00 64 56 78" } },
+        { "one word with FN6", Word, "FN6HR2", hex("03 00"), { "01 06 00 01 00 03" } },
+        { "three words with FN6", Word, "FN6HR10", hex("01 00 02 00 03 00"),
+            { "01 06 00 09 00 01", "01 06 00 0A 00 02", "01 06 00 0B 00 03" } },
+        { "FN6 wraps past register 65535", Word, "FN6HR0", hex("01 00"), { "01 06 FF FF 00 01" } },
+        { "coils", Bit, "DO20", hex("01 00 01 01 00 00 01 01 01 00"), { "01 0F 00 13 00 0A 02 CD 01" } },
+        { "no coils", BitBlock, "DO1", QByteArray(), { "01 0F 00 00 00 00 00" } },
+        { "single coils; any non-zero byte is on", Bit, "FN5DO1", hex("01 00 02 80"),
+            { "01 05 00 00 FF 00", "01 05 00 01 00 00", "01 05 00 02 FF 00", "01 05 00 03 FF 00" } },
     };
     for (const FrameRow &row : rows) {
         DriverRig rig;
@@ -75,11 +74,12 @@ TEST(Writes, PublishedFramesAndReplies)
     EXPECT_TRUE(rig.write(Word, "HR17", hex("0A 00 02 01")));
     rig.link.line("01 0F 00 13 00 0A 24 09");
     EXPECT_TRUE(rig.write(Bit, "DO20", hex("01 00 01 01 00 00 01 01 01 00")));
-    EXPECT_THAT(rig.link.sent(), ElementsAre("01 10 00 10 00 02 04 00 0A 01 02 52 F0",
-                                             "01 0F 00 13 00 0A 02 CD 01 72 CB"));
+    EXPECT_THAT(rig.link.sent(),
+        ElementsAre("01 10 00 10 00 02 04 00 0A 01 02 52 F0", "01 0F 00 13 00 0A 02 CD 01 72 CB"));
 }
 
-struct RefusalRow {
+struct RefusalRow
+{
     int type;
     const char *address;
     QByteArray data;
@@ -89,33 +89,34 @@ struct RefusalRow {
 TEST(Writes, LimitsAndDataSizes)
 {
     const RefusalRow rows[] = {
-        {Word, "HR1", repeated("01 00", 123), nullptr},
-        {Word, "HR1", repeated("01 00", 124), "can't write any word to HR1 (write 1 word to 1-HR1)"},
-        {Word, "HR0", hex("01 00"), nullptr},
-        {Word, "HR0", hex("01 00 02 00"), "can't write any word to HR65536 (write 1 word to 1-HR0)"},
-        {Word, "FN6HR1", repeated("01 00", 124), "can't write any word to HR1 (write 1 word to 1-FN6HR1)"},
-        {Word, "HR1", hex("01 02 03"), "can't write 3 byte(s) as words to HR1 (write 1 word to 1-HR1)"},
-        {Word, "FN6HR1", hex("01"), "can't write 1 byte(s) as words to HR1 (write 1 word to 1-FN6HR1)"},
-        {Byte, "HR1", repeated("01", 246), nullptr},
-        {Byte, "HR1", repeated("01", 247), "can't write any byte to HR1 (write 1 byte to 1-HR1)"},
-        {Byte, "FN6HR1", repeated("01", 247), "can't write any byte to HR1 (write 1 byte to 1-FN6HR1)"},
-        {DoubleWord, "HR100", repeated("01 00 00 00", 61), nullptr},
-        {DoubleWord, "HR100", repeated("01 00 00 00", 62),
-         "can't write any double word to HR100 (write 1 dword to 1-HR100)"},
-        {DoubleWord, "HR1", hex("01 02 03 04 05 06"),
-         "can't write 6 byte(s) as double words to HR1 (write 1 dword to 1-HR1)"},
-        {DoubleWord, "FN6HR1SW", hex("01 02"),
-         "can't write 2 byte(s) as double words to HR1 (write 1 dword to 1-FN6HR1SW)"},
-        {Bit, "DO1", repeated("01", 1976), nullptr},
-        {Bit, "DO1", repeated("01", 1977), "can't write 1977 bits to DO1 (write 1 bit to 1-DO1)"},
-        {Bit, "FN5DO1", repeated("01", 1977), "can't write 1977 bits to DO1 (write 1 bit to 1-FN5DO1)"},
-        {Bit, "DO0", hex("01"), nullptr},
-        {Bit, "DO0", hex("01 01"), "can't write 2 bits to DO65536 (write 1 bit to 1-DO0)"},
+        { Word, "HR1", repeated("01 00", 123), nullptr },
+        { Word, "HR1", repeated("01 00", 124), "can't write any word to HR1 (write 1 word to 1-HR1)" },
+        { Word, "HR0", hex("01 00"), nullptr },
+        { Word, "HR0", hex("01 00 02 00"), "can't write any word to HR65536 (write 1 word to 1-HR0)" },
+        { Word, "FN6HR1", repeated("01 00", 124), "can't write any word to HR1 (write 1 word to 1-FN6HR1)" },
+        { Word, "HR1", hex("01 02 03"), "can't write 3 byte(s) as words to HR1 (write 1 word to 1-HR1)" },
+        { Word, "FN6HR1", hex("01"), "can't write 1 byte(s) as words to HR1 (write 1 word to 1-FN6HR1)" },
+        { Byte, "HR1", repeated("01", 246), nullptr },
+        { Byte, "HR1", repeated("01", 247), "can't write any byte to HR1 (write 1 byte to 1-HR1)" },
+        { Byte, "FN6HR1", repeated("01", 247), "can't write any byte to HR1 (write 1 byte to 1-FN6HR1)" },
+        { DoubleWord, "HR100", repeated("01 00 00 00", 61), nullptr },
+        { DoubleWord, "HR100", repeated("01 00 00 00", 62),
+            "can't write any double word to HR100 (write 1 dword to 1-HR100)" },
+        { DoubleWord, "HR1", hex("01 02 03 04 05 06"),
+            "can't write 6 byte(s) as double words to HR1 (write 1 dword to 1-HR1)" },
+        { DoubleWord, "FN6HR1SW", hex("01 02"),
+            "can't write 2 byte(s) as double words to HR1 (write 1 dword to 1-FN6HR1SW)" },
+        { Bit, "DO1", repeated("01", 1976), nullptr },
+        { Bit, "DO1", repeated("01", 1977), "can't write 1977 bits to DO1 (write 1 bit to 1-DO1)" },
+        { Bit, "FN5DO1", repeated("01", 1977), "can't write 1977 bits to DO1 (write 1 bit to 1-FN5DO1)" },
+        { Bit, "DO0", hex("01"), nullptr },
+        { Bit, "DO0", hex("01 01"), "can't write 2 bits to DO65536 (write 1 bit to 1-DO0)" },
     };
     for (const RefusalRow &row : rows) {
         DriverRig rig;
         rig.write(row.type, row.address, row.data);
-        const std::string what = std::string(row.address) + " with " + std::to_string(row.data.size()) + " bytes";
+        const std::string what
+            = std::string(row.address) + " with " + std::to_string(row.data.size()) + " bytes";
         if (row.error) {
             EXPECT_TRUE(rig.sentNothing()) << what;
             EXPECT_EQ(rig.error(), row.error) << what;
@@ -139,18 +140,19 @@ TEST(Writes, FullSizeCoilFrameIs256Bytes)
 TEST(Writes, StationCheckOrder)
 {
     // Register writes check the range first; coil writes the station first.
-    struct Row {
+    struct Row
+    {
         int type;
         const char *address;
         QByteArray data;
         const char *error;
     } rows[] = {
-        {Word, "HR1", repeated("01 00", 124), "can't write any word to HR1"},
-        {Word, "HR1", hex("01 00"), "invalid slave id:256"},
-        {Bit, "DO1", repeated("01", 1977), "invalid slave id:256"},
-        {Bit, "FN5DO1", hex("01"), "invalid slave id:256"},
-        {Bit, "HR1.3", hex("01"), "invalid slave id:256"},
-        {Word, "FN6HR1", hex("01 00"), "invalid slave id:256"},
+        { Word, "HR1", repeated("01 00", 124), "can't write any word to HR1" },
+        { Word, "HR1", hex("01 00"), "invalid slave id:256" },
+        { Bit, "DO1", repeated("01", 1977), "invalid slave id:256" },
+        { Bit, "FN5DO1", hex("01"), "invalid slave id:256" },
+        { Bit, "HR1.3", hex("01"), "invalid slave id:256" },
+        { Word, "FN6HR1", hex("01 00"), "invalid slave id:256" },
     };
     for (const auto &row : rows) {
         DriverRig rig;
@@ -163,7 +165,7 @@ TEST(Writes, StationCheckOrder)
 
 TEST(Writes, EmptyDataForOneRequestPerElementSendsNothing)
 {
-    for (const char *address : {"FN6HR1", "FN5DO1", "HR1.3", "FN6HR1.3"}) {
+    for (const char *address : { "FN6HR1", "FN5DO1", "HR1.3", "FN6HR1.3" }) {
         DriverRig rig;
         const int type = address[2] == '5' || std::strchr(address, '.') ? Bit : Word;
         EXPECT_TRUE(rig.write(type, address, QByteArray())) << address;
@@ -193,7 +195,8 @@ TEST(Writes, OneRegisterAtATimeStopsAtTheFirstFailure)
 }
 
 // Register 99 (HR100) holds 0x0100 in these rows.
-struct BitRow {
+struct BitRow
+{
     const char *what;
     const char *address;
     QByteArray data;
@@ -204,15 +207,15 @@ struct BitRow {
 TEST(RegisterBits, ReadModifyWrite)
 {
     const BitRow rows[] = {
-        {"set bit 3", "HR100.3", hex("01"), "01 00", {"01 10 00 63 00 01 02 01 08"}},
-        {"set bit 3 with FN6", "FN6HR100.3", hex("01"), "01 00", {"01 06 00 63 01 08"}},
-        {"clear bit 8", "HR100.8", hex("00"), "01 00", {"01 10 00 63 00 01 02 00 00"}},
-        {"0x80 sets like 1", "hr100.0", hex("80"), "01 00", {"01 10 00 63 00 01 02 01 01"}},
-        {"bit 20 is bit 4 of the next register", "HR100.20", hex("01"), "01 00 00 00",
-         {"01 10 00 63 00 02 04 01 00 00 10"}},
-        {"bits 15 and 16", "HR100.15", hex("01 01"), "01 00 00 00", {"01 10 00 63 00 02 04 81 00 00 01"}},
-        {"FN6 writes every register back", "FN6HR100.15", hex("01 00"), "01 00 FF FF",
-         {"01 06 00 63 81 00", "01 06 00 64 FF FE"}},
+        { "set bit 3", "HR100.3", hex("01"), "01 00", { "01 10 00 63 00 01 02 01 08" } },
+        { "set bit 3 with FN6", "FN6HR100.3", hex("01"), "01 00", { "01 06 00 63 01 08" } },
+        { "clear bit 8", "HR100.8", hex("00"), "01 00", { "01 10 00 63 00 01 02 00 00" } },
+        { "0x80 sets like 1", "hr100.0", hex("80"), "01 00", { "01 10 00 63 00 01 02 01 01" } },
+        { "bit 20 is bit 4 of the next register", "HR100.20", hex("01"), "01 00 00 00",
+            { "01 10 00 63 00 02 04 01 00 00 10" } },
+        { "bits 15 and 16", "HR100.15", hex("01 01"), "01 00 00 00", { "01 10 00 63 00 02 04 81 00 00 01" } },
+        { "FN6 writes every register back", "FN6HR100.15", hex("01 00"), "01 00 FF FF",
+            { "01 06 00 63 81 00", "01 06 00 64 FF FE" } },
     };
     for (const BitRow &row : rows) {
         DriverRig rig;
@@ -239,9 +242,9 @@ TEST(RegisterBits, PublishedExchangeWithDelays)
     rig.link.line("01 03 02 01 00 B9 D4");
     rig.link.line("01 10 00 63 00 01 F1 D7");
     EXPECT_TRUE(rig.write(Bit, "HR100.3", hex("01")));
-    EXPECT_THAT(rig.link.callsOf({"send", "delayMs"}),
-                ElementsAre("delayMs", "send 01 03 00 63 00 01 74 14", "delayMs",
-                            "send 01 10 00 63 00 01 02 01 08 AF 95"));
+    EXPECT_THAT(rig.link.callsOf({ "send", "delayMs" }),
+        ElementsAre(
+            "delayMs", "send 01 03 00 63 00 01 74 14", "delayMs", "send 01 10 00 63 00 01 02 01 08 AF 95"));
 }
 
 TEST(RegisterBits, FN6PausesBetweenWritesButNotAfterTheLast)
@@ -253,7 +256,7 @@ TEST(RegisterBits, FN6PausesBetweenWritesButNotAfterTheLast)
     rig.link.line(withCrc("01 06 00 02 80 00"));
     EXPECT_TRUE(rig.write(Bit, "FN6HR1", repeated("00", 47) + hex("01")));
     std::vector<std::string> kinds;
-    for (const std::string &c : rig.link.callsOf({"send", "delayMs"}))
+    for (const std::string &c : rig.link.callsOf({ "send", "delayMs" }))
         kinds.push_back(c.substr(0, 4));
     EXPECT_THAT(kinds, ElementsAre("dela", "send", "dela", "send", "dela", "send", "dela", "send"));
 }

@@ -12,7 +12,8 @@ using namespace DriverTexts;
 
 namespace {
 
-struct ParsedAddress {
+struct ParsedAddress
+{
     QByteArray prefix;
     unsigned short registerNumber;
     unsigned char bitIndex;
@@ -49,7 +50,8 @@ QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const Communicat
         switch (cmd.dataType) {
         case Bit:
         case BitBlock:
-            if (prefixMatches(a.prefix, "DO") || prefixMatches(a.prefix, "FN5DO") || prefixMatches(a.prefix, "DI"))
+            if (prefixMatches(a.prefix, "DO") || prefixMatches(a.prefix, "FN5DO")
+                || prefixMatches(a.prefix, "DI"))
                 result = readDIDOs(link, a.prefix, a.registerNumber, cmd.count);
             else
                 result = readIRHRbits(link, a.prefix, a.registerNumber, a.bitIndex, cmd.count);
@@ -79,7 +81,8 @@ QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const Communicat
     return result;
 }
 
-bool DriverTecoServo::write(AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data)
+bool DriverTecoServo::write(
+    AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data)
 {
     const ParsedAddress a = parse(cmd.address);
     const bool coils = prefixMatches(a.prefix, "DO");
@@ -106,8 +109,9 @@ bool DriverTecoServo::write(AbstractDeviceInterface *link, const CommunicatorCom
                 result = window ? writeSpecialHRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
                                 : writeHRbit(link, a.registerNumber, a.bitIndex, data);
             else if (holdingFn6)
-                result = window ? writeSpecialFN6HRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
-                                : writeHRbitWithFN6(link, a.registerNumber, a.bitIndex, data);
+                result = window
+                    ? writeSpecialFN6HRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
+                    : writeHRbitWithFN6(link, a.registerNumber, a.bitIndex, data);
             else
                 refusal = CantWriteAnyBitTo;
             break;

@@ -10,18 +10,16 @@ const int LinkParameterBeforeRequest = 12;
 } // namespace
 
 DriverTecoServo::DriverTecoServo()
-    : QObject(nullptr), commErrorFlag(false), debugMode(false), specialRegisters(SpecialRegisterCount, 0)
+    : QObject(nullptr)
+    , commErrorFlag(false)
+    , debugMode(false)
+    , specialRegisters(SpecialRegisterCount, 0)
 {
 }
 
-DriverTecoServo::~DriverTecoServo()
-{
-}
+DriverTecoServo::~DriverTecoServo() { }
 
-int DriverTecoServo::totalSize()
-{
-    return 0x44000;
-}
+int DriverTecoServo::totalSize() { return 0x44000; }
 
 bool DriverTecoServo::initialize(AbstractDeviceInterface *link)
 {
@@ -30,30 +28,15 @@ bool DriverTecoServo::initialize(AbstractDeviceInterface *link)
     return true;
 }
 
-bool DriverTecoServo::validation(const QString &)
-{
-    return false;
-}
+bool DriverTecoServo::validation(const QString &) { return false; }
 
-QString DriverTecoServo::name()
-{
-    return QString("Teco Servo");
-}
+QString DriverTecoServo::name() { return QString("Teco Servo"); }
 
-QString DriverTecoServo::vender()
-{
-    return QString("Modbus");
-}
+QString DriverTecoServo::vender() { return QString("Modbus"); }
 
-QString DriverTecoServo::getVersionNumber()
-{
-    return VERSION_STRING;
-}
+QString DriverTecoServo::getVersionNumber() { return VERSION_STRING; }
 
-int DriverTecoServo::supportedCommunicationFlags()
-{
-    return 0x70;
-}
+int DriverTecoServo::supportedCommunicationFlags() { return 0x70; }
 
 DeviceSetting *DriverTecoServo::getDefaultSerialDeviceSetting()
 {
@@ -62,45 +45,21 @@ DeviceSetting *DriverTecoServo::getDefaultSerialDeviceSetting()
     return new DeviceSetting(SerialDeviceType, QString("COM2"), 9600, 8, 0, 2);
 }
 
-DriverSetting *DriverTecoServo::getDefaultDriverSetting()
-{
-    return new DriverSetting(500, 3, 1, 0);
-}
+DriverSetting *DriverTecoServo::getDefaultDriverSetting() { return new DriverSetting(500, 3, 1, 0); }
 
-QString DriverTecoServo::getStringBasedDefaultDriverSetting()
-{
-    return QString("RS485,9600,NONE,8,2");
-}
+QString DriverTecoServo::getStringBasedDefaultDriverSetting() { return QString("RS485,9600,NONE,8,2"); }
 
-void DriverTecoServo::setDebugMode(bool on)
-{
-    debugMode = on;
-}
+void DriverTecoServo::setDebugMode(bool on) { debugMode = on; }
 
-int DriverTecoServo::getBlockAccessSize()
-{
-    return 125;
-}
+int DriverTecoServo::getBlockAccessSize() { return 125; }
 
-int DriverTecoServo::getBitBlockAccessSize()
-{
-    return 2008;
-}
+int DriverTecoServo::getBitBlockAccessSize() { return 2008; }
 
-QString DriverTecoServo::getLastError()
-{
-    return commErrorText;
-}
+QString DriverTecoServo::getLastError() { return commErrorText; }
 
-bool DriverTecoServo::hasError()
-{
-    return commErrorFlag;
-}
+bool DriverTecoServo::hasError() { return commErrorFlag; }
 
-QObject *DriverTecoServo::getThisObject()
-{
-    return this;
-}
+QObject *DriverTecoServo::getThisObject() { return this; }
 
 void DriverTecoServo::setCommError(const QString &text)
 {
@@ -108,17 +67,11 @@ void DriverTecoServo::setCommError(const QString &text)
     commErrorText = text;
 }
 
-void DriverTecoServo::clearError()
-{
-    commErrorFlag = false;
-}
+void DriverTecoServo::clearError() { commErrorFlag = false; }
 
 // Plug-in entry points. qt_plugin_instance (one shared instance in a guarded
 // pointer) comes from Qt's plug-in export; CreateDriver hands out a new,
 // independent object on every call, owned by the caller.
 DRIVERS_EXPORT_PLUGIN(teco_servo, DriverTecoServo)
 
-extern "C" Q_DECL_EXPORT DriverInterface *CreateDriver()
-{
-    return new DriverTecoServo;
-}
+extern "C" Q_DECL_EXPORT DriverInterface *CreateDriver() { return new DriverTecoServo; }

@@ -44,10 +44,10 @@ const char CantWriteAnyWordTo[] = "can't write any word to %1";
 const char CantWriteAnyDoubleWordTo[] = "can't write any double word to %1";
 
 // Descriptions appended after the last failed attempt, by data type.
-const char *const ReadSuffix[4] = {" (read %d bit(s) from %d-", " (read %d byte(s) from %d-",
-                                   " (read %d word(s) from %d-", " (read %d dword(s) from %d-"};
-const char *const WriteSuffix[4] = {" (write %d bit to %d-", " (write %d byte to %d-", " (write %d word to %d-",
-                                    " (write %d dword to %d-"};
+const char *const ReadSuffix[4] = { " (read %d bit(s) from %d-", " (read %d byte(s) from %d-",
+    " (read %d word(s) from %d-", " (read %d dword(s) from %d-" };
+const char *const WriteSuffix[4] = { " (write %d bit to %d-", " (write %d byte to %d-",
+    " (write %d word to %d-", " (write %d dword to %d-" };
 
 } // namespace DriverTexts
 

@@ -75,8 +75,8 @@ bool DriverTecoServo::checkException(const char *reply, unsigned char functionCo
     return false;
 }
 
-bool DriverTecoServo::exchange(AbstractDeviceInterface *link, unsigned char station, const QByteArray &request,
-                               int replyLength, char *reply)
+bool DriverTecoServo::exchange(AbstractDeviceInterface *link, unsigned char station,
+    const QByteArray &request, int replyLength, char *reply)
 {
     // Reply lengths come from the operations' own checked quantities; the
     // clamp keeps a slip there from ever reaching past the buffer.

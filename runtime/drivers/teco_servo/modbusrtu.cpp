@@ -6,6 +6,7 @@
 namespace {
 
 // The lookup tables of the Modbus serial-line standard's table-driven CRC.
+// clang-format off
 const unsigned char auchCRCHi[256] = {
     0x00, 0xC1, 0x81, 0x40, 0x01, 0xC0, 0x80, 0x41, 0x01, 0xC0, 0x80, 0x41,
     0x00, 0xC1, 0x81, 0x40, 0x01, 0xC0, 0x80, 0x41, 0x00, 0xC1, 0x81, 0x40,
@@ -55,20 +56,16 @@ const unsigned char auchCRCLo[256] = {
     0x44, 0x84, 0x85, 0x45, 0x87, 0x47, 0x46, 0x86, 0x82, 0x42, 0x43, 0x83,
     0x41, 0x81, 0x80, 0x40,
 };
+// clang-format on
 
-inline bool isLetter(unsigned char c)
-{
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
+inline bool isLetter(unsigned char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
-inline bool isDigit(unsigned char c)
-{
-    return c >= '0' && c <= '9';
-}
+inline bool isDigit(unsigned char c) { return c >= '0' && c <= '9'; }
 
 } // namespace
 
-void ModbusRTUSlaveCRC(const unsigned char *data, unsigned int length, unsigned char &first, unsigned char &second)
+void ModbusRTUSlaveCRC(
+    const unsigned char *data, unsigned int length, unsigned char &first, unsigned char &second)
 {
     unsigned char a = 0xFF, b = 0xFF;
     length &= 0xFFFFu;
@@ -84,7 +81,8 @@ void ModbusRTUSlaveCRC(const unsigned char *data, unsigned int length, unsigned 
 void ModbusRTUSlaveAppendCRC(QByteArray &frame)
 {
     unsigned char first, second;
-    ModbusRTUSlaveCRC(reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(), first, second);
+    ModbusRTUSlaveCRC(
+        reinterpret_cast<const unsigned char *>(frame.constData()), frame.size(), first, second);
     frame.append(char(first));
     frame.append(char(second));
 }
@@ -99,8 +97,8 @@ bool ModbusRTUSlaveCheckCRC(unsigned char *frame, unsigned int length)
     return frame[length - 2] == first && frame[length - 1] == second;
 }
 
-QByteArray ModbusRTUSlaveBuildReadDevicesRequest(unsigned char station, unsigned char functionCode,
-                                                 unsigned short start, unsigned short quantity)
+QByteArray ModbusRTUSlaveBuildReadDevicesRequest(
+    unsigned char station, unsigned char functionCode, unsigned short start, unsigned short quantity)
 {
     QByteArray frame;
     frame.reserve(8);
@@ -114,8 +112,8 @@ QByteArray ModbusRTUSlaveBuildReadDevicesRequest(unsigned char station, unsigned
     return frame;
 }
 
-QByteArray ModbusRTUSlaveBuildFn16Request(unsigned char station, unsigned short start, unsigned short quantity,
-                                          const QByteArray &data)
+QByteArray ModbusRTUSlaveBuildFn16Request(
+    unsigned char station, unsigned short start, unsigned short quantity, const QByteArray &data)
 {
     QByteArray frame;
     frame.reserve(9 + data.size());
@@ -131,7 +129,8 @@ QByteArray ModbusRTUSlaveBuildFn16Request(unsigned char station, unsigned short 
     return frame;
 }
 
-QByteArray ModbusRTUSlaveBuildFn6Request(unsigned char station, unsigned short address, const QByteArray &data)
+QByteArray ModbusRTUSlaveBuildFn6Request(
+    unsigned char station, unsigned short address, const QByteArray &data)
 {
     QByteArray frame;
     frame.reserve(6 + data.size());
@@ -144,8 +143,8 @@ QByteArray ModbusRTUSlaveBuildFn6Request(unsigned char station, unsigned short a
     return frame;
 }
 
-void ModbusRTUSlaveParseAddress(const QString &address, QByteArray &prefix, unsigned short &registerNumber,
-                                unsigned char &bitIndex)
+void ModbusRTUSlaveParseAddress(
+    const QString &address, QByteArray &prefix, unsigned short &registerNumber, unsigned char &bitIndex)
 {
     const QByteArray text = QtCompat::toAscii(address);
     const int size = text.size();

@@ -11,16 +11,17 @@
 // (letters as written, appended to prefix), the zero-based register number
 // (65535 when no number follows) and the bit index (written only when the
 // text has a bit part). Never fails.
-void ModbusRTUSlaveParseAddress(const QString &address, QByteArray &prefix, unsigned short &registerNumber,
-                                unsigned char &bitIndex);
+void ModbusRTUSlaveParseAddress(
+    const QString &address, QByteArray &prefix, unsigned short &registerNumber, unsigned char &bitIndex);
 
 // Request frames, CRC included (low byte first). They check nothing: the
 // operations check station, quantity and range before building.
-QByteArray ModbusRTUSlaveBuildReadDevicesRequest(unsigned char station, unsigned char functionCode,
-                                                 unsigned short start, unsigned short quantity);
-QByteArray ModbusRTUSlaveBuildFn16Request(unsigned char station, unsigned short start, unsigned short quantity,
-                                          const QByteArray &data);
-QByteArray ModbusRTUSlaveBuildFn6Request(unsigned char station, unsigned short address, const QByteArray &data);
+QByteArray ModbusRTUSlaveBuildReadDevicesRequest(
+    unsigned char station, unsigned char functionCode, unsigned short start, unsigned short quantity);
+QByteArray ModbusRTUSlaveBuildFn16Request(
+    unsigned char station, unsigned short start, unsigned short quantity, const QByteArray &data);
+QByteArray ModbusRTUSlaveBuildFn6Request(
+    unsigned char station, unsigned short address, const QByteArray &data);
 
 // Appends the CRC of the bytes already in frame.
 void ModbusRTUSlaveAppendCRC(QByteArray &frame);
@@ -31,7 +32,8 @@ bool ModbusRTUSlaveCheckCRC(unsigned char *frame, unsigned int length);
 
 // Modbus CRC-16 of length bytes (length taken modulo 65536): first is the
 // byte sent first (the CRC's low byte), second the byte after it.
-void ModbusRTUSlaveCRC(const unsigned char *data, unsigned int length, unsigned char &first, unsigned char &second);
+void ModbusRTUSlaveCRC(
+    const unsigned char *data, unsigned int length, unsigned char &first, unsigned char &second);
 
 // True when prefix begins with name, compared without regard to case over
 // the length of name (H does not match "HR"; HRX does).

@@ -27,10 +27,7 @@ unsigned char bitFunctionCode(const QByteArray &prefix)
 
 // Counts are compared as unsigned and in 64 bits, so that a negative or huge
 // count is refused instead of wrapping into range.
-inline quint64 asUnsigned(int count)
-{
-    return static_cast<quint32>(count);
-}
+inline quint64 asUnsigned(int count) { return static_cast<quint32>(count); }
 
 bool registersInRange(unsigned short start, quint64 registers)
 {
@@ -44,15 +41,15 @@ inline const unsigned char *replyData(const char *reply)
 
 } // namespace
 
-bool DriverTecoServo::readRegisters(AbstractDeviceInterface *link, unsigned char functionCode, unsigned char station,
-                                    unsigned short start, int registers, char *reply)
+bool DriverTecoServo::readRegisters(AbstractDeviceInterface *link, unsigned char functionCode,
+    unsigned char station, unsigned short start, int registers, char *reply)
 {
     const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(station, functionCode, start, registers);
     return exchange(link, station, request, 2 * registers + 5, reply);
 }
 
-QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
-                                      int count)
+QByteArray DriverTecoServo::readWords(
+    AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start, int count)
 {
     if (!registersInRange(start, asUnsigned(count))) {
         setCommError(formatText(CantReadWord, prefix.constData(), start + 1));
@@ -64,8 +61,8 @@ QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByte
     return readWords(link, prefix, start, count, station);
 }
 
-QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
-                                      int count, unsigned char station)
+QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByteArray &prefix,
+    unsigned short start, int count, unsigned char station)
 {
     if (!registersInRange(start, asUnsigned(count))) {
         setCommError(formatText(CantReadWord, prefix.constData(), start + 1));
@@ -77,8 +74,8 @@ QByteArray DriverTecoServo::readWords(AbstractDeviceInterface *link, const QByte
     return fromBigEndianUShortArray(replyData(reply), count);
 }
 
-QByteArray DriverTecoServo::readDWords(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
-                                       int count, bool swap)
+QByteArray DriverTecoServo::readDWords(
+    AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start, int count, bool swap)
 {
     const quint64 registers = 2 * asUnsigned(count);
     if (!registersInRange(start, registers)) {
@@ -96,8 +93,8 @@ QByteArray DriverTecoServo::readDWords(AbstractDeviceInterface *link, const QByt
                 : fromBigEndianUShortArray(replyData(reply), int(registers));
 }
 
-QByteArray DriverTecoServo::readBytes(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
-                                      int count)
+QByteArray DriverTecoServo::readBytes(
+    AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start, int count)
 {
     const quint64 registers = (asUnsigned(count) + 1) / 2;
     if (!registersInRange(start, registers)) {
@@ -115,8 +112,8 @@ QByteArray DriverTecoServo::readBytes(AbstractDeviceInterface *link, const QByte
     return bytes;
 }
 
-QByteArray DriverTecoServo::readDIDOs(AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start,
-                                      int count)
+QByteArray DriverTecoServo::readDIDOs(
+    AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start, int count)
 {
     const quint64 bits = asUnsigned(count);
     if (bits > MaxReadBits || start + bits > AddressSpace) {
@@ -128,8 +125,8 @@ QByteArray DriverTecoServo::readDIDOs(AbstractDeviceInterface *link, const QByte
         return QByteArray();
     const int dataBytes = int((bits + 7) / 8);
     char reply[ReplyBufferSize];
-    const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(station, bitFunctionCode(prefix), start,
-                                                                     static_cast<unsigned short>(bits));
+    const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(
+        station, bitFunctionCode(prefix), start, static_cast<unsigned short>(bits));
     if (!exchange(link, station, request, dataBytes + 5, reply))
         return QByteArray();
     // Modbus packs the first coil into bit 0 of the first byte, as the panel does.
@@ -139,7 +136,7 @@ QByteArray DriverTecoServo::readDIDOs(AbstractDeviceInterface *link, const QByte
 }
 
 QByteArray DriverTecoServo::readIRHRbits(AbstractDeviceInterface *link, const QByteArray &prefix,
-                                         unsigned short start, unsigned char bitIndex, int count)
+    unsigned short start, unsigned char bitIndex, int count)
 {
     // Registers that hold the run, counted in 64 bits so that a negative or
     // huge count is refused by the word read rather than wrapping to a small

@@ -17,15 +17,12 @@ const int ListEntries = 8;
 const unsigned short RelayTarget = 0x513; // HR1300 of each station
 const QByteArray HoldingRegisterPrefix("HR");
 
-inline int indexOf(unsigned short start)
-{
-    return static_cast<unsigned short>(start + 5537);
-}
+inline int indexOf(unsigned short start) { return static_cast<unsigned short>(start + 5537); }
 
 } // namespace
 
 bool DriverTecoServo::relay(AbstractDeviceInterface *link, RelayMethod method, unsigned char bitIndex,
-                            const QByteArray &data, int &relayPosition)
+    const QByteArray &data, int &relayPosition)
 {
     // The list has eight entries: a larger count visits those eight and never
     // takes station numbers from the registers behind the list.
@@ -69,7 +66,8 @@ QByteArray DriverTecoServo::readSpecialHRWords(AbstractDeviceInterface *link, un
         return QByteArray();
     }
     if (end == RelayIndex + 1 && specialRegisters[StationCountIndex] != 0) {
-        const unsigned char station = static_cast<unsigned char>(specialRegisters[ReadBackStationIndex] & 0xFF);
+        const unsigned char station
+            = static_cast<unsigned char>(specialRegisters[ReadBackStationIndex] & 0xFF);
         const QByteArray value = readWords(link, HoldingRegisterPrefix, RelayTarget, 1, station);
         if (!value.isEmpty())
             specialRegisters[RelayIndex] = QByteArrayToWord(value);
@@ -82,8 +80,8 @@ QByteArray DriverTecoServo::readSpecialHRWords(AbstractDeviceInterface *link, un
     return result;
 }
 
-bool DriverTecoServo::writeSpecialWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                        int &relayPosition, RelayMethod method)
+bool DriverTecoServo::writeSpecialWords(AbstractDeviceInterface *link, unsigned short start,
+    const QByteArray &data, int &relayPosition, RelayMethod method)
 {
     const int first = indexOf(start);
     if (data.size() % 2 != 0) {
@@ -110,8 +108,8 @@ bool DriverTecoServo::writeSpecialWords(AbstractDeviceInterface *link, unsigned 
     return true;
 }
 
-bool DriverTecoServo::writeSpecialBit(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                      const QByteArray &data, int &relayPosition, RelayMethod method)
+bool DriverTecoServo::writeSpecialBit(AbstractDeviceInterface *link, unsigned short start,
+    unsigned char bitIndex, const QByteArray &data, int &relayPosition, RelayMethod method)
 {
     const int index = indexOf(start);
     if (index > RelayIndex) { // not a register of the window
@@ -132,26 +130,26 @@ bool DriverTecoServo::writeSpecialBit(AbstractDeviceInterface *link, unsigned sh
     return true;
 }
 
-bool DriverTecoServo::writeSpecialHRWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                          int &relayPosition)
+bool DriverTecoServo::writeSpecialHRWords(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, int &relayPosition)
 {
     return writeSpecialWords(link, start, data, relayPosition, RelayWordsFn16);
 }
 
-bool DriverTecoServo::writeSpecialFN6HRWords(AbstractDeviceInterface *link, unsigned short start,
-                                             const QByteArray &data, int &relayPosition)
+bool DriverTecoServo::writeSpecialFN6HRWords(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, int &relayPosition)
 {
     return writeSpecialWords(link, start, data, relayPosition, RelayWordsFn6);
 }
 
-bool DriverTecoServo::writeSpecialHRbit(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                        const QByteArray &data, int &relayPosition)
+bool DriverTecoServo::writeSpecialHRbit(AbstractDeviceInterface *link, unsigned short start,
+    unsigned char bitIndex, const QByteArray &data, int &relayPosition)
 {
     return writeSpecialBit(link, start, bitIndex, data, relayPosition, RelayBitFn16);
 }
 
 bool DriverTecoServo::writeSpecialFN6HRbit(AbstractDeviceInterface *link, unsigned short start,
-                                           unsigned char bitIndex, const QByteArray &data, int &relayPosition)
+    unsigned char bitIndex, const QByteArray &data, int &relayPosition)
 {
     return writeSpecialBit(link, start, bitIndex, data, relayPosition, RelayBitFn6);
 }

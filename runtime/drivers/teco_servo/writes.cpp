@@ -24,14 +24,15 @@ bool registersInRange(unsigned short start, quint64 registers)
 
 } // namespace
 
-bool DriverTecoServo::writeDataAcceptable(unsigned short start, const QByteArray &data, int elementSize,
-                                          const char *rangeText)
+bool DriverTecoServo::writeDataAcceptable(
+    unsigned short start, const QByteArray &data, int elementSize, const char *rangeText)
 {
     // Word and double-word data must be whole elements: padding would send a
     // register value that nobody wrote. Bytes fill the last register's low
     // byte and leave its high byte 0.
     if (elementSize > 1 && data.size() % elementSize != 0) {
-        setCommError(formatText(elementSize == 2 ? WordDataSize : DoubleWordDataSize, data.size(), start + 1));
+        setCommError(
+            formatText(elementSize == 2 ? WordDataSize : DoubleWordDataSize, data.size(), start + 1));
         return false;
     }
     const quint64 registers = elementSize == 1 ? (quint64(data.size()) + 1) / 2 : quint64(data.size()) / 2;
@@ -43,11 +44,11 @@ bool DriverTecoServo::writeDataAcceptable(unsigned short start, const QByteArray
 }
 
 bool DriverTecoServo::writeRegistersFn16(AbstractDeviceInterface *link, unsigned char station,
-                                         unsigned short start, unsigned short quantity, const QByteArray &wireData)
+    unsigned short start, unsigned short quantity, const QByteArray &wireData)
 {
     char reply[ReplyBufferSize];
     return exchange(link, station, ModbusRTUSlaveBuildFn16Request(station, start, quantity, wireData),
-                    WriteReplyLength, reply);
+        WriteReplyLength, reply);
 }
 
 bool DriverTecoServo::writeWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
@@ -60,8 +61,8 @@ bool DriverTecoServo::writeWords(AbstractDeviceInterface *link, unsigned short s
     return writeRegistersFn16(link, station, start, data.size() / 2, toBigEndianUShortArray(data));
 }
 
-bool DriverTecoServo::writeWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                 unsigned char station)
+bool DriverTecoServo::writeWords(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, unsigned char station)
 {
     if (!writeDataAcceptable(start, data, 2, CantWriteWord))
         return false;
@@ -81,8 +82,8 @@ bool DriverTecoServo::writeBytes(AbstractDeviceInterface *link, unsigned short s
     return writeRegistersFn16(link, station, start, wire.size() / 2, wire);
 }
 
-bool DriverTecoServo::writeDWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                  bool swap)
+bool DriverTecoServo::writeDWords(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, bool swap)
 {
     if (!writeDataAcceptable(start, data, 4, CantWriteDoubleWord))
         return false;
@@ -94,7 +95,8 @@ bool DriverTecoServo::writeDWords(AbstractDeviceInterface *link, unsigned short 
     return writeRegistersFn16(link, station, start, wire.size() / 2, wire);
 }
 
-bool DriverTecoServo::writeWordWithFN6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
+bool DriverTecoServo::writeWordWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
 {
     unsigned char station;
     if (!registersInRange(start, quint64(data.size() / 2))) {
@@ -106,8 +108,8 @@ bool DriverTecoServo::writeWordWithFN6(AbstractDeviceInterface *link, unsigned s
     return writeWordWithFN6(link, start, data, station);
 }
 
-bool DriverTecoServo::writeWordWithFN6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                       unsigned char station)
+bool DriverTecoServo::writeWordWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, unsigned char station)
 {
     // data: the register's value in wire order, high byte first.
     if (!registersInRange(start, quint64(data.size() / 2))) {
@@ -115,12 +117,12 @@ bool DriverTecoServo::writeWordWithFN6(AbstractDeviceInterface *link, unsigned s
         return false;
     }
     char reply[ReplyBufferSize];
-    return exchange(link, station, ModbusRTUSlaveBuildFn6Request(station, start, data), WriteReplyLength, reply);
+    return exchange(
+        link, station, ModbusRTUSlaveBuildFn6Request(station, start, data), WriteReplyLength, reply);
 }
 
 bool DriverTecoServo::writeRegistersFn6(AbstractDeviceInterface *link, unsigned short start,
-                                        const QByteArray &wireData, bool explicitStation, unsigned char station,
-                                        bool pauseBetween)
+    const QByteArray &wireData, bool explicitStation, unsigned char station, bool pauseBetween)
 {
     // One request per register; the first failure ends the write with the
     // registers before it written. pauseBetween waits the link's delay
@@ -138,7 +140,8 @@ bool DriverTecoServo::writeRegistersFn6(AbstractDeviceInterface *link, unsigned 
     return true;
 }
 
-bool DriverTecoServo::writeWordsWithFN6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
+bool DriverTecoServo::writeWordsWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
 {
     if (!writeDataAcceptable(start, data, 2, CantWriteWord))
         return false;
@@ -148,15 +151,16 @@ bool DriverTecoServo::writeWordsWithFN6(AbstractDeviceInterface *link, unsigned 
     return writeRegistersFn6(link, start, toBigEndianUShortArray(data), false, station, false);
 }
 
-bool DriverTecoServo::writeWordsWithFN6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                        unsigned char station)
+bool DriverTecoServo::writeWordsWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, unsigned char station)
 {
     if (!writeDataAcceptable(start, data, 2, CantWriteWord))
         return false;
     return writeRegistersFn6(link, start, toBigEndianUShortArray(data), true, station, false);
 }
 
-bool DriverTecoServo::writeBytesWithFN6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
+bool DriverTecoServo::writeBytesWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
 {
     if (!writeDataAcceptable(start, data, 1, CantWriteByte))
         return false;
@@ -166,8 +170,8 @@ bool DriverTecoServo::writeBytesWithFN6(AbstractDeviceInterface *link, unsigned 
     return writeRegistersFn6(link, start, toBigEndianUShortArray(data), false, station, false);
 }
 
-bool DriverTecoServo::writeDWordsWithFN6(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data,
-                                         bool swap)
+bool DriverTecoServo::writeDWordsWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data, bool swap)
 {
     if (!writeDataAcceptable(start, data, 4, CantWriteDoubleWord))
         return false;
@@ -216,7 +220,8 @@ bool DriverTecoServo::writeCoils(AbstractDeviceInterface *link, unsigned short s
     return exchange(link, station, frame, WriteReplyLength, reply);
 }
 
-bool DriverTecoServo::writeCoilsWithFN5(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
+bool DriverTecoServo::writeCoilsWithFN5(
+    AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
 {
     unsigned char station;
     if (!stationFromLink(link, station))
@@ -244,9 +249,8 @@ bool DriverTecoServo::writeCoilsWithFN5(AbstractDeviceInterface *link, unsigned 
 
 // ------------------------------------------------------------------ register bits
 
-bool DriverTecoServo::writeHRbitCommon(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                       const QByteArray &data, bool fn6, bool explicitStation,
-                                       unsigned char station)
+bool DriverTecoServo::writeHRbitCommon(AbstractDeviceInterface *link, unsigned short start,
+    unsigned char bitIndex, const QByteArray &data, bool fn6, bool explicitStation, unsigned char station)
 {
     // No bits to write: nothing to read or write back.
     if (data.isEmpty())
@@ -261,31 +265,32 @@ bool DriverTecoServo::writeHRbitCommon(AbstractDeviceInterface *link, unsigned s
     HRSleep(link->delayMs());
 
     if (!fn6)
-        return explicitStation ? writeWords(link, start, registers, station) : writeWords(link, start, registers);
+        return explicitStation ? writeWords(link, start, registers, station)
+                               : writeWords(link, start, registers);
 
     return writeRegistersFn6(link, start, toBigEndianUShortArray(registers), explicitStation, station, true);
 }
 
-bool DriverTecoServo::writeHRbit(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                 const QByteArray &data)
+bool DriverTecoServo::writeHRbit(
+    AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex, const QByteArray &data)
 {
     return writeHRbitCommon(link, start, bitIndex, data, false, false, 0);
 }
 
 bool DriverTecoServo::writeHRbit(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                 const QByteArray &data, unsigned char station)
+    const QByteArray &data, unsigned char station)
 {
     return writeHRbitCommon(link, start, bitIndex, data, false, true, station);
 }
 
-bool DriverTecoServo::writeHRbitWithFN6(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                        const QByteArray &data)
+bool DriverTecoServo::writeHRbitWithFN6(
+    AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex, const QByteArray &data)
 {
     return writeHRbitCommon(link, start, bitIndex, data, true, false, 0);
 }
 
-bool DriverTecoServo::writeHRbitWithFN6(AbstractDeviceInterface *link, unsigned short start, unsigned char bitIndex,
-                                        const QByteArray &data, unsigned char station)
+bool DriverTecoServo::writeHRbitWithFN6(AbstractDeviceInterface *link, unsigned short start,
+    unsigned char bitIndex, const QByteArray &data, unsigned char station)
 {
     return writeHRbitCommon(link, start, bitIndex, data, true, true, station);
 }

@@ -77,7 +77,7 @@ bool getBit(unsigned int value, unsigned short bit) { return getBitOf(value, bit
 int QByteArrayToInt(const QByteArray &a)
 {
     quint32 v = quint32(byteAt(a, 0)) | quint32(byteAt(a, 1)) << 8 | quint32(byteAt(a, 2)) << 16
-              | quint32(byteAt(a, 3)) << 24;
+        | quint32(byteAt(a, 3)) << 24;
     return static_cast<int>(v);
 }
 
@@ -86,26 +86,20 @@ unsigned short QByteArrayToWord(const QByteArray &a)
     return static_cast<unsigned short>(byteAt(a, 0) | byteAt(a, 1) << 8);
 }
 
-short QByteArrayToShort(const QByteArray &a)
-{
-    return static_cast<short>(QByteArrayToWord(a));
-}
+short QByteArrayToShort(const QByteArray &a) { return static_cast<short>(QByteArrayToWord(a)); }
 
 QByteArray wordToByteArray(unsigned short w)
 {
-    char bytes[2] = {char(w & 0xFF), char(w >> 8)};
+    char bytes[2] = { char(w & 0xFF), char(w >> 8) };
     return QByteArray(bytes, 2);
 }
 
-QByteArray shortToByteArray(short s)
-{
-    return wordToByteArray(static_cast<unsigned short>(s));
-}
+QByteArray shortToByteArray(short s) { return wordToByteArray(static_cast<unsigned short>(s)); }
 
 QByteArray intToByteArray(int i)
 {
     quint32 v = static_cast<quint32>(i);
-    char bytes[4] = {char(v & 0xFF), char((v >> 8) & 0xFF), char((v >> 16) & 0xFF), char(v >> 24)};
+    char bytes[4] = { char(v & 0xFF), char((v >> 8) & 0xFF), char((v >> 16) & 0xFF), char(v >> 24) };
     return QByteArray(bytes, 4);
 }
 
@@ -116,10 +110,7 @@ QByteArray &appendBigEndianUShort(QByteArray &a, unsigned short v)
     return a;
 }
 
-bool getBitData(const QByteArray &a)
-{
-    return byteAt(a, 0) & 1u;
-}
+bool getBitData(const QByteArray &a) { return byteAt(a, 0) & 1u; }
 
 bool isBitCommand(const CommunicatorCommand &cmd) { return cmd.dataType == Bit; }
 bool isByteCommand(const CommunicatorCommand &cmd) { return cmd.dataType == Byte; }
@@ -127,15 +118,9 @@ bool isWordCommand(const CommunicatorCommand &cmd) { return cmd.dataType == Word
 bool isDoubleWordCommand(const CommunicatorCommand &cmd) { return cmd.dataType == DoubleWord; }
 bool isBlockCommand(const CommunicatorCommand &cmd) { return cmd.dataType == Block; }
 
-QByteArray fromBigEndianUShortArray(const unsigned char *data, int count)
-{
-    return fromWire(data, count, 2);
-}
+QByteArray fromBigEndianUShortArray(const unsigned char *data, int count) { return fromWire(data, count, 2); }
 
-QByteArray fromBigEndianULongArray(const unsigned char *data, int count)
-{
-    return fromWire(data, count, 4);
-}
+QByteArray fromBigEndianULongArray(const unsigned char *data, int count) { return fromWire(data, count, 4); }
 
 QByteArray toBigEndianUShortArray(const QByteArray &a)
 {
@@ -166,10 +151,7 @@ QByteArray &toLittleEndianULongArray(QByteArray &a)
 }
 
 namespace {
-inline unsigned int ceilDiv(unsigned int n, unsigned int unit)
-{
-    return n / unit + (n % unit ? 1u : 0u);
-}
+inline unsigned int ceilDiv(unsigned int n, unsigned int unit) { return n / unit + (n % unit ? 1u : 0u); }
 } // namespace
 
 unsigned int NumOfBitsToNumOfWords(unsigned int firstBit, unsigned int bitCount)

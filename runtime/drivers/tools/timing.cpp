@@ -72,7 +72,8 @@ QString dumpByteArray(const QByteArray &a)
 {
     QString out("(");
     for (int i = 0; i < a.size(); ++i)
-        out += QLatin1String("0X") + QString::number(static_cast<unsigned char>(a.at(i)), 16) + QLatin1Char(' ');
+        out += QLatin1String("0X") + QString::number(static_cast<unsigned char>(a.at(i)), 16)
+            + QLatin1Char(' ');
     out += QLatin1String(") : ");
     const void *zero = std::memchr(a.constData(), 0, size_t(a.size()));
     const int textLength = zero ? int(static_cast<const char *>(zero) - a.constData()) : a.size();
