@@ -12,6 +12,10 @@ packages=(
 if [ "${WITH_ARMHF:-1}" = 1 ]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
 fi
+# The libFuzzer targets under fuzz/ need clang and its runtime (opt-in).
+if [ "${WITH_FUZZ:-0}" = 1 ]; then
+  packages+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
