@@ -47,14 +47,16 @@ TEST(Robustness, RandomRepliesNeverBreakACommand)
         const int count = int(random() % 300) - 20;
         if (random() % 2) {
             const QByteArray result = rig.read(type, count, address);
-            if (!rig.failed())
+            if (!rig.failed()) {
                 EXPECT_EQ(result.size(), GetSafeDataLen(CommunicatorCommand(type, count, address)))
                     << address;
+            }
         } else {
             rig.write(type, address, randomBytes(random, 300), count);
         }
-        if (rig.failed())
+        if (rig.failed()) {
             EXPECT_FALSE(rig.error().empty());
+        }
         for (const std::string &frame : rig.link.sent())
             EXPECT_LE(hex(frame.c_str()).size(), 256) << address;
     }
