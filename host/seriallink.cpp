@@ -12,6 +12,7 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <time.h>
 #include <unistd.h>
 #include <vector>
@@ -294,11 +295,16 @@ void SerialLink::trace(const char *direction, const char *bytes, int length, con
     std::fflush(traceFile);
 }
 
-int SerialLink::readUntil(char *buffer, int length, int64_t deadlineNs)
+int SerialLink::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
 {
     int got = 0;
     while (got < length && !hungUp) {
-        ssize_t r = ::read(fd, buffer + got, size_t(length - got));
+        // Right after a request nothing has come yet: wait before reading.
+        ssize_t r = -1;
+        errno = EAGAIN;
+        if (!waitFirst || got > 0)
+            r = ::read(fd, buffer + got, size_t(length - got));
+        waitFirst = false;
         if (r > 0) {
             got += int(r);
             continue;
@@ -367,6 +373,14 @@ int SerialLink::send(const char *frame, int length)
 {
     if (fd < 0 || length <= 0)
         return -1;
+    // Timed waits of this thread end within a microsecond, not within the
+    // default 50 us timer slack: the silence before a request and the
+    // driver's own (often zero) delay before each attempt.
+    static thread_local bool fineTimerSlack = false;
+    if (!fineTimerSlack) {
+        prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+        fineTimerSlack = true;
+    }
     if (opts.silence)
         waitForSilence();
     else
@@ -389,8 +403,12 @@ int SerialLink::send(const char *frame, int length)
         }
         break;
     }
-    tcdrain(fd);
+    // The silence, the echo and the kernel's RS485 switching count from the
+    // moment the last character has left the line.
+    if (opts.silence || opts.localEcho || opts.rs485)
+        tcdrain(fd);
     lineQuietSinceNs = monotonicNs();
+    awaitingAnswer = true;
     ++count.requests;
     count.bytesSent += uint64_t(sent);
     trace("TX", frame, sent, sent < length ? "[the line took only part of the frame]" : nullptr);
@@ -398,7 +416,7 @@ int SerialLink::send(const char *frame, int length)
         std::vector<char> echo(size_t(sent), 0);
         const int64_t echoDeadline
             = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + sent * line.characterNs();
-        const int got = readUntil(echo.data(), sent, echoDeadline);
+        const int got = readUntil(echo.data(), sent, echoDeadline, true);
         const bool same = got == sent && std::memcmp(echo.data(), frame, size_t(sent)) == 0;
         if (!same)
             ++count.echoMismatches;
@@ -413,7 +431,8 @@ int SerialLink::receive(char *buffer, int length)
     if (fd < 0 || length <= 0)
         return 0;
     const int64_t deadline = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
-    const int got = readUntil(buffer, length, deadline);
+    const int got = readUntil(buffer, length, deadline, awaitingAnswer);
+    awaitingAnswer = false;
     if (got > 0) {
         lineQuietSinceNs = monotonicNs();
         count.bytesReceived += uint64_t(got);

@@ -16,6 +16,9 @@
 // - for 2-wire RS485 adapters it can ask the kernel to drive the transmitter
 //   (TIOCSRS485) and can read back and drop the local echo of each request;
 // - it writes a frame trace (direction, time, bytes) to a file or stderr.
+// The first send on a thread sets that thread's timer slack to 1 ns, so that
+// the silence, and the driver's own delay before each attempt (a sleep even
+// when zero), end on time rather than up to 50 us late.
 
 #include "driverinterface.h"
 
@@ -103,8 +106,8 @@ public:
 
 private:
     // Reads up to length bytes until deadline (monotonic ns); returns the
-    // number read.
-    int readUntil(char *buffer, int length, int64_t deadlineNs);
+    // number read. waitFirst: nothing is expected yet, wait before reading.
+    int readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst);
     void waitForSilence();
     void dropStaleBytes();
     void trace(const char *direction, const char *bytes, int length, const char *note = nullptr);
@@ -118,6 +121,7 @@ private:
     int64_t lineQuietSinceNs = 0; // end of the last frame on the line
     int64_t openedNs = 0;
     bool hungUp = false;
+    bool awaitingAnswer = false; // a request went out and nothing was received since
 
     FILE *traceFile = nullptr;
     bool traceOwned = false;

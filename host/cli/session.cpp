@@ -160,6 +160,8 @@ int Session::openLine()
     if (lineOpen)
         return ExitOk;
     std::string error;
+    if (session.trace && !link.setTrace(*session.trace, error))
+        return usage(error);
     std::string port;
     if (session.port) {
         if (!session.simFaults.empty() || session.simMap || session.simStations)
@@ -194,8 +196,6 @@ int Session::openLine()
             "teco-cli: no --port given: talking to the simulated drive on %s (stations %s)\n", port.c_str(),
             stations.c_str());
     }
-    if (session.trace && !link.setTrace(*session.trace, error))
-        return usage(error);
     if (!link.open(port, settings, defaults, error))
         return usage(error);
     driver->initialize(&link);

@@ -426,6 +426,8 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
         for (uint8_t &b : noise)
             b = uint8_t(random());
         putOnLine(noise.data(), int(noise.size()));
+        std::lock_guard<std::mutex> lock(mutex);
+        counts.noiseBytesSent += noise.size();
     }
 }
 

@@ -50,6 +50,7 @@ public:
         uint64_t badFrames = 0; // what libmodbus refused (CRC, length, garbage)
         uint64_t faults[FaultRule::KindCount] = {};
         uint64_t lateRepliesSent = 0;
+        uint64_t noiseBytesSent = 0;
     };
 
     SimDrive();

@@ -1,0 +1,295 @@
+// teco-cli run as a program: exit status 0, 1 with the driver's text, or 2
+// with one sentence for bad usage; JSON for scripts; bad input never reaches
+// the device.
+
+#include "seriallink.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLibraryInfo>
+#include <QProcess>
+#include <QStringList>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+struct CliRun
+{
+    int status = -1; // -1: did not finish normally (crash, hang)
+    std::string out, err;
+};
+
+CliRun cli(const std::vector<std::string> &args, const std::string &input = std::string())
+{
+    QString program = TECO_CLI_PATH;
+    QStringList arguments;
+    const QString emulator = TECO_EMULATOR;
+    if (!emulator.isEmpty()) {
+        arguments = emulator.split('|');
+        program = arguments.takeFirst();
+        arguments << TECO_CLI_PATH;
+    }
+    for (const std::string &a : args)
+        arguments << QString::fromStdString(a);
+    QProcess p;
+    p.start(program, arguments);
+    CliRun r;
+    if (!p.waitForStarted(30000))
+        return r;
+    p.write(input.data(), qint64(input.size()));
+    p.closeWriteChannel();
+    const bool finished = p.waitForFinished(90000);
+    r.out = p.readAllStandardOutput().toStdString();
+    r.err = p.readAllStandardError().toStdString();
+    if (finished && p.exitStatus() == QProcess::NormalExit)
+        r.status = p.exitCode();
+    return r;
+}
+
+QJsonObject json(const std::string &line)
+{
+    return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
+}
+
+std::vector<std::string> lines(const std::string &text)
+{
+    std::vector<std::string> out;
+    size_t from = 0, nl;
+    while ((nl = text.find('\n', from)) != std::string::npos) {
+        out.push_back(text.substr(from, nl - from));
+        from = nl + 1;
+    }
+    return out;
+}
+
+// A pseudo-terminal that nobody answers on; the test sees what arrives.
+class SilentDevice
+{
+public:
+    SilentDevice()
+    {
+        fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+        char name[128] = { 0 };
+        if (fd < 0 || grantpt(fd) < 0 || unlockpt(fd) < 0 || ptsname_r(fd, name, sizeof name) != 0)
+            ADD_FAILURE() << "no pseudo-terminal";
+        path = name;
+        // Keep the other side open so that the device stays up between runs.
+        hold = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+        struct termios t;
+        tcgetattr(hold, &t);
+        cfmakeraw(&t);
+        tcsetattr(hold, TCSANOW, &t);
+    }
+    ~SilentDevice()
+    {
+        ::close(hold);
+        ::close(fd);
+    }
+    int bytesArrived()
+    {
+        int total = 0;
+        char buffer[512];
+        ssize_t r;
+        while ((r = ::read(fd, buffer, sizeof buffer)) > 0)
+            total += int(r);
+        return total;
+    }
+    int fd = -1, hold = -1;
+    std::string path;
+};
+
+TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        const char *message;
+    } rows[] = {
+        { {}, "teco-cli: no command given" },
+        { { "frobnicate" }, "teco-cli: unknown command \"frobnicate\"" },
+        { { "read" }, "teco-cli: usage: read ADDRESS" },
+        { { "read", "XR100" }, "teco-cli: unknown address \"XR100\"" },
+        { { "read", "HR0" }, "teco-cli: address \"HR0\" is out of range" },
+        { { "read", "HR100.16" }, "teco-cli: bad bit in address \"HR100.16\"" },
+        { { "read", "DO5.1" }, "teco-cli: address \"DO5.1\" names a bit of a coil area" },
+        { { "read", "HR100", "--type", "float" }, "teco-cli: unknown data type \"float\"" },
+        { { "read", "DO5", "--type", "word" }, "teco-cli: DO5 is a coil: it holds bits, not words" },
+        { { "read", "HR100", "--count", "0" }, "teco-cli: option --count takes a number from 1 to 65535" },
+        { { "read", "HR100", "--count" }, "teco-cli: option --count needs a value" },
+        { { "read", "HR1", "--interval", "5" }, "teco-cli: option --interval does not apply to read" },
+        { { "read", "HR1", "--colour" }, "teco-cli: unknown option --colour" },
+        { { "write", "HR100" }, "teco-cli: usage: write ADDRESS VALUE" },
+        { { "write", "HR100", "70000" }, "teco-cli: value 70000 does not fit in a word (-32768 to 65535)" },
+        { { "write", "HR100SW", "1", "--type", "word" }, "teco-cli: \"SW\" in HR100SW orders the words" },
+        { { "write", "HR100", "12abc" }, "teco-cli: \"12abc\" is not a number" },
+        { { "write", "DO1", "2" }, "teco-cli: a bit is 0 or 1" },
+        { { "--station", "300", "read", "HR1" }, "teco-cli: option --station takes a number from 0 to 255" },
+        { { "--timeout", "-5", "read", "HR1" }, "teco-cli: option --timeout takes a number" },
+        { { "scan", "--from", "9", "--to", "3" }, "teco-cli: scan needs 1 <= --from <= --to <= 247" },
+        { { "poll" }, "teco-cli: usage: poll TAG" },
+        { { "poll", "HR1:float" }, "teco-cli: unknown data type \"float\"" },
+        { { "--link", "RS485,9601,NONE,8,2", "read", "HR1" }, "teco-cli: unsupported baud rate \"9601\"" },
+        { { "--link", "RS485,9600", "read", "HR1" }, "teco-cli: malformed link \"RS485,9600\"" },
+        { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
+        { { "--port", "/dev/no-such-port", "read", "HR1" }, "teco-cli: cannot open /dev/no-such-port" },
+        { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
+        { { "--plugin", "/no/such/plugin.so", "info" }, "teco-cli: plug-in not found: /no/such/plugin.so" },
+        { { "--plugin", TECO_CLI_PATH, "info" }, "teco-cli: cannot load " },
+        { { "--sim-fault", "explode", "read", "HR1" }, "teco-cli: unknown fault \"explode\"" },
+        { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
+        { { "--sim-map", "/no/such/map", "read", "HR1" }, "teco-cli: cannot read the map /no/such/map" },
+        { { "--trace", "/no/such/dir/trace.txt", "read", "HR1" }, "teco-cli: cannot write the trace to" },
+    };
+    for (const Row &row : rows) {
+        std::string shown;
+        for (const std::string &a : row.args)
+            shown += a + " ";
+        SCOPED_TRACE(shown);
+        const CliRun r = cli(row.args);
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+TEST(Cli, AQtPlugInThatIsNotADriverIsRefused)
+{
+    const QString sqlite = QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/sqldrivers/libqsqlite.so";
+    if (!QFile::exists(sqlite))
+        GTEST_SKIP() << "no Qt SQLite plug-in at " << sqlite.toStdString();
+    const CliRun r = cli({ "--plugin", sqlite.toStdString(), "info" });
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(
+        r.err, "teco-cli: " + sqlite.toStdString() + " is a Qt plug-in but not a driver of this runtime\n");
+}
+
+TEST(Cli, BadInputNeverReachesTheDevice)
+{
+    SilentDevice device;
+    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>> {
+             { "write", "HR100", "70000" },
+             { "write", "XR100", "1" },
+             { "write", "HR100", "--type", "dword", "1", "x" },
+             { "--link", "RS485,9600,NONE,8,3", "write", "HR100", "1" },
+         }) {
+        std::vector<std::string> withPort = { "--port", device.path };
+        withPort.insert(withPort.end(), args.begin(), args.end());
+        EXPECT_EQ(cli(withPort).status, 2) << args[1];
+    }
+    EXPECT_EQ(device.bytesArrived(), 0);
+    // The same device does receive a good command (which nobody answers).
+    const CliRun r = cli({ "--port", device.path, "--retry", "0", "--timeout", "50", "write", "HR100", "1" });
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "teco-cli: PLC no response (write 1 word to 1-HR100)\n");
+    EXPECT_EQ(device.bytesArrived(), 11);
+}
+
+TEST(Cli, ABusyDeviceIsRefused)
+{
+    SilentDevice device;
+    SerialLink other;
+    std::string error;
+    ASSERT_TRUE(other.open(device.path, LinkSettings(), LinkOptions(), error)) << error;
+    const CliRun r = cli({ "--port", device.path, "read", "HR1" });
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "teco-cli: " + device.path + " is busy: another program has it open\n");
+}
+
+TEST(Cli, AFailedCommandExitsOneWithTheDriversText)
+{
+    const CliRun r = cli({ "--sim-fault", "noreply", "--retry", "1", "--timeout", "100", "read", "HR100" });
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("\nteco-cli: PLC no response (read 1 word(s) from 1-HR100)\n"), std::string::npos)
+        << r.err;
+    EXPECT_EQ(r.out, "");
+
+    const CliRun j
+        = cli({ "--json", "--sim-fault", "exception:code=2", "write", "FN6HR5", "1", "--retry", "0" });
+    EXPECT_EQ(j.status, 1);
+    const QJsonObject o = json(j.out);
+    EXPECT_EQ(o["ok"].toBool(true), false);
+    EXPECT_EQ(o["error"].toString().toStdString(), "exception code:0x02 (write 1 word to 1-FN6HR5)");
+}
+
+TEST(Cli, ReadsWritesAndRelaysInOneBatch)
+{
+    const std::string batch = "# a comment\n"
+                              "write HR102 250\n"
+                              "read HR102\n"
+                              "read HR104SW\n"
+                              "write HR104SW -2\n"
+                              "read HR104 --count 2\n"
+                              "read DI1 --count 3\n"
+                              "write HR60000 2 2 3\n"
+                              "write HR60010 777\n"
+                              "read HR1300 --station 3\n"
+                              "read IR1 --type byte --count 3\n";
+    const CliRun r = cli({ "--json", "batch" }, batch);
+    EXPECT_EQ(r.status, 0) << r.err;
+    const std::vector<std::string> out = lines(r.out);
+    ASSERT_EQ(out.size(), 10u) << r.out;
+    auto values = [&](int line) {
+        std::vector<double> v;
+        for (const QJsonValue &x : json(out[size_t(line)])["values"].toArray())
+            v.push_back(x.toDouble());
+        return v;
+    };
+    EXPECT_EQ(values(1), (std::vector<double> { 250 }));
+    EXPECT_EQ(values(2), (std::vector<double> { 100000 })); // the built-in map's position command
+    EXPECT_EQ(values(4), (std::vector<double> { 0xFFFF, 0xFFFE }));
+    EXPECT_EQ(values(5), (std::vector<double> { 1, 1, 0 }));
+    EXPECT_EQ(values(8), (std::vector<double> { 777 }));
+    EXPECT_EQ(json(out[8])["station"].toInt(), 3);
+    EXPECT_EQ(values(9), (std::vector<double> { 0xDA, 0x05, 125 })); // IR1 = 1498, IR2 = 125
+}
+
+TEST(Cli, ABatchStopsAtItsFirstBadLine)
+{
+    const CliRun r = cli({ "batch" }, "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(
+        r.err.find("teco-cli: batch line 2: option --port belongs on the command line"), std::string::npos)
+        << r.err;
+    EXPECT_EQ(r.out.find("teco> read HR101"), std::string::npos) << r.out;
+}
+
+TEST(Cli, PollAndScanSummarise)
+{
+    const CliRun p = cli({ "--json", "--sim-fault", "noreply:at=IR1", "--timeout", "50", "--retry", "0",
+        "poll", "HR100", "IR1:2", "--cycles", "3", "--interval", "10" });
+    EXPECT_EQ(p.status, 1) << p.err;
+    const QJsonObject summary = json(p.out);
+    EXPECT_EQ(summary["cycles"].toInt(), 3);
+    EXPECT_EQ(summary["commands"].toInt(), 6);
+    EXPECT_EQ(summary["errors"].toInt(), 3);
+    EXPECT_EQ(summary["errorsByText"].toObject()["PLC no response"].toInt(), 3);
+    EXPECT_EQ(summary["tags"].toArray()[0].toObject()["values"].toArray()[0].toInt(), 1500);
+
+    const CliRun s = cli({ "--json", "--sim-stations", "2,5", "scan", "--to", "6", "--timeout", "50" });
+    EXPECT_EQ(s.status, 0) << s.err;
+    const QJsonArray stations = json(s.out)["stations"].toArray();
+    ASSERT_EQ(stations.size(), 2);
+    EXPECT_EQ(stations[0].toObject()["station"].toInt(), 2);
+    EXPECT_EQ(stations[1].toObject()["station"].toInt(), 5);
+    EXPECT_EQ(stations[1].toObject()["status"].toString(), "answers");
+}
+
+TEST(Cli, InfoNamesTheDriver)
+{
+    const CliRun r = cli({ "--json", "info" });
+    EXPECT_EQ(r.status, 0);
+    const QJsonObject o = json(r.out);
+    EXPECT_EQ(o["name"].toString(), "Teco Servo");
+    EXPECT_EQ(o["defaultLink"].toString(), "RS485,9600,NONE,8,2");
+    EXPECT_EQ(o["defaultTimeoutMs"].toInt(), 500);
+}
+
+} // namespace

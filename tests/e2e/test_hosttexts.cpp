@@ -1,0 +1,412 @@
+// The texts that people type into the host programs: link settings, address
+// texts, fault rules, register maps, command-line values and tags. Accepted
+// forms are checked for what they mean; refused ones for a clear sentence.
+
+#include "command.h"
+#include "faultrule.h"
+#include "registermap.h"
+#include "seriallink.h"
+#include "simdrive.h"
+#include "values.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(LinkText, ReadsTheDriversFormOfALine)
+{
+    struct Row
+    {
+        const char *text;
+        const char *canonical;
+        int bits;
+        int64_t silenceNs;
+    } rows[] = {
+        { "RS485,9600,NONE,8,2", "RS485,9600,NONE,8,2", 11, 4010416 },
+        { " rs232 , 19200 , even , 8 , 1 ", "RS232,19200,EVEN,8,1", 11, 2005208 },
+        { "RS422,38400,O,7,1", "RS422,38400,ODD,7,1", 10, 1750000 },
+        { "RS485,115200,N,8,1", "RS485,115200,NONE,8,1", 10, 1750000 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        LinkSettings s;
+        std::string error;
+        ASSERT_TRUE(LinkSettings::parse(row.text, s, error)) << error;
+        EXPECT_EQ(s.text(), row.canonical);
+        EXPECT_EQ(s.bitsPerCharacter(), row.bits);
+        EXPECT_NEAR(double(s.silenceNs()), double(row.silenceNs), 10.0);
+    }
+}
+
+TEST(LinkText, RefusesMalformedLinesWithOneSentence)
+{
+    struct Row
+    {
+        const char *text;
+        const char *error;
+    } rows[] = {
+        { "",
+            "malformed link \"\" (expected INTERFACE,BAUD,PARITY,DATABITS,STOPBITS such as "
+            "\"RS485,9600,NONE,8,2\")" },
+        { "RS485,9600,NONE,8", "malformed link" },
+        { "RS485,9600,NONE,8,2,1", "malformed link" },
+        { "CAN,9600,NONE,8,2", "unknown interface \"CAN\"" },
+        { "RS485,9601,NONE,8,2", "unsupported baud rate \"9601\"" },
+        { "RS485,-9600,NONE,8,2", "unsupported baud rate \"-9600\"" },
+        { "RS485,99999999999,NONE,8,2", "unsupported baud rate" },
+        { "RS485,9600,MARK,8,2", "unknown parity \"MARK\"" },
+        { "RS485,9600,NONE,9,2", "data bits must be 7 or 8, not \"9\"" },
+        { "RS485,9600,NONE,8,1.5", "stop bits must be 1 or 2, not \"1.5\"" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        LinkSettings s;
+        std::string error;
+        EXPECT_FALSE(LinkSettings::parse(row.text, s, error));
+        EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+        EXPECT_EQ(s.text(), "RS485,9600,NONE,8,2") << "left unchanged";
+    }
+}
+
+TEST(AddressTexts, AcceptThePanelsForms)
+{
+    struct Row
+    {
+        const char *text;
+        const char *canonical;
+        Area area;
+        int wire;
+        int bit;
+        bool swap;
+    } rows[] = {
+        { "HR100", "HR100", Area::HoldingRegisters, 99, -1, false },
+        { "hr100.3", "HR100.3", Area::HoldingRegisters, 99, 3, false },
+        { "FN6HR1200", "FN6HR1200", Area::HoldingRegisters, 1199, -1, false },
+        { "fn5do5", "FN5DO5", Area::Coils, 4, -1, false },
+        { "DI1", "DI1", Area::DiscreteInputs, 0, -1, false },
+        { "IR65536", "IR65536", Area::InputRegisters, 65535, -1, false },
+        { "HR100SW", "HR100SW", Area::HoldingRegisters, 99, -1, true },
+        { "ir7.15", "IR7.15", Area::InputRegisters, 6, 15, false },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        AddressText a;
+        std::string error;
+        ASSERT_TRUE(AddressText::parse(row.text, a, error)) << error;
+        EXPECT_EQ(a.text(), row.canonical);
+        EXPECT_EQ(a.area, row.area);
+        EXPECT_EQ(a.wireNumber(), row.wire);
+        EXPECT_EQ(a.bit, row.bit);
+        EXPECT_EQ(a.swap, row.swap);
+    }
+}
+
+TEST(AddressTexts, RefuseTypingErrors)
+{
+    struct Row
+    {
+        const char *text;
+        const char *error;
+    } rows[] = {
+        { "", "unknown address \"\"" },
+        { "XR100", "unknown address \"XR100\"" },
+        { "HR", "unknown address \"HR\"" },
+        { "H100", "unknown address \"H100\"" },
+        { "HR0", "address \"HR0\" is out of range" },
+        { "HR65537", "address \"HR65537\" is out of range" },
+        { "HR123456", "unknown address" },
+        { "HR100.16", "bad bit in address \"HR100.16\"" },
+        { "HR100.", "bad bit in address" },
+        { "HR100.3SW", "unknown address" },
+        { "DO5.1", "address \"DO5.1\" names a bit of a coil area" },
+        { "DI5SW", "unknown address" },
+        { "HR100 ", "unknown address" },
+        { "HR1\xe9", "unknown address" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        AddressText a;
+        std::string error;
+        EXPECT_FALSE(AddressText::parse(row.text, a, error));
+        EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+    }
+}
+
+TEST(FaultRules, ReadKindAndOptions)
+{
+    struct Row
+    {
+        const char *text;
+        FaultRule::Kind kind;
+        int station;
+        bool anyAddress;
+        int address;
+        double rate;
+        int times;
+        int value;
+    } rows[] = {
+        { "noreply", FaultRule::NoReply, -1, true, 0, 1.0, -1, -1 },
+        { "late:at=HR200,ms=800,times=1", FaultRule::Late, -1, false, 199, 1.0, 1, 800 },
+        { "corrupt:rate=5%", FaultRule::Corrupt, -1, true, 0, 0.05, -1, -1 },
+        { "exception:station=7,code=2,rate=0.5", FaultRule::Exception, 7, true, 0, 0.5, -1, 2 },
+        { "truncate:keep=3", FaultRule::Truncate, -1, true, 0, 1.0, -1, 3 },
+        { "wrongstation:as=9", FaultRule::WrongStation, -1, true, 0, 1.0, -1, 9 },
+        { "noise:bytes=6,at=DO3", FaultRule::Noise, -1, false, 2, 1.0, -1, 6 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        FaultRule r;
+        std::string error;
+        ASSERT_TRUE(FaultRule::parse(row.text, r, error)) << error;
+        EXPECT_EQ(r.kind, row.kind);
+        EXPECT_EQ(r.station, row.station);
+        EXPECT_EQ(r.anyAddress, row.anyAddress);
+        EXPECT_EQ(r.address, row.address);
+        EXPECT_DOUBLE_EQ(r.rate, row.rate);
+        EXPECT_EQ(r.times, row.times);
+        EXPECT_EQ(r.value, row.value);
+        FaultRule again;
+        ASSERT_TRUE(FaultRule::parse(r.text(), again, error)) << r.text() << ": " << error;
+        EXPECT_EQ(again.text(), r.text());
+    }
+}
+
+TEST(FaultRules, MatchTheRequestsRange)
+{
+    FaultRule r;
+    std::string error;
+    ASSERT_TRUE(FaultRule::parse("noreply:station=2,at=HR200", r, error));
+    EXPECT_TRUE(r.matches(2, Area::HoldingRegisters, 199, 1));
+    EXPECT_TRUE(r.matches(2, Area::HoldingRegisters, 150, 50));
+    EXPECT_FALSE(r.matches(2, Area::HoldingRegisters, 150, 49));
+    EXPECT_FALSE(r.matches(2, Area::InputRegisters, 199, 1));
+    EXPECT_FALSE(r.matches(3, Area::HoldingRegisters, 199, 1));
+}
+
+TEST(FaultRules, RefuseUnknownKindsKeysAndValues)
+{
+    for (const char *text : { "", "explode", "noreply:", "late:ms=-1", "late:code=2", "noreply:rate=1.5",
+             "noreply:rate=x", "noreply:times=0", "noreply:at=HR100.3", "noreply:station=300",
+             "exception:code=256", "noreply:at" }) {
+        SCOPED_TRACE(text);
+        FaultRule r;
+        std::string error;
+        EXPECT_FALSE(FaultRule::parse(text, r, error));
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+TEST(RegisterMaps, TheBuiltInMapIsValid)
+{
+    std::vector<MapEntry> entries;
+    std::string error;
+    ASSERT_TRUE(parseRegisterMap(builtinServoMap(), entries, error)) << error;
+    EXPECT_GT(entries.size(), 10u);
+}
+
+TEST(RegisterMaps, ReadValuesStationsAndDoubleWords)
+{
+    const char *text = "# comment\n"
+                       "HR5 -1 minus one\n"
+                       "station 2\n"
+                       "IR3 0x10\n"
+                       "HR10SW 0x12345678 a double word\n"
+                       "station all\n"
+                       "DO1 1\n";
+    std::vector<MapEntry> e;
+    std::string error;
+    ASSERT_TRUE(parseRegisterMap(text, e, error)) << error;
+    ASSERT_EQ(e.size(), 5u);
+    EXPECT_EQ(e[0].value, 0xFFFF);
+    EXPECT_EQ(e[0].name, "minus one");
+    EXPECT_EQ(e[1].station, 2);
+    EXPECT_EQ(e[1].area, Area::InputRegisters);
+    EXPECT_EQ(e[1].value, 0x10);
+    EXPECT_EQ(e[2].address, 9);
+    EXPECT_EQ(e[2].value, 0x1234);
+    EXPECT_EQ(e[3].address, 10);
+    EXPECT_EQ(e[3].value, 0x5678);
+    EXPECT_EQ(e[4].station, 0);
+}
+
+TEST(RegisterMaps, NameTheLineOfAProblem)
+{
+    struct Row
+    {
+        const char *text;
+        const char *error;
+    } rows[] = {
+        { "HR1\n", "line 1: expected ADDRESS VALUE" },
+        { "\nHR1 70000\n", "line 2: 70000 does not fit in a register" },
+        { "HR1 abc\n", "line 1: \"abc\" is not a number" },
+        { "HR1 0x-5\n", "line 1: \"0x-5\" is not a number" },
+        { "DO1 2\n", "line 1: a coil or discrete input holds 0 or 1" },
+        { "HR1.2 1\n", "line 1: use plain HR, IR, DO or DI addresses" },
+        { "station 0\n", "line 1: a station is a number from 1 to 247" },
+        { "XX1 1\n", "line 1: unknown address" },
+        { "HR65536SW 1\n", "line 1: 1 does not fit in two registers" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        std::vector<MapEntry> e;
+        std::string error;
+        EXPECT_FALSE(parseRegisterMap(row.text, e, error));
+        EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+    }
+}
+
+TEST(StationLists, ReadNumbersAndRanges)
+{
+    std::vector<int> s;
+    std::string error;
+    ASSERT_TRUE(SimDrive::parseStations("1,2,5-7,2", s, error)) << error;
+    EXPECT_EQ(s, (std::vector<int> { 1, 2, 5, 6, 7 }));
+    for (const char *bad : { "", "0", "248", "3-1", "1,,2", "a", "1-", "-3" })
+        EXPECT_FALSE(SimDrive::parseStations(bad, s, error)) << bad;
+}
+
+TEST(CommandValues, ParseIntoTheTypesRange)
+{
+    struct Row
+    {
+        const char *text;
+        ValueType type;
+        bool good;
+        uint32_t value;
+    } rows[] = {
+        { "1", ValueType::Bit, true, 1 },
+        { "on", ValueType::Bit, true, 1 },
+        { "off", ValueType::Bit, true, 0 },
+        { "2", ValueType::Bit, false, 0 },
+        { "255", ValueType::Byte, true, 255 },
+        { "-128", ValueType::Byte, true, 0xFFFFFF80 },
+        { "256", ValueType::Byte, false, 0 },
+        { "65535", ValueType::Word, true, 65535 },
+        { "-32768", ValueType::Word, true, 0xFFFF8000 },
+        { "0x1F", ValueType::Word, true, 31 },
+        { "65536", ValueType::Word, false, 0 },
+        { "-32769", ValueType::Word, false, 0 },
+        { "4294967295", ValueType::DWord, true, 0xFFFFFFFF },
+        { "-2147483648", ValueType::DWord, true, 0x80000000 },
+        { "4294967296", ValueType::DWord, false, 0 },
+        { "99999999999999999999999", ValueType::DWord, false, 0 },
+        { "12abc", ValueType::Word, false, 0 },
+        { "", ValueType::Word, false, 0 },
+        { "-", ValueType::Word, false, 0 },
+        { "0x", ValueType::Word, false, 0 },
+        { "+5", ValueType::Word, false, 0 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        uint32_t v = 0;
+        std::string error;
+        EXPECT_EQ(parseValue(row.text, row.type, v, error), row.good) << error;
+        if (row.good)
+            EXPECT_EQ(v, row.value);
+        else
+            EXPECT_FALSE(error.empty());
+    }
+}
+
+TEST(CommandValues, PackAndUnpackInThePanelsByteOrder)
+{
+    EXPECT_EQ(packValues({ 0x1234, 0xFFFF8000 }, ValueType::Word), QByteArray("\x34\x12\x00\x80", 4));
+    EXPECT_EQ(packValues({ 0x12345678 }, ValueType::DWord), QByteArray("\x78\x56\x34\x12", 4));
+    EXPECT_EQ(packValues({ 1, 0, 1 }, ValueType::Bit), QByteArray("\x01\x00\x01", 3));
+
+    AddressText a;
+    std::string error;
+    ASSERT_TRUE(AddressText::parse("HR100.14", a, error));
+    const std::vector<Element> bits = unpackValues(QByteArray("\x05", 1), a, ValueType::Bit, 3);
+    ASSERT_EQ(bits.size(), 3u);
+    EXPECT_EQ(bits[0].address, "HR100.14");
+    EXPECT_EQ(bits[2].address, "HR101.0");
+    EXPECT_EQ(bits[2].value, 1u);
+    ASSERT_TRUE(AddressText::parse("HR100SW", a, error));
+    const std::vector<Element> dwords
+        = unpackValues(QByteArray("\x78\x56\x34\x12\x01\x00\x00\x00", 8), a, ValueType::DWord, 2);
+    ASSERT_EQ(dwords.size(), 2u);
+    EXPECT_EQ(dwords[0].value, 0x12345678u);
+    EXPECT_EQ(dwords[1].address, "HR102SW");
+    // A short answer gives only the whole elements.
+    EXPECT_EQ(unpackValues(QByteArray("\x01\x02\x03", 3), a, ValueType::Word, 2).size(), 1u);
+    EXPECT_TRUE(unpackValues(QByteArray(), a, ValueType::Bit, 8).empty());
+}
+
+TEST(CommandLine, ChoosesTheTypeFromTheAddress)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        ValueType type;
+        int count;
+    } rows[] = {
+        { { "read", "HR100" }, ValueType::Word, 1 },
+        { { "read", "HR100SW" }, ValueType::DWord, 1 },
+        { { "read", "DO5", "--count", "8" }, ValueType::Bit, 8 },
+        { { "read", "HR100.3" }, ValueType::Bit, 1 },
+        { { "--count=3", "read", "HR100", "--type=byte" }, ValueType::Byte, 3 },
+        { { "write", "HR100", "-5", "7" }, ValueType::Word, 2 },
+    };
+    for (const Row &row : rows) {
+        CliOptions o;
+        Command c;
+        std::string error;
+        ASSERT_TRUE(parseCliArguments(row.args, o, false, error)) << error;
+        ASSERT_TRUE(prepareCommand(o, false, c, error)) << error;
+        EXPECT_EQ(c.target.type, row.type);
+        EXPECT_EQ(c.target.count, row.count);
+    }
+}
+
+TEST(CommandLine, BatchLinesTakeOnlyCommandOptions)
+{
+    CliOptions o;
+    std::string error;
+    std::vector<std::string> words;
+    ASSERT_TRUE(splitWords("read  \"HR100\" --station 2", words, error));
+    EXPECT_EQ(words, (std::vector<std::string> { "read", "HR100", "--station", "2" }));
+    EXPECT_TRUE(parseCliArguments(words, o, true, error)) << error;
+    EXPECT_FALSE(parseCliArguments({ "read", "HR1", "--port", "/dev/ttyS0" }, o, true, error));
+    EXPECT_EQ(error, "option --port belongs on the command line, before the batch");
+    EXPECT_FALSE(splitWords("read \"HR1", words, error));
+    Command c;
+    CliOptions fault;
+    ASSERT_TRUE(parseCliArguments({ "fault", "explode" }, fault, true, error));
+    EXPECT_FALSE(prepareCommand(fault, true, c, error));
+    EXPECT_EQ(error.rfind("unknown fault", 0), 0u) << error;
+}
+
+TEST(CommandLine, TagsNameAddressTypeAndCount)
+{
+    struct Row
+    {
+        const char *text;
+        bool good;
+        ValueType type;
+        int count;
+    } rows[] = {
+        { "HR100", true, ValueType::Word, 1 },
+        { "HR100:3", true, ValueType::Word, 3 },
+        { "HR100:dword", true, ValueType::DWord, 1 },
+        { "DO1:bit:8", true, ValueType::Bit, 8 },
+        { "HR100:byte:4", true, ValueType::Byte, 4 },
+        { "HR100:3:word", false, ValueType::Word, 0 },
+        { "HR100:float", false, ValueType::Word, 0 },
+        { "HR100:0", false, ValueType::Word, 0 },
+        { "DO1:word", false, ValueType::Word, 0 },
+        { "HR1:2:3:4", false, ValueType::Word, 0 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        Tag t;
+        std::string error;
+        EXPECT_EQ(parseTag(row.text, t, error), row.good) << error;
+        if (row.good) {
+            EXPECT_EQ(t.type, row.type);
+            EXPECT_EQ(t.count, row.count);
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,244 @@
+// The serial link over a pseudo-terminal whose other side the test plays:
+// waiting for the bytes asked for, dropping stale bytes, the RTU silence,
+// the local echo of 2-wire adapters, the trace, and devices it must refuse.
+
+#include "hex.h"
+#include "seriallink.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <poll.h>
+#include <sstream>
+#include <termios.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The device's side of a pseudo-terminal.
+class Device
+{
+public:
+    Device()
+    {
+        fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        char name[128] = { 0 };
+        if (fd < 0 || grantpt(fd) < 0 || unlockpt(fd) < 0 || ptsname_r(fd, name, sizeof name) != 0)
+            ADD_FAILURE() << "no pseudo-terminal";
+        path = name;
+        struct termios t;
+        tcgetattr(fd, &t);
+        cfmakeraw(&t);
+        tcsetattr(fd, TCSANOW, &t);
+    }
+    ~Device() { ::close(fd); }
+    void put(const char *hexText)
+    {
+        const QByteArray b = hex(hexText);
+        ASSERT_EQ(::write(fd, b.constData(), size_t(b.size())), b.size());
+    }
+    // Reads exactly n bytes (or what came within a generous limit).
+    std::string take(int n)
+    {
+        QByteArray got;
+        const auto until = Clock::now() + std::chrono::seconds(10);
+        while (got.size() < n && Clock::now() < until) {
+            struct pollfd p = { fd, POLLIN, 0 };
+            if (poll(&p, 1, 100) <= 0)
+                continue;
+            char buffer[256];
+            const ssize_t r = ::read(fd, buffer, size_t(std::min<int>(n - got.size(), int(sizeof buffer))));
+            if (r > 0)
+                got.append(buffer, int(r));
+        }
+        return toHex(got);
+    }
+    int fd = -1;
+    std::string path;
+};
+
+LinkOptions options(int timeoutMs = 2000)
+{
+    LinkOptions o;
+    o.timeoutMs = timeoutMs;
+    return o;
+}
+
+std::string received(SerialLink &link, int n, int *count = nullptr)
+{
+    QByteArray buffer(n, '\0');
+    const int got = link.receive(buffer.data(), n);
+    if (count)
+        *count = got;
+    return toHex(buffer.left(std::max(got, 0)));
+}
+
+TEST(SerialLink, ReceiveWaitsUntilEveryByteAskedForHasArrived)
+{
+    Device device;
+    SerialLink link;
+    std::string error;
+    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(), error)) << error;
+    std::thread late([&device] {
+        device.put("01 03");
+        std::this_thread::sleep_for(std::chrono::milliseconds(80));
+        device.put("02 12 34 B5 33");
+    });
+    EXPECT_EQ(received(link, 5), "01 03 02 12 34");
+    EXPECT_EQ(received(link, 2), "B5 33");
+    late.join();
+}
+
+TEST(SerialLink, ReceiveReturnsWhatCameWhenTheTimeOutPasses)
+{
+    Device device;
+    SerialLink link;
+    std::string error;
+    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(150), error)) << error;
+    device.put("01 03 02");
+    const auto start = Clock::now();
+    int count = -1;
+    EXPECT_EQ(received(link, 5, &count), "01 03 02");
+    EXPECT_EQ(count, 3);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(150));
+    EXPECT_EQ(received(link, 5, &count), "");
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(link.counters().shortReceives, 2u);
+}
+
+TEST(SerialLink, BytesWaitingBeforeARequestAreDropped)
+{
+    for (bool silence : { true, false }) {
+        SCOPED_TRACE(silence ? "with silence" : "without silence");
+        Device device;
+        SerialLink link;
+        std::string error;
+        LinkOptions o = options();
+        o.silence = silence;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), o, error)) << error;
+        device.put("01 03 02 99 99 F8 0E AA"); // a late answer and noise
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        const QByteArray request = hex("01 03 00 63 00 01 74 14");
+        EXPECT_EQ(link.send(request.constData(), request.size()), 8);
+        EXPECT_EQ(device.take(8), "01 03 00 63 00 01 74 14");
+        device.put("01 03 02 12 34 B5 33");
+        EXPECT_EQ(received(link, 5), "01 03 02 12 34");
+        EXPECT_EQ(received(link, 2), "B5 33");
+        EXPECT_EQ(link.counters().staleBytesDropped, 8u);
+    }
+}
+
+TEST(SerialLink, KeepsTheRtuSilenceAfterTheLastFrameOnTheLine)
+{
+    // At 1200 baud, 8N2, a character takes 9.2 ms and the silence 32 ms:
+    // long enough to see on any machine. Lower bounds only.
+    Device device;
+    SerialLink link;
+    std::string error;
+    LinkSettings slow;
+    ASSERT_TRUE(LinkSettings::parse("RS485,1200,NONE,8,2", slow, error)) << error;
+    ASSERT_TRUE(link.open(device.path, slow, options(), error)) << error;
+    device.put("01 03 02 12 34 B5 33");
+    EXPECT_EQ(received(link, 7), "01 03 02 12 34 B5 33");
+    const auto answered = Clock::now();
+    const QByteArray request = hex("01 03 00 63 00 01 74 14");
+    link.send(request.constData(), request.size());
+    EXPECT_GE(Clock::now() - answered, std::chrono::nanoseconds(slow.silenceNs()));
+    EXPECT_EQ(device.take(8), "01 03 00 63 00 01 74 14");
+}
+
+TEST(SerialLink, TheLocalEchoOfARequestIsReadBackAndDropped)
+{
+    struct Row
+    {
+        const char *echo;
+        uint64_t mismatches;
+    } rows[] = { { "01 03 00 63 00 01 74 14", 0 }, { "01 03 00 63 00 FF 74 14", 1 } };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.echo);
+        Device device;
+        SerialLink link;
+        std::string error;
+        LinkOptions o = options();
+        o.localEcho = true;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), o, error)) << error;
+        std::thread adapter([&device, &row] {
+            device.take(8);
+            device.put(row.echo);
+            device.put("01 03 02 12 34 B5 33");
+        });
+        const QByteArray request = hex("01 03 00 63 00 01 74 14");
+        link.send(request.constData(), request.size());
+        adapter.join();
+        EXPECT_EQ(received(link, 5), "01 03 02 12 34");
+        EXPECT_EQ(link.counters().echoMismatches, row.mismatches);
+    }
+}
+
+TEST(SerialLink, TraceShowsEveryFrameWithItsDirection)
+{
+    Device device;
+    SerialLink link;
+    std::string error;
+    const std::string path = testing::TempDir() + "seriallink-trace.txt";
+    ASSERT_TRUE(link.setTrace(path, error)) << error;
+    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(100), error)) << error;
+    device.put("AA");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const QByteArray request = hex("01 03 00 63 00 01 74 14");
+    link.send(request.constData(), request.size());
+    device.put("01 03 02 41 42");
+    received(link, 5);
+    received(link, 2);
+    link.setTrace("", error);
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    const std::string t = text.str();
+    EXPECT_NE(t.find("DROP  (0Xaa ) : ."), std::string::npos) << t;
+    EXPECT_NE(t.find("TX    (0X1 0X3 0X0 0X63 0X0 0X1 0X74 0X14 ) : .."), std::string::npos) << t;
+    EXPECT_NE(t.find("RX    (0X1 0X3 0X2 0X41 0X42 ) : ...AB"), std::string::npos) << t;
+    EXPECT_NE(t.find("RX    () :   [time-out: 0 of 2 bytes]"), std::string::npos) << t;
+    std::remove(path.c_str());
+}
+
+TEST(SerialLink, RefusesDevicesItCannotUse)
+{
+    Device device;
+    SerialLink first;
+    std::string error;
+    ASSERT_TRUE(first.open(device.path, LinkSettings(), options(), error)) << error;
+    LinkOptions rs485 = options();
+    rs485.rs485 = true;
+    struct Row
+    {
+        std::string device;
+        LinkOptions options;
+        std::string error;
+    } rows[] = {
+        { "/dev/no-such-port", options(), "cannot open /dev/no-such-port: No such file or directory" },
+        { "/dev/null", options(), "/dev/null is not a serial device" },
+        { device.path, options(), device.path + " is busy: another program has it open" },
+    };
+    for (const Row &row : rows) {
+        SerialLink link;
+        EXPECT_FALSE(link.open(row.device, LinkSettings(), row.options, error));
+        EXPECT_EQ(error, row.error);
+        EXPECT_FALSE(link.isOpen());
+    }
+    first.close();
+    // A pseudo-terminal has no RS485 transmitter to switch.
+    SerialLink link;
+    EXPECT_FALSE(link.open(device.path, LinkSettings(), rs485, error));
+    EXPECT_NE(error.find("does not support kernel RS485 direction control"), std::string::npos) << error;
+    EXPECT_TRUE(link.open(device.path, LinkSettings(), options(), error))
+        << "the failed open left the device usable";
+}
+
+} // namespace
