@@ -263,7 +263,7 @@ TEST(Cli, ABatchStopsAtItsFirstBadLine)
 
 TEST(Cli, PollAndScanSummarise)
 {
-    const CliRun p = cli({ "--json", "--sim-fault", "noreply:at=IR1", "--timeout", "50", "--retry", "0",
+    const CliRun p = cli({ "--json", "--sim-fault", "noreply:at=IR1", "--timeout", "300", "--retry", "0",
         "poll", "HR100", "IR1:2", "--cycles", "3", "--interval", "10" });
     EXPECT_EQ(p.status, 1) << p.err;
     const QJsonObject summary = json(p.out);
@@ -273,7 +273,7 @@ TEST(Cli, PollAndScanSummarise)
     EXPECT_EQ(summary["errorsByText"].toObject()["PLC no response"].toInt(), 3);
     EXPECT_EQ(summary["tags"].toArray()[0].toObject()["values"].toArray()[0].toInt(), 1500);
 
-    const CliRun s = cli({ "--json", "--sim-stations", "2,5", "scan", "--to", "6", "--timeout", "50" });
+    const CliRun s = cli({ "--json", "--sim-stations", "2,5", "scan", "--to", "6", "--timeout", "200" });
     EXPECT_EQ(s.status, 0) << s.err;
     const QJsonArray stations = json(s.out)["stations"].toArray();
     ASSERT_EQ(stations.size(), 2);

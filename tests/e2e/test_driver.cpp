@@ -219,6 +219,7 @@ TEST(EndToEnd, EveryFaultHasItsTextAndTheNextCommandGetsItsOwnAnswer)
         rig.setRegister(1, 199, 0x2222);
         EXPECT_TRUE(rig.read(Word, 1, "HR100").isEmpty());
         EXPECT_EQ(rig.error(), std::string(row.error) + " (read 1 word(s) from 1-HR100)");
+        rig.link.options().timeoutMs = AnswerTimeoutMs;
         EXPECT_EQ(toHex(rig.read(Word, 1, "HR200")), "22 22");
         EXPECT_FALSE(rig.failed()) << rig.error();
     }
@@ -244,6 +245,7 @@ TEST(EndToEnd, ALateAnswerIsNeverTakenForTheNextCommand)
     EXPECT_TRUE(rig.read(Word, 1, "HR100").isEmpty());
     EXPECT_EQ(rig.error(), "PLC no response (read 1 word(s) from 1-HR100)");
     ASSERT_TRUE(rig.waitFor([](const SimDrive::Stats &s) { return s.lateRepliesSent == 1; }));
+    rig.link.options().timeoutMs = AnswerTimeoutMs;
     EXPECT_EQ(toHex(rig.read(Word, 1, "HR200")), "22 22");
     EXPECT_FALSE(rig.failed()) << rig.error();
     EXPECT_EQ(rig.link.counters().staleBytesDropped, 7u);
@@ -251,14 +253,17 @@ TEST(EndToEnd, ALateAnswerIsNeverTakenForTheNextCommand)
 
 TEST(EndToEnd, AnAnswerLeftOverFromARetryIsDropped)
 {
-    // Attempt 1 times out; attempt 2 takes the late answer to attempt 1 (the
-    // same request); the answer to attempt 2 then waits on the line and must
-    // not be taken for the next command.
-    E2eRig rig(FailureTimeoutMs, 1, { fault("late:at=HR100,times=1,ms=400") });
+    // Attempt 1 times out; a later attempt takes the late answer to attempt 1
+    // (the same request); the answer to that attempt then waits on the line
+    // and must not be taken for the next command.
+    E2eRig rig(FailureTimeoutMs, 2, { fault("late:at=HR100,times=1,ms=400") });
     rig.setRegister(1, 99, 0x1111);
     rig.setRegister(1, 199, 0x2222);
     EXPECT_EQ(toHex(rig.read(Word, 1, "HR100")), "11 11");
-    ASSERT_TRUE(rig.waitFor([](const SimDrive::Stats &s) { return s.replies == 2; }));
+    const uint64_t sent = rig.link.counters().requests;
+    EXPECT_GE(sent, 2u);
+    ASSERT_TRUE(rig.waitFor([sent](const SimDrive::Stats &s) { return s.replies == sent; }));
+    rig.link.options().timeoutMs = AnswerTimeoutMs;
     EXPECT_EQ(toHex(rig.read(Word, 1, "HR200")), "22 22");
     EXPECT_FALSE(rig.failed()) << rig.error();
 }
