@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -351,15 +352,34 @@ void SerialLink::dropStaleBytes()
     lineQuietSinceNs = monotonicNs();
 }
 
+void SerialLink::sleepUntilPrecisely(int64_t target)
+{
+    // A timed sleep wakes late by the scheduler's latency (tens of
+    // microseconds, more on virtual machines). Aim early by the least
+    // lateness seen recently; should that wake us before the target, a short
+    // second sleep makes up the rest, so the wait is never cut short.
+    int64_t earliest = wakeLatenessNs[0];
+    for (int64_t l : wakeLatenessNs)
+        earliest = std::min(earliest, l);
+    const int64_t aim = target - earliest;
+    int64_t now = monotonicNs();
+    if (now < aim) {
+        sleepUntil(aim);
+        now = monotonicNs();
+        const int64_t late = std::min<int64_t>(now - aim, 500000);
+        wakeLatenessNs[wakeSample++ % WakeSamples] = std::max<int64_t>(late, 0);
+    }
+    if (now < target)
+        sleepUntil(target);
+}
+
 void SerialLink::waitForSilence()
 {
     // Bytes that arrive while we wait mean the line was not quiet: drop them
     // and wait again, but not longer than one reply time-out in all.
     const int64_t giveUp = monotonicNs() + int64_t(opts.timeoutMs) * 1000000;
     for (;;) {
-        const int64_t target = lineQuietSinceNs + line.silenceNs();
-        if (monotonicNs() < target)
-            sleepUntil(target);
+        sleepUntilPrecisely(lineQuietSinceNs + line.silenceNs());
         int pending = 0;
         if (ioctl(fd, FIONREAD, &pending) < 0 || pending <= 0)
             return;

@@ -109,6 +109,7 @@ private:
     // number read. waitFirst: nothing is expected yet, wait before reading.
     int readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst);
     void waitForSilence();
+    void sleepUntilPrecisely(int64_t targetNs);
     void dropStaleBytes();
     void trace(const char *direction, const char *bytes, int length, const char *note = nullptr);
 
@@ -122,6 +123,9 @@ private:
     int64_t openedNs = 0;
     bool hungUp = false;
     bool awaitingAnswer = false; // a request went out and nothing was received since
+    enum { WakeSamples = 8 };
+    int64_t wakeLatenessNs[WakeSamples] = {}; // how late recent timed sleeps woke
+    unsigned wakeSample = 0;
 
     FILE *traceFile = nullptr;
     bool traceOwned = false;
