@@ -27,7 +27,7 @@ const char usageText[]
       "  scan [--from N] [--to N] [--address ADDRESS]\n"
       "                                   find the stations that answer (default 1..247, HR1)\n"
       "  batch [FILE]                     commands one per line from FILE or standard input, on one\n"
-      "                                   link; also \"trace on|off\" and \"fault SPEC\" (simulated drive)\n"
+      "                                   link; also \"trace on|off\" and \"fault RULE\" (simulated drive)\n"
       "addresses: HR100 (holding register), IR5 (input register), DO5 (coil), DI2 (discrete\n"
       "  input), HR100.3 (bit 3 of HR100), FN6HR1200 (write with function 6), FN5DO5 (write\n"
       "  with function 5), HR100SW (double word, high word first)\n"
@@ -43,7 +43,7 @@ const char usageText[]
       "simulated drive (without --port):\n"
       "  --sim-stations LIST   stations it serves, default 1,2,3\n"
       "  --sim-map FILE        its initial values (teco-sim --print-map shows the format)\n"
-      "  --sim-fault SPEC      a fault to inject; repeatable (see below)\n"
+      "  --sim-fault RULE      a fault to inject; repeatable (see below)\n"
       "output: a table, or --json for scripts. Exit status: 0 success, 1 a command failed\n"
       "(the driver's error text on standard error), 2 bad usage.\n";
 

@@ -19,14 +19,14 @@ bool integer(const std::string &text, long low, long high, int &out)
 
 enum Scope { Session, Command };
 
-struct Spec
+struct OptionInfo
 {
     const char *name;
     bool takesValue;
     Scope scope;
 };
 
-const Spec specs[] = {
+const OptionInfo optionTable[] = {
     { "plugin", true, Session },
     { "port", true, Session },
     { "link", true, Session },
@@ -77,25 +77,25 @@ bool parseCliArguments(
             name = name.substr(0, eq);
             hasValue = true;
         }
-        const Spec *spec = nullptr;
-        for (const Spec &s : specs)
+        const OptionInfo *option = nullptr;
+        for (const OptionInfo &s : optionTable)
             if (name == s.name)
-                spec = &s;
-        if (!spec) {
+                option = &s;
+        if (!option) {
             error = "unknown option --" + name;
             return false;
         }
-        if (batchLine && spec->scope == Session) {
+        if (batchLine && option->scope == Session) {
             error = "option --" + name + " belongs on the command line, before the batch";
             return false;
         }
-        if (spec->takesValue && !hasValue) {
+        if (option->takesValue && !hasValue) {
             if (i + 1 >= args.size()) {
                 error = "option --" + name + " needs a value";
                 return false;
             }
             value = args[++i];
-        } else if (!spec->takesValue && hasValue) {
+        } else if (!option->takesValue && hasValue) {
             error = "option --" + name + " takes no value";
             return false;
         }

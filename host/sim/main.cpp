@@ -24,7 +24,7 @@ const char usageText[] = "usage: teco-sim [options]\n"
                          "  --stations LIST    stations to serve, default 1,2,3 (such as 1,2,5-7)\n"
                          "  --map FILE         initial values (see --print-map for the format)\n"
                          "  --print-map        print the built-in servo map and exit\n"
-                         "  --fault SPEC       inject a fault; repeatable (see below)\n"
+                         "  --fault RULE       inject a fault; repeatable (see below)\n"
                          "  --seed N           seed for faults by rate, default 1\n"
                          "  --quiet            no line per request on standard error\n";
 
