@@ -85,8 +85,14 @@ public:
     bool waitFor(const std::function<bool(const SimDrive::Stats &)> &ready)
     {
         for (int i = 0; i < 2000; ++i) {
-            if (ready(sim.stats()))
+            if (ready(sim.stats())) {
+                // The drive counts a reply once it has written it; the kernel
+                // hands pseudo-terminal output to the other side a moment
+                // later. Give it that moment, so that the bytes are on the line
+                // when the test goes on.
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
                 return true;
+            }
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         return false;

@@ -152,25 +152,6 @@ TEST(ReadLimits, StationAbove255IsRefusedBeforeSending)
     }
 }
 
-TEST(ReadFunctionCodes, ChosenByPrefix)
-{
-    struct Row
-    {
-        int type;
-        const char *address;
-        int code;
-    } rows[] = { { Word, "HR1", 3 }, { Word, "hr1", 3 }, { Word, "Fn6Hr1", 3 }, { Word, "HRX1", 3 },
-        { Word, "IR1", 4 }, { Word, "sw1", 4 }, { Word, "H1", 4 }, { Word, "1", 4 }, { Bit, "DO1", 1 },
-        { Bit, "fn5do1", 1 }, { Bit, "DI1", 2 }, { Bit, "HR1.2", 3 }, { Bit, "IR1", 4 },
-        { DoubleWord, "IR1", 4 }, { Byte, "FN6HR1", 3 } };
-    for (const Row &row : rows) {
-        DriverRig rig;
-        rig.read(row.type, 1, row.address);
-        ASSERT_EQ(rig.link.sent().size(), 1u) << row.address;
-        EXPECT_EQ(hex(rig.link.sent()[0].c_str()).at(1), row.code) << row.address;
-    }
-}
-
 struct ConversionRow
 {
     const char *what;

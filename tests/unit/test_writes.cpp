@@ -67,17 +67,6 @@ TEST(Writes, FramesOnTheWire)
     }
 }
 
-TEST(Writes, PublishedFramesAndReplies)
-{
-    DriverRig rig;
-    rig.link.line("01 10 00 10 00 02 40 0D");
-    EXPECT_TRUE(rig.write(Word, "HR17", hex("0A 00 02 01")));
-    rig.link.line("01 0F 00 13 00 0A 24 09");
-    EXPECT_TRUE(rig.write(Bit, "DO20", hex("01 00 01 01 00 00 01 01 01 00")));
-    EXPECT_THAT(rig.link.sent(),
-        ElementsAre("01 10 00 10 00 02 04 00 0A 01 02 52 F0", "01 0F 00 13 00 0A 02 CD 01 72 CB"));
-}
-
 struct RefusalRow
 {
     int type;
