@@ -53,6 +53,10 @@ struct LinkSettings
 struct LinkOptions
 {
     int timeoutMs = 500; // reply time-out
+    // After an exchange that did not end in a clean answer, the line must
+    // have been quiet this long before the next request goes out; -1: the
+    // reply time-out, 0: off.
+    int lateGuardMs = -1;
     int retry = 3;
     int station = 1;
     unsigned long delayMs = 0;
