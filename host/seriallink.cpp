@@ -389,10 +389,72 @@ void SerialLink::waitForSilence()
     }
 }
 
+int64_t SerialLink::guardNs() const
+{
+    return int64_t(opts.lateGuardMs < 0 ? opts.timeoutMs : opts.lateGuardMs) * 1000000;
+}
+
+void SerialLink::owesGuard(int station, int64_t fromNs)
+{
+    // An answer to the exchange that just failed may still be on its way:
+    // nothing goes to that station (to any, when the request was not one
+    // we can judge) until the guard has passed.
+    guardOwed = true;
+    const int64_t until = fromNs + guardNs();
+    int64_t &slot = guardUntilNs[station >= 0 && station < 256 ? station : 256];
+    slot = std::max(slot, until);
+}
+
+void SerialLink::holdBackForGuard(const char *frame, int length)
+{
+    // A request the link can judge waits only for its own station's guard:
+    // a late answer from another station is a frame it drops anyway. One it
+    // cannot judge waits for every guard.
+    const ExpectedReply next = expectedReplyTo(reinterpret_cast<const uint8_t *>(frame), length);
+    int64_t until = guardUntilNs[256];
+    if (next.known)
+        until = std::max(until, guardUntilNs[next.station]);
+    else
+        for (int64_t t : guardUntilNs)
+            until = std::max(until, t);
+    if (monotonicNs() >= until)
+        return;
+    ++count.guardWaits;
+    char junk[256];
+    for (;;) {
+        const int64_t left = until - monotonicNs();
+        if (left <= 0)
+            break;
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts;
+        ts.tv_sec = time_t(left / 1000000000);
+        ts.tv_nsec = long(left % 1000000000);
+        if (ppoll(&p, 1, &ts, nullptr) <= 0 || !(p.revents & POLLIN))
+            continue; // time-out (left is now 0) or a signal
+        const ssize_t r = ::read(fd, junk, sizeof junk);
+        if (r <= 0) {
+            if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
+                hungUp = true;
+                break;
+            }
+            continue;
+        }
+        count.lateBytesDropped += uint64_t(r);
+        lineQuietSinceNs = monotonicNs();
+        trace("LATE", junk, int(r), "[arrived in the late-answer guard: dropped]");
+    }
+}
+
 int SerialLink::send(const char *frame, int length)
 {
     if (fd < 0 || length <= 0)
         return -1;
+    // The previous exchange ends here. Unless it collected a frame that may
+    // be its answer, and the driver took all of it, that answer may still
+    // come: hold requests to its station back for the guard.
+    if (exchange != Exchange::Idle && !guardOwed && (!replyClean || replyTaken != replyHave))
+        owesGuard(expected.known ? expected.station : -1, std::max(monotonicNs(), replyDeadlineNs));
+    exchange = Exchange::Idle;
     // Timed waits of this thread end within a microsecond, not within the
     // default 50 us timer slack: the silence before a request and the
     // driver's own (often zero) delay before each attempt.
@@ -401,6 +463,7 @@ int SerialLink::send(const char *frame, int length)
         prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
         fineTimerSlack = true;
     }
+    holdBackForGuard(frame, length);
     if (opts.silence)
         waitForSilence();
     else
@@ -443,30 +506,133 @@ int SerialLink::send(const char *frame, int length)
         trace("ECHO", echo.data(), got, same ? nullptr : "[the echo differs from the request: collision?]");
         lineQuietSinceNs = monotonicNs();
     }
+    expected = expectedReplyTo(reinterpret_cast<const uint8_t *>(frame), length);
+    if (sent < length)
+        expected = ExpectedReply(); // not the request we meant: judge nothing
+    exchange = Exchange::Waiting;
+    replyHave = replyTaken = 0;
+    replyFramed = guardOwed = false;
+    replyClean = !expected.known; // unjudged requests: clean unless a receive comes up short
+    replyDeadlineNs
+        = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + expected.length * line.characterNs();
     return sent;
+}
+
+void SerialLink::collectReply()
+{
+    // Reads the answer as one frame, however the driver asks for it: first
+    // the header, then as many bytes as the header says. Well-formed frames
+    // that answer something else are dropped and the wait goes on, until the
+    // answer's deadline.
+    const uint8_t *bytes = reinterpret_cast<const uint8_t *>(reply);
+    for (;;) {
+        int frameLength = replyFrameLength(bytes, replyHave);
+        int want;
+        if (frameLength == 0)
+            want = (replyHave < 2 ? 2 : 3) - replyHave;
+        else if (frameLength < 0) // no reply header: take what the answer's length would be
+            want = std::max(expected.length - replyHave, 0);
+        else
+            want = frameLength - replyHave;
+        if (want > 0) {
+            const int got
+                = readUntil(reply + replyHave, want, replyDeadlineNs, awaitingAnswer && replyHave == 0);
+            awaitingAnswer = false;
+            if (got > 0) {
+                lineQuietSinceNs = monotonicNs();
+                count.bytesReceived += uint64_t(got);
+            }
+            replyHave += got;
+            if (got < want) {
+                ++count.shortReceives;
+                char note[96];
+                std::snprintf(note, sizeof note,
+                    hungUp ? "[line closed: %d of %d bytes]" : "[time-out: %d of %d bytes]", replyHave,
+                    frameLength > 0 ? frameLength : expected.length);
+                trace("RX", reply, replyHave, note);
+                break;
+            }
+            if (frameLength <= 0)
+                continue; // with the header in: the rest
+        }
+        replyFramed = true;
+        if (frameLength < 0) {
+            trace("RX", reply, replyHave, "[no reply header]");
+            break;
+        }
+        const char *why = nullptr;
+        const ReplyVerdict verdict = judgeReply(expected, bytes, frameLength, &why);
+        if (verdict == ReplyVerdict::NotTheAnswer) {
+            ++count.framesRejected;
+            count.lateBytesDropped += uint64_t(frameLength);
+            char note[96];
+            std::snprintf(note, sizeof note, "[not the answer: %s; dropped]", why);
+            trace("LATE", reply, frameLength, note);
+            replyHave = 0;
+            continue;
+        }
+        replyClean = verdict == ReplyVerdict::Answer;
+        trace("RX", reply, replyHave, replyClean ? nullptr : "[CRC error]");
+        break;
+    }
+    exchange = Exchange::Collected;
+    if (!replyClean)
+        owesGuard(expected.station, monotonicNs());
 }
 
 int SerialLink::receive(char *buffer, int length)
 {
     if (fd < 0 || length <= 0)
         return 0;
-    const int64_t deadline = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
-    const int got = readUntil(buffer, length, deadline, awaitingAnswer);
-    awaitingAnswer = false;
-    if (got > 0) {
-        lineQuietSinceNs = monotonicNs();
-        count.bytesReceived += uint64_t(got);
+    if (!expected.known) {
+        // A request the link cannot judge, or no request at all: bytes as
+        // they come, each receive with its own time-out.
+        const int64_t deadline
+            = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
+        const int got = readUntil(buffer, length, deadline, awaitingAnswer);
+        awaitingAnswer = false;
+        if (got > 0) {
+            lineQuietSinceNs = monotonicNs();
+            count.bytesReceived += uint64_t(got);
+        }
+        if (got < length) {
+            ++count.shortReceives;
+            if (exchange != Exchange::Idle)
+                owesGuard(-1, monotonicNs());
+            char note[96];
+            std::snprintf(note, sizeof note,
+                hungUp ? "[line closed: %d of %d bytes]" : "[time-out: %d of %d bytes]", got, length);
+            trace("RX", buffer, got, note);
+        } else {
+            trace("RX", buffer, got);
+        }
+        return got;
     }
-    if (got < length) {
-        ++count.shortReceives;
-        char note[96];
-        std::snprintf(note, sizeof note,
-            hungUp ? "[line closed: %d of %d bytes]" : "[time-out: %d of %d bytes]", got, length);
-        trace("RX", buffer, got, note);
-    } else {
-        trace("RX", buffer, got);
+    if (exchange == Exchange::Waiting)
+        collectReply();
+    int available = replyHave - replyTaken;
+    if (available < length && replyFramed && replyHave < ReplyCapacity) {
+        // The driver expects more than the frame held: it reads this reply
+        // differently. Give it what arrives before the answer's deadline; the
+        // exchange is not a clean one.
+        replyClean = false;
+        const int want = std::min(length - available, ReplyCapacity - replyHave);
+        const int got = readUntil(reply + replyHave, want, replyDeadlineNs, false);
+        if (got > 0) {
+            lineQuietSinceNs = monotonicNs();
+            count.bytesReceived += uint64_t(got);
+            trace("RX", reply + replyHave, got, "[beyond the reply frame]");
+        }
+        replyHave += got;
+        available += got;
+        if (got < want)
+            ++count.shortReceives;
+        owesGuard(expected.station, monotonicNs());
     }
-    return got;
+    const int n = std::min(length, available);
+    std::memcpy(buffer, reply + replyTaken, size_t(n));
+    replyTaken += n;
+    return n;
 }
 
 bool SerialLink::setParameter(int, const QVariant &)

@@ -7,8 +7,16 @@
 // What a Modbus RTU master needs from its line, and what it does here:
 // - receive(buffer, n) waits, without spinning, until exactly n bytes are in
 //   or the reply time-out has passed, and returns what it has;
-// - before each request it drops bytes still waiting on the line, so a late
-//   answer to an earlier request is never taken for the next one;
+// - it reads each reply as one frame, framed by its own function code and
+//   byte count, and drops a well-formed frame that cannot answer the request
+//   just sent (another station, function, byte count, echoed address,
+//   quantity or value), waiting on for the answer within the same time-out;
+// - after an exchange that did not end in a clean answer (a time-out, a frame
+//   whose CRC fails, a reply the driver read differently) it holds the next
+//   request to that station back for a guard interval and drops everything
+//   that arrives meanwhile; before each request it drops bytes still waiting
+//   on the line. So an answer up to (time-out + guard) late is never taken
+//   for another request's;
 // - it keeps the RTU silent interval before each request, counted from the
 //   end of the last frame on the line (our request once tcdrain reports it
 //   sent, or the last byte received), 3.5 character times up to 19200 baud
@@ -21,6 +29,7 @@
 // when zero), end on time rather than up to 50 us late.
 
 #include "driverinterface.h"
+#include "replycheck.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -105,6 +114,9 @@ public:
         uint64_t staleBytesDropped = 0;
         uint64_t shortReceives = 0; // receive ended by the time-out
         uint64_t echoMismatches = 0;
+        uint64_t lateBytesDropped = 0; // in the late-answer guard, or in frames that answer something else
+        uint64_t framesRejected = 0; // well-formed frames that could not be the answer
+        uint64_t guardWaits = 0; // requests held back by the late-answer guard
     };
     const Counters &counters() const { return count; }
 
@@ -115,6 +127,10 @@ private:
     void waitForSilence();
     void sleepUntilPrecisely(int64_t targetNs);
     void dropStaleBytes();
+    int64_t guardNs() const;
+    void holdBackForGuard(const char *frame, int length);
+    void owesGuard(int station, int64_t fromNs);
+    void collectReply();
     void trace(const char *direction, const char *bytes, int length, const char *note = nullptr);
 
     int fd = -1;
@@ -130,6 +146,22 @@ private:
     enum { WakeSamples = 8 };
     int64_t wakeLatenessNs[WakeSamples] = {}; // how late recent timed sleeps woke
     unsigned wakeSample = 0;
+
+    // The answer to the last request. Requests the link cannot judge
+    // (unknown function codes) are served byte by byte as the driver asks.
+    enum class Exchange { Idle, Waiting, Collected };
+    Exchange exchange = Exchange::Idle;
+    ExpectedReply expected;
+    int64_t replyDeadlineNs = 0; // request end + time-out + wire time of the answer
+    bool replyClean = false; // collected a complete frame that may be the answer
+    bool replyFramed = false; // collected a complete frame (or as many bytes as the answer has)
+    bool guardOwed = false; // this exchange has already set its station's guard
+    enum { ReplyCapacity = 512 };
+    char reply[ReplyCapacity];
+    int replyHave = 0, replyTaken = 0;
+    // Until when a request to a station must wait (monotonic ns): an answer
+    // to a failed exchange may still be on its way. Index 256: every station.
+    int64_t guardUntilNs[257] = {};
 
     FILE *traceFile = nullptr;
     bool traceOwned = false;

@@ -35,6 +35,8 @@ const char usageText[]
       "  --port DEVICE         serial device; without it a simulated drive is started\n"
       "  --link TEXT           line settings, such as \"RS485,9600,NONE,8,2\"\n"
       "  --station N  --timeout MS  --retry N  --delay MS\n"
+      "  --late-guard MS       after a failed exchange, hold the next request to that station\n"
+      "                        back this long, dropping late answers (default: the time-out; 0: off)\n"
       "  --trace FILE          frame trace to FILE (- for standard error)\n"
       "  --no-silence          no RTU silence before requests (point-to-point lines only)\n"
       "  --rs485               let the kernel switch the RS485 transmitter (TIOCSRS485)\n"

@@ -43,6 +43,7 @@ const OptionInfo optionTable[] = {
     { "timeout", true, Command },
     { "retry", true, Command },
     { "delay", true, Command },
+    { "late-guard", true, Command },
     { "json", false, Command },
     { "type", true, Command },
     { "count", true, Command },
@@ -144,6 +145,8 @@ bool parseCliArguments(
         else if (name == "retry" && !needNumber(0, 100, o.retry))
             return false;
         else if (name == "delay" && !needNumber(0, 600000, o.delay))
+            return false;
+        else if (name == "late-guard" && !needNumber(0, 600000, o.lateGuard))
             return false;
         else if (name == "count" && !needNumber(1, 65535, o.count))
             return false;

@@ -27,7 +27,7 @@ struct CliOptions
     bool help = false;
 
     // For one command (and, given before a batch, for all of them).
-    std::optional<int> station, timeout, retry, delay;
+    std::optional<int> station, timeout, retry, delay, lateGuard;
     bool json = false;
 
     // Options of particular commands.

@@ -149,6 +149,8 @@ int Session::loadDriver()
         defaults.retry = *session.retry;
     if (session.delay)
         defaults.delayMs = (unsigned long)*session.delay;
+    if (session.lateGuard)
+        defaults.lateGuardMs = *session.lateGuard;
     defaults.silence = !session.noSilence;
     defaults.rs485 = session.rs485;
     defaults.localEcho = session.localEcho;
@@ -215,6 +217,8 @@ void Session::applyLinkOptions(const CliOptions &o)
         l.retry = *o.retry;
     if (o.delay)
         l.delayMs = (unsigned long)*o.delay;
+    if (o.lateGuard)
+        l.lateGuardMs = *o.lateGuard;
 }
 
 int Session::run(const Command &c)

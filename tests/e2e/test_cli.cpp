@@ -251,6 +251,25 @@ TEST(Cli, ReadsWritesAndRelaysInOneBatch)
     EXPECT_EQ(values(9), (std::vector<double> { 0xDA, 0x05, 125 })); // IR1 = 1498, IR2 = 125
 }
 
+TEST(Cli, ALateAnswerIsDroppedInTheGuardAndMarkedInTheTrace)
+{
+    // HR100's answer comes 150 ms after its request, after the 100 ms
+    // time-out: the guard (here per batch line) drops it, and HR200 gets its
+    // own value.
+    const std::string batch = "write HR200 4660\n"
+                              "read HR100 --timeout 100 --retry 0 --late-guard 200\n"
+                              "read HR200 --late-guard 200\n";
+    const CliRun r = cli({ "--json", "--trace", "-", "--sim-fault", "late:at=HR100,ms=150", "batch" }, batch);
+    EXPECT_EQ(r.status, 1) << r.err;
+    const std::vector<std::string> out = lines(r.out);
+    ASSERT_EQ(out.size(), 3u) << r.out;
+    EXPECT_EQ(
+        json(out[1])["error"].toString().toStdString(), "PLC no response (read 1 word(s) from 1-HR100)");
+    EXPECT_EQ(json(out[2])["values"].toArray().first().toDouble(), 4660) << out[2];
+    EXPECT_NE(r.err.find("LATE "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("[arrived in the late-answer guard: dropped]"), std::string::npos) << r.err;
+}
+
 TEST(Cli, ABatchStopsAtItsFirstBadLine)
 {
     const CliRun r = cli({ "batch" }, "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n");

@@ -183,6 +183,113 @@ TEST(SerialLink, TheLocalEchoOfARequestIsReadBackAndDropped)
     }
 }
 
+TEST(SerialLink, AFrameThatCannotAnswerTheRequestIsDroppedAndTheWaitGoesOn)
+{
+    // Each request is answered first by a well-formed frame that answers
+    // something else, then by its own answer, within one time-out.
+    struct Row
+    {
+        const char *what, *request, *stray, *answer;
+    } rows[] = {
+        { "another station", "01 03 00 63 00 01", "02 03 02 11 11", "01 03 02 12 34" },
+        { "another function code", "01 03 00 63 00 01", "01 04 02 11 11", "01 03 02 12 34" },
+        { "another byte count", "01 03 00 63 00 01", "01 03 04 11 11 22 22", "01 03 02 12 34" },
+        { "an exception to another function", "01 03 00 63 00 01", "01 84 02", "01 03 02 12 34" },
+        { "coils: another byte count", "01 01 00 00 00 08", "01 01 02 FF 01", "01 01 01 A5" },
+        { "write: another address", "01 06 00 63 00 05", "01 06 00 64 00 05", "01 06 00 63 00 05" },
+        { "write: another value", "01 06 00 63 00 05", "01 06 00 63 00 04", "01 06 00 63 00 05" },
+        { "write: another quantity", "01 10 00 63 00 01 02 00 05", "01 10 00 63 00 02", "01 10 00 63 00 01" },
+        { "coil write: another value", "01 05 00 04 FF 00", "01 05 00 04 00 00", "01 05 00 04 FF 00" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        Device device;
+        SerialLink link;
+        std::string error;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), options(), error)) << error;
+        const QByteArray request = withCrc(row.request);
+        link.send(request.constData(), request.size());
+        device.take(request.size());
+        const QByteArray stray = withCrc(row.stray), answer = withCrc(row.answer);
+        device.put(toHex(stray + answer).c_str());
+        EXPECT_EQ(received(link, 5), toHex(answer.left(5)));
+        EXPECT_EQ(received(link, answer.size() - 5), toHex(answer.mid(5)));
+        EXPECT_EQ(link.counters().framesRejected, 1u);
+        EXPECT_EQ(link.counters().lateBytesDropped, uint64_t(stray.size()));
+        EXPECT_EQ(link.counters().shortReceives, 0u);
+    }
+}
+
+TEST(SerialLink, AFrameWithABadCrcGoesToTheDriver)
+{
+    // The link cannot tell whose answer a damaged frame is: the driver's own
+    // checks judge it (and the station is then held back for the guard).
+    Device device;
+    SerialLink link;
+    std::string error;
+    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(), error)) << error;
+    const QByteArray request = withCrc("01 03 00 63 00 01");
+    link.send(request.constData(), request.size());
+    device.take(8);
+    device.put("02 03 02 12 34 00 00");
+    EXPECT_EQ(received(link, 5), "02 03 02 12 34");
+    EXPECT_EQ(received(link, 2), "00 00");
+    EXPECT_EQ(link.counters().framesRejected, 0u);
+}
+
+TEST(SerialLink, AfterAFailedExchangeLateBytesAreDroppedUntilTheGuardHasPassed)
+{
+    // A request times out; its answer comes after the time-out. The next
+    // request to that station waits for the guard and the late answer is
+    // dropped, while a request to another station goes out at once.
+    struct Row
+    {
+        const char *what;
+        int guardMs;
+        const char *next; // the next request
+        bool heldBack;
+    } rows[] = {
+        { "same station, same length", -1, "01 03 00 C7 00 01", true },
+        { "another station", -1, "02 03 00 C7 00 01", false },
+        { "guard switched off", 0, "01 03 00 C7 00 01", false },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        Device device;
+        SerialLink link;
+        std::string error;
+        LinkOptions o = options(100);
+        o.lateGuardMs = row.guardMs;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), o, error)) << error;
+        const QByteArray first = withCrc("01 03 00 63 00 01");
+        link.send(first.constData(), first.size());
+        device.take(8);
+        EXPECT_EQ(received(link, 5), "");
+        const QByteArray lateAnswer = withCrc("01 03 02 11 11");
+        std::thread drive([&] {
+            // The late answer, just after the master gave up.
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            device.put(toHex(lateAnswer).c_str());
+        });
+        const QByteArray next = withCrc(row.next);
+        link.send(next.constData(), next.size());
+        drive.join();
+        EXPECT_EQ(link.counters().guardWaits, row.heldBack ? 1u : 0u);
+        if (row.heldBack) {
+            // The late answer was dropped before the request went out.
+            EXPECT_EQ(link.counters().lateBytesDropped, uint64_t(lateAnswer.size()));
+            EXPECT_EQ(device.take(8), toHex(next));
+            const QByteArray answer = withCrc("01 03 02 22 22");
+            device.put(toHex(answer).c_str());
+            EXPECT_EQ(received(link, 7), toHex(answer));
+        } else {
+            // Went out at once: the late answer comes after the request.
+            EXPECT_EQ(device.take(8), toHex(next));
+            EXPECT_EQ(link.counters().lateBytesDropped, 0u);
+        }
+    }
+}
+
 TEST(SerialLink, TraceShowsEveryFrameWithItsDirection)
 {
     Device device;
@@ -198,6 +305,10 @@ TEST(SerialLink, TraceShowsEveryFrameWithItsDirection)
     device.put("01 03 02 41 42");
     received(link, 5);
     received(link, 2);
+    // A frame that answers another station, then the answer.
+    link.send(request.constData(), request.size());
+    device.put("02 03 02 00 01 3D 84 01 03 02 12 34 B5 33");
+    received(link, 7);
     link.setTrace("", error);
     std::ifstream in(path);
     std::stringstream text;
@@ -205,8 +316,13 @@ TEST(SerialLink, TraceShowsEveryFrameWithItsDirection)
     const std::string t = text.str();
     EXPECT_NE(t.find("DROP  (0Xaa ) : ."), std::string::npos) << t;
     EXPECT_NE(t.find("TX    (0X1 0X3 0X0 0X63 0X0 0X1 0X74 0X14 ) : .."), std::string::npos) << t;
-    EXPECT_NE(t.find("RX    (0X1 0X3 0X2 0X41 0X42 ) : ...AB"), std::string::npos) << t;
-    EXPECT_NE(t.find("RX    () :   [time-out: 0 of 2 bytes]"), std::string::npos) << t;
+    EXPECT_NE(t.find("RX    (0X1 0X3 0X2 0X41 0X42 ) : ...AB  [time-out: 5 of 7 bytes]"), std::string::npos)
+        << t;
+    EXPECT_NE(
+        t.find("LATE  (0X2 0X3 0X2 0X0 0X1 0X3d 0X84 ) : ...  [not the answer: another station; dropped]"),
+        std::string::npos)
+        << t;
+    EXPECT_NE(t.find("RX    (0X1 0X3 0X2 0X12 0X34 0Xb5 0X33 ) : ....4.3\n"), std::string::npos) << t;
     std::remove(path.c_str());
 }
 
