@@ -417,7 +417,7 @@ void SerialLink::holdBackForGuard(const char *frame, int length)
     else
         for (int64_t t : guardUntilNs)
             until = std::max(until, t);
-    if (monotonicNs() >= until)
+    if (monotonicNs() >= until || hungUp)
         return;
     ++count.guardWaits;
     char junk[256];
@@ -429,7 +429,12 @@ void SerialLink::holdBackForGuard(const char *frame, int length)
         struct timespec ts;
         ts.tv_sec = time_t(left / 1000000000);
         ts.tv_nsec = long(left % 1000000000);
-        if (ppoll(&p, 1, &ts, nullptr) <= 0 || !(p.revents & POLLIN))
+        const int ready = ppoll(&p, 1, &ts, nullptr);
+        if (ready > 0 && !(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
+            hungUp = true;
+            break;
+        }
+        if (ready <= 0)
             continue; // time-out (left is now 0) or a signal
         const ssize_t r = ::read(fd, junk, sizeof junk);
         if (r <= 0) {
