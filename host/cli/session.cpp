@@ -1,17 +1,18 @@
 #include "session.h"
 
+#include "textfile.h"
+
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 #include <map>
-#include <sstream>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -75,6 +76,70 @@ std::string formatValue(const Element &e, ValueType type)
 }
 
 bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+// The lines of a batch: from a file read whole (a regular file within
+// userTextFileLimit), or from standard input as they come, so that typed
+// commands run at once; a line from standard input is refused beyond
+// lineLimit bytes rather than kept growing.
+class BatchLines
+{
+public:
+    enum { lineLimit = 65536 };
+
+    bool readFile(const std::string &path, std::string &error)
+    {
+        fromInput = false;
+        return readTextFile(path, userTextFileLimit, pending, error);
+    }
+
+    // The next line without its end; false at the end of the batch, with
+    // error set if it ended by a failure.
+    bool next(std::string &line, std::string &error)
+    {
+        error.clear();
+        for (;;) {
+            const size_t end = pending.find('\n', consumed);
+            if (end != std::string::npos || atEnd) {
+                if (end == std::string::npos && consumed >= pending.size())
+                    return false;
+                const size_t stop = end == std::string::npos ? pending.size() : end;
+                line.assign(pending, consumed, stop - consumed);
+                consumed = end == std::string::npos ? pending.size() : end + 1;
+                ++lines;
+                return true;
+            }
+            if (!fromInput) {
+                atEnd = true;
+                continue;
+            }
+            if (pending.size() - consumed > lineLimit) {
+                error = "batch line " + std::to_string(lines + 1) + " is longer than 64 KiB";
+                return false;
+            }
+            pending.erase(0, consumed);
+            consumed = 0;
+            char buffer[4096];
+            const ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0) {
+                error = std::string("cannot read the batch from standard input: ") + std::strerror(errno);
+                return false;
+            }
+            if (n == 0)
+                atEnd = true;
+            else
+                pending.append(buffer, size_t(n));
+        }
+    }
+
+private:
+    std::string pending;
+    size_t consumed = 0;
+    int lines = 0;
+    bool fromInput = true;
+    bool atEnd = false;
+};
 
 } // namespace
 
@@ -159,16 +224,15 @@ int Session::openLine()
 {
     if (lineOpen)
         return ExitOk;
+    // Every file named on the command line is checked before anything
+    // starts: a bad map leaves no trace file behind, a bad trace path starts
+    // no simulated drive.
     std::string error;
-    if (session.trace && !link.setTrace(*session.trace, error))
-        return usage(error);
-    std::string port;
+    SimDrive::Options so;
     if (session.port) {
         if (!session.simFaults.empty() || session.simMap || session.simStations)
             return usage("the --sim-... options are for the simulated drive, which runs only without --port");
-        port = *session.port;
     } else {
-        SimDrive::Options so;
         so.link = settings;
         if (session.simStations && !SimDrive::parseStations(*session.simStations, so.stations, error))
             return usage(error);
@@ -179,13 +243,18 @@ int Session::openLine()
             so.faults.push_back(rule);
         }
         if (session.simMap) {
-            std::ifstream in(*session.simMap);
-            if (!in)
-                return usage("cannot read the map " + *session.simMap);
-            std::stringstream text;
-            text << in.rdbuf();
-            so.map = text.str().empty() ? "# empty\n" : text.str();
+            if (!readTextFile(*session.simMap, userTextFileLimit, so.map, error))
+                return usage("cannot read the map " + *session.simMap + ": " + error);
+            if (so.map.empty())
+                so.map = "# empty\n";
         }
+    }
+    if (session.trace && !link.setTrace(*session.trace, error))
+        return usage(error);
+    std::string port;
+    if (session.port) {
+        port = *session.port;
+    } else {
         if (!sim.start(so, error))
             return usage("cannot start the simulated drive: " + error);
         port = sim.devicePath();
@@ -559,20 +628,20 @@ int Session::scan(const Command &c)
 
 int Session::batch(const Command &c)
 {
-    std::ifstream file;
-    if (c.argument != "-") {
-        file.open(c.argument);
-        if (!file)
-            return usage("cannot read the batch " + c.argument);
-    }
-    std::istream &in = c.argument == "-" ? std::cin : file;
+    BatchLines in;
+    std::string error;
+    if (c.argument != "-" && !in.readFile(c.argument, error))
+        return usage("cannot read the batch " + c.argument + ": " + error);
+    struct stat input;
+    if (c.argument == "-" && fstat(STDIN_FILENO, &input) == 0 && S_ISDIR(input.st_mode))
+        return usage("cannot read the batch from standard input: it is a directory");
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
     bool anyFailed = false;
     std::string text;
     int lineNumber = 0;
-    while (std::getline(in, text)) {
+    while (in.next(text, error)) {
         ++lineNumber;
         if (!text.empty() && text.back() == '\r')
             text.pop_back();
@@ -590,7 +659,6 @@ int Session::batch(const Command &c)
         std::vector<std::string> words;
         CliOptions lineOptions;
         Command command;
-        std::string error;
         bool good = splitWords(text, words, error) && parseCliArguments(words, lineOptions, true, error);
         lineOptions.json = lineOptions.json || session.json;
         if (!good || !prepareCommand(lineOptions, true, command, error))
@@ -615,5 +683,7 @@ int Session::batch(const Command &c)
         anyFailed = anyFailed || rc != ExitOk;
         std::fflush(stdout);
     }
+    if (!error.empty())
+        return usage(error);
     return anyFailed ? ExitFailed : ExitOk;
 }
