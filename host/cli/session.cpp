@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "pollstats.h"
 #include "textfile.h"
 
 #include <QFileInfo>
@@ -7,11 +8,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <map>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -41,15 +40,6 @@ std::string baseErrorText(const std::string &text)
             return text.substr(0, at);
     }
     return text;
-}
-
-double percentile(std::vector<double> sorted, double q)
-{
-    if (sorted.empty())
-        return 0;
-    size_t rank = size_t(q * double(sorted.size()) + 0.999999);
-    rank = std::min(std::max<size_t>(rank, 1), sorted.size());
-    return sorted[rank - 1];
 }
 
 std::string formatValue(const Element &e, ValueType type)
@@ -427,26 +417,24 @@ int Session::poll(const Command &c)
 
     const bool live = stderrIsTerminal();
     const bool json = c.options.json;
-    std::vector<double> latencies;
-    std::map<std::string, uint64_t> errors;
-    uint64_t commands = 0, failed = 0;
+    // Latencies and failures in fixed memory, however long the poll runs.
+    PollStats stats;
     int cycle = 0;
     std::vector<std::string> last(c.tags.size());
     std::vector<QJsonArray> lastValues(c.tags.size());
     const int64_t start = monotonicNs();
     int64_t next = start, lastStatus = 0;
 
+    auto ms = [&](double q) { return stats.percentileNs(q) / 1e6; };
     auto statusLine = [&]() {
         const double seconds = double(monotonicNs() - start) / 1e9;
-        std::vector<double> sorted(latencies);
-        std::sort(sorted.begin(), sorted.end());
         char text[256];
         std::snprintf(text, sizeof text,
             "%.1f commands/s  p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  errors %llu",
-            seconds > 0 ? double(commands) / seconds : 0.0, percentile(sorted, 0.5), percentile(sorted, 0.9),
-            percentile(sorted, 0.99), (unsigned long long)failed);
+            seconds > 0 ? double(stats.commands()) / seconds : 0.0, ms(0.5), ms(0.9), ms(0.99),
+            (unsigned long long)stats.failed());
         std::string line = text;
-        for (const auto &e : errors)
+        for (const auto &e : stats.failuresByText())
             line += " (" + e.first + " " + std::to_string(e.second) + ")";
         return line;
     };
@@ -466,17 +454,15 @@ int Session::poll(const Command &c)
                 commandDataType(t.type), t.count, QString::fromStdString(t.address.text()));
             const int64_t t0 = monotonicNs();
             const QByteArray data = driver->read(&link, cmd);
-            const double ms = double(monotonicNs() - t0) / 1e6;
-            ++commands;
+            const int64_t latencyNs = monotonicNs() - t0;
             std::string shown;
             QJsonArray values;
             if (driver->hasError()) {
-                ++failed;
                 const std::string text = local(driver->getLastError());
-                ++errors[baseErrorText(text)];
+                stats.addFailure(baseErrorText(text));
                 shown = "error: " + text;
             } else {
-                latencies.push_back(ms);
+                stats.addSuccess(latencyNs);
                 for (const Element &e : unpackValues(data, t.address, t.type, t.count)) {
                     shown += (shown.empty() ? "" : " ") + std::to_string(e.value);
                     values.append(double(e.value));
@@ -511,8 +497,7 @@ int Session::poll(const Command &c)
     clearStatus();
 
     const double seconds = double(monotonicNs() - start) / 1e9;
-    std::vector<double> sorted(latencies);
-    std::sort(sorted.begin(), sorted.end());
+    const uint64_t commands = stats.commands(), failed = stats.failed();
     if (json) {
         QJsonObject o, latency, errorCounts;
         o["command"] = "poll";
@@ -522,12 +507,12 @@ int Session::poll(const Command &c)
         o["errors"] = double(failed);
         o["seconds"] = seconds;
         o["commandsPerSecond"] = seconds > 0 ? double(commands) / seconds : 0.0;
-        latency["p50"] = percentile(sorted, 0.5);
-        latency["p90"] = percentile(sorted, 0.9);
-        latency["p99"] = percentile(sorted, 0.99);
-        latency["max"] = sorted.empty() ? 0.0 : sorted.back();
+        latency["p50"] = ms(0.5);
+        latency["p90"] = ms(0.9);
+        latency["p99"] = ms(0.99);
+        latency["max"] = double(stats.maxNs()) / 1e6;
         o["latencyMs"] = latency;
-        for (const auto &e : errors)
+        for (const auto &e : stats.failuresByText())
             errorCounts[QString::fromLocal8Bit(e.first.c_str())] = double(e.second);
         o["errorsByText"] = errorCounts;
         QJsonArray tags;
@@ -543,10 +528,10 @@ int Session::poll(const Command &c)
         std::printf("poll: %d cycles, %llu commands in %.2f s (%.1f commands/s), %llu errors\n", cycle,
             (unsigned long long)commands, seconds, seconds > 0 ? double(commands) / seconds : 0.0,
             (unsigned long long)failed);
-        if (!sorted.empty())
-            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n",
-                percentile(sorted, 0.5), percentile(sorted, 0.9), percentile(sorted, 0.99), sorted.back());
-        for (const auto &e : errors)
+        if (stats.samples())
+            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n", ms(0.5), ms(0.9),
+                ms(0.99), double(stats.maxNs()) / 1e6);
+        for (const auto &e : stats.failuresByText())
             std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
         std::fflush(stdout);
     }
