@@ -30,7 +30,10 @@ struct CliRun
     std::string out, err;
 };
 
-CliRun runProgram(const char *path, const std::vector<std::string> &args, const std::string &input)
+// input: what the program reads on standard input; or inputFile, a path
+// opened as its standard input.
+CliRun runProgram(const char *path, const std::vector<std::string> &args, const std::string &input,
+    const std::string &inputFile = std::string())
 {
     QString program = path;
     QStringList arguments;
@@ -43,12 +46,16 @@ CliRun runProgram(const char *path, const std::vector<std::string> &args, const 
     for (const std::string &a : args)
         arguments << QString::fromStdString(a);
     QProcess p;
+    if (!inputFile.empty())
+        p.setStandardInputFile(QString::fromStdString(inputFile));
     p.start(program, arguments);
     CliRun r;
     if (!p.waitForStarted(30000))
         return r;
-    p.write(input.data(), qint64(input.size()));
-    p.closeWriteChannel();
+    if (inputFile.empty()) {
+        p.write(input.data(), qint64(input.size()));
+        p.closeWriteChannel();
+    }
     const bool finished = p.waitForFinished(90000);
     r.out = p.readAllStandardOutput().toStdString();
     r.err = p.readAllStandardError().toStdString();
@@ -333,7 +340,7 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     {
         const char *program;
         std::vector<std::string> args;
-        std::string input;
+        std::string input; // standard input; "<PATH" opens PATH as standard input
         std::string message;
     } rows[] = {
         { TECO_CLI_PATH, with(port, { "--trace", link, "read", "HR1" }), "",
@@ -364,6 +371,8 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
             "teco-cli: cannot read the batch " + big + bigText },
         { TECO_CLI_PATH, with(port, { "batch" }), std::string(70000, 'x'),
             "teco-cli: batch line 1 is longer than 64 KiB" },
+        { TECO_CLI_PATH, with(port, { "batch" }), "<" + sub,
+            "teco-cli: cannot read the batch from standard input: it is a directory" },
         { TECO_SIM_PATH, { "--map", sub }, "", "teco-sim: cannot read the map " + sub + directoryText },
         { TECO_SIM_PATH, { "--map", "/dev/zero" }, "",
             "teco-sim: cannot read the map /dev/zero" + deviceText },
@@ -375,7 +384,9 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         for (const std::string &a : row.args)
             shown += a + " ";
         SCOPED_TRACE(shown);
-        const CliRun r = runProgram(row.program, row.args, row.input);
+        const bool fromFile = !row.input.empty() && row.input[0] == '<';
+        const CliRun r = runProgram(
+            row.program, row.args, fromFile ? "" : row.input, fromFile ? row.input.substr(1) : "");
         EXPECT_EQ(r.status, 2);
         EXPECT_EQ(r.err, row.message + "\n"); // no simulated drive was started either
         EXPECT_EQ(r.out, "");
