@@ -1,5 +1,6 @@
 #include "seriallink.h"
 
+#include "textfile.h"
 #include "tools.h"
 
 #include <QString>
@@ -268,9 +269,12 @@ bool SerialLink::setTrace(const std::string &path, std::string &error)
         traceFile = stderr;
         return true;
     }
-    traceFile = std::fopen(path.c_str(), "w");
+    // Never through a symbolic link, never over a device, FIFO or another
+    // user's file: see createTextFile.
+    std::string reason;
+    traceFile = createTextFile(path, reason);
     if (!traceFile) {
-        error = "cannot write the trace to " + path + ": " + systemError(errno);
+        error = "cannot write the trace to " + path + ": " + reason;
         return false;
     }
     traceOwned = true;

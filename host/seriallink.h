@@ -93,6 +93,8 @@ public:
     int descriptor() const { return fd; }
 
     // Frame trace: path "-" is standard error, an empty path switches it off.
+    // A file is opened as createTextFile (textfile.h) opens it: never through
+    // a symbolic link, and an existing file only if it is the user's own.
     bool setTrace(const std::string &path, std::string &error);
     void setTraceEnabled(bool on) { traceOn = on; }
 

@@ -1,17 +1,17 @@
 #include "session.h"
 
+#include "pollstats.h"
+#include "textfile.h"
+
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
-#include <iostream>
-#include <map>
-#include <sstream>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -42,15 +42,6 @@ std::string baseErrorText(const std::string &text)
     return text;
 }
 
-double percentile(std::vector<double> sorted, double q)
-{
-    if (sorted.empty())
-        return 0;
-    size_t rank = size_t(q * double(sorted.size()) + 0.999999);
-    rank = std::min(std::max<size_t>(rank, 1), sorted.size());
-    return sorted[rank - 1];
-}
-
 std::string formatValue(const Element &e, ValueType type)
 {
     char text[96];
@@ -75,6 +66,70 @@ std::string formatValue(const Element &e, ValueType type)
 }
 
 bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+// The lines of a batch: from a file read whole (a regular file within
+// userTextFileLimit), or from standard input as they come, so that typed
+// commands run at once; a line from standard input is refused beyond
+// lineLimit bytes rather than kept growing.
+class BatchLines
+{
+public:
+    enum { lineLimit = 65536 };
+
+    bool readFile(const std::string &path, std::string &error)
+    {
+        fromInput = false;
+        return readTextFile(path, userTextFileLimit, pending, error);
+    }
+
+    // The next line without its end; false at the end of the batch, with
+    // error set if it ended by a failure.
+    bool next(std::string &line, std::string &error)
+    {
+        error.clear();
+        for (;;) {
+            const size_t end = pending.find('\n', consumed);
+            if (end != std::string::npos || atEnd) {
+                if (end == std::string::npos && consumed >= pending.size())
+                    return false;
+                const size_t stop = end == std::string::npos ? pending.size() : end;
+                line.assign(pending, consumed, stop - consumed);
+                consumed = end == std::string::npos ? pending.size() : end + 1;
+                ++lines;
+                return true;
+            }
+            if (!fromInput) {
+                atEnd = true;
+                continue;
+            }
+            if (pending.size() - consumed > lineLimit) {
+                error = "batch line " + std::to_string(lines + 1) + " is longer than 64 KiB";
+                return false;
+            }
+            pending.erase(0, consumed);
+            consumed = 0;
+            char buffer[4096];
+            const ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0) {
+                error = std::string("cannot read the batch from standard input: ") + std::strerror(errno);
+                return false;
+            }
+            if (n == 0)
+                atEnd = true;
+            else
+                pending.append(buffer, size_t(n));
+        }
+    }
+
+private:
+    std::string pending;
+    size_t consumed = 0;
+    int lines = 0;
+    bool fromInput = true;
+    bool atEnd = false;
+};
 
 } // namespace
 
@@ -161,16 +216,15 @@ int Session::openLine()
 {
     if (lineOpen)
         return ExitOk;
+    // Every file named on the command line is checked before anything
+    // starts: a bad map leaves no trace file behind, a bad trace path starts
+    // no simulated drive.
     std::string error;
-    if (session.trace && !link.setTrace(*session.trace, error))
-        return usage(error);
-    std::string port;
+    SimDrive::Options so;
     if (session.port) {
         if (!session.simFaults.empty() || session.simMap || session.simStations)
             return usage("the --sim-... options are for the simulated drive, which runs only without --port");
-        port = *session.port;
     } else {
-        SimDrive::Options so;
         so.link = settings;
         if (session.simStations && !SimDrive::parseStations(*session.simStations, so.stations, error))
             return usage(error);
@@ -181,13 +235,18 @@ int Session::openLine()
             so.faults.push_back(rule);
         }
         if (session.simMap) {
-            std::ifstream in(*session.simMap);
-            if (!in)
-                return usage("cannot read the map " + *session.simMap);
-            std::stringstream text;
-            text << in.rdbuf();
-            so.map = text.str().empty() ? "# empty\n" : text.str();
+            if (!readTextFile(*session.simMap, userTextFileLimit, so.map, error))
+                return usage("cannot read the map " + *session.simMap + ": " + error);
+            if (so.map.empty())
+                so.map = "# empty\n";
         }
+    }
+    if (session.trace && !link.setTrace(*session.trace, error))
+        return usage(error);
+    std::string port;
+    if (session.port) {
+        port = *session.port;
+    } else {
         if (!sim.start(so, error))
             return usage("cannot start the simulated drive: " + error);
         port = sim.devicePath();
@@ -362,26 +421,24 @@ int Session::poll(const Command &c)
 
     const bool live = stderrIsTerminal();
     const bool json = c.options.json;
-    std::vector<double> latencies;
-    std::map<std::string, uint64_t> errors;
-    uint64_t commands = 0, failed = 0;
+    // Latencies and failures in fixed memory, however long the poll runs.
+    PollStats stats;
     int cycle = 0;
     std::vector<std::string> last(c.tags.size());
     std::vector<QJsonArray> lastValues(c.tags.size());
     const int64_t start = monotonicNs();
     int64_t next = start, lastStatus = 0;
 
+    auto ms = [&](double q) { return stats.percentileNs(q) / 1e6; };
     auto statusLine = [&]() {
         const double seconds = double(monotonicNs() - start) / 1e9;
-        std::vector<double> sorted(latencies);
-        std::sort(sorted.begin(), sorted.end());
         char text[256];
         std::snprintf(text, sizeof text,
             "%.1f commands/s  p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  errors %llu",
-            seconds > 0 ? double(commands) / seconds : 0.0, percentile(sorted, 0.5), percentile(sorted, 0.9),
-            percentile(sorted, 0.99), (unsigned long long)failed);
+            seconds > 0 ? double(stats.commands()) / seconds : 0.0, ms(0.5), ms(0.9), ms(0.99),
+            (unsigned long long)stats.failed());
         std::string line = text;
-        for (const auto &e : errors)
+        for (const auto &e : stats.failuresByText())
             line += " (" + e.first + " " + std::to_string(e.second) + ")";
         return line;
     };
@@ -401,17 +458,15 @@ int Session::poll(const Command &c)
                 commandDataType(t.type), t.count, QString::fromStdString(t.address.text()));
             const int64_t t0 = monotonicNs();
             const QByteArray data = driver->read(&link, cmd);
-            const double ms = double(monotonicNs() - t0) / 1e6;
-            ++commands;
+            const int64_t latencyNs = monotonicNs() - t0;
             std::string shown;
             QJsonArray values;
             if (driver->hasError()) {
-                ++failed;
                 const std::string text = local(driver->getLastError());
-                ++errors[baseErrorText(text)];
+                stats.addFailure(baseErrorText(text));
                 shown = "error: " + text;
             } else {
-                latencies.push_back(ms);
+                stats.addSuccess(latencyNs);
                 for (const Element &e : unpackValues(data, t.address, t.type, t.count)) {
                     shown += (shown.empty() ? "" : " ") + std::to_string(e.value);
                     values.append(double(e.value));
@@ -446,8 +501,7 @@ int Session::poll(const Command &c)
     clearStatus();
 
     const double seconds = double(monotonicNs() - start) / 1e9;
-    std::vector<double> sorted(latencies);
-    std::sort(sorted.begin(), sorted.end());
+    const uint64_t commands = stats.commands(), failed = stats.failed();
     if (json) {
         QJsonObject o, latency, errorCounts;
         o["command"] = "poll";
@@ -457,12 +511,12 @@ int Session::poll(const Command &c)
         o["errors"] = double(failed);
         o["seconds"] = seconds;
         o["commandsPerSecond"] = seconds > 0 ? double(commands) / seconds : 0.0;
-        latency["p50"] = percentile(sorted, 0.5);
-        latency["p90"] = percentile(sorted, 0.9);
-        latency["p99"] = percentile(sorted, 0.99);
-        latency["max"] = sorted.empty() ? 0.0 : sorted.back();
+        latency["p50"] = ms(0.5);
+        latency["p90"] = ms(0.9);
+        latency["p99"] = ms(0.99);
+        latency["max"] = double(stats.maxNs()) / 1e6;
         o["latencyMs"] = latency;
-        for (const auto &e : errors)
+        for (const auto &e : stats.failuresByText())
             errorCounts[QString::fromLocal8Bit(e.first.c_str())] = double(e.second);
         o["errorsByText"] = errorCounts;
         QJsonArray tags;
@@ -478,10 +532,10 @@ int Session::poll(const Command &c)
         std::printf("poll: %d cycles, %llu commands in %.2f s (%.1f commands/s), %llu errors\n", cycle,
             (unsigned long long)commands, seconds, seconds > 0 ? double(commands) / seconds : 0.0,
             (unsigned long long)failed);
-        if (!sorted.empty())
-            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n",
-                percentile(sorted, 0.5), percentile(sorted, 0.9), percentile(sorted, 0.99), sorted.back());
-        for (const auto &e : errors)
+        if (stats.samples())
+            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n", ms(0.5), ms(0.9),
+                ms(0.99), double(stats.maxNs()) / 1e6);
+        for (const auto &e : stats.failuresByText())
             std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
         std::fflush(stdout);
     }
@@ -563,20 +617,20 @@ int Session::scan(const Command &c)
 
 int Session::batch(const Command &c)
 {
-    std::ifstream file;
-    if (c.argument != "-") {
-        file.open(c.argument);
-        if (!file)
-            return usage("cannot read the batch " + c.argument);
-    }
-    std::istream &in = c.argument == "-" ? std::cin : file;
+    BatchLines in;
+    std::string error;
+    if (c.argument != "-" && !in.readFile(c.argument, error))
+        return usage("cannot read the batch " + c.argument + ": " + error);
+    struct stat input;
+    if (c.argument == "-" && fstat(STDIN_FILENO, &input) == 0 && S_ISDIR(input.st_mode))
+        return usage("cannot read the batch from standard input: it is a directory");
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
     bool anyFailed = false;
     std::string text;
     int lineNumber = 0;
-    while (std::getline(in, text)) {
+    while (in.next(text, error)) {
         ++lineNumber;
         if (!text.empty() && text.back() == '\r')
             text.pop_back();
@@ -594,7 +648,6 @@ int Session::batch(const Command &c)
         std::vector<std::string> words;
         CliOptions lineOptions;
         Command command;
-        std::string error;
         bool good = splitWords(text, words, error) && parseCliArguments(words, lineOptions, true, error);
         lineOptions.json = lineOptions.json || session.json;
         if (!good || !prepareCommand(lineOptions, true, command, error))
@@ -619,5 +672,7 @@ int Session::batch(const Command &c)
         anyFailed = anyFailed || rc != ExitOk;
         std::fflush(stdout);
     }
+    if (!error.empty())
+        return usage(error);
     return anyFailed ? ExitFailed : ExitOk;
 }

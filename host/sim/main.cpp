@@ -3,13 +3,12 @@
 
 #include "registermap.h"
 #include "simdrive.h"
+#include "textfile.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <pthread.h>
-#include <sstream>
 #include <string>
 
 namespace {
@@ -67,12 +66,10 @@ int main(int argc, char **argv)
             if (!SimDrive::parseStations(value, options.stations, error))
                 return usage(error);
         } else if (arg == "--map") {
-            std::ifstream in(value);
-            if (!in)
-                return usage("cannot read the map " + value);
-            std::stringstream text;
-            text << in.rdbuf();
-            options.map = text.str();
+            if (!readTextFile(value, userTextFileLimit, options.map, error)) {
+                std::fprintf(stderr, "teco-sim: cannot read the map %s: %s\n", value.c_str(), error.c_str());
+                return 2;
+            }
             if (options.map.find_first_not_of(" \t\r\n") == std::string::npos)
                 options.map = "# empty map\n";
         } else if (arg == "--fault") {

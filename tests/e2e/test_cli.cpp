@@ -11,11 +11,14 @@
 #include <QLibraryInfo>
 #include <QProcess>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <fstream>
 #include <poll.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -27,31 +30,43 @@ struct CliRun
     std::string out, err;
 };
 
-CliRun cli(const std::vector<std::string> &args, const std::string &input = std::string())
+// input: what the program reads on standard input; or inputFile, a path
+// opened as its standard input.
+CliRun runProgram(const char *path, const std::vector<std::string> &args, const std::string &input,
+    const std::string &inputFile = std::string())
 {
-    QString program = TECO_CLI_PATH;
+    QString program = path;
     QStringList arguments;
     const QString emulator = TECO_EMULATOR;
     if (!emulator.isEmpty()) {
         arguments = emulator.split('|');
         program = arguments.takeFirst();
-        arguments << TECO_CLI_PATH;
+        arguments << path;
     }
     for (const std::string &a : args)
         arguments << QString::fromStdString(a);
     QProcess p;
+    if (!inputFile.empty())
+        p.setStandardInputFile(QString::fromStdString(inputFile));
     p.start(program, arguments);
     CliRun r;
     if (!p.waitForStarted(30000))
         return r;
-    p.write(input.data(), qint64(input.size()));
-    p.closeWriteChannel();
+    if (inputFile.empty()) {
+        p.write(input.data(), qint64(input.size()));
+        p.closeWriteChannel();
+    }
     const bool finished = p.waitForFinished(90000);
     r.out = p.readAllStandardOutput().toStdString();
     r.err = p.readAllStandardError().toStdString();
     if (finished && p.exitStatus() == QProcess::NormalExit)
         r.status = p.exitCode();
     return r;
+}
+
+CliRun cli(const std::vector<std::string> &args, const std::string &input = std::string())
+{
+    return runProgram(TECO_CLI_PATH, args, input);
 }
 
 QJsonObject json(const std::string &line)
@@ -309,6 +324,104 @@ TEST(Cli, InfoNamesTheDriver)
     EXPECT_EQ(o["name"].toString(), "Teco Servo");
     EXPECT_EQ(o["defaultLink"].toString(), "RS485,9600,NONE,8,2");
     EXPECT_EQ(o["defaultTimeoutMs"].toInt(), 500);
+}
+
+// Paths that name something other than a file of ours: each refused with one
+// sentence and status 2 before anything is sent or started; a FIFO is never
+// waited on, a device never read, a symbolic link never followed for writing.
+TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string root = dir.path().toStdString();
+    const std::string target = root + "/target", link = root + "/link", dangling = root + "/dangling",
+                      sub = root + "/dir", fifo = root + "/fifo", big = root + "/big";
+    std::ofstream(target) << "read HR1\n";
+    ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
+    ASSERT_EQ(::symlink((root + "/created").c_str(), dangling.c_str()), 0);
+    ASSERT_EQ(::mkdir(sub.c_str(), 0700), 0);
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    std::ofstream(big).close();
+    ASSERT_EQ(::truncate(big.c_str(), 2 << 20), 0); // 2 MiB, sparse
+
+    SilentDevice device;
+    const std::vector<std::string> port = { "--port", device.path };
+    auto with = [](std::vector<std::string> a, const std::vector<std::string> &b) {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    };
+    const std::string symlinkText = ": it is a symbolic link (name the file itself)";
+    const std::string directoryText = ": it is a directory, not a regular file";
+    const std::string deviceText = ": it is a device, not a regular file";
+    const std::string fifoText = ": it is a FIFO, not a regular file";
+    const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB";
+    struct Row
+    {
+        const char *program;
+        std::vector<std::string> args;
+        std::string input; // standard input; "<PATH" opens PATH as standard input
+        std::string message;
+    } rows[] = {
+        { TECO_CLI_PATH, with(port, { "--trace", link, "read", "HR1" }), "",
+            "teco-cli: cannot write the trace to " + link + symlinkText },
+        { TECO_CLI_PATH, with(port, { "--trace", dangling, "read", "HR1" }), "",
+            "teco-cli: cannot write the trace to " + dangling + symlinkText },
+        { TECO_CLI_PATH, with(port, { "--trace", sub, "read", "HR1" }), "",
+            "teco-cli: cannot write the trace to " + sub + directoryText },
+        { TECO_CLI_PATH, with(port, { "--trace", "/dev/null", "read", "HR1" }), "",
+            "teco-cli: cannot write the trace to /dev/null" + deviceText },
+        { TECO_CLI_PATH, with(port, { "--trace", fifo, "read", "HR1" }), "",
+            "teco-cli: cannot write the trace to " + fifo + fifoText },
+        { TECO_CLI_PATH, { "--sim-map", sub, "read", "HR1" }, "",
+            "teco-cli: cannot read the map " + sub + directoryText },
+        { TECO_CLI_PATH, { "--sim-map", "/dev/zero", "read", "HR1" }, "",
+            "teco-cli: cannot read the map /dev/zero" + deviceText },
+        { TECO_CLI_PATH, { "--sim-map", fifo, "read", "HR1" }, "",
+            "teco-cli: cannot read the map " + fifo + fifoText },
+        { TECO_CLI_PATH, { "--sim-map", big, "read", "HR1" }, "",
+            "teco-cli: cannot read the map " + big + bigText },
+        { TECO_CLI_PATH, with(port, { "batch", sub }), "",
+            "teco-cli: cannot read the batch " + sub + directoryText },
+        { TECO_CLI_PATH, with(port, { "batch", "/dev/zero" }), "",
+            "teco-cli: cannot read the batch /dev/zero" + deviceText },
+        { TECO_CLI_PATH, with(port, { "batch", fifo }), "",
+            "teco-cli: cannot read the batch " + fifo + fifoText },
+        { TECO_CLI_PATH, with(port, { "batch", big }), "",
+            "teco-cli: cannot read the batch " + big + bigText },
+        { TECO_CLI_PATH, with(port, { "batch" }), std::string(70000, 'x'),
+            "teco-cli: batch line 1 is longer than 64 KiB" },
+        { TECO_CLI_PATH, with(port, { "batch" }), "<" + sub,
+            "teco-cli: cannot read the batch from standard input: it is a directory" },
+        { TECO_SIM_PATH, { "--map", sub }, "", "teco-sim: cannot read the map " + sub + directoryText },
+        { TECO_SIM_PATH, { "--map", "/dev/zero" }, "",
+            "teco-sim: cannot read the map /dev/zero" + deviceText },
+        { TECO_SIM_PATH, { "--map", fifo }, "", "teco-sim: cannot read the map " + fifo + fifoText },
+        { TECO_SIM_PATH, { "--map", big }, "", "teco-sim: cannot read the map " + big + bigText },
+    };
+    for (const Row &row : rows) {
+        std::string shown;
+        for (const std::string &a : row.args)
+            shown += a + " ";
+        SCOPED_TRACE(shown);
+        const bool fromFile = !row.input.empty() && row.input[0] == '<';
+        const CliRun r = runProgram(
+            row.program, row.args, fromFile ? "" : row.input, fromFile ? row.input.substr(1) : "");
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err, row.message + "\n"); // no simulated drive was started either
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(device.bytesArrived(), 0);
+    std::ifstream kept(target);
+    std::string first;
+    std::getline(kept, first);
+    EXPECT_EQ(first, "read HR1");
+    struct stat st;
+    EXPECT_NE(::lstat((root + "/created").c_str(), &st), 0) << "the dangling link was followed";
+
+    // The same files through the symbolic link to a regular file: read.
+    const CliRun r = cli(with(port, { "--retry", "0", "--timeout", "50", "batch", link }));
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_EQ(device.bytesArrived(), 8); // the read of HR1, unanswered
 }
 
 } // namespace
