@@ -139,6 +139,37 @@ TEST(ReadLimits, CountsAtAndPastEachLimit)
     }
 }
 
+TEST(ReadLimits, RefusalTextsCarryTheWholePrefix)
+{
+    // The parser takes any run of letters as the prefix, and the refusal
+    // texts repeat it as written, however long it is.
+    const std::string letters(3000, 'x');
+    const struct Row
+    {
+        int type;
+        std::string address;
+        int count;
+        std::string refusal;
+        const char *unit; // in the command description
+    } rows[] = {
+        { Word, "HR" + letters + "Y100", 126, "can't read any word from HR" + letters + "Y100", "word(s)" },
+        { DoubleWord, "IR" + letters + "Y7", 63, "can't read any double word from IR" + letters + "Y7",
+            "dword(s)" },
+        { Byte, "HR" + letters + "Y1", 251, "can't read any byte from HR" + letters + "Y1", "byte(s)" },
+        { Bit, "DO" + letters + "Y1", 2009, "can't read 2009 bits from DO" + letters + "Y1", "bit(s)" },
+        { Bit, "HR" + letters + "Y1.4", 2000, "can't read any word from HR" + letters + "Y1", "bit(s)" },
+    };
+    for (const Row &row : rows) {
+        DriverRig rig;
+        rig.read(row.type, row.count, row.address.c_str());
+        EXPECT_TRUE(rig.sentNothing()) << row.refusal.substr(0, 40);
+        EXPECT_EQ(rig.error(),
+            row.refusal + " (read " + std::to_string(row.count) + " " + row.unit + " from 1-" + row.address
+                + ")")
+            << row.refusal.substr(0, 40);
+    }
+}
+
 TEST(ReadLimits, StationAbove255IsRefusedBeforeSending)
 {
     for (int station : { 256, 300, -1 }) {
