@@ -121,7 +121,6 @@ TEST(ReadLimits, CountsAtAndPastEachLimit)
         { Bit, "HR1.255", 1745, "01 03 00 00 00 7D", nullptr },
         { Bit, "HR1.255", 1746, nullptr, "can't read any word from HR1" },
         { Bit, "HR0.255", 1, nullptr, "can't read any word from HR65536" },
-        { Bit, "HR1.1", -1, nullptr, "can't read any word from HR1" },
         { Bit, "HR1", INT_MAX, nullptr, "can't read any word from HR1" },
     };
     for (const LimitRow &row : rows) {
@@ -167,6 +166,49 @@ TEST(ReadLimits, RefusalTextsCarryTheWholePrefix)
             row.refusal + " (read " + std::to_string(row.count) + " " + row.unit + " from 1-" + row.address
                 + ")")
             << row.refusal.substr(0, 40);
+    }
+}
+
+TEST(RegisterBitReads, RegistersAreCountedIn32BitsAndLeftToTheWordRead)
+{
+    // W = (bit index + count) / 16 rounded up, wrapping in 32 bits; the word
+    // read then checks, sends and records as for any W.
+    const struct Row
+    {
+        const char *what;
+        const char *address;
+        int count;
+        int station;
+        const char *reply; // without CRC; nullptr: none
+        const char *request; // first six bytes; nullptr: nothing sent
+        const char *error; // nullptr: none
+    } rows[] = {
+        { "bit 1 with -1 wraps to no register", "HR100.1", -1, 1, "01 03 00", "01 03 00 63 00 00", nullptr },
+        { "the drive refuses a read of no register", "HR100.1", -1, 1, "01 83 03", "01 03 00 63 00 00",
+            "exception code:0x03 (read -1 bit(s) from 1-HR100.1)" },
+        { "no register, but the station is checked", "HR100.1", -1, 300, nullptr, nullptr,
+            "invalid slave id:300 (read -1 bit(s) from 44-HR100.1)" },
+        { "bit 20 with -3 wraps to two registers", "IR100.20", -3, 1, "01 04 04 12 34 56 78",
+            "01 04 00 63 00 02", nullptr },
+        { "bit 0 with -1 needs 2^28 registers", "HR1", -1, 1, nullptr, nullptr,
+            "can't read any word from HR1 (read -1 bit(s) from 1-HR1)" },
+        { "bit 255 with INT_MIN", "hr7.255", INT_MIN, 1, nullptr, nullptr,
+            "can't read any word from hr7 (read -2147483648 bit(s) from 1-hr7.255)" },
+    };
+    for (const Row &row : rows) {
+        DriverRig rig;
+        rig.link.station = row.station;
+        if (row.reply)
+            rig.link.line(withCrc(row.reply));
+        EXPECT_TRUE(rig.read(Bit, row.count, row.address).isEmpty()) << row.what << ": no bits to return";
+        if (row.request) {
+            ASSERT_EQ(rig.link.sent().size(), 1u) << row.what;
+            EXPECT_EQ(rig.link.sent()[0], toHex(withCrc(row.request))) << row.what;
+        } else {
+            EXPECT_TRUE(rig.sentNothing()) << row.what;
+        }
+        EXPECT_EQ(rig.failed(), row.error != nullptr) << row.what;
+        EXPECT_EQ(rig.error(), row.error ? row.error : "") << row.what;
     }
 }
 
