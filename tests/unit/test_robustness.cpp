@@ -38,7 +38,7 @@ TEST(Robustness, RandomRepliesNeverBreakACommand)
                 reply[1] = char(random() % 2 ? 3 : 16);
             }
             if (random() % 3 == 0)
-                rig.link.piece(reply.toHex(' ').constData(), int(random() % 600) - 100);
+                rig.link.piece(toHex(reply).c_str(), int(random() % 600) - 100);
             else
                 rig.link.line(reply);
         }

@@ -216,7 +216,7 @@ TEST(RegisterBits, ReadModifyWrite)
         QByteArray reply = hex("01 03");
         reply.append(char(registers.size()));
         reply.append(registers);
-        rig.link.line(withCrc(reply.toHex(' ').constData()));
+        rig.link.line(withCrc(reply));
         for (const std::string &w : row.writes)
             rig.link.line(echoOf(w));
         EXPECT_TRUE(rig.write(Bit, row.address, row.data)) << row.what << ": " << rig.error();
