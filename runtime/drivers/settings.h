@@ -11,6 +11,8 @@
 // Kind of link. The runtime defines the values; the only one a driver uses
 // is 16, the kind of its default serial link. The underlying type is fixed so
 // that any value read from a stream is a valid value of the enumeration.
+// A fixed underlying type needs C++11: it is the one piece of C++11 syntax
+// in the shared headers, which are otherwise kept readable at C++98.
 enum device_type : int { SerialDeviceType = 16 };
 
 typedef QPair<QString, unsigned short> SocketEntry;
@@ -36,7 +38,7 @@ public:
     void setPort(unsigned short port, int index);
     // Replaces the endpoint list; port texts that are not decimal numbers
     // from 0 to 65535 give port 0. The cursor is left as it is.
-    void setSocketData(const QList<QPair<QString, QString>> &data);
+    void setSocketData(const QList<QPair<QString, QString> > &data);
 
     void dump();
 

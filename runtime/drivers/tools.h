@@ -144,10 +144,12 @@ DRIVERS_EXPORT QString dumpByteArray(const QByteArray &a);
 // Results on bad formats:
 //   - an unknown character: DataPack 0, ByteArrayPack empty, DataUnpack -1;
 //   - a count followed by the end of the format or by anything but a type
-//     with a counted form, a count of 0 before c C v V n N, a count that does
-//     not fit in 32 bits, or an item that would take the total past
-//     2^31 - 65 bytes: DataPack -1, ByteArrayPack empty, DataUnpack -1;
+//     with a counted form, a count of 0 before c C v V n N, or an item that
+//     would take the total past 2^31 - 65 bytes: DataPack -1, ByteArrayPack
+//     empty, DataUnpack -1;
 //   - ByteArrayPack has no counted x or X: empty.
+// Counts are accumulated in 32 bits and wrap: "4294967298x" is a count of 2,
+// "4294967296C" a count of 0.
 // Processing stops at the first error; the buffer functions keep what they
 // wrote before it. A null format counts as empty. The buffer functions trust
 // the caller for the size of buffer and of the memory behind each pointer; a

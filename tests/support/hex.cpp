@@ -26,13 +26,15 @@ quint16 bitwiseCrc16(const QByteArray &bytes)
     return crc;
 }
 
-QByteArray withCrc(const char *text)
+QByteArray withCrc(const char *text) { return withCrc(hex(text)); }
+
+QByteArray withCrc(const QByteArray &frame)
 {
-    QByteArray frame = hex(text);
     const quint16 crc = bitwiseCrc16(frame);
-    frame.append(char(crc & 0xFF));
-    frame.append(char(crc >> 8));
-    return frame;
+    QByteArray out = frame;
+    out.append(char(crc & 0xFF));
+    out.append(char(crc >> 8));
+    return out;
 }
 
 QT_BEGIN_NAMESPACE

@@ -13,8 +13,9 @@ std::string toHex(const QByteArray &bytes);
 
 // Modbus CRC-16 computed bit by bit, independently of the driver's tables.
 quint16 bitwiseCrc16(const QByteArray &bytes);
-// The frame in hex text with its CRC appended, low byte first.
+// The frame, in hex text or as bytes, with its CRC appended, low byte first.
 QByteArray withCrc(const char *text);
+QByteArray withCrc(const QByteArray &frame);
 
 // gtest prints QByteArray and QString through these.
 QT_BEGIN_NAMESPACE

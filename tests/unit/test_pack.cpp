@@ -97,6 +97,36 @@ TEST(Pack, CountedSkips)
             << "the array packer has no counted skips: " << format;
 }
 
+TEST(Pack, CountsWrapIn32Bits)
+{
+    const unsigned char source[] = { 0x41, 0x42, 0x43, 0x44 };
+    const unsigned char input[] = { 0x11, 0x22, 0x33, 0x44 };
+    const struct Row
+    {
+        const char *format;
+        int packResult;
+        const char *packed; // the buffer's first bytes afterwards, guard included
+        const char *array; // "": an empty array
+        int unpackResult;
+        const char *unpacked; // the target's first bytes afterwards, guard included
+    } rows[] = {
+        { "4294967298x", 2, "00 00 EE", "", 2, "EE EE" },
+        { "4294967297C", 1, "41 EE", "41", 1, "11 EE" },
+        { "4294967296x4294967297C", 1, "41 EE", "", 1, "11 EE" },
+        { "8589934594n", 4, "42 41 44 43 EE", "42 41 44 43", 4, "22 11 44 33 EE" },
+        { "4294967296C", -1, "EE", "", -1, "EE" },
+    };
+    for (const Row &row : rows) {
+        Buffer buffer;
+        EXPECT_EQ(DataPack(buffer.bytes, row.format, source), row.packResult) << row.format;
+        EXPECT_EQ(buffer.first(hex(row.packed).size()), row.packed) << row.format;
+        EXPECT_EQ(toHex(ByteArrayPack(row.format, source)), row.array) << row.format;
+        Buffer target;
+        EXPECT_EQ(DataUnpack(input, row.format, target.bytes), row.unpackResult) << row.format;
+        EXPECT_EQ(target.first(hex(row.unpacked).size()), row.unpacked) << row.format;
+    }
+}
+
 TEST(Pack, BadFormats)
 {
     const unsigned char raw[8] = {};
@@ -108,7 +138,7 @@ TEST(Pack, BadFormats)
         { "c c", 0 }, // blank between items: the first byte is written, then 0
         { "cy", 0 }, { "c/", 0 }, { "12", -1 }, // count at the end
         { "2s", -1 }, { "2i", -1 }, { "3q", -1 }, { "0C", -1 }, { "0n", -1 },
-        { "4294967296c", -1 }, // beyond 32 bits
+        { "4294967296c", -1 }, // wraps to a count of 0
         { "99999999999999999999999999c", -1 }, { "4294967295x", -1 }, // more bytes than an int counts
         { "2147483000X2147483000X", -1 }, // the same in total
     };

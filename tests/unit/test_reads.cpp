@@ -121,7 +121,6 @@ TEST(ReadLimits, CountsAtAndPastEachLimit)
         { Bit, "HR1.255", 1745, "01 03 00 00 00 7D", nullptr },
         { Bit, "HR1.255", 1746, nullptr, "can't read any word from HR1" },
         { Bit, "HR0.255", 1, nullptr, "can't read any word from HR65536" },
-        { Bit, "HR1.1", -1, nullptr, "can't read any word from HR1" },
         { Bit, "HR1", INT_MAX, nullptr, "can't read any word from HR1" },
     };
     for (const LimitRow &row : rows) {
@@ -136,6 +135,80 @@ TEST(ReadLimits, CountsAtAndPastEachLimit)
             EXPECT_TRUE(rig.sentNothing()) << what;
             EXPECT_EQ(rig.error().substr(0, std::strlen(row.refusal)), row.refusal) << what;
         }
+    }
+}
+
+TEST(ReadLimits, RefusalTextsCarryTheWholePrefix)
+{
+    // The parser takes any run of letters as the prefix, and the refusal
+    // texts repeat it as written, however long it is.
+    const std::string letters(3000, 'x');
+    const struct Row
+    {
+        int type;
+        std::string address;
+        int count;
+        std::string refusal;
+        const char *unit; // in the command description
+    } rows[] = {
+        { Word, "HR" + letters + "Y100", 126, "can't read any word from HR" + letters + "Y100", "word(s)" },
+        { DoubleWord, "IR" + letters + "Y7", 63, "can't read any double word from IR" + letters + "Y7",
+            "dword(s)" },
+        { Byte, "HR" + letters + "Y1", 251, "can't read any byte from HR" + letters + "Y1", "byte(s)" },
+        { Bit, "DO" + letters + "Y1", 2009, "can't read 2009 bits from DO" + letters + "Y1", "bit(s)" },
+        { Bit, "HR" + letters + "Y1.4", 2000, "can't read any word from HR" + letters + "Y1", "bit(s)" },
+    };
+    for (const Row &row : rows) {
+        DriverRig rig;
+        rig.read(row.type, row.count, row.address.c_str());
+        EXPECT_TRUE(rig.sentNothing()) << row.refusal.substr(0, 40);
+        EXPECT_EQ(rig.error(),
+            row.refusal + " (read " + std::to_string(row.count) + " " + row.unit + " from 1-" + row.address
+                + ")")
+            << row.refusal.substr(0, 40);
+    }
+}
+
+TEST(RegisterBitReads, RegistersAreCountedIn32BitsAndLeftToTheWordRead)
+{
+    // W = (bit index + count) / 16 rounded up, wrapping in 32 bits; the word
+    // read then checks, sends and records as for any W.
+    const struct Row
+    {
+        const char *what;
+        const char *address;
+        int count;
+        int station;
+        const char *reply; // without CRC; nullptr: none
+        const char *request; // first six bytes; nullptr: nothing sent
+        const char *error; // nullptr: none
+    } rows[] = {
+        { "bit 1 with -1 wraps to no register", "HR100.1", -1, 1, "01 03 00", "01 03 00 63 00 00", nullptr },
+        { "the drive refuses a read of no register", "HR100.1", -1, 1, "01 83 03", "01 03 00 63 00 00",
+            "exception code:0x03 (read -1 bit(s) from 1-HR100.1)" },
+        { "no register, but the station is checked", "HR100.1", -1, 300, nullptr, nullptr,
+            "invalid slave id:300 (read -1 bit(s) from 44-HR100.1)" },
+        { "bit 20 with -3 wraps to two registers", "IR100.20", -3, 1, "01 04 04 12 34 56 78",
+            "01 04 00 63 00 02", nullptr },
+        { "bit 0 with -1 needs 2^28 registers", "HR1", -1, 1, nullptr, nullptr,
+            "can't read any word from HR1 (read -1 bit(s) from 1-HR1)" },
+        { "bit 255 with INT_MIN", "hr7.255", INT_MIN, 1, nullptr, nullptr,
+            "can't read any word from hr7 (read -2147483648 bit(s) from 1-hr7.255)" },
+    };
+    for (const Row &row : rows) {
+        DriverRig rig;
+        rig.link.station = row.station;
+        if (row.reply)
+            rig.link.line(withCrc(row.reply));
+        EXPECT_TRUE(rig.read(Bit, row.count, row.address).isEmpty()) << row.what << ": no bits to return";
+        if (row.request) {
+            ASSERT_EQ(rig.link.sent().size(), 1u) << row.what;
+            EXPECT_EQ(rig.link.sent()[0], toHex(withCrc(row.request))) << row.what;
+        } else {
+            EXPECT_TRUE(rig.sentNothing()) << row.what;
+        }
+        EXPECT_EQ(rig.failed(), row.error != nullptr) << row.what;
+        EXPECT_EQ(rig.error(), row.error ? row.error : "") << row.what;
     }
 }
 

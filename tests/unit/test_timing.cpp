@@ -88,7 +88,9 @@ TEST(ByteDump, HexThenTextUpToTheFirstZero)
     EXPECT_EQ(dumpByteArray(hex("41 42 0A")), QString("(0X41 0X42 0Xa ) : AB\n"));
     EXPECT_EQ(dumpByteArray(QByteArray()), QString("() : "));
     EXPECT_EQ(dumpByteArray(hex("00 41")), QString("(0X0 0X41 ) : "));
-    EXPECT_EQ(dumpByteArray(hex("FF")), QString("(0Xff ) : \xc3\xbf"));
+    // Built from the character itself: Qt 4 reads a literal as Latin-1, Qt 5
+    // as UTF-8.
+    EXPECT_EQ(dumpByteArray(hex("FF")), QString("(0Xff ) : ") + QChar(0xFF));
 }
 
 } // namespace

@@ -93,7 +93,7 @@ TEST(SpecialWindow, RelayToEveryListedStation)
         rig.link.calls.clear();
         for (const std::string &f : row.frames) {
             QByteArray frame = hex(f.c_str());
-            rig.link.line(withCrc(frame.left(6).toHex(' ').constData()));
+            rig.link.line(withCrc(frame.left(6)));
         }
         EXPECT_TRUE(rig.write(Word, row.address, words({ 0x1234 }))) << rig.error();
         EXPECT_THAT(rig.link.callsOf({ "send", "delayMs", "stationId" }),
@@ -152,21 +152,40 @@ TEST(SpecialWindow, ReadBackFromTheChosenStation)
 
 TEST(SpecialWindow, BitOfTheRelayRegisterIsReadModifyWrittenAtEachStation)
 {
-    DriverRig rig;
-    rig.link.delay = 1;
-    ASSERT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
-    rig.link.calls.clear();
-    rig.link.line(withCrc("05 03 02 00 01"));
-    rig.link.line(withCrc("05 10 05 13 00 01"));
-    rig.link.line(withCrc("07 03 02 00 00"));
-    rig.link.line(withCrc("07 10 05 13 00 01"));
-    EXPECT_TRUE(rig.write(Bit, "HR60010.4", QByteArray(1, 1))) << rig.error();
-    EXPECT_THAT(rig.link.callsOf({ "send", "delayMs" }),
-        ElementsAre("delayMs", "send " + toHex(withCrc("05 03 05 13 00 01")), "delayMs",
-            "send " + toHex(withCrc("05 10 05 13 00 01 02 00 11")), "delayMs",
-            "send " + toHex(withCrc("07 03 05 13 00 01")), "delayMs",
-            "send " + toHex(withCrc("07 10 05 13 00 01 02 00 10"))));
-    EXPECT_EQ(table(rig)[10], 0x10);
+    // Station 5's register 0x513 holds 0x0001, station 7's 0x0000.
+    const struct Row
+    {
+        const char *what;
+        const char *address;
+        QByteArray data;
+        const char *writeTo5; // without CRC
+        const char *writeTo7;
+        quint16 relayRegister; // afterwards
+    } rows[] = {
+        { "bit 4 set at both, then in the table", "HR60010.4", hex("01"), "05 10 05 13 00 01 02 00 11",
+            "07 10 05 13 00 01 02 00 10", 0x10 },
+        { "no data: both written back unchanged, the table too", "HR60010.4", QByteArray(),
+            "05 10 05 13 00 01 02 00 01", "07 10 05 13 00 01 02 00 00", 0 },
+        { "no data with FN6", "FN6HR60010.3", QByteArray(), "05 06 05 13 00 01", "07 06 05 13 00 00", 0 },
+    };
+    for (const Row &row : rows) {
+        DriverRig rig;
+        rig.link.delay = 1;
+        ASSERT_TRUE(rig.write(Word, "HR60000", words({ 2, 5, 7 })));
+        rig.link.calls.clear();
+        rig.link.line(withCrc("05 03 02 00 01"));
+        rig.link.line(withCrc(hex(row.writeTo5).left(6)));
+        rig.link.line(withCrc("07 03 02 00 00"));
+        rig.link.line(withCrc(hex(row.writeTo7).left(6)));
+        EXPECT_TRUE(rig.write(Bit, row.address, row.data)) << row.what << ": " << rig.error();
+        EXPECT_THAT(rig.link.callsOf({ "send", "delayMs" }),
+            ElementsAre("delayMs", "send " + toHex(withCrc("05 03 05 13 00 01")), "delayMs",
+                "send " + toHex(withCrc(row.writeTo5)), "delayMs",
+                "send " + toHex(withCrc("07 03 05 13 00 01")), "delayMs",
+                "send " + toHex(withCrc(row.writeTo7))))
+            << row.what;
+        EXPECT_EQ(table(rig)[10], row.relayRegister) << row.what;
+    }
 }
 
 TEST(SpecialWindow, RelayNeverTakesStationsFromBeyondTheList)

@@ -154,11 +154,15 @@ TEST(Writes, StationCheckOrder)
 
 TEST(Writes, EmptyDataForOneRequestPerElementSendsNothing)
 {
-    for (const char *address : { "FN6HR1", "FN5DO1", "HR1.3", "FN6HR1.3" }) {
+    const struct Row
+    {
+        int type;
+        const char *address;
+    } rows[] = { { Word, "FN6HR1" }, { Bit, "FN5DO1" } };
+    for (const Row &row : rows) {
         DriverRig rig;
-        const int type = address[2] == '5' || std::strchr(address, '.') ? Bit : Word;
-        EXPECT_TRUE(rig.write(type, address, QByteArray())) << address;
-        EXPECT_TRUE(rig.sentNothing()) << address;
+        EXPECT_TRUE(rig.write(row.type, row.address, QByteArray())) << row.address;
+        EXPECT_TRUE(rig.sentNothing()) << row.address;
     }
 }
 
@@ -212,7 +216,7 @@ TEST(RegisterBits, ReadModifyWrite)
         QByteArray reply = hex("01 03");
         reply.append(char(registers.size()));
         reply.append(registers);
-        rig.link.line(withCrc(reply.toHex(' ').constData()));
+        rig.link.line(withCrc(reply));
         for (const std::string &w : row.writes)
             rig.link.line(echoOf(w));
         EXPECT_TRUE(rig.write(Bit, row.address, row.data)) << row.what << ": " << rig.error();
@@ -221,6 +225,56 @@ TEST(RegisterBits, ReadModifyWrite)
         EXPECT_EQ(hex(sent[0].c_str()).mid(1, 1), hex("03")) << row.what << ": read with function 3";
         for (size_t i = 0; i < row.writes.size(); ++i)
             EXPECT_EQ(sent[i + 1], toHex(withCrc(row.writes[i].c_str()))) << row.what;
+    }
+}
+
+TEST(RegisterBits, EmptyDataStillReadsAndWritesBackTheCoveredRegisters)
+{
+    // No bits to change, but the registers from start up to the bit index
+    // are read and written back all the same; with bit index 0 none are
+    // covered, and the read of none ends the write with false.
+    const struct Row
+    {
+        const char *what;
+        const char *address;
+        int station;
+        std::vector<std::string> replies; // without CRC
+        std::vector<std::string> sequence; // "delay", or a frame sent, without CRC
+        bool result;
+        const char *error; // nullptr: none
+    } rows[] = {
+        { "HR100 read and written back unchanged", "HR100.3", 1, { "01 03 02 01 00", "01 10 00 63 00 01" },
+            { "delay", "01 03 00 63 00 01", "delay", "01 10 00 63 00 01 02 01 00" }, true, nullptr },
+        { "with FN6 written back with function 6", "FN6HR100.3", 1, { "01 03 02 01 00", "01 06 00 63 01 00" },
+            { "delay", "01 03 00 63 00 01", "delay", "01 06 00 63 01 00" }, true, nullptr },
+        { "bit 20 covers two registers", "HR100.20", 1, { "01 03 04 01 00 AB CD", "01 10 00 63 00 02" },
+            { "delay", "01 03 00 63 00 02", "delay", "01 10 00 63 00 02 04 01 00 AB CD" }, true, nullptr },
+        { "FN6 pauses between the two registers", "FN6HR100.17", 1,
+            { "01 03 04 01 00 AB CD", "01 06 00 63 01 00", "01 06 00 64 AB CD" },
+            { "delay", "01 03 00 63 00 02", "delay", "01 06 00 63 01 00", "delay", "01 06 00 64 AB CD" },
+            true, nullptr },
+        { "the read checks the station", "HR100.3", 300, {}, { "delay" }, false,
+            "invalid slave id:300 (write 1 bit to 44-HR100.3)" },
+        { "bit 0: a read of no register, nothing written", "HR100", 1, { "01 03 00" },
+            { "delay", "01 03 00 63 00 00" }, false, nullptr },
+        { "bit 0: the drive refuses the read of none", "FN6HR100.0", 1, { "01 83 03" },
+            { "delay", "01 03 00 63 00 00" }, false, "exception code:0x03 (write 1 bit to 1-FN6HR100.0)" },
+    };
+    for (const Row &row : rows) {
+        DriverRig rig;
+        rig.link.delay = 1;
+        rig.link.station = row.station;
+        for (const std::string &reply : row.replies)
+            rig.link.line(withCrc(reply.c_str()));
+        EXPECT_EQ(rig.write(Bit, row.address, QByteArray()), row.result) << row.what << ": " << rig.error();
+        std::vector<std::string> expected;
+        for (const std::string &step : row.sequence)
+            expected.push_back(step == "delay" ? "delayMs" : "send " + toHex(withCrc(step.c_str())));
+        EXPECT_EQ(rig.link.callsOf({ "send", "delayMs" }), expected) << row.what;
+        EXPECT_EQ(rig.failed(), row.error != nullptr) << row.what;
+        if (row.error) {
+            EXPECT_EQ(rig.error(), row.error) << row.what;
+        }
     }
 }
 

@@ -51,7 +51,8 @@ const char *const WriteSuffix[4] = { " (write %d bit to %d-", " (write %d byte t
 
 } // namespace DriverTexts
 
-// printf-style formatting into a QString, the same under both Qt generations.
+// printf-style formatting into a QString of any length, the same under both
+// Qt generations.
 QString formatText(const char *format, ...)
 #ifdef __GNUC__
     __attribute__((format(printf, 1, 2)))

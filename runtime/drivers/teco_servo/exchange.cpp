@@ -13,12 +13,28 @@ using namespace DriverTexts;
 
 QString formatText(const char *format, ...)
 {
+    // Most texts fit the stack buffer; a longer one (an address with a long
+    // run of letters) is formatted again into a buffer of its own size, so
+    // that no text is ever cut.
     char buffer[256];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(buffer, sizeof buffer, format, args);
     va_end(args);
-    return QString::fromLatin1(buffer);
+    if (length < 0) {
+        va_end(again);
+        return QString();
+    }
+    if (length < int(sizeof buffer)) {
+        va_end(again);
+        return QString::fromLatin1(buffer, length);
+    }
+    QByteArray text(length + 1, '\0');
+    std::vsnprintf(text.data(), size_t(length) + 1, format, again);
+    va_end(again);
+    return QString::fromLatin1(text.constData(), length);
 }
 
 namespace {

@@ -138,15 +138,11 @@ QByteArray DriverTecoServo::readDIDOs(
 QByteArray DriverTecoServo::readIRHRbits(AbstractDeviceInterface *link, const QByteArray &prefix,
     unsigned short start, unsigned char bitIndex, int count)
 {
-    // Registers that hold the run, counted in 64 bits so that a negative or
-    // huge count is refused by the word read rather than wrapping to a small
-    // number of registers.
-    const quint64 words = (quint64(bitIndex) + asUnsigned(count) + 15) / 16;
-    if (!registersInRange(start, words)) {
-        setCommError(formatText(CantReadWord, prefix.constData(), start + 1));
-        return QByteArray();
-    }
-    QByteArray bits = readWords(link, prefix, start, int(words));
+    // The registers that hold the run, counted in unsigned 32 bits: a
+    // negative count wraps (HR100.1 with -1 asks for none). The word read
+    // makes every check and records every text.
+    const unsigned int words = NumOfBitsToNumOfWords(bitIndex, static_cast<unsigned int>(count));
+    QByteArray bits = readWords(link, prefix, start, static_cast<int>(words));
     if (bits.isEmpty())
         return bits;
     RightShiftNBits(bits, bitIndex);

@@ -121,6 +121,8 @@ bool DriverTecoServo::writeSpecialBit(AbstractDeviceInterface *link, unsigned sh
             specialRegisters[StationCountIndex] = ListEntries;
         return false;
     }
+    // The table takes the first data byte; without one (a relay that only
+    // wrote the registers back) no bit changes.
     if (!data.isEmpty() && bitIndex < 16) {
         quint16 &value = specialRegisters[index];
         value = data.at(0) != 0 ? setBit(value, bitIndex) : clearBit(value, bitIndex);

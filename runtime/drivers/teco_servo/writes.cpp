@@ -252,9 +252,11 @@ bool DriverTecoServo::writeCoilsWithFN5(
 bool DriverTecoServo::writeHRbitCommon(AbstractDeviceInterface *link, unsigned short start,
     unsigned char bitIndex, const QByteArray &data, bool fn6, bool explicitStation, unsigned char station)
 {
-    // No bits to write: nothing to read or write back.
-    if (data.isEmpty())
-        return true;
+    // Every register from start up to the last addressed bit is read and
+    // written back, with no exception for empty data: HR100.3 without bits
+    // still reads HR100 and writes it back unchanged. When no register is
+    // covered (bit 0 and no data), the read asks for none and its empty
+    // result ends the write with false.
     const int words = int(NumOfBitsToNumOfWords(bitIndex, unsigned(data.size())));
     QByteArray registers = explicitStation ? readWords(link, HoldingRegisterPrefix, start, words, station)
                                            : readWords(link, HoldingRegisterPrefix, start, words);

@@ -17,7 +17,7 @@ enum ItemStatus {
     ItemRead,
     ItemEnd, // the zero byte that ends the format
     ItemUnknown, // a character that is neither a digit nor a type
-    ItemBadCount, // a count without a counted type after it, 0 where that is an error, or too large
+    ItemBadCount, // a count without a counted type after it, or 0 where that is an error
 };
 
 struct Item
@@ -96,11 +96,10 @@ ItemStatus readItem(const char *&format, Item &item)
         ++format;
         return ItemRead;
     }
-    quint64 count = 0;
+    // Accumulated in 32 bits, wrapping: 4294967298 counts 2.
+    quint32 count = 0;
     while (isDigit(static_cast<unsigned char>(*format))) {
-        count = count * 10 + (static_cast<unsigned char>(*format) - '0');
-        if (count > 0xFFFFFFFFu)
-            return ItemBadCount;
+        count = count * 10u + (static_cast<unsigned char>(*format) - '0');
         ++format;
     }
     const unsigned char type = static_cast<unsigned char>(*format);
@@ -109,7 +108,7 @@ ItemStatus readItem(const char *&format, Item &item)
         return ItemBadCount;
     item.type = type;
     item.counted = true;
-    item.count = static_cast<quint32>(count);
+    item.count = count;
     item.size = static_cast<qint64>(count) * width;
     ++format;
     return ItemRead;
