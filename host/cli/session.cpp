@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "errorkind.h"
 #include "pollstats.h"
 #include "textfile.h"
 
@@ -27,19 +28,6 @@ void printJson(const QJsonObject &object)
 {
     std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
     std::fflush(stdout);
-}
-
-// The driver's error text without the description of the command that it
-// appends after the last attempt: "PLC no response (read 1 word(s) from 1-HR100)"
-// counts as "PLC no response".
-std::string baseErrorText(const std::string &text)
-{
-    for (const char *marker : { " (read ", " (write " }) {
-        const size_t at = text.rfind(marker);
-        if (at != std::string::npos)
-            return text.substr(0, at);
-    }
-    return text;
 }
 
 std::string formatValue(const Element &e, ValueType type)
@@ -463,7 +451,7 @@ int Session::poll(const Command &c)
             QJsonArray values;
             if (driver->hasError()) {
                 const std::string text = local(driver->getLastError());
-                stats.addFailure(baseErrorText(text));
+                stats.addFailure(classifyDriverError(text).text);
                 shown = "error: " + text;
             } else {
                 stats.addSuccess(latencyNs);
@@ -567,12 +555,12 @@ int Session::scan(const Command &c)
             found.push_back({ s, "answers" });
             ++answering;
         } else {
-            const std::string text = baseErrorText(local(driver->getLastError()));
-            if (text.compare(0, 14, "exception code") == 0) {
-                found.push_back({ s, "answers with " + text });
+            const DriverError e = classifyDriverError(local(driver->getLastError()));
+            if (e.kind == ErrorKind::Exception) {
+                found.push_back({ s, "answers with " + e.text });
                 ++answering;
-            } else if (text != "PLC no response") {
-                found.push_back({ s, "garbled answer: " + text });
+            } else if (e.kind != ErrorKind::TimeOut) {
+                found.push_back({ s, "garbled answer: " + e.text });
             }
         }
         if (live) {
