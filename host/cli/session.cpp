@@ -1,13 +1,12 @@
 #include "session.h"
 
 #include "errorkind.h"
+#include "output.h"
 #include "pollstats.h"
 #include "textfile.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <cerrno>
 #include <csignal>
@@ -23,35 +22,6 @@ volatile std::sig_atomic_t interrupted = 0;
 void onInterrupt(int) { interrupted = 1; }
 
 std::string local(const QString &text) { return text.toLocal8Bit().toStdString(); }
-
-void printJson(const QJsonObject &object)
-{
-    std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
-    std::fflush(stdout);
-}
-
-std::string formatValue(const Element &e, ValueType type)
-{
-    char text[96];
-    switch (type) {
-    case ValueType::Bit:
-        std::snprintf(text, sizeof text, "%-16s %11u", e.address.c_str(), e.value);
-        break;
-    case ValueType::Byte:
-        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%02X", e.address.c_str(), e.value,
-            signedValue(e.value, type), e.value);
-        break;
-    case ValueType::Word:
-        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%04X", e.address.c_str(), e.value,
-            signedValue(e.value, type), e.value);
-        break;
-    case ValueType::DWord:
-        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%08X", e.address.c_str(), e.value,
-            signedValue(e.value, type), e.value);
-        break;
-    }
-    return text;
-}
 
 bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
@@ -140,15 +110,7 @@ int Session::usage(const std::string &text)
 
 int Session::failure(const Command &c, const std::string &text)
 {
-    if (c.options.json) {
-        QJsonObject o;
-        o["command"] = QString::fromStdString(c.name);
-        if (!c.target.text.empty())
-            o["address"] = QString::fromStdString(c.target.address.text());
-        o["ok"] = false;
-        o["error"] = QString::fromLocal8Bit(text.c_str());
-        printJson(o);
-    }
+    Output::forCommand(c).failed(c, text);
     std::fprintf(stderr, "teco-cli: %s\n", text.c_str());
     return ExitFailed;
 }
@@ -291,41 +253,7 @@ int Session::run(const Command &c)
 
 int Session::info(const Command &c)
 {
-    std::unique_ptr<DeviceSetting> device(driver->getDefaultSerialDeviceSetting());
-    std::unique_ptr<DriverSetting> protocol(driver->getDefaultDriverSetting());
-    if (c.options.json) {
-        QJsonObject o;
-        o["name"] = driver->name();
-        o["protocol"] = driver->vender();
-        o["version"] = driver->getVersionNumber();
-        o["defaultLink"] = driver->getStringBasedDefaultDriverSetting();
-        if (device)
-            o["defaultPort"] = device->string;
-        if (protocol) {
-            o["defaultTimeoutMs"] = protocol->timeout;
-            o["defaultRetry"] = protocol->retry;
-            o["defaultStation"] = protocol->stationId;
-            o["defaultDelayMs"] = protocol->delay;
-        }
-        o["blockRegisters"] = driver->getBlockAccessSize();
-        o["blockBits"] = driver->getBitBlockAccessSize();
-        printJson(o);
-        return ExitOk;
-    }
-    std::printf("name:             %s\n", local(driver->name()).c_str());
-    std::printf("protocol:         %s\n", local(driver->vender()).c_str());
-    std::printf("version:          %s\n", local(driver->getVersionNumber()).c_str());
-    std::printf("default link:     %s\n", local(driver->getStringBasedDefaultDriverSetting()).c_str());
-    if (device)
-        std::printf(
-            "default port:     %s (type %d, %d baud, %d data bits, stop-bit code %d, parity code %d)\n",
-            local(device->string).c_str(), int(device->type), device->baudrate, device->databits,
-            device->stopbits, device->parity);
-    if (protocol)
-        std::printf("default protocol: time-out %d ms, retry %d, station %d, delay %d ms\n",
-            protocol->timeout, protocol->retry, protocol->stationId, protocol->delay);
-    std::printf("block sizes:      %d registers, %d bits\n", driver->getBlockAccessSize(),
-        driver->getBitBlockAccessSize());
+    Output::forCommand(c).info(*driver);
     return ExitOk;
 }
 
@@ -341,31 +269,7 @@ int Session::read(const Command &c)
         return failure(c,
             "the driver returned " + std::to_string(data.size()) + " bytes for " + std::to_string(t.count)
                 + " " + valueTypeName(t.type) + "(s)");
-    if (c.options.json) {
-        QJsonObject o;
-        o["command"] = "read";
-        o["address"] = QString::fromStdString(t.address.text());
-        o["type"] = valueTypeName(t.type);
-        o["count"] = t.count;
-        o["station"] = link.options().station;
-        o["ok"] = true;
-        QJsonArray values, addresses;
-        for (const Element &e : elements) {
-            values.append(double(e.value));
-            addresses.append(QString::fromStdString(e.address));
-        }
-        o["values"] = values;
-        o["addresses"] = addresses;
-        printJson(o);
-        return ExitOk;
-    }
-    if (t.type == ValueType::Bit)
-        std::printf("%-16s %11s\n", "address", "value");
-    else
-        std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
-    for (const Element &e : elements)
-        std::printf("%s\n", formatValue(e, t.type).c_str());
-    std::fflush(stdout);
+    Output::forCommand(c).readDone(t, link.options().station, elements);
     return ExitOk;
 }
 
@@ -379,23 +283,7 @@ int Session::write(const Command &c)
         return failure(c, local(driver->getLastError()));
     if (!ok)
         return failure(c, "the driver did not write " + t.address.text());
-    if (c.options.json) {
-        QJsonObject o;
-        o["command"] = "write";
-        o["address"] = QString::fromStdString(t.address.text());
-        o["type"] = valueTypeName(t.type);
-        o["station"] = link.options().station;
-        o["ok"] = true;
-        QJsonArray values;
-        for (uint32_t v : c.values)
-            values.append(double(v));
-        o["values"] = values;
-        printJson(o);
-        return ExitOk;
-    }
-    std::printf("wrote %zu %s%s at %s, station %d\n", c.values.size(), valueTypeName(t.type),
-        c.values.size() == 1 ? "" : "s", t.address.text().c_str(), link.options().station);
-    std::fflush(stdout);
+    Output::forCommand(c).writeDone(t, link.options().station, c.values);
     return ExitOk;
 }
 
@@ -409,6 +297,7 @@ int Session::poll(const Command &c)
 
     const bool live = stderrIsTerminal();
     const bool json = c.options.json;
+    Output &out = Output::forCommand(c);
     // Latencies and failures in fixed memory, however long the poll runs.
     PollStats stats;
     int cycle = 0;
@@ -463,8 +352,7 @@ int Session::poll(const Command &c)
             }
             if (shown != last[i] && !json) {
                 clearStatus();
-                std::printf("%10.3f s  %-14s %s\n", double(t0 - start) / 1e9, t.text.c_str(), shown.c_str());
-                std::fflush(stdout);
+                out.pollChange(double(t0 - start) / 1e9, t, shown);
                 lastStatus = 0;
             }
             last[i] = shown;
@@ -489,45 +377,14 @@ int Session::poll(const Command &c)
     clearStatus();
 
     const double seconds = double(monotonicNs() - start) / 1e9;
-    const uint64_t commands = stats.commands(), failed = stats.failed();
-    if (json) {
-        QJsonObject o, latency, errorCounts;
-        o["command"] = "poll";
-        o["ok"] = failed == 0;
-        o["cycles"] = cycle;
-        o["commands"] = double(commands);
-        o["errors"] = double(failed);
-        o["seconds"] = seconds;
-        o["commandsPerSecond"] = seconds > 0 ? double(commands) / seconds : 0.0;
-        latency["p50"] = ms(0.5);
-        latency["p90"] = ms(0.9);
-        latency["p99"] = ms(0.99);
-        latency["max"] = double(stats.maxNs()) / 1e6;
-        o["latencyMs"] = latency;
-        for (const auto &e : stats.failuresByText())
-            errorCounts[QString::fromLocal8Bit(e.first.c_str())] = double(e.second);
-        o["errorsByText"] = errorCounts;
-        QJsonArray tags;
-        for (size_t i = 0; i < c.tags.size(); ++i) {
-            QJsonObject t;
-            t["tag"] = QString::fromStdString(c.tags[i].text);
-            t["values"] = lastValues[i];
-            tags.append(t);
-        }
-        o["tags"] = tags;
-        printJson(o);
-    } else {
-        std::printf("poll: %d cycles, %llu commands in %.2f s (%.1f commands/s), %llu errors\n", cycle,
-            (unsigned long long)commands, seconds, seconds > 0 ? double(commands) / seconds : 0.0,
-            (unsigned long long)failed);
-        if (stats.samples())
-            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n", ms(0.5), ms(0.9),
-                ms(0.99), double(stats.maxNs()) / 1e6);
-        for (const auto &e : stats.failuresByText())
-            std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
-        std::fflush(stdout);
-    }
-    return failed ? ExitFailed : ExitOk;
+    PollSummary summary;
+    summary.cycles = cycle;
+    summary.seconds = seconds;
+    summary.stats = &stats;
+    summary.tags = &c.tags;
+    summary.lastValues = &lastValues;
+    out.pollDone(summary);
+    return stats.failed() ? ExitFailed : ExitOk;
 }
 
 int Session::scan(const Command &c)
@@ -539,13 +396,13 @@ int Session::scan(const Command &c)
     l.retry = c.options.retry ? *c.options.retry : 0;
     const bool live = stderrIsTerminal();
     const ValueType type = defaultType(c.probe);
-    struct Found
-    {
-        int station;
-        std::string status;
-    };
-    std::vector<Found> found;
-    int answering = 0;
+    ScanSummary summary;
+    summary.from = c.from;
+    summary.to = c.to;
+    summary.type = type;
+    summary.probe = c.probe.text();
+    std::vector<ScanSummary::Station> &found = summary.stations;
+    int &answering = summary.answering;
     const int total = c.to - c.from + 1;
     for (int s = c.from; s <= c.to; ++s) {
         l.station = s;
@@ -574,28 +431,7 @@ int Session::scan(const Command &c)
     }
     if (live)
         std::fputs("\r\033[K", stderr);
-    if (c.options.json) {
-        QJsonObject o;
-        QJsonArray stations;
-        o["command"] = "scan";
-        o["from"] = c.from;
-        o["to"] = c.to;
-        o["ok"] = answering > 0;
-        for (const Found &f : found) {
-            QJsonObject s;
-            s["station"] = f.station;
-            s["status"] = QString::fromStdString(f.status);
-            stations.append(s);
-        }
-        o["stations"] = stations;
-        printJson(o);
-    } else {
-        for (const Found &f : found)
-            std::printf("station %3d  %s\n", f.station, f.status.c_str());
-        std::printf("scan: %d of %d stations answer (%s at %s)\n", answering, total, valueTypeName(type),
-            c.probe.text().c_str());
-        std::fflush(stdout);
-    }
+    Output::forCommand(c).scanDone(summary);
     if (answering == 0) {
         std::fprintf(stderr, "teco-cli: no station answered between %d and %d\n", c.from, c.to);
         return ExitFailed;
@@ -618,6 +454,8 @@ int Session::batch(const Command &c)
     bool anyFailed = false;
     std::string text;
     int lineNumber = 0;
+    Command batchCommand;
+    batchCommand.options.json = session.json;
     while (in.next(text, error)) {
         ++lineNumber;
         if (!text.empty() && text.back() == '\r')
@@ -625,14 +463,12 @@ int Session::batch(const Command &c)
         const size_t first = text.find_first_not_of(" \t");
         if (first == std::string::npos)
             continue;
+        Output &out = Output::forCommand(batchCommand);
         if (text[first] == '#') {
-            if (!session.json)
-                std::printf("%s\n", text.c_str());
+            out.batchLine(text);
             continue;
         }
-        if (!session.json)
-            std::printf("teco> %s\n", text.c_str() + first);
-        std::fflush(stdout);
+        out.batchLine("teco> " + text.substr(first));
         std::vector<std::string> words;
         CliOptions lineOptions;
         Command command;

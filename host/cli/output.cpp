@@ -1,0 +1,260 @@
+#include "output.h"
+
+#include "driverinterface.h"
+#include "settings.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+std::string local(const QString &text) { return text.toLocal8Bit().toStdString(); }
+
+double latencyMs(const PollStats &stats, double q) { return stats.percentileNs(q) / 1e6; }
+
+std::string formatValue(const Element &e, ValueType type)
+{
+    char text[96];
+    switch (type) {
+    case ValueType::Bit:
+        std::snprintf(text, sizeof text, "%-16s %11u", e.address.c_str(), e.value);
+        break;
+    case ValueType::Byte:
+        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%02X", e.address.c_str(), e.value,
+            signedValue(e.value, type), e.value);
+        break;
+    case ValueType::Word:
+        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%04X", e.address.c_str(), e.value,
+            signedValue(e.value, type), e.value);
+        break;
+    case ValueType::DWord:
+        std::snprintf(text, sizeof text, "%-16s %11u %11lld  0x%08X", e.address.c_str(), e.value,
+            signedValue(e.value, type), e.value);
+        break;
+    }
+    return text;
+}
+
+class TableOutput : public Output
+{
+public:
+    void info(DriverInterface &driver) override
+    {
+        std::unique_ptr<DeviceSetting> device(driver.getDefaultSerialDeviceSetting());
+        std::unique_ptr<DriverSetting> protocol(driver.getDefaultDriverSetting());
+        std::printf("name:             %s\n", local(driver.name()).c_str());
+        std::printf("protocol:         %s\n", local(driver.vender()).c_str());
+        std::printf("version:          %s\n", local(driver.getVersionNumber()).c_str());
+        std::printf("default link:     %s\n", local(driver.getStringBasedDefaultDriverSetting()).c_str());
+        if (device)
+            std::printf(
+                "default port:     %s (type %d, %d baud, %d data bits, stop-bit code %d, parity code %d)\n",
+                local(device->string).c_str(), int(device->type), device->baudrate, device->databits,
+                device->stopbits, device->parity);
+        if (protocol)
+            std::printf("default protocol: time-out %d ms, retry %d, station %d, delay %d ms\n",
+                protocol->timeout, protocol->retry, protocol->stationId, protocol->delay);
+        std::printf("block sizes:      %d registers, %d bits\n", driver.getBlockAccessSize(),
+            driver.getBitBlockAccessSize());
+    }
+
+    void readDone(const Tag &t, int, const std::vector<Element> &elements) override
+    {
+        if (t.type == ValueType::Bit)
+            std::printf("%-16s %11s\n", "address", "value");
+        else
+            std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
+        for (const Element &e : elements)
+            std::printf("%s\n", formatValue(e, t.type).c_str());
+        std::fflush(stdout);
+    }
+
+    void writeDone(const Tag &t, int station, const std::vector<uint32_t> &values) override
+    {
+        std::printf("wrote %zu %s%s at %s, station %d\n", values.size(), valueTypeName(t.type),
+            values.size() == 1 ? "" : "s", t.address.text().c_str(), station);
+        std::fflush(stdout);
+    }
+
+    void failed(const Command &, const std::string &) override { }
+
+    void pollChange(double seconds, const Tag &tag, const std::string &shown) override
+    {
+        std::printf("%10.3f s  %-14s %s\n", seconds, tag.text.c_str(), shown.c_str());
+        std::fflush(stdout);
+    }
+
+    void pollDone(const PollSummary &p) override
+    {
+        const PollStats &stats = *p.stats;
+        std::printf("poll: %d cycles, %llu commands in %.2f s (%.1f commands/s), %llu errors\n", p.cycles,
+            (unsigned long long)stats.commands(), p.seconds,
+            p.seconds > 0 ? double(stats.commands()) / p.seconds : 0.0, (unsigned long long)stats.failed());
+        if (stats.samples())
+            std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n",
+                latencyMs(stats, 0.5), latencyMs(stats, 0.9), latencyMs(stats, 0.99),
+                double(stats.maxNs()) / 1e6);
+        for (const auto &e : stats.failuresByText())
+            std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
+        std::fflush(stdout);
+    }
+
+    void scanDone(const ScanSummary &s) override
+    {
+        for (const ScanSummary::Station &f : s.stations)
+            std::printf("station %3d  %s\n", f.station, f.status.c_str());
+        std::printf("scan: %d of %d stations answer (%s at %s)\n", s.answering, s.to - s.from + 1,
+            valueTypeName(s.type), s.probe.c_str());
+        std::fflush(stdout);
+    }
+
+    void batchLine(const std::string &text) override
+    {
+        std::printf("%s\n", text.c_str());
+        std::fflush(stdout);
+    }
+};
+
+class JsonOutput : public Output
+{
+public:
+    void info(DriverInterface &driver) override
+    {
+        std::unique_ptr<DeviceSetting> device(driver.getDefaultSerialDeviceSetting());
+        std::unique_ptr<DriverSetting> protocol(driver.getDefaultDriverSetting());
+        QJsonObject o;
+        o["name"] = driver.name();
+        o["protocol"] = driver.vender();
+        o["version"] = driver.getVersionNumber();
+        o["defaultLink"] = driver.getStringBasedDefaultDriverSetting();
+        if (device)
+            o["defaultPort"] = device->string;
+        if (protocol) {
+            o["defaultTimeoutMs"] = protocol->timeout;
+            o["defaultRetry"] = protocol->retry;
+            o["defaultStation"] = protocol->stationId;
+            o["defaultDelayMs"] = protocol->delay;
+        }
+        o["blockRegisters"] = driver.getBlockAccessSize();
+        o["blockBits"] = driver.getBitBlockAccessSize();
+        print(o);
+    }
+
+    void readDone(const Tag &t, int station, const std::vector<Element> &elements) override
+    {
+        QJsonObject o = commandObject("read", t, station);
+        o["count"] = t.count;
+        QJsonArray values, addresses;
+        for (const Element &e : elements) {
+            values.append(double(e.value));
+            addresses.append(QString::fromStdString(e.address));
+        }
+        o["values"] = values;
+        o["addresses"] = addresses;
+        print(o);
+    }
+
+    void writeDone(const Tag &t, int station, const std::vector<uint32_t> &values) override
+    {
+        QJsonObject o = commandObject("write", t, station);
+        QJsonArray array;
+        for (uint32_t v : values)
+            array.append(double(v));
+        o["values"] = array;
+        print(o);
+    }
+
+    void failed(const Command &c, const std::string &text) override
+    {
+        QJsonObject o;
+        o["command"] = QString::fromStdString(c.name);
+        if (!c.target.text.empty())
+            o["address"] = QString::fromStdString(c.target.address.text());
+        o["ok"] = false;
+        o["error"] = QString::fromLocal8Bit(text.c_str());
+        print(o);
+    }
+
+    void pollChange(double, const Tag &, const std::string &) override { }
+
+    void pollDone(const PollSummary &p) override
+    {
+        const PollStats &stats = *p.stats;
+        QJsonObject o, latency, errorCounts;
+        o["command"] = "poll";
+        o["ok"] = stats.failed() == 0;
+        o["cycles"] = p.cycles;
+        o["commands"] = double(stats.commands());
+        o["errors"] = double(stats.failed());
+        o["seconds"] = p.seconds;
+        o["commandsPerSecond"] = p.seconds > 0 ? double(stats.commands()) / p.seconds : 0.0;
+        latency["p50"] = latencyMs(stats, 0.5);
+        latency["p90"] = latencyMs(stats, 0.9);
+        latency["p99"] = latencyMs(stats, 0.99);
+        latency["max"] = double(stats.maxNs()) / 1e6;
+        o["latencyMs"] = latency;
+        for (const auto &e : stats.failuresByText())
+            errorCounts[QString::fromLocal8Bit(e.first.c_str())] = double(e.second);
+        o["errorsByText"] = errorCounts;
+        QJsonArray tags;
+        for (size_t i = 0; i < p.tags->size(); ++i) {
+            QJsonObject t;
+            t["tag"] = QString::fromStdString((*p.tags)[i].text);
+            t["values"] = (*p.lastValues)[i];
+            tags.append(t);
+        }
+        o["tags"] = tags;
+        print(o);
+    }
+
+    void scanDone(const ScanSummary &s) override
+    {
+        QJsonObject o;
+        QJsonArray stations;
+        o["command"] = "scan";
+        o["from"] = s.from;
+        o["to"] = s.to;
+        o["ok"] = s.answering > 0;
+        for (const ScanSummary::Station &f : s.stations) {
+            QJsonObject station;
+            station["station"] = f.station;
+            station["status"] = QString::fromStdString(f.status);
+            stations.append(station);
+        }
+        o["stations"] = stations;
+        print(o);
+    }
+
+    void batchLine(const std::string &) override { }
+
+private:
+    static QJsonObject commandObject(const char *command, const Tag &t, int station)
+    {
+        QJsonObject o;
+        o["command"] = command;
+        o["address"] = QString::fromStdString(t.address.text());
+        o["type"] = valueTypeName(t.type);
+        o["station"] = station;
+        o["ok"] = true;
+        return o;
+    }
+    static void print(const QJsonObject &object)
+    {
+        std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
+        std::fflush(stdout);
+    }
+};
+
+} // namespace
+
+Output &Output::forCommand(const Command &c)
+{
+    static TableOutput table;
+    static JsonOutput json;
+    if (c.options.json)
+        return json;
+    return table;
+}

@@ -1,0 +1,62 @@
+#ifndef HOST_CLI_OUTPUT_H
+#define HOST_CLI_OUTPUT_H
+
+// How teco-cli shows what happened: a table for people, or one JSON object
+// per command for scripts. The session decides what happened; an Output
+// only renders it, each on standard output.
+
+#include "command.h"
+#include "pollstats.h"
+#include "values.h"
+
+#include <QJsonArray>
+
+#include <string>
+#include <vector>
+
+class DriverInterface;
+
+struct PollSummary
+{
+    int cycles = 0;
+    double seconds = 0;
+    const PollStats *stats = nullptr;
+    const std::vector<Tag> *tags = nullptr;
+    const std::vector<QJsonArray> *lastValues = nullptr; // per tag, the last values read
+};
+
+struct ScanSummary
+{
+    struct Station
+    {
+        int station;
+        std::string status;
+    };
+    int from = 1, to = 247, answering = 0;
+    std::vector<Station> stations; // those that answered in any way
+    ValueType type = ValueType::Word;
+    std::string probe;
+};
+
+class Output
+{
+public:
+    virtual ~Output() = default;
+    virtual void info(DriverInterface &driver) = 0;
+    virtual void readDone(const Tag &target, int station, const std::vector<Element> &elements) = 0;
+    virtual void writeDone(const Tag &target, int station, const std::vector<uint32_t> &values) = 0;
+    // A command that failed with the driver's (or the host's) text; the text
+    // also goes to standard error, whatever the output.
+    virtual void failed(const Command &c, const std::string &text) = 0;
+    // A poll tag whose shown value changed.
+    virtual void pollChange(double seconds, const Tag &tag, const std::string &shown) = 0;
+    virtual void pollDone(const PollSummary &summary) = 0;
+    virtual void scanDone(const ScanSummary &summary) = 0;
+    // A batch line as it is run, and a comment line of a batch.
+    virtual void batchLine(const std::string &text) = 0;
+
+    // The output for a command: JSON when it asks for it.
+    static Output &forCommand(const Command &c);
+};
+
+#endif // HOST_CLI_OUTPUT_H
