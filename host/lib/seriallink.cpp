@@ -425,32 +425,13 @@ void SerialLink::holdBackForGuard(const char *frame, int length)
         return;
     ++count.guardWaits;
     char junk[256];
-    for (;;) {
-        const int64_t left = until - monotonicNs();
-        if (left <= 0)
-            break;
-        struct pollfd p = { fd, POLLIN, 0 };
-        struct timespec ts;
-        ts.tv_sec = time_t(left / 1000000000);
-        ts.tv_nsec = long(left % 1000000000);
-        const int ready = ppoll(&p, 1, &ts, nullptr);
-        if (ready > 0 && !(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
-            hungUp = true;
-            break;
-        }
-        if (ready <= 0)
-            continue; // time-out (left is now 0) or a signal
-        const ssize_t r = ::read(fd, junk, sizeof junk);
-        if (r <= 0) {
-            if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
-                hungUp = true;
-                break;
-            }
+    while (monotonicNs() < until && !hungUp) {
+        const int got = readUntil(junk, int(sizeof junk), until, true);
+        if (got <= 0)
             continue;
-        }
-        count.lateBytesDropped += uint64_t(r);
+        count.lateBytesDropped += uint64_t(got);
         lineQuietSinceNs = monotonicNs();
-        trace("LATE", junk, int(r), "[arrived in the late-answer guard: dropped]");
+        trace("LATE", junk, got, "[arrived in the late-answer guard: dropped]");
     }
 }
 
