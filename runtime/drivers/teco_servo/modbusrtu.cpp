@@ -1,5 +1,6 @@
 #include "modbusrtu.h"
 #include "../qtcompat.h"
+#include "modbuscodes.h"
 
 #include <cstring>
 
@@ -118,7 +119,7 @@ QByteArray ModbusRTUSlaveBuildFn16Request(
     QByteArray frame;
     frame.reserve(9 + data.size());
     frame.append(char(station));
-    frame.append(char(16));
+    frame.append(char(Modbus::WriteMultipleRegisters));
     frame.append(char(start >> 8));
     frame.append(char(start & 0xFF));
     frame.append(char(quantity >> 8));
@@ -135,7 +136,7 @@ QByteArray ModbusRTUSlaveBuildFn6Request(
     QByteArray frame;
     frame.reserve(6 + data.size());
     frame.append(char(station));
-    frame.append(char(6));
+    frame.append(char(Modbus::WriteSingleRegister));
     frame.append(char(address >> 8));
     frame.append(char(address & 0xFF));
     frame.append(data);

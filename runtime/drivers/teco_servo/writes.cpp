@@ -5,21 +5,16 @@
 #include "../tools.h"
 #include "drivertecoservo.h"
 #include "drivertexts.h"
+#include "modbuscodes.h"
 #include "modbusrtu.h"
 
 using namespace DriverTexts;
 
 namespace {
 
-const quint64 MaxWriteRegisters = 123;
-const quint64 MaxWriteCoils = 1976; // 247 data bytes: a 256-byte request
-const quint64 AddressSpace = 65536;
-const int WriteReplyLength = 8;
-const QByteArray HoldingRegisterPrefix("HR");
-
 bool registersInRange(unsigned short start, quint64 registers)
 {
-    return registers <= MaxWriteRegisters && start + registers <= AddressSpace;
+    return registers <= Modbus::MaxWriteRegisters && start + registers <= Modbus::AddressSpace;
 }
 
 } // namespace
@@ -48,7 +43,7 @@ bool DriverTecoServo::writeRegistersFn16(AbstractDeviceInterface *link, unsigned
 {
     char reply[ReplyBufferSize];
     return exchange(link, station, ModbusRTUSlaveBuildFn16Request(station, start, quantity, wireData),
-        WriteReplyLength, reply);
+        Modbus::WriteReplyLength, reply);
 }
 
 bool DriverTecoServo::writeWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
@@ -118,7 +113,7 @@ bool DriverTecoServo::writeWordWithFN6(
     }
     char reply[ReplyBufferSize];
     return exchange(
-        link, station, ModbusRTUSlaveBuildFn6Request(station, start, data), WriteReplyLength, reply);
+        link, station, ModbusRTUSlaveBuildFn6Request(station, start, data), Modbus::WriteReplyLength, reply);
 }
 
 bool DriverTecoServo::writeRegistersFn6(AbstractDeviceInterface *link, unsigned short start,
@@ -187,7 +182,7 @@ bool DriverTecoServo::writeDWordsWithFN6(
 namespace {
 bool coilsInRange(unsigned short start, int count)
 {
-    return quint64(count) <= MaxWriteCoils && start + quint64(count) <= AddressSpace;
+    return quint64(count) <= Modbus::MaxWriteCoils && start + quint64(count) <= Modbus::AddressSpace;
 }
 } // namespace
 
@@ -206,7 +201,7 @@ bool DriverTecoServo::writeCoils(AbstractDeviceInterface *link, unsigned short s
     QByteArray frame;
     frame.reserve(9 + packedBytes);
     frame.append(char(station));
-    frame.append(char(15));
+    frame.append(char(Modbus::WriteMultipleCoils));
     appendBigEndianUShort(frame, start);
     appendBigEndianUShort(frame, static_cast<unsigned short>(coils));
     frame.append(char(packedBytes));
@@ -217,7 +212,7 @@ bool DriverTecoServo::writeCoils(AbstractDeviceInterface *link, unsigned short s
             setBit(packed, i, true);
     ModbusRTUSlaveAppendCRC(frame);
     char reply[ReplyBufferSize];
-    return exchange(link, station, frame, WriteReplyLength, reply);
+    return exchange(link, station, frame, Modbus::WriteReplyLength, reply);
 }
 
 bool DriverTecoServo::writeCoilsWithFN5(
@@ -236,12 +231,12 @@ bool DriverTecoServo::writeCoilsWithFN5(
         QByteArray frame;
         frame.reserve(8);
         frame.append(char(station));
-        frame.append(char(5));
+        frame.append(char(Modbus::WriteSingleCoil));
         appendBigEndianUShort(frame, static_cast<unsigned short>(start + i));
         frame.append(char(data.at(i) != 0 ? 0xFF : 0x00));
         frame.append(char(0x00));
         ModbusRTUSlaveAppendCRC(frame);
-        if (!exchange(link, station, frame, WriteReplyLength, reply))
+        if (!exchange(link, station, frame, Modbus::WriteReplyLength, reply))
             return false;
     }
     return true;
