@@ -45,7 +45,7 @@ bool DriverTecoServo::readRegisters(AbstractDeviceInterface *link, unsigned char
     unsigned char station, unsigned short start, int registers, char *reply)
 {
     const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(station, functionCode, start, registers);
-    return exchange(link, station, request, 2 * registers + 5, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 QByteArray DriverTecoServo::readWords(
@@ -123,14 +123,13 @@ QByteArray DriverTecoServo::readDIDOs(
     unsigned char station;
     if (!stationFromLink(link, station))
         return QByteArray();
-    const int dataBytes = int((bits + 7) / 8);
     char reply[ReplyBufferSize];
     const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(
         station, bitFunctionCode(prefix), start, static_cast<unsigned short>(bits));
-    if (!exchange(link, station, request, dataBytes + 5, reply))
+    if (!exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply))
         return QByteArray();
     // Modbus packs the first coil into bit 0 of the first byte, as the panel does.
-    QByteArray result(reinterpret_cast<const char *>(replyData(reply)), dataBytes);
+    QByteArray result(reinterpret_cast<const char *>(replyData(reply)), int((bits + 7) / 8));
     clearUnnecessaryBits(result, count);
     return result;
 }

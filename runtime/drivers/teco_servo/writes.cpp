@@ -41,9 +41,9 @@ bool DriverTecoServo::writeDataAcceptable(
 bool DriverTecoServo::writeRegistersFn16(AbstractDeviceInterface *link, unsigned char station,
     unsigned short start, unsigned short quantity, const QByteArray &wireData)
 {
+    const QByteArray request = ModbusRTUSlaveBuildFn16Request(station, start, quantity, wireData);
     char reply[ReplyBufferSize];
-    return exchange(link, station, ModbusRTUSlaveBuildFn16Request(station, start, quantity, wireData),
-        Modbus::WriteReplyLength, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 bool DriverTecoServo::writeWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
@@ -111,9 +111,9 @@ bool DriverTecoServo::writeWordWithFN6(
         setCommError(QString(CantWriteWord).arg(start + 1));
         return false;
     }
+    const QByteArray request = ModbusRTUSlaveBuildFn6Request(station, start, data);
     char reply[ReplyBufferSize];
-    return exchange(
-        link, station, ModbusRTUSlaveBuildFn6Request(station, start, data), Modbus::WriteReplyLength, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 bool DriverTecoServo::writeRegistersFn6(AbstractDeviceInterface *link, unsigned short start,
@@ -197,22 +197,9 @@ bool DriverTecoServo::writeCoils(AbstractDeviceInterface *link, unsigned short s
         setCommError(formatText(CantWriteBits, coils, start + 1));
         return false;
     }
-    const int packedBytes = (coils + 7) / 8;
-    QByteArray frame;
-    frame.reserve(9 + packedBytes);
-    frame.append(char(station));
-    frame.append(char(Modbus::WriteMultipleCoils));
-    appendBigEndianUShort(frame, start);
-    appendBigEndianUShort(frame, static_cast<unsigned short>(coils));
-    frame.append(char(packedBytes));
-    frame.append(QByteArray(packedBytes, '\0'));
-    unsigned char *packed = reinterpret_cast<unsigned char *>(frame.data()) + 7;
-    for (int i = 0; i < coils; ++i)
-        if (data.at(i) != 0)
-            setBit(packed, i, true);
-    ModbusRTUSlaveAppendCRC(frame);
+    const QByteArray request = ModbusRTUSlaveBuildFn15Request(station, start, data);
     char reply[ReplyBufferSize];
-    return exchange(link, station, frame, Modbus::WriteReplyLength, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 bool DriverTecoServo::writeCoilsWithFN5(
@@ -228,15 +215,9 @@ bool DriverTecoServo::writeCoilsWithFN5(
     }
     char reply[ReplyBufferSize];
     for (int i = 0; i < coils; ++i) {
-        QByteArray frame;
-        frame.reserve(8);
-        frame.append(char(station));
-        frame.append(char(Modbus::WriteSingleCoil));
-        appendBigEndianUShort(frame, static_cast<unsigned short>(start + i));
-        frame.append(char(data.at(i) != 0 ? 0xFF : 0x00));
-        frame.append(char(0x00));
-        ModbusRTUSlaveAppendCRC(frame);
-        if (!exchange(link, station, frame, Modbus::WriteReplyLength, reply))
+        const QByteArray request
+            = ModbusRTUSlaveBuildFn5Request(station, static_cast<unsigned short>(start + i), data.at(i) != 0);
+        if (!exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply))
             return false;
     }
     return true;
