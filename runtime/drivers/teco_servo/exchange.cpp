@@ -89,6 +89,7 @@ bool DriverTecoServo::checkException(const char *reply, unsigned char functionCo
 bool DriverTecoServo::exchange(AbstractDeviceInterface *link, unsigned char station,
     const QByteArray &request, int replyLength, char *reply)
 {
+    static_assert(ReplyBufferSize > Modbus::MaxFrameLength, "the reply buffer holds the longest reply");
     // Reply lengths come from the operations' own checked quantities; the
     // clamp keeps a slip there from ever reaching past the buffer.
     replyLength = qBound(Modbus::MinReplyLength, replyLength, Modbus::MaxFrameLength);
