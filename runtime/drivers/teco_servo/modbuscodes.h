@@ -61,7 +61,7 @@ const int SpecialRegisterCount = 11;
 
 // The index of a register in the window: its distance from the window's first
 // register modulo 65536 (register + 5537), below SpecialRegisterCount for the
-// registers of the window and above it for every other register.
+// registers of the window only.
 inline int specialRegisterIndex(unsigned short registerNumber)
 {
     return static_cast<unsigned short>(registerNumber - SpecialWindowFirstRegister);
