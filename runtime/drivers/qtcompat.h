@@ -62,6 +62,17 @@ inline MessageHandler installMessageHandler(MessageHandler handler)
 
 } // namespace QtCompat
 
+// The plug-in metadata, written inside the plug-in class after Q_OBJECT:
+// Q_PLUGIN_METADATA with the interface identifier under Qt 5; nothing under
+// Qt 4, whose export below carries no metadata. moc takes the identifier only
+// as a string literal, so iidLiteral is a literal or a macro that expands to
+// one (DRIVER_INTERFACE_IID).
+#if QTCOMPAT_QT5
+#define DRIVERS_PLUGIN_METADATA(iidLiteral) Q_PLUGIN_METADATA(IID iidLiteral)
+#else
+#define DRIVERS_PLUGIN_METADATA(iidLiteral)
+#endif
+
 // Plug-in export. Qt 4 generates qt_plugin_instance and the verification
 // text itself. Under Qt 5, moc generates qt_plugin_instance from the class's
 // Q_PLUGIN_METADATA, and the verification entry point is written here so that

@@ -102,9 +102,44 @@ TEST(RequestFrames, MatchTheWireExamples)
             "01 10 00 10 00 02 04 00 0A 01 02 52 F0" },
         { "write nothing", ModbusRTUSlaveBuildFn16Request(1, 0, 0, QByteArray()),
             "01 10 00 00 00 00 00 09 50" },
+        { "write coils 20..29", ModbusRTUSlaveBuildFn15Request(1, 19, hex("01 00 01 01 00 00 01 01 01 00")),
+            "01 0F 00 13 00 0A 02 CD 01 72 CB" },
+        { "coil states 80 and 02 are on", ModbusRTUSlaveBuildFn15Request(1, 0, hex("80 02")),
+            "01 0F 00 00 00 02 01 03 9E 96" },
+        { "write no coils", ModbusRTUSlaveBuildFn15Request(1, 0, QByteArray()),
+            "01 0F 00 00 00 00 00 0B 3F" },
+        { "switch coil 1 on", ModbusRTUSlaveBuildFn5Request(1, 0, true), "01 05 00 00 FF 00 8C 3A" },
+        { "switch coil 2 off", ModbusRTUSlaveBuildFn5Request(1, 1, false), "01 05 00 01 00 00 9C 0A" },
+        { "switch coil 65536 on", ModbusRTUSlaveBuildFn5Request(1, 65535, true), "01 05 FF FF FF 00 8C 1E" },
     };
     for (const Row &row : rows)
         EXPECT_EQ(toHex(row.frame), row.expected) << row.what;
+}
+
+TEST(ReplyLengths, FollowFromTheRequestsFunctionCodeAndQuantity)
+{
+    struct Row
+    {
+        const char *what;
+        QByteArray request;
+        int length;
+    } rows[] = {
+        { "2 holding registers", ModbusRTUSlaveBuildReadDevicesRequest(1, 3, 99, 2), 9 },
+        { "125 input registers", ModbusRTUSlaveBuildReadDevicesRequest(1, 4, 0, 125), 255 },
+        { "no registers", ModbusRTUSlaveBuildReadDevicesRequest(1, 3, 0, 0), 5 },
+        { "1 coil", ModbusRTUSlaveBuildReadDevicesRequest(1, 1, 0, 1), 6 },
+        { "10 coils", ModbusRTUSlaveBuildReadDevicesRequest(1, 1, 0, 10), 7 },
+        { "16 inputs", ModbusRTUSlaveBuildReadDevicesRequest(1, 2, 4, 16), 7 },
+        { "2008 inputs", ModbusRTUSlaveBuildReadDevicesRequest(1, 2, 0, 2008), 256 },
+        { "write 123 registers", ModbusRTUSlaveBuildFn16Request(1, 0, 123, QByteArray(246, '\0')), 8 },
+        { "write 1 register", ModbusRTUSlaveBuildFn6Request(1, 0, hex("00 01")), 8 },
+        { "write 1976 coils", ModbusRTUSlaveBuildFn15Request(1, 0, QByteArray(1976, '\0')), 8 },
+        { "write 1 coil", ModbusRTUSlaveBuildFn5Request(1, 0, true), 8 },
+        { "a code the driver never sends", ModbusRTUSlaveBuildReadDevicesRequest(1, 0x2B, 0, 10), 5 },
+        { "too short to be a request", hex("01 03"), 5 },
+    };
+    for (const Row &row : rows)
+        EXPECT_EQ(ModbusRTUSlaveReplyLength(row.request), row.length) << row.what;
 }
 
 TEST(ModbusCrc, CheckAcceptsGoodFramesAndRefusesAnyChangedByte)

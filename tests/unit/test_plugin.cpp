@@ -39,6 +39,16 @@ TEST(PluginLoading, QPluginLoaderReachesTheDriverInterface)
     EXPECT_STREQ(instance->metaObject()->superClass()->className(), "QObject");
 }
 
+#if QTCOMPAT_QT5
+// Qt 5 finds plug-ins by the identifier in their metadata (Qt 4's carry none).
+TEST(PluginLoading, MetadataCarriesTheInterfaceIdentifier)
+{
+    QPluginLoader loader(QString::fromLocal8Bit(pluginPath));
+    EXPECT_EQ(loader.metaData().value("IID").toString(), QString("com.quillmar.drivers.DriverInterface/1.1"));
+    EXPECT_EQ(loader.metaData().value("className").toString(), QString("DriverTecoServo"));
+}
+#endif
+
 TEST(PluginLoading, CreateDriverGivesIndependentObjects)
 {
     PluginHandle plugin;

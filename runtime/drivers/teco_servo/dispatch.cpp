@@ -6,6 +6,7 @@
 #include "../tools.h"
 #include "drivertecoservo.h"
 #include "drivertexts.h"
+#include "modbuscodes.h"
 #include "modbusrtu.h"
 
 using namespace DriverTexts;
@@ -31,10 +32,9 @@ ParsedAddress parse(const QString &address)
     return parsed;
 }
 
-// HR60000..HR60010 (zero-based 59999..60009).
 inline bool inSpecialWindow(unsigned short registerNumber)
 {
-    return static_cast<unsigned short>(registerNumber + 5537) <= 10;
+    return specialRegisterIndex(registerNumber) < SpecialRegisterCount;
 }
 
 } // namespace
@@ -42,7 +42,8 @@ inline bool inSpecialWindow(unsigned short registerNumber)
 QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const CommunicatorCommand &cmd)
 {
     const ParsedAddress a = parse(cmd.address);
-    const bool holding = prefixMatches(a.prefix, "HR") || prefixMatches(a.prefix, "FN6HR");
+    const bool holding
+        = prefixMatches(a.prefix, HoldingRegisterPrefix) || prefixMatches(a.prefix, HoldingRegisterFn6Prefix);
     QByteArray result;
     for (int attempt = 0;; ++attempt) {
         HRSleep(link->delayMs());
@@ -50,8 +51,8 @@ QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const Communicat
         switch (cmd.dataType) {
         case Bit:
         case BitBlock:
-            if (prefixMatches(a.prefix, "DO") || prefixMatches(a.prefix, "FN5DO")
-                || prefixMatches(a.prefix, "DI"))
+            if (prefixMatches(a.prefix, CoilPrefix) || prefixMatches(a.prefix, CoilFn5Prefix)
+                || prefixMatches(a.prefix, DiscreteInputPrefix))
                 result = readDIDOs(link, a.prefix, a.registerNumber, cmd.count);
             else
                 result = readIRHRbits(link, a.prefix, a.registerNumber, a.bitIndex, cmd.count);
@@ -85,10 +86,10 @@ bool DriverTecoServo::write(
     AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data)
 {
     const ParsedAddress a = parse(cmd.address);
-    const bool coils = prefixMatches(a.prefix, "DO");
-    const bool coilsFn5 = prefixMatches(a.prefix, "FN5DO");
-    const bool holding = prefixMatches(a.prefix, "HR");
-    const bool holdingFn6 = prefixMatches(a.prefix, "FN6HR");
+    const bool coils = prefixMatches(a.prefix, CoilPrefix);
+    const bool coilsFn5 = prefixMatches(a.prefix, CoilFn5Prefix);
+    const bool holding = prefixMatches(a.prefix, HoldingRegisterPrefix);
+    const bool holdingFn6 = prefixMatches(a.prefix, HoldingRegisterFn6Prefix);
     const bool window = inSpecialWindow(a.registerNumber);
     // Shared by every attempt, so that a repeated relay resumes with the
     // station that failed.

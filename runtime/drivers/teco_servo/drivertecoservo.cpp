@@ -1,11 +1,9 @@
 #include "drivertecoservo.h"
+#include "modbuscodes.h"
 
 namespace {
 
 const QString VERSION_STRING("1.0.0");
-
-const int SpecialRegisterCount = 11;
-const int LinkParameterBeforeRequest = 12;
 
 } // namespace
 
@@ -51,9 +49,9 @@ QString DriverTecoServo::getStringBasedDefaultDriverSetting() { return QString("
 
 void DriverTecoServo::setDebugMode(bool on) { debugMode = on; }
 
-int DriverTecoServo::getBlockAccessSize() { return 125; }
+int DriverTecoServo::getBlockAccessSize() { return int(Modbus::MaxReadRegisters); }
 
-int DriverTecoServo::getBitBlockAccessSize() { return 2008; }
+int DriverTecoServo::getBitBlockAccessSize() { return int(Modbus::MaxReadBits); }
 
 QString DriverTecoServo::getLastError() { return commErrorText; }
 

@@ -13,9 +13,7 @@
 class DriverTecoServo : public QObject, public DriverInterface
 {
     Q_OBJECT
-#if QTCOMPAT_QT5
-    Q_PLUGIN_METADATA(IID "com.quillmar.drivers.DriverInterface/1.1")
-#endif
+    DRIVERS_PLUGIN_METADATA(DRIVER_INTERFACE_IID)
     Q_INTERFACES(DriverInterface)
 
 public:

@@ -3,6 +3,7 @@
 
 #include "drivertecoservo.h"
 #include "drivertexts.h"
+#include "modbuscodes.h"
 #include "modbusrtu.h"
 
 #include <cstdarg>
@@ -37,12 +38,6 @@ QString formatText(const char *format, ...)
     return QString::fromLatin1(text.constData(), length);
 }
 
-namespace {
-const int MinReplyLength = 5;
-const int MaxReplyLength = 256;
-const int LinkParameterBeforeRequest = 12;
-} // namespace
-
 bool DriverTecoServo::stationFromLink(AbstractDeviceInterface *link, unsigned char &station)
 {
     const int id = link->stationId();
@@ -60,8 +55,8 @@ bool DriverTecoServo::checkMinADU(unsigned char station, const char *reply, int 
         setCommError(QString(NoResponse));
         return false;
     }
-    if (received != MinReplyLength) {
-        setCommError(QString(ReceivedTooFew).arg(MinReplyLength));
+    if (received != Modbus::MinReplyLength) {
+        setCommError(QString(ReceivedTooFew).arg(Modbus::MinReplyLength));
         return false;
     }
     const unsigned char from = static_cast<unsigned char>(reply[0]);
@@ -77,11 +72,11 @@ bool DriverTecoServo::checkException(const char *reply, unsigned char functionCo
     const unsigned char code = static_cast<unsigned char>(reply[1]);
     if (code == functionCode)
         return true;
-    if (code == (functionCode | 0x80)) {
+    if (code == (functionCode | Modbus::ExceptionBit)) {
         // An exception reply is complete in its first five bytes.
-        unsigned char frame[MinReplyLength];
-        std::memcpy(frame, reply, MinReplyLength);
-        if (!ModbusRTUSlaveCheckCRC(frame, MinReplyLength))
+        unsigned char frame[Modbus::MinReplyLength];
+        std::memcpy(frame, reply, Modbus::MinReplyLength);
+        if (!ModbusRTUSlaveCheckCRC(frame, Modbus::MinReplyLength))
             setCommError(QString(CrcError));
         else
             setCommError(formatText(ExceptionCode, unsigned(static_cast<unsigned char>(reply[2]))));
@@ -94,22 +89,23 @@ bool DriverTecoServo::checkException(const char *reply, unsigned char functionCo
 bool DriverTecoServo::exchange(AbstractDeviceInterface *link, unsigned char station,
     const QByteArray &request, int replyLength, char *reply)
 {
+    static_assert(ReplyBufferSize > Modbus::MaxFrameLength, "the reply buffer holds the longest reply");
     // Reply lengths come from the operations' own checked quantities; the
     // clamp keeps a slip there from ever reaching past the buffer.
-    replyLength = qBound(MinReplyLength, replyLength, MaxReplyLength);
+    replyLength = qBound(Modbus::MinReplyLength, replyLength, Modbus::MaxFrameLength);
 
     link->setParameter(LinkParameterBeforeRequest, QVariant(0));
     link->send(request.constData(), request.size());
     std::memset(reply, 0, ReplyBufferSize);
 
-    const int received = link->receive(reply, MinReplyLength);
+    const int received = link->receive(reply, Modbus::MinReplyLength);
     if (!checkMinADU(station, reply, received))
         return false;
     if (!checkException(reply, static_cast<unsigned char>(request.at(1))))
         return false;
 
-    const int rest = replyLength - MinReplyLength;
-    if (link->receive(reply + MinReplyLength, rest) != rest) {
+    const int rest = replyLength - Modbus::MinReplyLength;
+    if (link->receive(reply + Modbus::MinReplyLength, rest) != rest) {
         setCommError(QString(PacketLoss));
         return false;
     }

@@ -1,5 +1,7 @@
 #include "modbusrtu.h"
 #include "../qtcompat.h"
+#include "../tools.h"
+#include "modbuscodes.h"
 
 #include <cstring>
 
@@ -97,17 +99,27 @@ bool ModbusRTUSlaveCheckCRC(unsigned char *frame, unsigned int length)
     return frame[length - 2] == first && frame[length - 1] == second;
 }
 
+namespace {
+
+// Station, function code and the first 16-bit field of a request, with room
+// reserved for more bytes and the CRC.
+QByteArray requestStart(unsigned char station, unsigned char functionCode, unsigned short address, int more)
+{
+    QByteArray frame;
+    frame.reserve(4 + more + Modbus::CrcLength);
+    frame.append(char(station));
+    frame.append(char(functionCode));
+    appendBigEndianUShort(frame, address);
+    return frame;
+}
+
+} // namespace
+
 QByteArray ModbusRTUSlaveBuildReadDevicesRequest(
     unsigned char station, unsigned char functionCode, unsigned short start, unsigned short quantity)
 {
-    QByteArray frame;
-    frame.reserve(8);
-    frame.append(char(station));
-    frame.append(char(functionCode));
-    frame.append(char(start >> 8));
-    frame.append(char(start & 0xFF));
-    frame.append(char(quantity >> 8));
-    frame.append(char(quantity & 0xFF));
+    QByteArray frame = requestStart(station, functionCode, start, 2);
+    appendBigEndianUShort(frame, quantity);
     ModbusRTUSlaveAppendCRC(frame);
     return frame;
 }
@@ -115,14 +127,8 @@ QByteArray ModbusRTUSlaveBuildReadDevicesRequest(
 QByteArray ModbusRTUSlaveBuildFn16Request(
     unsigned char station, unsigned short start, unsigned short quantity, const QByteArray &data)
 {
-    QByteArray frame;
-    frame.reserve(9 + data.size());
-    frame.append(char(station));
-    frame.append(char(16));
-    frame.append(char(start >> 8));
-    frame.append(char(start & 0xFF));
-    frame.append(char(quantity >> 8));
-    frame.append(char(quantity & 0xFF));
+    QByteArray frame = requestStart(station, Modbus::WriteMultipleRegisters, start, 3 + data.size());
+    appendBigEndianUShort(frame, quantity);
     frame.append(char(data.size() & 0xFF));
     frame.append(data);
     ModbusRTUSlaveAppendCRC(frame);
@@ -132,15 +138,58 @@ QByteArray ModbusRTUSlaveBuildFn16Request(
 QByteArray ModbusRTUSlaveBuildFn6Request(
     unsigned char station, unsigned short address, const QByteArray &data)
 {
-    QByteArray frame;
-    frame.reserve(6 + data.size());
-    frame.append(char(station));
-    frame.append(char(6));
-    frame.append(char(address >> 8));
-    frame.append(char(address & 0xFF));
+    QByteArray frame = requestStart(station, Modbus::WriteSingleRegister, address, data.size());
     frame.append(data);
     ModbusRTUSlaveAppendCRC(frame);
     return frame;
+}
+
+QByteArray ModbusRTUSlaveBuildFn15Request(
+    unsigned char station, unsigned short start, const QByteArray &states)
+{
+    const int coils = states.size();
+    QByteArray packed((coils + 7) / 8, '\0');
+    for (int i = 0; i < coils; ++i)
+        if (states.at(i) != 0)
+            setBit(packed, i, true);
+    QByteArray frame = requestStart(station, Modbus::WriteMultipleCoils, start, 3 + packed.size());
+    appendBigEndianUShort(frame, static_cast<unsigned short>(coils));
+    frame.append(char(packed.size() & 0xFF));
+    frame.append(packed);
+    ModbusRTUSlaveAppendCRC(frame);
+    return frame;
+}
+
+QByteArray ModbusRTUSlaveBuildFn5Request(unsigned char station, unsigned short coil, bool on)
+{
+    QByteArray frame = requestStart(station, Modbus::WriteSingleCoil, coil, 2);
+    frame.append(char(on ? 0xFF : 0x00));
+    frame.append(char(0x00));
+    ModbusRTUSlaveAppendCRC(frame);
+    return frame;
+}
+
+int ModbusRTUSlaveReplyLength(const QByteArray &request)
+{
+    if (request.size() < 6)
+        return Modbus::MinReplyLength;
+    const unsigned char *p = reinterpret_cast<const unsigned char *>(request.constData());
+    const int quantity = p[4] << 8 | p[5];
+    switch (p[1]) {
+    case Modbus::ReadCoils:
+    case Modbus::ReadDiscreteInputs:
+        return Modbus::ReadReplyDataOffset + (quantity + 7) / 8 + Modbus::CrcLength;
+    case Modbus::ReadHoldingRegisters:
+    case Modbus::ReadInputRegisters:
+        return Modbus::ReadReplyDataOffset + 2 * quantity + Modbus::CrcLength;
+    case Modbus::WriteSingleCoil:
+    case Modbus::WriteSingleRegister:
+    case Modbus::WriteMultipleCoils:
+    case Modbus::WriteMultipleRegisters:
+        return Modbus::WriteReplyLength;
+    default:
+        return Modbus::MinReplyLength;
+    }
 }
 
 void ModbusRTUSlaveParseAddress(

@@ -1,8 +1,9 @@
 #ifndef MODBUSRTU_H
 #define MODBUSRTU_H
 
-// Address texts, request frames and the CRC of the driver's Modbus RTU
-// master. Internal to the driver (not exported from the plug-in).
+// Address texts, request frames with the lengths of their replies, and the
+// CRC of the driver's Modbus RTU master. Internal to the driver (not exported
+// from the plug-in).
 
 #include <QByteArray>
 #include <QString>
@@ -14,14 +15,33 @@
 void ModbusRTUSlaveParseAddress(
     const QString &address, QByteArray &prefix, unsigned short &registerNumber, unsigned char &bitIndex);
 
-// Request frames, CRC included (low byte first). They check nothing: the
-// operations check station, quantity and range before building.
+// Request frames, one builder for each function code that the driver sends,
+// CRC included (low byte first); 16-bit fields go high byte first. They check
+// nothing: the operations check station, quantity and range before building.
+
+// Functions 1 to 4: quantity is bits for 1 and 2, registers for 3 and 4.
 QByteArray ModbusRTUSlaveBuildReadDevicesRequest(
     unsigned char station, unsigned char functionCode, unsigned short start, unsigned short quantity);
+// Function 16: data is the register values in wire order; the byte count is
+// the low 8 bits of its size.
 QByteArray ModbusRTUSlaveBuildFn16Request(
     unsigned char station, unsigned short start, unsigned short quantity, const QByteArray &data);
+// Function 6: data is the register value in wire order.
 QByteArray ModbusRTUSlaveBuildFn6Request(
     unsigned char station, unsigned short address, const QByteArray &data);
+// Function 15: one byte per coil in states, any byte but 0 switching its coil
+// on, packed eight to a byte with the first coil in bit 0; the quantity is the
+// number of states.
+QByteArray ModbusRTUSlaveBuildFn15Request(
+    unsigned char station, unsigned short start, const QByteArray &states);
+// Function 5: FF 00 switches the coil on, 00 00 off.
+QByteArray ModbusRTUSlaveBuildFn5Request(unsigned char station, unsigned short coil, bool on);
+
+// The length of the reply that a request built above expects, CRC included:
+// for reads the data asked for behind station, function code and byte count;
+// for writes station, function code and the two 16-bit fields echoed. Any
+// other request expects 5 bytes, the length of an exception reply.
+int ModbusRTUSlaveReplyLength(const QByteArray &request);
 
 // Appends the CRC of the bytes already in frame.
 void ModbusRTUSlaveAppendCRC(QByteArray &frame);

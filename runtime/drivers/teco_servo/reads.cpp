@@ -4,25 +4,25 @@
 #include "../tools.h"
 #include "drivertecoservo.h"
 #include "drivertexts.h"
+#include "modbuscodes.h"
 #include "modbusrtu.h"
 
 using namespace DriverTexts;
 
 namespace {
 
-const quint64 MaxReadRegisters = 125;
-const quint64 MaxReadBits = 2008; // 251 data bytes: a 256-byte reply
-const quint64 AddressSpace = 65536;
-const int ReplyDataOffset = 3;
-
-unsigned char registerFunctionCode(const QByteArray &prefix)
+Modbus::FunctionCode registerFunctionCode(const QByteArray &prefix)
 {
-    return prefixMatches(prefix, "HR") || prefixMatches(prefix, "FN6HR") ? 3 : 4;
+    return prefixMatches(prefix, HoldingRegisterPrefix) || prefixMatches(prefix, HoldingRegisterFn6Prefix)
+        ? Modbus::ReadHoldingRegisters
+        : Modbus::ReadInputRegisters;
 }
 
-unsigned char bitFunctionCode(const QByteArray &prefix)
+Modbus::FunctionCode bitFunctionCode(const QByteArray &prefix)
 {
-    return prefixMatches(prefix, "DO") || prefixMatches(prefix, "FN5DO") ? 1 : 2;
+    return prefixMatches(prefix, CoilPrefix) || prefixMatches(prefix, CoilFn5Prefix)
+        ? Modbus::ReadCoils
+        : Modbus::ReadDiscreteInputs;
 }
 
 // Counts are compared as unsigned and in 64 bits, so that a negative or huge
@@ -31,12 +31,12 @@ inline quint64 asUnsigned(int count) { return static_cast<quint32>(count); }
 
 bool registersInRange(unsigned short start, quint64 registers)
 {
-    return registers <= MaxReadRegisters && start + registers <= AddressSpace;
+    return registers <= Modbus::MaxReadRegisters && start + registers <= Modbus::AddressSpace;
 }
 
 inline const unsigned char *replyData(const char *reply)
 {
-    return reinterpret_cast<const unsigned char *>(reply) + ReplyDataOffset;
+    return reinterpret_cast<const unsigned char *>(reply) + Modbus::ReadReplyDataOffset;
 }
 
 } // namespace
@@ -45,7 +45,7 @@ bool DriverTecoServo::readRegisters(AbstractDeviceInterface *link, unsigned char
     unsigned char station, unsigned short start, int registers, char *reply)
 {
     const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(station, functionCode, start, registers);
-    return exchange(link, station, request, 2 * registers + 5, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 QByteArray DriverTecoServo::readWords(
@@ -116,21 +116,20 @@ QByteArray DriverTecoServo::readDIDOs(
     AbstractDeviceInterface *link, const QByteArray &prefix, unsigned short start, int count)
 {
     const quint64 bits = asUnsigned(count);
-    if (bits > MaxReadBits || start + bits > AddressSpace) {
+    if (bits > Modbus::MaxReadBits || start + bits > Modbus::AddressSpace) {
         setCommError(formatText(CantReadBits, count, prefix.constData(), unsigned(start) + 1));
         return QByteArray();
     }
     unsigned char station;
     if (!stationFromLink(link, station))
         return QByteArray();
-    const int dataBytes = int((bits + 7) / 8);
     char reply[ReplyBufferSize];
     const QByteArray request = ModbusRTUSlaveBuildReadDevicesRequest(
         station, bitFunctionCode(prefix), start, static_cast<unsigned short>(bits));
-    if (!exchange(link, station, request, dataBytes + 5, reply))
+    if (!exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply))
         return QByteArray();
     // Modbus packs the first coil into bit 0 of the first byte, as the panel does.
-    QByteArray result(reinterpret_cast<const char *>(replyData(reply)), dataBytes);
+    QByteArray result(reinterpret_cast<const char *>(replyData(reply)), int((bits + 7) / 8));
     clearUnnecessaryBits(result, count);
     return result;
 }

@@ -5,6 +5,7 @@
 #include "../tools.h"
 #include "drivertecoservo.h"
 #include "drivertexts.h"
+#include "modbuscodes.h"
 
 using namespace DriverTexts;
 
@@ -12,12 +13,9 @@ namespace {
 
 const int StationCountIndex = 0;
 const int ReadBackStationIndex = 9;
-const int RelayIndex = 10;
+const int RelayIndex = SpecialRegisterCount - 1;
 const int ListEntries = 8;
 const unsigned short RelayTarget = 0x513; // HR1300 of each station
-const QByteArray HoldingRegisterPrefix("HR");
-
-inline int indexOf(unsigned short start) { return static_cast<unsigned short>(start + 5537); }
 
 } // namespace
 
@@ -57,15 +55,15 @@ bool DriverTecoServo::relay(AbstractDeviceInterface *link, RelayMethod method, u
 
 QByteArray DriverTecoServo::readSpecialHRWords(AbstractDeviceInterface *link, unsigned short start, int count)
 {
-    const int first = indexOf(start);
+    const int first = specialRegisterIndex(start);
     const int end = first + (static_cast<unsigned int>(count) & 0xFFFF);
-    if (end > RelayIndex + 1) {
+    if (end > SpecialRegisterCount) {
         // Past the end of the table: refused rather than cut short, so that
         // the runtime never gets fewer words than it asked for.
         setCommError(formatText(SpecialReadPastEnd, count, start + 1));
         return QByteArray();
     }
-    if (end == RelayIndex + 1 && specialRegisters[StationCountIndex] != 0) {
+    if (end == SpecialRegisterCount && specialRegisters[StationCountIndex] != 0) {
         const unsigned char station
             = static_cast<unsigned char>(specialRegisters[ReadBackStationIndex] & 0xFF);
         const QByteArray value = readWords(link, HoldingRegisterPrefix, RelayTarget, 1, station);
@@ -83,7 +81,7 @@ QByteArray DriverTecoServo::readSpecialHRWords(AbstractDeviceInterface *link, un
 bool DriverTecoServo::writeSpecialWords(AbstractDeviceInterface *link, unsigned short start,
     const QByteArray &data, int &relayPosition, RelayMethod method)
 {
-    const int first = indexOf(start);
+    const int first = specialRegisterIndex(start);
     if (data.size() % 2 != 0) {
         setCommError(formatText(WordDataSize, data.size(), start + 1));
         return false;
@@ -111,7 +109,7 @@ bool DriverTecoServo::writeSpecialWords(AbstractDeviceInterface *link, unsigned 
 bool DriverTecoServo::writeSpecialBit(AbstractDeviceInterface *link, unsigned short start,
     unsigned char bitIndex, const QByteArray &data, int &relayPosition, RelayMethod method)
 {
-    const int index = indexOf(start);
+    const int index = specialRegisterIndex(start);
     if (index > RelayIndex) { // not a register of the window
         setCommError(QString(CantWriteWord).arg(start + 1));
         return false;

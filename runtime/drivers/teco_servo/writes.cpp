@@ -5,21 +5,16 @@
 #include "../tools.h"
 #include "drivertecoservo.h"
 #include "drivertexts.h"
+#include "modbuscodes.h"
 #include "modbusrtu.h"
 
 using namespace DriverTexts;
 
 namespace {
 
-const quint64 MaxWriteRegisters = 123;
-const quint64 MaxWriteCoils = 1976; // 247 data bytes: a 256-byte request
-const quint64 AddressSpace = 65536;
-const int WriteReplyLength = 8;
-const QByteArray HoldingRegisterPrefix("HR");
-
 bool registersInRange(unsigned short start, quint64 registers)
 {
-    return registers <= MaxWriteRegisters && start + registers <= AddressSpace;
+    return registers <= Modbus::MaxWriteRegisters && start + registers <= Modbus::AddressSpace;
 }
 
 } // namespace
@@ -46,9 +41,9 @@ bool DriverTecoServo::writeDataAcceptable(
 bool DriverTecoServo::writeRegistersFn16(AbstractDeviceInterface *link, unsigned char station,
     unsigned short start, unsigned short quantity, const QByteArray &wireData)
 {
+    const QByteArray request = ModbusRTUSlaveBuildFn16Request(station, start, quantity, wireData);
     char reply[ReplyBufferSize];
-    return exchange(link, station, ModbusRTUSlaveBuildFn16Request(station, start, quantity, wireData),
-        WriteReplyLength, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 bool DriverTecoServo::writeWords(AbstractDeviceInterface *link, unsigned short start, const QByteArray &data)
@@ -116,9 +111,9 @@ bool DriverTecoServo::writeWordWithFN6(
         setCommError(QString(CantWriteWord).arg(start + 1));
         return false;
     }
+    const QByteArray request = ModbusRTUSlaveBuildFn6Request(station, start, data);
     char reply[ReplyBufferSize];
-    return exchange(
-        link, station, ModbusRTUSlaveBuildFn6Request(station, start, data), WriteReplyLength, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 bool DriverTecoServo::writeRegistersFn6(AbstractDeviceInterface *link, unsigned short start,
@@ -187,7 +182,7 @@ bool DriverTecoServo::writeDWordsWithFN6(
 namespace {
 bool coilsInRange(unsigned short start, int count)
 {
-    return quint64(count) <= MaxWriteCoils && start + quint64(count) <= AddressSpace;
+    return quint64(count) <= Modbus::MaxWriteCoils && start + quint64(count) <= Modbus::AddressSpace;
 }
 } // namespace
 
@@ -202,22 +197,9 @@ bool DriverTecoServo::writeCoils(AbstractDeviceInterface *link, unsigned short s
         setCommError(formatText(CantWriteBits, coils, start + 1));
         return false;
     }
-    const int packedBytes = (coils + 7) / 8;
-    QByteArray frame;
-    frame.reserve(9 + packedBytes);
-    frame.append(char(station));
-    frame.append(char(15));
-    appendBigEndianUShort(frame, start);
-    appendBigEndianUShort(frame, static_cast<unsigned short>(coils));
-    frame.append(char(packedBytes));
-    frame.append(QByteArray(packedBytes, '\0'));
-    unsigned char *packed = reinterpret_cast<unsigned char *>(frame.data()) + 7;
-    for (int i = 0; i < coils; ++i)
-        if (data.at(i) != 0)
-            setBit(packed, i, true);
-    ModbusRTUSlaveAppendCRC(frame);
+    const QByteArray request = ModbusRTUSlaveBuildFn15Request(station, start, data);
     char reply[ReplyBufferSize];
-    return exchange(link, station, frame, WriteReplyLength, reply);
+    return exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply);
 }
 
 bool DriverTecoServo::writeCoilsWithFN5(
@@ -233,15 +215,9 @@ bool DriverTecoServo::writeCoilsWithFN5(
     }
     char reply[ReplyBufferSize];
     for (int i = 0; i < coils; ++i) {
-        QByteArray frame;
-        frame.reserve(8);
-        frame.append(char(station));
-        frame.append(char(5));
-        appendBigEndianUShort(frame, static_cast<unsigned short>(start + i));
-        frame.append(char(data.at(i) != 0 ? 0xFF : 0x00));
-        frame.append(char(0x00));
-        ModbusRTUSlaveAppendCRC(frame);
-        if (!exchange(link, station, frame, WriteReplyLength, reply))
+        const QByteArray request
+            = ModbusRTUSlaveBuildFn5Request(station, static_cast<unsigned short>(start + i), data.at(i) != 0);
+        if (!exchange(link, station, request, ModbusRTUSlaveReplyLength(request), reply))
             return false;
     }
     return true;
