@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Quick start, second command: set up, then build and run the whole test
 # suite three ways: native, under AddressSanitizer and UndefinedBehaviorSanitizer,
-# and for the panel's 32-bit ARM under qemu. Any failure fails the run.
+# and for the panel's 32-bit ARM under qemu; then build the libFuzzer targets
+# with clang and run each one for a bounded time (scripts/fuzz.sh). Any
+# failure fails the run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/setup.sh"
@@ -18,7 +20,7 @@ run_variant() {
   echo "== $name: done in $((SECONDS - start)) s"
 }
 
-only=${TECO_VARIANTS:-native sanitize armhf}
+only=${TECO_VARIANTS:-native sanitize armhf fuzz}
 for v in $only; do
   case $v in
     native) run_variant native ;;
@@ -26,6 +28,11 @@ for v in $only; do
       ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
         run_variant sanitize -DTECO_SANITIZE=ON -DTECO_QMAKE_TEST=OFF ;;
     armhf) "$root/scripts/armhf.sh" ;;
+    fuzz)
+      start=$SECONDS
+      WITH_FUZZ=1 "$root/scripts/setup.sh"
+      "$root/scripts/fuzz.sh"
+      echo "== fuzz: done in $((SECONDS - start)) s" ;;
     *) echo "unknown variant $v" >&2; exit 2 ;;
   esac
 done

@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
+
 using testing::ElementsAre;
 
 namespace {
@@ -216,6 +218,18 @@ TEST(SpecialWindow, AccessesPastTheRelayRegisterAreRefused)
         { "negative count", [](DriverRig &r) { return !r.read(Word, -1, "HR60000").isEmpty(); },
             "can't read -1 word(s) from HR60000: the special registers end at HR60010 (read -1 word(s) from "
             "1-HR60000)" },
+        { "a count that wraps to none at 16 bits",
+            [](DriverRig &r) { return !r.read(Word, 65536, "HR60000").isEmpty() || !r.failed(); },
+            "can't read 65536 word(s) from HR60000: the special registers end at HR60010 (read 65536 "
+            "word(s) from 1-HR60000)" },
+        { "a count that wraps into the table at 16 bits",
+            [](DriverRig &r) { return !r.read(Word, 65537, "HR60001").isEmpty() || !r.failed(); },
+            "can't read 65537 word(s) from HR60001: the special registers end at HR60010 (read 65537 "
+            "word(s) from 1-HR60001)" },
+        { "the most negative count",
+            [](DriverRig &r) { return !r.read(Word, INT32_MIN, "HR60010").isEmpty() || !r.failed(); },
+            "can't read -2147483648 word(s) from HR60010: the special registers end at HR60010 (read "
+            "-2147483648 word(s) from 1-HR60010)" },
         { "two words at the relay register",
             [](DriverRig &r) {
                 return r.write(Word, "HR60010", words({ 1, 2 }));

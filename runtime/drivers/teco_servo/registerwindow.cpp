@@ -56,13 +56,16 @@ bool DriverTecoServo::relay(AbstractDeviceInterface *link, RelayMethod method, u
 QByteArray DriverTecoServo::readSpecialHRWords(AbstractDeviceInterface *link, unsigned short start, int count)
 {
     const int first = specialRegisterIndex(start);
-    const int end = first + (static_cast<unsigned int>(count) & 0xFFFF);
-    if (end > SpecialRegisterCount) {
+    // The whole count, as unsigned: a negative count or one of 65536 and
+    // more is past the table too, not wrapped into it.
+    const quint64 past = quint64(first) + static_cast<quint32>(count);
+    if (past > quint64(SpecialRegisterCount)) {
         // Past the end of the table: refused rather than cut short, so that
         // the runtime never gets fewer words than it asked for.
         setCommError(formatText(SpecialReadPastEnd, count, start + 1));
         return QByteArray();
     }
+    const int end = int(past);
     if (end == SpecialRegisterCount && specialRegisters[StationCountIndex] != 0) {
         const unsigned char station
             = static_cast<unsigned char>(specialRegisters[ReadBackStationIndex] & 0xFF);

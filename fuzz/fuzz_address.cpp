@@ -1,0 +1,690 @@
+// Fuzzes address texts through the runtime's read and write against a slave
+// that answers every request correctly from its register map, with the map
+// as the oracle of every value.
+//
+// Input:
+//   byte 0        commands (low 2 bits + 1) and the link's station (next 3
+//                 bits: 1 mostly, also 247, 0, 300 and -1)
+//   per command   read or write, data type (0..8), count (a table of limits
+//                 and small numbers, as in fuzz_replies), the address text's
+//                 length (0..32) and its Latin-1 bytes, and for a write a
+//                 length byte and the data
+// The commands of one input run on one driver object and one slave, so that
+// one command's writes, and the window's table, are what the next one reads.
+//
+// The slave (SlaveLink, the tests' link double answering from a model) keeps
+// coils, discrete inputs, input and holding registers of every station, each
+// starting from a pattern of its station, area and address. It answers any
+// well-formed request whose reply fits into a frame, and aborts on a request
+// that is not a well-formed RTU frame.
+//
+// For every command a reference, written from the address grammar, the
+// selection tables of the dispatchers and the operations' limits and
+// layouts, works out independently what must happen:
+//   - whether the command succeeds against this slave;
+//   - for a read, the bytes it returns in the panel's order (registers low
+//     byte first, double words in the order "SW" chooses, bits packed from
+//     bit 0), or for the window the driver's table after its read-back;
+//   - for a write, the slave's map afterwards: exactly the registers and
+//     coils that the address and data name, with the values they give, and
+//     for HR60000..HR60010 the window's table and the relay to HR1300 of
+//     the listed stations;
+//   - the function codes and stations its requests may use.
+// The driver must agree: a successful read returns the reference's bytes; a
+// successful write leaves the map exactly as the reference says, and a
+// failed one changes nothing the reference did not name; a refused command
+// sends nothing it should not; the window's table matches after every
+// command.
+
+#include "drivertecoservo.h"
+#include "hex.h"
+#include "linkdouble.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// ------------------------------------------------------------------ the slave
+
+enum Area { Coils, DiscreteInputs, InputRegisters, HoldingRegisters };
+
+typedef std::map<quint32, quint16> Writes;
+
+quint32 key(int station, Area area, quint32 address)
+{
+    return (quint32(station & 0xFF) << 18) | (quint32(area) << 16) | (address & 0xFFFF);
+}
+
+// What a cell holds until it is written: bits for coils and inputs.
+quint16 pattern(quint32 k)
+{
+    const quint32 h = (k + 0x9E37u) * 0x85EBCA6Bu;
+    const quint16 value = quint16((h >> 13) ^ (h >> 29));
+    return (k >> 16 & 3) <= DiscreteInputs ? quint16(value & 1) : value;
+}
+
+struct Map
+{
+    Writes writes;
+
+    quint16 get(int station, Area area, quint32 address) const
+    {
+        const auto it = writes.find(key(station, area, address));
+        return it == writes.end() ? pattern(key(station, area, address)) : it->second;
+    }
+    void set(int station, Area area, quint32 address, quint16 value)
+    {
+        writes[key(station, area, address)] = value;
+    }
+};
+
+[[noreturn]] void fail(const std::string &what)
+{
+    std::fprintf(stderr, "%s\n", what.c_str());
+    std::abort();
+}
+
+quint16 be16(const QByteArray &f, int at) { return quint16(quint8(f.at(at)) << 8 | quint8(f.at(at + 1))); }
+
+void appendBe16(QByteArray &f, quint16 v)
+{
+    f.append(char(v >> 8));
+    f.append(char(v & 0xFF));
+}
+
+class SlaveLink : public LinkDouble
+{
+public:
+    Map map;
+    std::vector<std::pair<int, int>> requests; // station, function code
+
+    int send(const char *frame, int length) override
+    {
+        LinkDouble::send(frame, length);
+        const QByteArray f(frame, length);
+        QByteArray reply = answer(f);
+        const quint16 crc = bitwiseCrc16(reply);
+        reply.append(char(crc & 0xFF));
+        reply.append(char(crc >> 8));
+        line(reply);
+        return length;
+    }
+
+private:
+    [[noreturn]] void malformed(const QByteArray &f) { fail("malformed request: " + toHex(f)); }
+
+    QByteArray exception(const QByteArray &f, int code)
+    {
+        QByteArray r;
+        r.append(f.at(0));
+        r.append(char(quint8(f.at(1)) | 0x80));
+        r.append(char(code));
+        return r;
+    }
+
+    QByteArray answer(const QByteArray &f)
+    {
+        if (f.size() < 8 || f.size() > 256 || bitwiseCrc16(f) != 0)
+            malformed(f);
+        const int station = quint8(f.at(0));
+        const int function = quint8(f.at(1));
+        requests.emplace_back(station, function);
+        const quint32 start = be16(f, 2);
+        const quint32 quantity = be16(f, 4);
+        QByteArray r = f.left(2);
+        switch (function) {
+        case 1:
+        case 2: {
+            const Area area = function == 1 ? Coils : DiscreteInputs;
+            if (f.size() != 8)
+                malformed(f);
+            const quint32 bytes = (quantity + 7) / 8;
+            if (bytes + 5 > 256)
+                return exception(f, 3);
+            if (start + quantity > 65536)
+                return exception(f, 2);
+            r.append(char(bytes));
+            QByteArray data(int(bytes), '\0');
+            for (quint32 i = 0; i < quantity; ++i)
+                if (map.get(station, area, start + i))
+                    data[int(i / 8)] = char(quint8(data.at(int(i / 8))) | (1 << (i % 8)));
+            return r + data;
+        }
+        case 3:
+        case 4: {
+            const Area area = function == 3 ? HoldingRegisters : InputRegisters;
+            if (f.size() != 8)
+                malformed(f);
+            if (quantity > 125)
+                return exception(f, 3);
+            if (start + quantity > 65536)
+                return exception(f, 2);
+            r.append(char(2 * quantity));
+            for (quint32 i = 0; i < quantity; ++i)
+                appendBe16(r, map.get(station, area, start + i));
+            return r;
+        }
+        case 5:
+            if (f.size() != 8)
+                malformed(f);
+            if (quantity != 0xFF00 && quantity != 0)
+                return exception(f, 3);
+            map.set(station, Coils, start, quantity ? 1 : 0);
+            return f.left(6);
+        case 6:
+            if (f.size() != 8)
+                malformed(f);
+            map.set(station, HoldingRegisters, start, quantity);
+            return f.left(6);
+        case 15:
+        case 16: {
+            const quint32 bytes = quint8(f.at(6));
+            const quint32 expected = function == 15 ? (quantity + 7) / 8 : 2 * quantity;
+            if (bytes != expected || quint32(f.size()) != 9 + bytes)
+                malformed(f);
+            if (start + quantity > 65536)
+                return exception(f, 2);
+            for (quint32 i = 0; i < quantity; ++i) {
+                if (function == 15)
+                    map.set(station, Coils, start + i, (quint8(f.at(7 + int(i / 8))) >> (i % 8)) & 1);
+                else
+                    map.set(station, HoldingRegisters, start + i, be16(f, 7 + 2 * int(i)));
+            }
+            return f.left(6);
+        }
+        default:
+            malformed(f);
+        }
+    }
+};
+
+// ------------------------------------------------------------------ the reference
+
+struct Address
+{
+    std::string prefix;
+    quint16 number = 0; // zero-based register or coil
+    quint8 bit = 0; // 0 when the text has no bit part
+    bool swap = false;
+};
+
+bool isLetter(unsigned char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool isDigit(unsigned char c) { return c >= '0' && c <= '9'; }
+unsigned char upper(unsigned char c) { return c >= 'a' && c <= 'z' ? c - 32 : c; }
+
+// An optional three-character group after F, letters, a decimal number
+// (one-based, modulo 65536), then "." and a decimal bit number (modulo 256).
+Address parse(const std::string &t)
+{
+    Address a;
+    for (size_t i = 0; i + 1 < t.size(); ++i)
+        if (upper(t[i]) == 'S' && upper(t[i + 1]) == 'W')
+            a.swap = true;
+    size_t i = 0;
+    if (!t.empty() && upper(t[0]) == 'F') {
+        a.prefix = t.substr(0, 3);
+        i = a.prefix.size();
+    }
+    while (i < t.size() && isLetter(t[i]))
+        a.prefix += t[i++];
+    quint32 number = 0;
+    bool digits = false;
+    while (i < t.size() && isDigit(t[i])) {
+        number = number * 10 + quint32(t[i++] - '0');
+        digits = true;
+    }
+    a.number = digits ? quint16(number - 1) : 0xFFFF;
+    if (i < t.size() && t[i] == '.')
+        while (++i < t.size() && isDigit(t[i]))
+            a.bit = quint8(a.bit * 10 + (t[i] - '0'));
+    return a;
+}
+
+bool matches(const std::string &prefix, const char *name)
+{
+    const size_t n = std::strlen(name);
+    if (prefix.size() < n)
+        return false;
+    for (size_t i = 0; i < n; ++i)
+        if (upper(prefix[i]) != upper(name[i]))
+            return false;
+    return true;
+}
+
+int windowIndex(quint16 number) { return quint16(number + 5537); }
+bool inWindow(quint16 number) { return windowIndex(number) <= 10; }
+
+const quint32 RelayTarget = 1299; // HR1300
+
+// What one command must do. `decided` false: the outcome is the driver's to
+// choose (a register-bit write with no bits), but not what it changes.
+struct Expectation
+{
+    bool ok = true;
+    bool decided = true;
+    QByteArray result;
+    std::set<std::pair<int, int>> allowed; // station, function code
+};
+
+class Reference
+{
+public:
+    Reference(const Map &map, const QVector<quint16> &table, int linkStation)
+        : map(map)
+        , table(table)
+        , linkStation(linkStation)
+    {
+    }
+
+    Map map;
+    QVector<quint16> table;
+    Expectation e;
+
+    void read(int type, int count, const Address &a)
+    {
+        const bool holding = matches(a.prefix, "HR") || matches(a.prefix, "FN6HR");
+        const Area registers = holding ? HoldingRegisters : InputRegisters;
+        const quint64 n = quint32(count);
+        switch (type) {
+        case Bit:
+        case BitBlock:
+            if (matches(a.prefix, "DO") || matches(a.prefix, "FN5DO") || matches(a.prefix, "DI")) {
+                const Area area = matches(a.prefix, "DI") ? DiscreteInputs : Coils;
+                if (!station() || n > 2008 || a.number + n > 65536)
+                    return refuse();
+                allow(linkStation, area == Coils ? 1 : 2);
+                e.result = QByteArray(int((n + 7) / 8), '\0');
+                for (quint32 k = 0; k < n; ++k)
+                    setBit(e.result, k, map.get(linkStation, area, a.number + k));
+            } else {
+                const quint64 words = (a.bit + n + 15) / 16;
+                if (!readable(words, a.number))
+                    return refuse();
+                allow(linkStation, holding ? 3 : 4);
+                e.result = QByteArray(int((n + 7) / 8), '\0');
+                for (quint32 k = 0; k < n; ++k) {
+                    const quint32 p = a.bit + k;
+                    setBit(e.result, k, map.get(linkStation, registers, a.number + p / 16) >> (p % 16) & 1);
+                }
+            }
+            return;
+        case Byte:
+        case Block:
+            if (!readable((n + 1) / 2, a.number))
+                return refuse();
+            allow(linkStation, holding ? 3 : 4);
+            for (quint32 k = 0; k < n; ++k)
+                e.result.append(char(map.get(linkStation, registers, a.number + k / 2) >> (8 * (k % 2))));
+            return;
+        case Word:
+            if (holding && inWindow(a.number))
+                return readWindow(windowIndex(a.number), n);
+            if (!readable(n, a.number))
+                return refuse();
+            allow(linkStation, holding ? 3 : 4);
+            for (quint32 k = 0; k < n; ++k)
+                appendWord(e.result, map.get(linkStation, registers, a.number + k));
+            return;
+        case DoubleWord:
+            if (!readable(2 * n, a.number))
+                return refuse();
+            allow(linkStation, holding ? 3 : 4);
+            for (quint32 k = 0; k < 2 * n; k += 2) {
+                const quint16 first = map.get(linkStation, registers, a.number + k);
+                const quint16 second = map.get(linkStation, registers, a.number + k + 1);
+                appendWord(e.result, a.swap ? second : first);
+                appendWord(e.result, a.swap ? first : second);
+            }
+            return;
+        default:
+            return refuse();
+        }
+    }
+
+    void write(int type, const Address &a, const QByteArray &data)
+    {
+        const bool hr = matches(a.prefix, "HR");
+        const bool fn6hr = matches(a.prefix, "FN6HR");
+        const int fn = hr ? 16 : 6;
+        switch (type) {
+        case Bit:
+        case BitBlock:
+            if (matches(a.prefix, "DO") || matches(a.prefix, "FN5DO"))
+                return writeCoils(a.number, data, matches(a.prefix, "DO") ? 15 : 5);
+            if (!hr && !fn6hr)
+                return refuse();
+            if (data.isEmpty())
+                e.decided = false; // no bits: whether anything is read or checked is the driver's choice
+            if (inWindow(a.number))
+                return writeWindowBit(windowIndex(a.number), a.bit, data, fn);
+            if (!station())
+                return refuse();
+            writeBits(linkStation, a.number, a.bit, data, fn);
+            return;
+        case Byte:
+        case Block: {
+            if (!hr && !fn6hr)
+                return refuse();
+            std::vector<quint16> values;
+            for (int k = 0; k < data.size(); k += 2)
+                values.push_back(
+                    quint16(quint8(data.at(k)) | (k + 1 < data.size() ? quint8(data.at(k + 1)) << 8 : 0)));
+            if (!station())
+                return refuse();
+            writeRegisters(linkStation, a.number, values, fn);
+            return;
+        }
+        case Word:
+            if (!hr && !fn6hr)
+                return refuse();
+            if (data.size() % 2)
+                return refuse();
+            if (inWindow(a.number))
+                return writeWindowWords(windowIndex(a.number), data, fn);
+            if (!station())
+                return refuse();
+            writeRegisters(linkStation, a.number, words(data), fn);
+            return;
+        case DoubleWord: {
+            if ((!hr && !fn6hr) || data.size() % 4)
+                return refuse();
+            std::vector<quint16> values = words(data);
+            if (a.swap)
+                for (size_t k = 0; k + 1 < values.size(); k += 2)
+                    std::swap(values[k], values[k + 1]);
+            if (!station())
+                return refuse();
+            writeRegisters(linkStation, a.number, values, fn);
+            return;
+        }
+        default:
+            return refuse();
+        }
+    }
+
+private:
+    int linkStation;
+
+    void refuse() { e.ok = false; }
+    void allow(int station, int function) { e.allowed.insert(std::make_pair(station & 0xFF, function)); }
+    bool station() const { return quint32(linkStation) <= 255; }
+    bool readable(quint64 registers, quint16 start) const
+    {
+        return station() && registers <= 125 && start + registers <= 65536;
+    }
+
+    static void setBit(QByteArray &bits, quint32 k, bool on)
+    {
+        if (on)
+            bits[int(k / 8)] = char(quint8(bits.at(int(k / 8))) | (1 << (k % 8)));
+    }
+    static void appendWord(QByteArray &out, quint16 v)
+    {
+        out.append(char(v & 0xFF));
+        out.append(char(v >> 8));
+    }
+    static std::vector<quint16> words(const QByteArray &data)
+    {
+        std::vector<quint16> values;
+        for (int k = 0; k + 1 < data.size(); k += 2)
+            values.push_back(quint16(quint8(data.at(k)) | quint8(data.at(k + 1)) << 8));
+        return values;
+    }
+
+    void readWindow(int index, quint64 n)
+    {
+        if (index + n > 11)
+            return refuse();
+        if (index + n == 11 && table[0] != 0) {
+            const int from = table[9] & 0xFF;
+            allow(from, 3);
+            table[10] = map.get(from, HoldingRegisters, RelayTarget);
+        }
+        for (quint64 k = 0; k < n; ++k)
+            appendWord(e.result, table[int(index + k)]);
+    }
+
+    void writeCoils(quint16 start, const QByteArray &data, int fn)
+    {
+        const quint64 n = quint64(data.size());
+        if (!station() || n > 1976 || start + n > 65536)
+            return refuse();
+        allow(linkStation, fn);
+        for (quint32 k = 0; k < n; ++k)
+            map.set(linkStation, Coils, start + k, data.at(int(k)) != 0);
+    }
+
+    // Function 16 in one request, or function 6 one register at a time.
+    bool writeRegisters(int station, quint32 start, const std::vector<quint16> &values, int fn)
+    {
+        if (values.size() > 123 || start + values.size() > 65536) {
+            refuse();
+            return false;
+        }
+        allow(station, fn);
+        for (size_t k = 0; k < values.size(); ++k)
+            map.set(station, HoldingRegisters, start + quint32(k), values[k]);
+        return true;
+    }
+
+    // Read-modify-write of the registers that hold the bits.
+    bool writeBits(int station, quint32 start, quint8 bit, const QByteArray &data, int fn)
+    {
+        const quint64 registers = (bit + quint64(data.size()) + 15) / 16;
+        if (registers > 125 || start + registers > 65536) {
+            refuse();
+            return false;
+        }
+        allow(station, 3);
+        std::vector<quint16> values;
+        for (quint32 k = 0; k < registers; ++k)
+            values.push_back(map.get(station, HoldingRegisters, start + k));
+        for (int k = 0; k < data.size(); ++k) {
+            const quint32 p = bit + quint32(k);
+            const quint16 mask = quint16(1u << (p % 16));
+            values[p / 16] = data.at(k) ? values[p / 16] | mask : values[p / 16] & ~mask;
+        }
+        if (fn == 6) {
+            allow(station, 6);
+            for (size_t k = 0; k < values.size(); ++k)
+                map.set(station, HoldingRegisters, start + quint32(k), values[k]);
+            return true;
+        }
+        return writeRegisters(station, start, values, fn);
+    }
+
+    // HR60000..HR60010 for word writes: the table, or the relay of one word.
+    void writeWindowWords(int index, const QByteArray &data, int fn)
+    {
+        const int count = data.size() / 2;
+        const std::vector<quint16> values = words(data);
+        if (index + count <= 10) {
+            for (int k = 0; k < count; ++k)
+                table[index + k] = values[size_t(k)];
+            if (table[9] > 8)
+                table[9] = 8;
+            return;
+        }
+        if (index != 10 || count != 1)
+            return refuse();
+        for (int p = 0; p < std::min<int>(table[0], 8); ++p)
+            if (!writeRegisters(table[p + 1] & 0xFF, RelayTarget, values, fn))
+                return;
+        table[10] = values[0];
+    }
+
+    void writeWindowBit(int index, quint8 bit, const QByteArray &data, int fn)
+    {
+        if (index == 10) {
+            for (int p = 0; p < std::min<int>(table[0], 8); ++p) {
+                if (!writeBits(table[p + 1] & 0xFF, RelayTarget, bit, data, fn)) {
+                    if (table[0] > 8)
+                        table[0] = 8;
+                    return;
+                }
+            }
+        }
+        if (!data.isEmpty() && bit < 16) {
+            const quint16 mask = quint16(1u << bit);
+            table[index] = data.at(0) ? table[index] | mask : table[index] & ~mask;
+        }
+        if (index == 0 || table[0] > 8)
+            table[0] = 8;
+    }
+};
+
+// ------------------------------------------------------------------ the input
+
+const int counts[] = { 0, 1, 2, 3, 7, 8, 9, 10, 11, 12, 15, 16, 17, 61, 62, 63, 123, 124, 125, 126, 249, 250,
+    251, 1976, 1977, 2008, 2009, -1, -2, 65536, 65537, INT32_MIN };
+const int countTableSize = int(sizeof counts / sizeof *counts);
+const int longLengths[] = { 246, 247, 248, 250, 1976, 1977 };
+
+struct Input
+{
+    const uint8_t *data;
+    size_t size;
+
+    uint8_t byte()
+    {
+        if (size == 0)
+            return 0;
+        --size;
+        return *data++;
+    }
+    QByteArray bytes(size_t n)
+    {
+        n = n < size ? n : size;
+        QByteArray out(reinterpret_cast<const char *>(data), int(n));
+        data += n;
+        size -= n;
+        return out;
+    }
+};
+
+struct Command
+{
+    bool read;
+    int type;
+    int count;
+    QByteArray text;
+    QByteArray data;
+};
+
+Command takeCommand(Input &in)
+{
+    Command c;
+    c.read = in.byte() % 2 == 0;
+    c.type = in.byte() % 9;
+    const uint8_t countByte = in.byte();
+    c.count = countByte < countTableSize ? counts[countByte] : countByte - countTableSize;
+    c.text = in.bytes(in.byte() % 33);
+    if (!c.read) {
+        const uint8_t lengthByte = in.byte();
+        const int length = lengthByte < 250 ? lengthByte : longLengths[(lengthByte - 250) % 6];
+        c.data = in.bytes(size_t(length < 64 ? length : 64));
+        const QByteArray unit = c.data.isEmpty() ? QByteArray(1, 1) : c.data;
+        while (c.data.size() < length)
+            c.data.append(unit.left(length - c.data.size()));
+    }
+    return c;
+}
+
+std::string describe(const Command &c)
+{
+    return std::string(c.read ? "read " : "write ") + "\"" + c.text.toStdString() + "\" type "
+        + std::to_string(c.type) + " count " + std::to_string(c.count) + " data " + toHex(c.data.left(16))
+        + (c.data.size() > 16 ? " ..." : "");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    // TECO_FUZZ_TRACE=1: one line per command, to see what an input does.
+    static const bool trace = std::getenv("TECO_FUZZ_TRACE") != nullptr;
+    Input in { data, size };
+    const uint8_t setup = in.byte();
+    const int commands = (setup & 3) + 1;
+    const int stations[] = { 1, 1, 1, 1, 247, 0, 300, -1 };
+    SlaveLink link;
+    link.station = stations[(setup >> 2) & 7];
+
+    DriverTecoServo driver;
+    for (int i = 0; i < commands; ++i) {
+        const Command c = takeCommand(in);
+        const Address a = parse(c.text.toStdString());
+        Reference ref(link.map, driver.specialRegisterTable(), link.station);
+        if (c.read)
+            ref.read(c.type, c.count, a);
+        else
+            ref.write(c.type, a, c.data);
+        const Expectation &e = ref.e;
+
+        const Map before = link.map;
+        link.requests.clear();
+        link.calls.clear();
+        const CommunicatorCommand cmd(
+            c.type, c.count, QString::fromLatin1(c.text.constData(), c.text.size()));
+        QByteArray result;
+        bool written = false;
+        if (c.read)
+            result = driver.read(&link, cmd);
+        else
+            written = driver.write(&link, cmd, c.data);
+        const bool ok = !driver.hasError();
+        const std::string error = driver.getLastError().toStdString();
+        if (trace)
+            std::fprintf(stderr, "%s -> %s%s (%zu requests)\n", describe(c).c_str(),
+                ok ? "ok" : "failed: ", ok ? "" : error.c_str(), link.requests.size());
+
+        if (!ok && error.empty())
+            fail("failed without an error text: " + describe(c));
+        if (!c.read && written != ok)
+            fail("write result disagrees with hasError(): " + describe(c));
+        if (e.decided && ok != e.ok)
+            fail(std::string(ok ? "succeeded, but the slave could not serve it: "
+                                : "failed against a slave that serves it: ")
+                + describe(c) + " -> " + error);
+        for (const std::pair<int, int> &r : link.requests)
+            if (!e.allowed.count(r))
+                fail("request to station " + std::to_string(r.first) + " with function "
+                    + std::to_string(r.second) + " not asked for: " + describe(c));
+        if (c.read && ok && result != e.result)
+            fail("read returned " + toHex(result.left(32)) + " instead of " + toHex(e.result.left(32)) + ": "
+                + describe(c));
+        if (c.read || !ok) {
+            // Nothing changes that the command did not name, with the value it gave.
+            for (const auto &w : link.map.writes) {
+                const auto was = before.writes.find(w.first);
+                const quint16 old = was == before.writes.end() ? pattern(w.first) : was->second;
+                const auto want = ref.map.writes.find(w.first);
+                if (w.second != old && (want == ref.map.writes.end() || want->second != w.second))
+                    fail("changed a cell the command did not name: " + describe(c));
+            }
+            if (c.read && link.map.writes != before.writes)
+                fail("a read wrote: " + describe(c));
+        } else if (link.map.writes != ref.map.writes) {
+            // Only written cells are in the maps; a cell written with the
+            // value it had counts as unchanged.
+            for (const auto &w : ref.map.writes)
+                if (link.map.get(int(w.first >> 18), Area(w.first >> 16 & 3), w.first & 0xFFFF) != w.second)
+                    fail("write left a cell other than the address and data say: " + describe(c));
+            for (const auto &w : link.map.writes)
+                if (ref.map.get(int(w.first >> 18), Area(w.first >> 16 & 3), w.first & 0xFFFF) != w.second)
+                    fail("write changed a cell the command did not name: " + describe(c));
+        }
+        if (driver.specialRegisterTable() != ref.table)
+            fail("window table differs: " + describe(c));
+    }
+    return 0;
+}
