@@ -1,6 +1,7 @@
 #include "command.h"
 
 #include "faultrule.h"
+#include "textutil.h"
 
 namespace {
 
@@ -25,15 +26,7 @@ bool typeAndCount(const std::string &text, Tag &tag, const std::optional<std::st
 
 bool parseTag(const std::string &text, Tag &tag, std::string &error)
 {
-    std::vector<std::string> parts;
-    size_t from = 0;
-    for (;;) {
-        const size_t colon = text.find(':', from);
-        parts.push_back(text.substr(from, colon == std::string::npos ? std::string::npos : colon - from));
-        if (colon == std::string::npos)
-            break;
-        from = colon + 1;
-    }
+    const std::vector<std::string> parts = splitFields(text, ':');
     if (parts.size() > 3) {
         error = "bad tag \"" + text + "\" (ADDRESS[:TYPE][:COUNT], such as HR100:word:2)";
         return false;
@@ -42,9 +35,9 @@ bool parseTag(const std::string &text, Tag &tag, std::string &error)
     std::optional<int> count;
     for (size_t i = 1; i < parts.size(); ++i) {
         const std::string &p = parts[i];
-        if (!p.empty() && p.size() <= 5 && p.find_first_not_of("0123456789") == std::string::npos && !count) {
-            const int n = std::stoi(p);
-            if (n < 1 || n > 65535) {
+        int n = 0;
+        if (!count && !p.empty() && p.find_first_not_of("0123456789") == std::string::npos) {
+            if (!parseWholeNumber(p, 1, 65535, n)) {
                 error = "bad count in tag \"" + text + "\" (1 to 65535)";
                 return false;
             }
