@@ -66,12 +66,10 @@ int main(int argc, char **argv)
             if (!SimDrive::parseStations(value, options.stations, error))
                 return usage(error);
         } else if (arg == "--map") {
-            if (!readTextFile(value, userTextFileLimit, options.map, error)) {
+            if (!readTextFile(value, userTextFileLimit, options.map.emplace(), error)) {
                 std::fprintf(stderr, "teco-sim: cannot read the map %s: %s\n", value.c_str(), error.c_str());
                 return 2;
             }
-            if (options.map.find_first_not_of(" \t\r\n") == std::string::npos)
-                options.map = "# empty map\n";
         } else if (arg == "--fault") {
             FaultRule rule;
             if (!FaultRule::parse(value, rule, error))

@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace {
 
 TEST(LinkText, ReadsTheDriversFormOfALine)
@@ -252,6 +254,33 @@ TEST(RegisterMaps, NameTheLineOfAProblem)
         std::string error;
         EXPECT_FALSE(parseRegisterMap(row.text, e, error));
         EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+    }
+}
+
+TEST(RegisterMaps, NoMapMeansTheBuiltInOneAndAnEmptyMapIsEmpty)
+{
+    struct Row
+    {
+        const char *what;
+        std::optional<std::string> map;
+        uint16_t hr100;
+    } rows[] = {
+        { "no map", std::nullopt, 1500 },
+        { "an empty map", std::string(), 0 },
+        { "a map of white space", std::string(" \n\t\n"), 0 },
+        { "a map of its own", std::string("HR100 7\n"), 7 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        SimDrive drive;
+        SimDrive::Options options;
+        options.map = row.map;
+        std::string error;
+        ASSERT_TRUE(drive.start(options, error)) << error;
+        uint16_t value = 0xFFFF;
+        EXPECT_TRUE(drive.value(1, Area::HoldingRegisters, 99, value));
+        EXPECT_EQ(value, row.hr100);
+        drive.stop();
     }
 }
 

@@ -138,7 +138,7 @@ bool SimDrive::start(const Options &options, std::string &error)
         return false;
     }
     std::vector<MapEntry> entries;
-    if (!parseRegisterMap(opts.map.empty() ? builtinServoMap() : opts.map, entries, error)) {
+    if (!parseRegisterMap(opts.map ? *opts.map : builtinServoMap(), entries, error)) {
         error = "register map, " + error;
         return false;
     }
