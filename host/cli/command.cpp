@@ -1,6 +1,7 @@
 #include "command.h"
 
 #include "faultrule.h"
+#include "textutil.h"
 
 namespace {
 
@@ -25,15 +26,7 @@ bool typeAndCount(const std::string &text, Tag &tag, const std::optional<std::st
 
 bool parseTag(const std::string &text, Tag &tag, std::string &error)
 {
-    std::vector<std::string> parts;
-    size_t from = 0;
-    for (;;) {
-        const size_t colon = text.find(':', from);
-        parts.push_back(text.substr(from, colon == std::string::npos ? std::string::npos : colon - from));
-        if (colon == std::string::npos)
-            break;
-        from = colon + 1;
-    }
+    const std::vector<std::string> parts = splitFields(text, ':');
     if (parts.size() > 3) {
         error = "bad tag \"" + text + "\" (ADDRESS[:TYPE][:COUNT], such as HR100:word:2)";
         return false;
@@ -42,9 +35,9 @@ bool parseTag(const std::string &text, Tag &tag, std::string &error)
     std::optional<int> count;
     for (size_t i = 1; i < parts.size(); ++i) {
         const std::string &p = parts[i];
-        if (!p.empty() && p.size() <= 5 && p.find_first_not_of("0123456789") == std::string::npos && !count) {
-            const int n = std::stoi(p);
-            if (n < 1 || n > 65535) {
+        int n = 0;
+        if (!count && !p.empty() && p.find_first_not_of("0123456789") == std::string::npos) {
+            if (!parseWholeNumber(p, 1, 65535, n)) {
                 error = "bad count in tag \"" + text + "\" (1 to 65535)";
                 return false;
             }
@@ -62,6 +55,151 @@ bool parseTag(const std::string &text, Tag &tag, std::string &error)
     return true;
 }
 
+namespace {
+
+// The options that only some commands take, in groups.
+enum OptionGroup : unsigned { TypeOption = 1, CountOption = 2, PollOptions = 4, ScanOptions = 8 };
+
+// The first option given of the groups that a command does not take, or nullptr.
+const char *refusedOption(const CliOptions &o, unsigned accepted)
+{
+    if (!(accepted & TypeOption) && o.type)
+        return "--type";
+    if (!(accepted & CountOption) && o.count)
+        return "--count";
+    if (!(accepted & PollOptions) && (o.interval || o.cycles || o.duration))
+        return o.interval ? "--interval" : o.cycles ? "--cycles" : "--duration";
+    if (!(accepted & ScanOptions) && (o.from || o.to || o.address))
+        return o.from ? "--from" : o.to ? "--to" : "--address";
+    return nullptr;
+}
+
+// What one command is prepared from: its arguments (without its name), the
+// options and whether it stands on a line of a batch.
+struct Given
+{
+    const std::vector<std::string> &args;
+    const CliOptions &o;
+    bool batchLine;
+};
+
+// good; otherwise false with text in error.
+bool require(bool good, const char *text, std::string &error)
+{
+    if (!good)
+        error = text;
+    return good;
+}
+
+bool prepareInfo(const Given &g, Command &, std::string &error)
+{
+    return require(g.args.empty(), "info takes no arguments", error);
+}
+
+bool prepareRead(const Given &g, Command &c, std::string &error)
+{
+    return require(g.args.size() == 1, "usage: read ADDRESS [--type bit|byte|word|dword] [--count N]", error)
+        && typeAndCount(g.args[0], c.target, g.o.type, g.o.count, error);
+}
+
+bool prepareWrite(const Given &g, Command &c, std::string &error)
+{
+    if (!require(g.args.size() >= 2, "usage: write ADDRESS VALUE... [--type bit|byte|word|dword]", error)
+        || !typeAndCount(g.args[0], c.target, g.o.type, std::nullopt, error))
+        return false;
+    for (size_t i = 1; i < g.args.size(); ++i) {
+        uint32_t v = 0;
+        if (!parseValue(g.args[i], c.target.type, v, error))
+            return false;
+        c.values.push_back(v);
+    }
+    if (!require(c.values.size() <= 2008, "too many values for one write", error))
+        return false;
+    c.target.count = int(c.values.size());
+    return true;
+}
+
+bool preparePoll(const Given &g, Command &c, std::string &error)
+{
+    if (!require(!g.args.empty(), "usage: poll TAG... [--interval MS] [--cycles N] [--duration S]", error))
+        return false;
+    for (const std::string &a : g.args) {
+        Tag t;
+        if (!parseTag(a, t, error))
+            return false;
+        c.tags.push_back(t);
+    }
+    c.intervalMs = g.o.interval ? *g.o.interval : 1000;
+    c.cycles = g.o.cycles ? *g.o.cycles : 0;
+    c.durationS = g.o.duration ? *g.o.duration : 0;
+    return true;
+}
+
+bool prepareScan(const Given &g, Command &c, std::string &error)
+{
+    if (!require(g.args.empty(), "usage: scan [--from N] [--to N] [--address ADDRESS]", error))
+        return false;
+    c.from = g.o.from ? *g.o.from : 1;
+    c.to = g.o.to ? *g.o.to : 247;
+    Tag probe;
+    if (!require(c.from >= 1 && c.to <= 247 && c.from <= c.to, "scan needs 1 <= --from <= --to <= 247", error)
+        || !typeAndCount(g.o.address ? *g.o.address : "HR1", probe, std::nullopt, std::nullopt, error))
+        return false;
+    c.probe = probe.address;
+    return require(probe.address.bit < 0 && !probe.address.swap,
+        "scan probes with one word or bit read: give a plain address such as HR1 or DI1", error);
+}
+
+bool prepareBatch(const Given &g, Command &c, std::string &error)
+{
+    if (!require(!g.batchLine, "a batch cannot start another batch", error)
+        || !require(g.args.size() <= 1,
+            "usage: batch [FILE] (commands one per line; standard input without FILE)", error))
+        return false;
+    c.argument = g.args.empty() ? "-" : g.args[0];
+    return true;
+}
+
+bool prepareTrace(const Given &g, Command &c, std::string &error)
+{
+    if (!require(
+            g.args.size() == 1 && (g.args[0] == "on" || g.args[0] == "off"), "usage: trace on|off", error))
+        return false;
+    c.argument = g.args[0];
+    return true;
+}
+
+bool prepareFault(const Given &g, Command &c, std::string &error)
+{
+    FaultRule rule;
+    if (!require(g.args.size() == 1, "usage: fault KIND[:KEY=VALUE,...]", error)
+        || !FaultRule::parse(g.args[0], rule, error))
+        return false;
+    c.argument = g.args[0];
+    return true;
+}
+
+struct CommandRow
+{
+    const char *name;
+    bool batchOnly; // known only on a line of a batch
+    unsigned accepts; // OptionGroup
+    bool (*prepare)(const Given &, Command &, std::string &error);
+};
+
+const CommandRow commands[] = {
+    { "info", false, 0, prepareInfo },
+    { "read", false, TypeOption | CountOption, prepareRead },
+    { "write", false, TypeOption, prepareWrite },
+    { "poll", false, PollOptions, preparePoll },
+    { "scan", false, ScanOptions, prepareScan },
+    { "batch", false, 0, prepareBatch },
+    { "trace", true, 0, prepareTrace },
+    { "fault", true, 0, prepareFault },
+};
+
+} // namespace
+
 bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string &error)
 {
     c = Command();
@@ -71,97 +209,16 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
         return false;
     }
     c.name = o.arguments[0];
-    const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
-
-    if (batchLine && (c.name == "trace" || c.name == "fault")) {
-        if (args.size() != 1 || (c.name == "trace" && args[0] != "on" && args[0] != "off")) {
-            error = c.name == "trace" ? "usage: trace on|off" : "usage: fault KIND[:KEY=VALUE,...]";
+    for (const CommandRow &row : commands) {
+        if (c.name != row.name || (row.batchOnly && !batchLine))
+            continue;
+        if (const char *refused = refusedOption(o, row.accepts)) {
+            error = std::string("option ") + refused + " does not apply to " + c.name;
             return false;
         }
-        if (c.name == "fault") {
-            FaultRule rule;
-            if (!FaultRule::parse(args[0], rule, error))
-                return false;
-        }
-        c.argument = args[0];
-        return true;
+        const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
+        return row.prepare(Given { args, o, batchLine }, c, error);
     }
-    if (batchLine && c.name == "batch") {
-        error = "a batch cannot start another batch";
-        return false;
-    }
-    if (!checkCommandOptions(c.name, o, error))
-        return false;
-
-    if (c.name == "info") {
-        if (!args.empty()) {
-            error = "info takes no arguments";
-            return false;
-        }
-    } else if (c.name == "read") {
-        if (args.size() != 1) {
-            error = "usage: read ADDRESS [--type bit|byte|word|dword] [--count N]";
-            return false;
-        }
-        if (!typeAndCount(args[0], c.target, o.type, o.count, error))
-            return false;
-    } else if (c.name == "write") {
-        if (args.size() < 2) {
-            error = "usage: write ADDRESS VALUE... [--type bit|byte|word|dword]";
-            return false;
-        }
-        if (!typeAndCount(args[0], c.target, o.type, std::nullopt, error))
-            return false;
-        for (size_t i = 1; i < args.size(); ++i) {
-            uint32_t v = 0;
-            if (!parseValue(args[i], c.target.type, v, error))
-                return false;
-            c.values.push_back(v);
-        }
-        if (c.values.size() > 2008) {
-            error = "too many values for one write";
-            return false;
-        }
-        c.target.count = int(c.values.size());
-    } else if (c.name == "poll") {
-        if (args.empty()) {
-            error = "usage: poll TAG... [--interval MS] [--cycles N] [--duration S]";
-            return false;
-        }
-        for (const std::string &a : args) {
-            Tag t;
-            if (!parseTag(a, t, error))
-                return false;
-            c.tags.push_back(t);
-        }
-        c.intervalMs = o.interval ? *o.interval : 1000;
-        c.cycles = o.cycles ? *o.cycles : 0;
-        c.durationS = o.duration ? *o.duration : 0;
-    } else if (c.name == "scan") {
-        if (!args.empty()) {
-            error = "usage: scan [--from N] [--to N] [--address ADDRESS]";
-            return false;
-        }
-        c.from = o.from ? *o.from : 1;
-        c.to = o.to ? *o.to : 247;
-        if (c.from < 1 || c.to > 247 || c.from > c.to) {
-            error = "scan needs 1 <= --from <= --to <= 247";
-            return false;
-        }
-        Tag probe;
-        if (!typeAndCount(o.address ? *o.address : "HR1", probe, std::nullopt, std::nullopt, error))
-            return false;
-        if (probe.address.bit >= 0 || probe.address.swap) {
-            error = "scan probes with one word or bit read: give a plain address such as HR1 or DI1";
-            return false;
-        }
-        c.probe = probe.address;
-    } else if (c.name == "batch") {
-        if (args.size() > 1) {
-            error = "usage: batch [FILE] (commands one per line; standard input without FILE)";
-            return false;
-        }
-        c.argument = args.empty() ? "-" : args[0];
-    }
-    return true;
+    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan or batch)";
+    return false;
 }

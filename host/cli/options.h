@@ -45,9 +45,6 @@ struct CliOptions
 bool parseCliArguments(
     const std::vector<std::string> &args, CliOptions &options, bool batchLine, std::string &error);
 
-// Which command options a command takes, for a clear refusal of the others.
-bool checkCommandOptions(const std::string &command, const CliOptions &options, std::string &error);
-
 // Splits a batch line into words; double quotes group words. False (with
 // error) for an unterminated quote.
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error);

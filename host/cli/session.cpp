@@ -184,12 +184,8 @@ int Session::openLine()
                 return usage(error);
             so.faults.push_back(rule);
         }
-        if (session.simMap) {
-            if (!readTextFile(*session.simMap, userTextFileLimit, so.map, error))
-                return usage("cannot read the map " + *session.simMap + ": " + error);
-            if (so.map.empty())
-                so.map = "# empty\n";
-        }
+        if (session.simMap && !readTextFile(*session.simMap, userTextFileLimit, so.map.emplace(), error))
+            return usage("cannot read the map " + *session.simMap + ": " + error);
     }
     if (session.trace && !link.setTrace(*session.trace, error))
         return usage(error);

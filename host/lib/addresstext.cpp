@@ -1,5 +1,7 @@
 #include "addresstext.h"
 
+#include "textutil.h"
+
 #include <cctype>
 
 namespace {
@@ -13,9 +15,7 @@ bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; 
 
 bool AddressText::parse(const std::string &text, AddressText &address, std::string &error)
 {
-    std::string upper;
-    for (char c : text)
-        upper += char(std::toupper(static_cast<unsigned char>(c)));
+    const std::string upper = upperCase(text);
     static const struct
     {
         const char *prefix;

@@ -1,12 +1,12 @@
 #include "seriallink.h"
 
 #include "textfile.h"
+#include "textutil.h"
 #include "tools.h"
 
 #include <QString>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -50,38 +50,6 @@ const BaudRate baudRates[] = {
     { 921600, B921600 },
 };
 
-std::string trimmed(const std::string &s)
-{
-    size_t a = 0, b = s.size();
-    while (a < b && std::isspace(static_cast<unsigned char>(s[a])))
-        ++a;
-    while (b > a && std::isspace(static_cast<unsigned char>(s[b - 1])))
-        --b;
-    return s.substr(a, b - a);
-}
-
-std::string upper(std::string s)
-{
-    for (char &c : s)
-        c = char(std::toupper(static_cast<unsigned char>(c)));
-    return s;
-}
-
-// A small decimal number, digits only.
-bool smallNumber(const std::string &s, int &value)
-{
-    if (s.empty() || s.size() > 7)
-        return false;
-    int v = 0;
-    for (char c : s) {
-        if (c < '0' || c > '9')
-            return false;
-        v = v * 10 + (c - '0');
-    }
-    value = v;
-    return true;
-}
-
 void sleepUntil(int64_t ns)
 {
     struct timespec ts;
@@ -100,37 +68,27 @@ bool LinkSettings::parse(const std::string &text, LinkSettings &settings, std::s
 {
     const std::string example
         = " (expected INTERFACE,BAUD,PARITY,DATABITS,STOPBITS such as \"RS485,9600,NONE,8,2\")";
-    std::vector<std::string> fields;
-    size_t from = 0;
-    for (;;) {
-        size_t comma = text.find(',', from);
-        fields.push_back(
-            trimmed(text.substr(from, comma == std::string::npos ? std::string::npos : comma - from)));
-        if (comma == std::string::npos)
-            break;
-        from = comma + 1;
-    }
+    std::vector<std::string> fields = splitFields(text, ',');
+    for (std::string &field : fields)
+        field = trimmed(field);
     if (fields.size() != 5) {
         error = "malformed link \"" + text + "\"" + example;
         return false;
     }
     LinkSettings s;
-    s.interface = upper(fields[0]);
+    s.interface = upperCase(fields[0]);
     if (s.interface != "RS232" && s.interface != "RS422" && s.interface != "RS485") {
         error = "unknown interface \"" + fields[0] + "\" in link \"" + text + "\" (RS232, RS422 or RS485)";
         return false;
     }
-    bool known = smallNumber(fields[1], s.baudRate);
-    if (known) {
-        known = false;
-        for (const BaudRate &b : baudRates)
-            known = known || b.rate == s.baudRate;
-    }
+    const bool known = parseWholeNumber(fields[1], 0, 921600, s.baudRate)
+        && std::any_of(std::begin(baudRates), std::end(baudRates),
+            [&](const BaudRate &b) { return b.rate == s.baudRate; });
     if (!known) {
         error = "unsupported baud rate \"" + fields[1] + "\" in link \"" + text + "\" (300 to 921600)";
         return false;
     }
-    const std::string parity = upper(fields[2]);
+    const std::string parity = upperCase(fields[2]);
     if (parity == "NONE" || parity == "N")
         s.parity = 'N';
     else if (parity == "EVEN" || parity == "E")
@@ -141,11 +99,11 @@ bool LinkSettings::parse(const std::string &text, LinkSettings &settings, std::s
         error = "unknown parity \"" + fields[2] + "\" in link \"" + text + "\" (NONE, EVEN or ODD)";
         return false;
     }
-    if (!smallNumber(fields[3], s.dataBits) || (s.dataBits != 7 && s.dataBits != 8)) {
+    if (!parseWholeNumber(fields[3], 7, 8, s.dataBits)) {
         error = "data bits must be 7 or 8, not \"" + fields[3] + "\", in link \"" + text + "\"";
         return false;
     }
-    if (!smallNumber(fields[4], s.stopBits) || (s.stopBits != 1 && s.stopBits != 2)) {
+    if (!parseWholeNumber(fields[4], 1, 2, s.stopBits)) {
         error = "stop bits must be 1 or 2, not \"" + fields[4] + "\", in link \"" + text + "\"";
         return false;
     }

@@ -1,8 +1,6 @@
 #include "values.h"
 
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
+#include "textutil.h"
 
 namespace {
 
@@ -29,18 +27,11 @@ const TypeInfo &infoOf(ValueType type)
     return types[2];
 }
 
-std::string lower(std::string s)
-{
-    for (char &c : s)
-        c = char(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
 } // namespace
 
 bool parseValueType(const std::string &text, ValueType &type)
 {
-    const std::string t = lower(text);
+    const std::string t = lowerCase(text);
     for (const TypeInfo &i : types)
         if (t == i.name) {
             type = i.type;
@@ -83,7 +74,7 @@ bool parseValue(const std::string &text, ValueType type, uint32_t &value, std::s
 {
     const TypeInfo &info = infoOf(type);
     if (type == ValueType::Bit) {
-        const std::string t = lower(text);
+        const std::string t = lowerCase(text);
         if (t == "1" || t == "on" || t == "true") {
             value = 1;
             return true;
@@ -95,26 +86,8 @@ bool parseValue(const std::string &text, ValueType type, uint32_t &value, std::s
         error = "a bit is 0 or 1 (or on/off), not \"" + text + "\"";
         return false;
     }
-    bool negative = !text.empty() && text[0] == '-';
-    std::string digits = negative ? text.substr(1) : text;
-    int base = 10;
-    if (digits.size() > 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X')) {
-        base = 16;
-        digits = digits.substr(2);
-    }
-    bool good = !digits.empty() && digits.size() <= 20;
-    for (char c : digits)
-        good = good
-            && (base == 16 ? std::isxdigit(static_cast<unsigned char>(c))
-                           : std::isdigit(static_cast<unsigned char>(c)));
     long long v = 0;
-    if (good) {
-        errno = 0;
-        unsigned long long u = std::strtoull(digits.c_str(), nullptr, base);
-        good = errno == 0 && u <= 4294967296ULL * 2;
-        v = negative ? -static_cast<long long>(u) : static_cast<long long>(u);
-    }
-    if (!good) {
+    if (!parseInteger(text, v)) {
         error = "\"" + text + "\" is not a number";
         return false;
     }

@@ -1,13 +1,15 @@
 // teco-sim: a simulated servo drive on a pseudo-terminal (or a serial port),
 // for testing masters and panel projects without hardware.
 
+#include "optiontable.h"
 #include "registermap.h"
 #include "simdrive.h"
 #include "textfile.h"
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <limits>
+#include <optional>
 #include <pthread.h>
 #include <string>
 
@@ -33,61 +35,48 @@ int usage(const std::string &problem)
     return 2;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+// What the command line asks for.
+struct SimArguments
 {
-    SimDrive::Options options;
-    options.log = stderr;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool hasValue = i + 1 < argc;
-        const std::string value = hasValue ? argv[i + 1] : "";
-        std::string error;
-        if (arg == "--help" || arg == "-h") {
-            std::fputs(usageText, stdout);
-            std::fputs(faultHelp(), stdout);
-            return 0;
-        } else if (arg == "--print-map") {
-            std::fputs(builtinServoMap(), stdout);
-            return 0;
-        } else if (arg == "--quiet") {
-            options.log = nullptr;
-            continue;
-        } else if (!hasValue) {
-            return usage(arg.compare(0, 2, "--") == 0 ? "option " + arg + " needs a value"
-                                                      : "unknown argument " + arg);
-        } else if (arg == "--device") {
-            options.device = value;
-        } else if (arg == "--link") {
-            if (!LinkSettings::parse(value, options.link, error))
-                return usage(error);
-        } else if (arg == "--stations") {
-            if (!SimDrive::parseStations(value, options.stations, error))
-                return usage(error);
-        } else if (arg == "--map") {
-            if (!readTextFile(value, userTextFileLimit, options.map, error)) {
-                std::fprintf(stderr, "teco-sim: cannot read the map %s: %s\n", value.c_str(), error.c_str());
-                return 2;
-            }
-            if (options.map.find_first_not_of(" \t\r\n") == std::string::npos)
-                options.map = "# empty map\n";
-        } else if (arg == "--fault") {
-            FaultRule rule;
-            if (!FaultRule::parse(value, rule, error))
-                return usage(error);
-            options.faults.push_back(rule);
-        } else if (arg == "--seed") {
-            if (value.empty() || value.size() > 9
-                || value.find_first_not_of("0123456789") != std::string::npos)
-                return usage("--seed takes a number");
-            options.seed = unsigned(std::stoul(value));
-        } else {
-            return usage("unknown option " + arg);
-        }
-        ++i;
-    }
+    SimDrive::Options drive;
+    std::optional<std::string> mapPath;
+    bool help = false;
+    bool printMap = false;
+};
 
+OptionTable simOptionTable(SimArguments &a)
+{
+    using T = OptionTable;
+    return OptionTable({
+        T::text("device", [&a](const std::string &path) { a.drive.device = path; }),
+        T::checked("link",
+            [&a](const std::string &text, std::string &error) {
+                return LinkSettings::parse(text, a.drive.link, error);
+            }),
+        T::checked("stations",
+            [&a](const std::string &text, std::string &error) {
+                return SimDrive::parseStations(text, a.drive.stations, error);
+            }),
+        T::text("map", a.mapPath),
+        T::flag("print-map", a.printMap),
+        T::checked("fault",
+            [&a](const std::string &text, std::string &error) {
+                FaultRule rule;
+                if (!FaultRule::parse(text, rule, error))
+                    return false;
+                a.drive.faults.push_back(rule);
+                return true;
+            }),
+        T::integer(
+            "seed", 0, std::numeric_limits<int>::max(), [&a](int seed) { a.drive.seed = unsigned(seed); }),
+        T::flag("quiet", [&a] { a.drive.log = nullptr; }),
+        T::flag("help", a.help),
+    });
+}
+
+// Serves until a stop signal, then prints the counters.
+int serve(const SimDrive::Options &options)
+{
     // Signals are taken by sigwait below, on this thread only.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
@@ -125,4 +114,33 @@ int main(int argc, char **argv)
                 stderr, ", %llu %s", (unsigned long long)s.faults[k], faultKindName(FaultRule::Kind(k)));
     std::fprintf(stderr, "\n");
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    SimArguments arguments;
+    arguments.drive.log = stderr;
+    std::string error;
+    if (!simOptionTable(arguments).parse(std::vector<std::string>(argv + 1, argv + argc), nullptr, error))
+        return usage(error);
+    if (arguments.help) {
+        std::fputs(usageText, stdout);
+        std::fputs(faultHelp(), stdout);
+        return 0;
+    }
+    if (arguments.printMap) {
+        std::fputs(builtinServoMap(), stdout);
+        return 0;
+    }
+    SimDrive::Options &options = arguments.drive;
+    if (arguments.mapPath
+        && !readTextFile(*arguments.mapPath, userTextFileLimit, options.map.emplace(), error)) {
+        std::fprintf(
+            stderr, "teco-sim: cannot read the map %s: %s\n", arguments.mapPath->c_str(), error.c_str());
+        return 2;
+    }
+
+    return serve(options);
 }

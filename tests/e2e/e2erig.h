@@ -32,7 +32,7 @@ public:
     {
         SimDrive::Options so;
         so.stations = { 1, 2, 3, 7 };
-        so.map = "# empty\n";
+        so.map = ""; // every register starts at 0
         so.faults = faults;
         std::string error;
         if (!sim.start(so, error))

@@ -175,6 +175,38 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
     }
 }
 
+TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        const char *message;
+    } rows[] = {
+        { { "--bogus" }, "teco-sim: unknown option --bogus\n" },
+        { { "--quiet", "--bogus", "x" }, "teco-sim: unknown option --bogus\n" },
+        { { "stray" }, "teco-sim: unknown argument stray\n" },
+        { { "--device" }, "teco-sim: option --device needs a value\n" },
+        { { "--quiet", "--seed" }, "teco-sim: option --seed needs a value\n" },
+        { { "--seed", "x" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"x\"\n" },
+        { { "--seed=-1" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"-1\"\n" },
+        { { "--quiet=1" }, "teco-sim: option --quiet takes no value\n" },
+        { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
+        { { "--link", "RS485,9600" }, "teco-sim: malformed link \"RS485,9600\"" },
+        { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
+    };
+    for (const Row &row : rows) {
+        std::string shown;
+        for (const std::string &a : row.args)
+            shown += a + " ";
+        SCOPED_TRACE(shown);
+        const CliRun r = runProgram(TECO_SIM_PATH, row.args, "");
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
+        EXPECT_NE(r.err.find("usage: teco-sim [options]"), std::string::npos) << r.err;
+        EXPECT_EQ(r.out, "") << "no drive was started";
+    }
+}
+
 TEST(Cli, AQtPlugInThatIsNotADriverIsRefused)
 {
     const QString sqlite = QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/sqldrivers/libqsqlite.so";

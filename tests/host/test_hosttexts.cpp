@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace {
 
 TEST(LinkText, ReadsTheDriversFormOfALine)
@@ -255,6 +257,33 @@ TEST(RegisterMaps, NameTheLineOfAProblem)
     }
 }
 
+TEST(RegisterMaps, NoMapMeansTheBuiltInOneAndAnEmptyMapIsEmpty)
+{
+    struct Row
+    {
+        const char *what;
+        std::optional<std::string> map;
+        uint16_t hr100;
+    } rows[] = {
+        { "no map", std::nullopt, 1500 },
+        { "an empty map", std::string(), 0 },
+        { "a map of white space", std::string(" \n\t\n"), 0 },
+        { "a map of its own", std::string("HR100 7\n"), 7 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        SimDrive drive;
+        SimDrive::Options options;
+        options.map = row.map;
+        std::string error;
+        ASSERT_TRUE(drive.start(options, error)) << error;
+        uint16_t value = 0xFFFF;
+        EXPECT_TRUE(drive.value(1, Area::HoldingRegisters, 99, value));
+        EXPECT_EQ(value, row.hr100);
+        drive.stop();
+    }
+}
+
 TEST(StationLists, ReadNumbersAndRanges)
 {
     std::vector<int> s;
@@ -375,6 +404,63 @@ TEST(CommandLine, BatchLinesTakeOnlyCommandOptions)
     ASSERT_TRUE(parseCliArguments({ "fault", "explode" }, fault, true, error));
     EXPECT_FALSE(prepareCommand(fault, true, c, error));
     EXPECT_EQ(error.rfind("unknown fault", 0), 0u) << error;
+}
+
+TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        bool batchLine;
+        const char *error; // "" for a good command
+    } rows[] = {
+        { { "info" }, false, "" },
+        { { "info", "x" }, false, "info takes no arguments" },
+        { { "info", "--type", "word" }, false, "option --type does not apply to info" },
+        { { "read", "HR1", "--count", "2", "--type", "byte" }, false, "" },
+        { { "read", "HR1", "HR2" }, false, "usage: read ADDRESS" },
+        { { "read", "HR1", "--from", "2" }, false, "option --from does not apply to read" },
+        { { "write", "HR1", "5", "--count", "2" }, false, "option --count does not apply to write" },
+        { { "poll", "HR1", "DO1:bit:8", "--interval", "0", "--cycles", "3", "--duration", "2.5" }, false,
+            "" },
+        { { "poll", "HR1", "--address", "HR2" }, false, "option --address does not apply to poll" },
+        { { "poll", "HR1", "--duration", "-1" }, false, "option --duration takes seconds" },
+        { { "poll", "HR1", "--duration", "1e9" }, false, "option --duration takes seconds" },
+        { { "read", "HR1", "--port", "/dev/ttyS0" }, true, "option --port belongs on the command line" },
+        { { "scan", "--from", "2", "--to", "9", "--address", "DI1" }, false, "" },
+        { { "scan", "--to", "0" }, false, "scan needs 1 <= --from <= --to <= 247" },
+        { { "scan", "--address", "HR1.2" }, false, "scan probes with one word or bit read" },
+        { { "scan", "--cycles", "2" }, false, "option --cycles does not apply to scan" },
+        { { "scan", "x" }, false, "usage: scan" },
+        { { "batch" }, false, "" },
+        { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
+        { { "batch" }, true, "a batch cannot start another batch" },
+        { { "trace", "on" }, false, "unknown command \"trace\" (info, read, write, poll, scan or batch)" },
+        { { "fault", "noreply" }, false, "unknown command \"fault\"" },
+        { { "trace", "on" }, true, "" },
+        { { "trace", "maybe" }, true, "usage: trace on|off" },
+        { { "fault", "noreply:times=1" }, true, "" },
+        { { "fault" }, true, "usage: fault KIND" },
+        { { "fault", "late", "--count", "2" }, true, "option --count does not apply to fault" },
+        { { "--json", "--station", "3" }, false, "no command given" },
+        { { "READ", "HR1" }, false, "unknown command \"READ\"" },
+    };
+    for (const Row &row : rows) {
+        std::string shown;
+        for (const std::string &a : row.args)
+            shown += a + " ";
+        SCOPED_TRACE(shown + (row.batchLine ? "(in a batch)" : ""));
+        CliOptions o;
+        Command c;
+        std::string error;
+        const bool good = parseCliArguments(row.args, o, row.batchLine, error)
+            && prepareCommand(o, row.batchLine, c, error);
+        EXPECT_EQ(good, !*row.error) << error;
+        if (*row.error)
+            EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+        else
+            EXPECT_EQ(c.name, row.args[0]);
+    }
 }
 
 TEST(CommandLine, TagsNameAddressTypeAndCount)

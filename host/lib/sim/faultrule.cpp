@@ -1,5 +1,7 @@
 #include "faultrule.h"
 
+#include "textutil.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <vector>
@@ -8,22 +10,20 @@ namespace {
 
 const char *const kindNames[FaultRule::KindCount]
     = { "noreply", "corrupt", "truncate", "late", "exception", "wrongstation", "noise" };
-// The key that sets FaultRule::value for each kind, or nullptr.
-const char *const valueKeys[FaultRule::KindCount] = { nullptr, nullptr, "keep", "ms", "code", "as", "bytes" };
-
-bool wholeNumber(const std::string &s, long low, long high, int &out)
+// The key that sets FaultRule::value for each kind (or nullptr), with its range.
+const struct
 {
-    if (s.empty() || s.size() > 9)
-        return false;
-    for (char c : s)
-        if (c < '0' || c > '9')
-            return false;
-    long v = std::strtol(s.c_str(), nullptr, 10);
-    if (v < low || v > high)
-        return false;
-    out = int(v);
-    return true;
-}
+    const char *key;
+    int low, high;
+} valueKeys[FaultRule::KindCount] = {
+    { nullptr, 0, 0 }, // noreply
+    { nullptr, 0, 0 }, // corrupt
+    { "keep", 0, 1024 }, // truncate
+    { "ms", 0, 600000 }, // late
+    { "code", 1, 255 }, // exception
+    { "as", 0, 255 }, // wrongstation
+    { "bytes", 0, 1024 }, // noise
+};
 
 bool parseRate(std::string s, double &rate)
 {
@@ -84,17 +84,8 @@ bool FaultRule::parse(const std::string &text, FaultRule &rule, std::string &err
     }
     r.kind = Kind(kind);
     std::vector<std::string> options;
-    if (colon != std::string::npos) {
-        size_t from = colon + 1;
-        for (;;) {
-            size_t comma = text.find(',', from);
-            options.push_back(
-                text.substr(from, comma == std::string::npos ? std::string::npos : comma - from));
-            if (comma == std::string::npos)
-                break;
-            from = comma + 1;
-        }
-    }
+    if (colon != std::string::npos)
+        options = splitFields(text.substr(colon + 1), ',');
     for (const std::string &option : options) {
         const size_t eq = option.find('=');
         const std::string key = option.substr(0, eq);
@@ -102,7 +93,7 @@ bool FaultRule::parse(const std::string &text, FaultRule &rule, std::string &err
         bool good = eq != std::string::npos;
         if (!good) {
         } else if (key == "station") {
-            good = wholeNumber(value, 0, 247, r.station);
+            good = parseWholeNumber(value, 0, 247, r.station);
         } else if (key == "at") {
             AddressText a;
             std::string ignored;
@@ -113,22 +104,9 @@ bool FaultRule::parse(const std::string &text, FaultRule &rule, std::string &err
         } else if (key == "rate") {
             good = parseRate(value, r.rate);
         } else if (key == "times") {
-            good = wholeNumber(value, 1, 1000000000, r.times);
-        } else if (valueKeys[kind] && key == valueKeys[kind]) {
-            switch (r.kind) {
-            case Exception:
-                good = wholeNumber(value, 1, 255, r.value);
-                break;
-            case Late:
-                good = wholeNumber(value, 0, 600000, r.value);
-                break;
-            case WrongStation:
-                good = wholeNumber(value, 0, 255, r.value);
-                break;
-            default:
-                good = wholeNumber(value, 0, 1024, r.value);
-                break;
-            }
+            good = parseWholeNumber(value, 1, 1000000000, r.times);
+        } else if (valueKeys[kind].key && key == valueKeys[kind].key) {
+            good = parseWholeNumber(value, valueKeys[kind].low, valueKeys[kind].high, r.value);
         } else {
             error = "fault \"" + text + "\": unknown option \"" + key + "\"";
             return false;
@@ -166,8 +144,8 @@ std::string FaultRule::text() const
         add("rate=" + std::to_string(rate));
     if (times >= 0)
         add("times=" + std::to_string(times));
-    if (value >= 0 && valueKeys[kind])
-        add(std::string(valueKeys[kind]) + "=" + std::to_string(value));
+    if (value >= 0 && valueKeys[kind].key)
+        add(std::string(valueKeys[kind].key) + "=" + std::to_string(value));
     return t;
 }
 

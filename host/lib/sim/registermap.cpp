@@ -1,7 +1,7 @@
 #include "registermap.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include "textutil.h"
+
 #include <sstream>
 
 const char *builtinServoMap()
@@ -35,25 +35,6 @@ const char *builtinServoMap()
            "DI4      1        zero speed\n";
 }
 
-namespace {
-
-bool parseValue(const std::string &s, long long &v)
-{
-    if (s.empty())
-        return false;
-    const char *p = s.c_str();
-    char *end = nullptr;
-    errno = 0;
-    if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X'))
-        v = std::strtoll(p + 2, &end, 16);
-    else
-        v = std::strtoll(p, &end, 10);
-    return errno == 0 && end && *end == '\0' && end != p && s.find(' ') == std::string::npos
-        && s.find('+') == std::string::npos && !(s.size() > 2 && (s[2] == '-' || s[2] == '+'));
-}
-
-} // namespace
-
 bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, std::string &error)
 {
     std::vector<MapEntry> out;
@@ -74,13 +55,12 @@ bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, s
         }
         std::string name;
         std::getline(words, name);
-        const size_t start = name.find_first_not_of(" \t");
-        name = start == std::string::npos ? std::string() : name.substr(start);
+        name = trimmed(name);
         if (first == "station") {
             long long n = 0;
             if (second == "all")
                 station = 0;
-            else if (parseValue(second, n) && n >= 1 && n <= 247 && name.empty())
+            else if (parseInteger(second, n) && n >= 1 && n <= 247 && name.empty())
                 station = int(n);
             else {
                 error = where + "a station is a number from 1 to 247, or \"all\"";
@@ -99,7 +79,7 @@ bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, s
             return false;
         }
         long long value = 0;
-        if (!parseValue(second, value)) {
+        if (!parseInteger(second, value)) {
             error = where + "\"" + second + "\" is not a number";
             return false;
         }

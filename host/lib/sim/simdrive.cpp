@@ -1,6 +1,7 @@
 #include "simdrive.h"
 
 #include "registermap.h"
+#include "textutil.h"
 
 #include <modbus.h>
 
@@ -112,30 +113,17 @@ SimDrive::~SimDrive() { stop(); }
 bool SimDrive::parseStations(const std::string &text, std::vector<int> &stations, std::string &error)
 {
     std::vector<int> out;
-    size_t from = 0;
-    for (;;) {
-        const size_t comma = text.find(',', from);
-        const std::string item
-            = text.substr(from, comma == std::string::npos ? std::string::npos : comma - from);
+    for (const std::string &item : splitFields(text, ',')) {
         const size_t dash = item.find('-');
         const std::string a = item.substr(0, dash), b = dash == std::string::npos ? a : item.substr(dash + 1);
-        auto number = [](const std::string &s, int &v) {
-            if (s.empty() || s.size() > 3 || s.find_first_not_of("0123456789") != std::string::npos)
-                return false;
-            v = std::stoi(s);
-            return v >= 1 && v <= 247;
-        };
         int low = 0, high = 0;
-        if (!number(a, low) || !number(b, high) || low > high) {
+        if (!parseWholeNumber(a, 1, 247, low) || !parseWholeNumber(b, 1, 247, high) || low > high) {
             error = "bad station list \"" + text + "\" (numbers 1 to 247, such as 1,2,5-7)";
             return false;
         }
         for (int s = low; s <= high; ++s)
             if (std::find(out.begin(), out.end(), s) == out.end())
                 out.push_back(s);
-        if (comma == std::string::npos)
-            break;
-        from = comma + 1;
     }
     stations.swap(out);
     return true;
@@ -150,7 +138,7 @@ bool SimDrive::start(const Options &options, std::string &error)
         return false;
     }
     std::vector<MapEntry> entries;
-    if (!parseRegisterMap(opts.map.empty() ? builtinServoMap() : opts.map, entries, error)) {
+    if (!parseRegisterMap(opts.map ? *opts.map : builtinServoMap(), entries, error)) {
         error = "register map, " + error;
         return false;
     }

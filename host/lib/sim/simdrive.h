@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -36,7 +37,9 @@ public:
         std::string device; // serve on this serial device; empty: a new pseudo-terminal
         LinkSettings link; // line settings (and the silence that ends a frame)
         std::vector<int> stations { 1, 2, 3 };
-        std::string map; // initial values (registermap.h); empty: the built-in servo map
+        // Initial values (registermap.h); without a value the built-in servo
+        // map. An empty map is a map too: every register starts at 0.
+        std::optional<std::string> map;
         std::vector<FaultRule> faults;
         unsigned seed = 1; // for faults by rate
         FILE *log = nullptr; // one line per request, when set

@@ -1,0 +1,154 @@
+#include "optiontable.h"
+
+#include "textutil.h"
+
+namespace {
+
+OptionTable::Row row(const char *name, OptionTable::Kind kind, int scope,
+    std::function<bool(const std::string &, int, std::string &)> set)
+{
+    OptionTable::Row r;
+    r.name = name;
+    r.kind = kind;
+    r.scope = scope;
+    r.set = std::move(set);
+    return r;
+}
+
+// One word of a command line that begins with "--": the name, and the value
+// when given as "--name=value".
+struct OptionWord
+{
+    std::string name;
+    std::optional<std::string> value;
+};
+
+OptionWord optionWord(const std::string &arg)
+{
+    OptionWord w;
+    w.name = arg.substr(2);
+    const size_t eq = w.name.find('=');
+    if (eq != std::string::npos) {
+        w.value = w.name.substr(eq + 1);
+        w.name.erase(eq);
+    }
+    return w;
+}
+
+} // namespace
+
+OptionTable::Row OptionTable::flag(const char *name, bool &target, int scope)
+{
+    return flag(
+        name, [&target] { target = true; }, scope);
+}
+
+OptionTable::Row OptionTable::flag(const char *name, std::function<void()> set, int scope)
+{
+    return row(name, Flag, scope, [set](const std::string &, int, std::string &) {
+        set();
+        return true;
+    });
+}
+
+OptionTable::Row OptionTable::text(const char *name, std::optional<std::string> &target, int scope)
+{
+    return text(
+        name, [&target](const std::string &value) { target = value; }, scope);
+}
+
+OptionTable::Row OptionTable::text(const char *name, std::function<void(const std::string &)> set, int scope)
+{
+    return row(name, Text, scope, [set](const std::string &value, int, std::string &) {
+        set(value);
+        return true;
+    });
+}
+
+OptionTable::Row OptionTable::checked(
+    const char *name, std::function<bool(const std::string &, std::string &error)> set, int scope)
+{
+    return row(name, Text, scope,
+        [set](const std::string &value, int, std::string &error) { return set(value, error); });
+}
+
+OptionTable::Row OptionTable::integer(
+    const char *name, int low, int high, std::optional<int> &target, int scope)
+{
+    return integer(
+        name, low, high, [&target](int value) { target = value; }, scope);
+}
+
+OptionTable::Row OptionTable::integer(
+    const char *name, int low, int high, std::function<void(int)> set, int scope)
+{
+    Row r = row(name, Integer, scope, [set](const std::string &, int number, std::string &) {
+        set(number);
+        return true;
+    });
+    r.low = low;
+    r.high = high;
+    return r;
+}
+
+OptionTable::OptionTable(std::vector<Row> rows)
+    : rows(std::move(rows))
+{
+}
+
+const OptionTable::Row *OptionTable::find(const std::string &name) const
+{
+    for (const Row &r : rows)
+        if (name == r.name)
+            return &r;
+    return nullptr;
+}
+
+bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::string> *arguments,
+    std::string &error, const Refusal &refuse) const
+{
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string &arg = args[i];
+        const bool isOption = arg == "-h" || (arg.size() > 2 && arg.compare(0, 2, "--") == 0);
+        if (!isOption && arguments) {
+            arguments->push_back(arg);
+            continue;
+        }
+        if (!isOption) {
+            error = "unknown argument " + arg;
+            return false;
+        }
+        OptionWord w = optionWord(arg == "-h" ? std::string("--help") : arg);
+        const Row *r = find(w.name);
+        if (!r) {
+            error = "unknown option --" + w.name;
+            return false;
+        }
+        const std::string refusal = refuse ? refuse(*r) : std::string();
+        if (!refusal.empty()) {
+            error = refusal;
+            return false;
+        }
+        if (r->kind == Flag && w.value) {
+            error = "option --" + w.name + " takes no value";
+            return false;
+        }
+        if (r->kind != Flag && !w.value) {
+            if (i + 1 >= args.size()) {
+                error = "option --" + w.name + " needs a value";
+                return false;
+            }
+            w.value = args[++i];
+        }
+        const std::string value = w.value ? *w.value : std::string();
+        int number = 0;
+        if (r->kind == Integer && !parseWholeNumber(value, r->low, r->high, number)) {
+            error = "option --" + w.name + " takes a number from " + std::to_string(r->low) + " to "
+                + std::to_string(r->high) + ", not \"" + value + "\"";
+            return false;
+        }
+        if (!r->set(value, number, error))
+            return false;
+    }
+    return true;
+}
