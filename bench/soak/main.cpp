@@ -3,9 +3,9 @@
 // rate; every result checked against a model of the drive kept apart from the
 // driver, and every command's duration against its time bound.
 //
-//   teco-soak [--commands N] [--fault-rate P] [--timeout MS] [--retry N] [--late-guard MS]
-//             [--delay MS] [--seed N] [--link TEXT] [--stations LIST] [--plugin PATH]
-//             [--fault-kinds LIST] [--trace FILE] [--json] [--quiet]
+//   teco-soak [--commands N] [--fault-rate P] [--fault-kinds LIST] [--timeout MS] [--retry N]
+//             [--late-guard MS] [--delay MS] [--tolerance MS] [--seed N] [--link TEXT]
+//             [--stations LIST] [--plugin PATH] [--trace FILE] [--json] [--quiet]
 //
 // Exit status: 0 when every command gave a right value or a failure and kept
 // its time bound; 1 for any WRONG VALUE, a command over its bound, or a
@@ -39,8 +39,6 @@
 
 namespace {
 
-// Scheduling on a shared machine: a command may end this much past its bound.
-const int64_t ToleranceNs = 3000000;
 // How many findings of each sort are printed one by one.
 const int PrintedFindings = 20;
 
@@ -52,6 +50,7 @@ struct Settings
     int retry = 2;
     int lateGuardMs = -1;
     int delayMs = 0;
+    int toleranceMs = 3; // scheduling on a shared machine: a command may end this much past its bound
     unsigned seed = 1;
     std::string link = "RS485,9600,NONE,8,2";
     std::string stations = "1,2,3";
@@ -67,9 +66,9 @@ int usage(const char *problem = nullptr)
     if (problem)
         std::fprintf(stderr, "teco-soak: %s\n", problem);
     std::fprintf(stderr,
-        "usage: teco-soak [--commands N] [--fault-rate P] [--timeout MS] [--retry N] [--late-guard MS]\n"
-        "                 [--delay MS] [--seed N] [--link TEXT] [--stations LIST] [--plugin PATH]\n"
-        "                 [--fault-kinds LIST] [--trace FILE] [--json] [--quiet]\n"
+        "usage: teco-soak [--commands N] [--fault-rate P] [--fault-kinds LIST] [--timeout MS] [--retry N]\n"
+        "                 [--late-guard MS] [--delay MS] [--tolerance MS] [--seed N] [--link TEXT]\n"
+        "                 [--stations LIST] [--plugin PATH] [--trace FILE] [--json] [--quiet]\n"
         "  --commands N        commands to run (default 10000)\n"
         "  --fault-rate P      share of requests that the simulated drive answers wrongly: noreply,\n"
         "                      corrupt, truncate, late, exception, wrongstation and noise in equal parts\n"
@@ -79,6 +78,7 @@ int usage(const char *problem = nullptr)
         "  --retry N           the link's retry count (default 2)\n"
         "  --late-guard MS     the link's late-answer guard; -1: the time-out, 0: off (default -1)\n"
         "  --delay MS          the link's delay before every attempt (default 0)\n"
+        "  --tolerance MS      how far past its time bound a command may end (default 3)\n"
         "  --seed N            seed of the commands, the drive's values and the faults (default 1)\n"
         "  --link TEXT         line settings (default RS485,9600,NONE,8,2)\n"
         "  --stations LIST     stations the simulated drive serves (default 1,2,3)\n"
@@ -319,6 +319,7 @@ private:
     LinkSettings line;
     std::vector<int> stations;
     LineFigures figures {};
+    int64_t toleranceNs = 0;
     FaultMix mix;
     DriverHost host;
     DriverInterface *driver = nullptr;
@@ -362,6 +363,7 @@ bool Soak::setUp(std::string &error)
     figures.silenceNs = line.silenceNs();
     figures.characterNs = line.characterNs();
     figures.attempts = settings.retry > 0 ? 1 + settings.retry : 1;
+    toleranceNs = int64_t(settings.toleranceMs) * 1000000;
 
     SimDrive::Options so;
     so.link = line;
@@ -554,7 +556,7 @@ void Soak::runOne(long index)
         tightestBoundNs = bound;
         tightestCommand = c.describe();
     }
-    if (took > bound + ToleranceNs) {
+    if (took > bound + toleranceNs) {
         ++overBound;
         char text[200];
         std::snprintf(text, sizeof text, ": %.3f ms, bound %.3f ms%s%s", double(took) / 1e6,
@@ -626,7 +628,7 @@ int Soak::run()
         std::printf(
             "  time bound of a command: (1 + retry) x (delay + guard + for each request of an attempt: "
             "pause + silence + request and reply on the wire + time-out); tolerance %.0f ms\n\n",
-            double(ToleranceNs) / 1e6);
+            double(toleranceNs) / 1e6);
         std::fflush(stdout);
     }
     const long step = std::max(100L, settings.commands / 10);
@@ -689,7 +691,7 @@ void Soak::printSummary(double seconds)
     std::printf("  closest to bound  %.3f ms of %.3f ms: %s\n", double(tightestNs) / 1e6,
         double(tightestBoundNs) / 1e6, tightestCommand.c_str());
     std::printf(
-        "  over bound        %ld (more than %.0f ms past the bound)\n", overBound, double(ToleranceNs) / 1e6);
+        "  over bound        %ld (more than %.0f ms past the bound)\n", overBound, double(toleranceNs) / 1e6);
     if (disagreements)
         std::printf("  DISAGREEMENTS     %ld (the driver did not do what the soak expects of a command)\n",
             disagreements);
@@ -761,6 +763,7 @@ int main(int argc, char **argv)
         Retry,
         LateGuard,
         Delay,
+        Tolerance,
         Seed,
         Link,
         Stations,
@@ -778,6 +781,7 @@ int main(int argc, char **argv)
         { "retry", required_argument, nullptr, Retry },
         { "late-guard", required_argument, nullptr, LateGuard },
         { "delay", required_argument, nullptr, Delay },
+        { "tolerance", required_argument, nullptr, Tolerance },
         { "seed", required_argument, nullptr, Seed },
         { "link", required_argument, nullptr, Link },
         { "stations", required_argument, nullptr, Stations },
@@ -826,6 +830,11 @@ int main(int argc, char **argv)
             if (!wholeNumber(optarg, 0, 60000, v))
                 return usage("--delay takes milliseconds from 0 to 60000");
             s.delayMs = int(v);
+            break;
+        case Tolerance:
+            if (!wholeNumber(optarg, 0, 60000, v))
+                return usage("--tolerance takes milliseconds from 0 to 60000");
+            s.toleranceMs = int(v);
             break;
         case Seed:
             if (!wholeNumber(optarg, 0, 4294967295L, v))
