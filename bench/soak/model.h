@@ -41,7 +41,7 @@ public:
     // The window's layout: station count, station list 1..8, read-back
     // station, relay register; HR1300 is the register a relay writes.
     enum { WindowSize = 11, CountIndex = 0, ListEntries = 8, ReadBackIndex = 9, RelayIndex = 10 };
-    static const int RelayTarget = 1299;
+    static constexpr int RelayTarget = 1299;
 
     explicit SoakModel(const std::vector<int> &stations);
 
