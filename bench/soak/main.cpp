@@ -648,6 +648,8 @@ int Soak::run()
         printJson(seconds);
     else
         printSummary(seconds);
+    link.close();
+    host.unload();
     return wrongValues == 0 && overBound == 0 && disagreements == 0 ? 0 : 1;
 }
 
