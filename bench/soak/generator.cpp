@@ -331,14 +331,14 @@ SoakCommand CommandGenerator::window(const SoakModel &model)
     for (int s : model.relayStations())
         costly = costly || !model.serves(s);
     if (costly && chance(0.8))
-        return configureWindow(model);
+        return configureWindow();
 
     SoakCommand c;
     c.write = true;
     c.station = station();
     const int r = uniform(1, 100);
     if (r <= 30)
-        return configureWindow(model);
+        return configureWindow();
     if (r <= 40) {
         // A bit of the table; one of the station count sets the count to 8.
         c.op = Op::WriteWindowBit;
@@ -369,7 +369,7 @@ SoakCommand CommandGenerator::window(const SoakModel &model)
     return c;
 }
 
-SoakCommand CommandGenerator::configureWindow(const SoakModel &)
+SoakCommand CommandGenerator::configureWindow()
 {
     SoakCommand c;
     c.op = Op::WriteWindowWords;

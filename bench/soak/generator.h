@@ -50,7 +50,7 @@ private:
     SoakCommand writeCoils();
     SoakCommand writeRegisterBits();
     SoakCommand window(const SoakModel &model);
-    SoakCommand configureWindow(const SoakModel &model);
+    SoakCommand configureWindow();
     SoakCommand refused();
     // The previous command again at another address, with other data: a
     // panel polls many tags of one shape, whose answers look alike.
