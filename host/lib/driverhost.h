@@ -1,0 +1,51 @@
+#ifndef HOST_DRIVERHOST_H
+#define HOST_DRIVERHOST_H
+
+// Loading a driver plug-in of this runtime by path, as the panel's runtime
+// does: QPluginLoader, the plug-in's root instance, and the DriverInterface
+// that instance implements.
+//
+// Qt shares a plug-in's root instance between every loader of the same file,
+// so two hosts of one file hand out the same driver object. Destroying a host
+// leaves that object alive, as QPluginLoader does. unload() ends it for every
+// host of the file (their driver() turns nullptr) and lets Qt unload the
+// library once no loader holds it; the next load() starts with a new driver
+// object: a clear error state and a new register window.
+
+#include "driverinterface.h"
+
+#include <QPluginLoader>
+#include <QPointer>
+
+#include <string>
+
+class DriverHost
+{
+public:
+    DriverHost() = default;
+    DriverHost(const DriverHost &) = delete;
+    DriverHost &operator=(const DriverHost &) = delete;
+
+    // Loads the plug-in at path and returns its driver. On failure returns
+    // nullptr with one sentence in error: a path that does not exist or is
+    // not a file, a file that Qt cannot load as a plug-in, a plug-in that is
+    // not a driver of this runtime. A host holds one plug-in: loading another
+    // lets go of the one it holds first (without ending its driver object).
+    DriverInterface *load(const std::string &path, std::string &error);
+    // The loaded driver, or nullptr.
+    DriverInterface *driver() const { return instance ? loaded : nullptr; }
+    // The path given to the last successful load().
+    const std::string &path() const { return pluginPath; }
+    // Ends the driver object (see above).
+    void unload();
+
+private:
+    void release();
+
+    QPluginLoader loader;
+    QPointer<QObject> instance;
+    DriverInterface *loaded = nullptr;
+    std::string pluginPath;
+};
+
+#endif // HOST_DRIVERHOST_H
