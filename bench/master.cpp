@@ -13,10 +13,10 @@
 //   RESULT master=NAME baud=B regs=R n=OK errors=E elapsed_s=S tps=T median_ms=M p99_ms=P min_ms=A max_ms=B
 
 #include "driverinterface.h"
+#include "driverhost.h"
 #include "seriallink.h"
 
 #include <QCoreApplication>
-#include <QPluginLoader>
 
 #include <algorithm>
 #include <cstdio>
@@ -107,15 +107,14 @@ int main(int argc, char **argv)
     if (device.empty() || regs < 1 || regs > 125 || count < 1 || address < 0 || address + regs > 65536)
         return usage();
 
-    QPluginLoader loader(QString::fromLocal8Bit(plugin.c_str()));
-    DriverInterface *driver = qobject_cast<DriverInterface *>(loader.instance());
+    DriverHost host;
+    std::string error;
+    DriverInterface *driver = host.load(plugin, error);
     if (!driver) {
-        std::fprintf(stderr, "teco-bench-master: cannot load the driver %s: %s\n", plugin.c_str(),
-            loader.errorString().toLocal8Bit().constData());
+        std::fprintf(stderr, "teco-bench-master: %s\n", error.c_str());
         return 1;
     }
     LinkSettings settings;
-    std::string error;
     const std::string text = "RS485," + std::to_string(baud) + ","
         + (parity == 'E'        ? "EVEN"
                 : parity == 'O' ? "ODD"

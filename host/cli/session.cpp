@@ -5,7 +5,6 @@
 #include "pollstats.h"
 #include "textfile.h"
 
-#include <QFileInfo>
 #include <QJsonArray>
 
 #include <cerrno>
@@ -20,8 +19,6 @@ namespace {
 volatile std::sig_atomic_t interrupted = 0;
 
 void onInterrupt(int) { interrupted = 1; }
-
-std::string local(const QString &text) { return text.toLocal8Bit().toStdString(); }
 
 bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
@@ -118,34 +115,13 @@ int Session::failure(const Command &c, const std::string &text)
 int Session::loadDriver()
 {
     const std::string path = session.plugin ? *session.plugin : std::string(TECO_DEFAULT_PLUGIN);
-    const QFileInfo file(QString::fromLocal8Bit(path.c_str()));
-    if (!file.exists())
-        return usage("plug-in not found: " + path);
-    if (!file.isFile())
-        return usage("not a plug-in file: " + path);
-    loader.setFileName(file.absoluteFilePath());
-    QObject *instance = loader.instance();
-    if (!instance)
-        return usage("cannot load " + path + " as a plug-in: " + local(loader.errorString()));
-    driver = qobject_cast<DriverInterface *>(instance);
-    if (!driver)
-        return usage(path + " is a Qt plug-in but not a driver of this runtime");
-
-    // The driver's own defaults, as a new panel project would take them.
-    std::unique_ptr<DriverSetting> protocol(driver->getDefaultDriverSetting());
-    if (protocol) {
-        defaults.timeoutMs = protocol->timeout > 0 ? protocol->timeout : defaults.timeoutMs;
-        defaults.retry = protocol->retry;
-        defaults.station = protocol->stationId;
-        defaults.delayMs = protocol->delay > 0 ? (unsigned long)protocol->delay : 0;
-    }
-    const std::string linkText
-        = session.link ? *session.link : local(driver->getStringBasedDefaultDriverSetting());
     std::string error;
-    if (!LinkSettings::parse(linkText, settings, error))
+    driver = host.load(path, error);
+    if (!driver)
         return usage(error);
-    if (settings.dataBits != 8)
-        return usage("Modbus RTU needs 8 data bits; the link \"" + linkText + "\" has 7");
+    // The driver's own defaults, as a new panel project would take them.
+    if (!host.defaults(session.link, settings, defaults, error))
+        return usage(error);
     if (session.station)
         defaults.station = *session.station;
     if (session.timeout)
@@ -256,29 +232,19 @@ int Session::info(const Command &c)
 int Session::read(const Command &c)
 {
     const Tag &t = c.target;
-    const CommunicatorCommand cmd(commandDataType(t.type), t.count, QString::fromStdString(t.address.text()));
-    const QByteArray data = driver->read(&link, cmd);
-    if (driver->hasError())
-        return failure(c, local(driver->getLastError()));
-    const std::vector<Element> elements = unpackValues(data, t.address, t.type, t.count);
-    if (int(elements.size()) != t.count)
-        return failure(c,
-            "the driver returned " + std::to_string(data.size()) + " bytes for " + std::to_string(t.count)
-                + " " + valueTypeName(t.type) + "(s)");
-    Output::forCommand(c).readDone(t, link.options().station, elements);
+    const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
+    if (!r.ok)
+        return failure(c, r.errorText);
+    Output::forCommand(c).readDone(t, link.options().station, r.elements);
     return ExitOk;
 }
 
 int Session::write(const Command &c)
 {
     const Tag &t = c.target;
-    const CommunicatorCommand cmd(
-        commandDataType(t.type), int(c.values.size()), QString::fromStdString(t.address.text()));
-    const bool ok = driver->write(&link, cmd, packValues(c.values, t.type));
-    if (driver->hasError())
-        return failure(c, local(driver->getLastError()));
-    if (!ok)
-        return failure(c, "the driver did not write " + t.address.text());
+    const DriverHost::Result r = host.write(link, t.address, t.type, c.values);
+    if (!r.ok)
+        return failure(c, r.errorText);
     Output::forCommand(c).writeDone(t, link.options().station, c.values);
     return ExitOk;
 }
@@ -327,20 +293,17 @@ int Session::poll(const Command &c)
             break;
         for (size_t i = 0; i < c.tags.size() && !interrupted; ++i) {
             const Tag &t = c.tags[i];
-            const CommunicatorCommand cmd(
-                commandDataType(t.type), t.count, QString::fromStdString(t.address.text()));
             const int64_t t0 = monotonicNs();
-            const QByteArray data = driver->read(&link, cmd);
+            const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
             const int64_t latencyNs = monotonicNs() - t0;
             std::string shown;
             QJsonArray values;
-            if (driver->hasError()) {
-                const std::string text = local(driver->getLastError());
-                stats.addFailure(classifyDriverError(text).text);
-                shown = "error: " + text;
+            if (!r.ok) {
+                stats.addFailure(r.error.text);
+                shown = "error: " + r.errorText;
             } else {
                 stats.addSuccess(latencyNs);
-                for (const Element &e : unpackValues(data, t.address, t.type, t.count)) {
+                for (const Element &e : r.elements) {
                     shown += (shown.empty() ? "" : " ") + std::to_string(e.value);
                     values.append(double(e.value));
                 }
@@ -402,13 +365,12 @@ int Session::scan(const Command &c)
     const int total = c.to - c.from + 1;
     for (int s = c.from; s <= c.to; ++s) {
         l.station = s;
-        const CommunicatorCommand cmd(commandDataType(type), 1, QString::fromStdString(c.probe.text()));
-        driver->read(&link, cmd);
-        if (!driver->hasError()) {
+        const DriverHost::Result r = host.read(link, c.probe, type, 1);
+        if (r.ok) {
             found.push_back({ s, "answers" });
             ++answering;
         } else {
-            const DriverError e = classifyDriverError(local(driver->getLastError()));
+            const DriverError &e = r.error;
             if (e.kind == ErrorKind::Exception) {
                 found.push_back({ s, "answers with " + e.text });
                 ++answering;

@@ -6,11 +6,10 @@
 // pseudo-terminal at the other end of the link.
 
 #include "command.h"
+#include "driverhost.h"
 #include "driverinterface.h"
 #include "seriallink.h"
 #include "simdrive.h"
-
-#include <QPluginLoader>
 
 #include <cstdio>
 #include <memory>
@@ -43,8 +42,8 @@ private:
     int failure(const Command &c, const std::string &text);
 
     CliOptions session;
-    QPluginLoader loader;
-    DriverInterface *driver = nullptr;
+    DriverHost host;
+    DriverInterface *driver = nullptr; // the loaded driver, owned by its plug-in
     LinkSettings settings;
     LinkOptions defaults; // the session's link options; commands override some
     SerialLink link;

@@ -1,6 +1,10 @@
 #include "driverhost.h"
 
+#include "settings.h"
+
 #include <QFileInfo>
+
+#include <memory>
 
 DriverInterface *DriverHost::load(const std::string &path, std::string &error)
 {
@@ -48,4 +52,82 @@ void DriverHost::unload()
     // every host, as other loaders of the file may keep the library loaded.
     delete instance.data();
     release();
+}
+
+bool DriverHost::defaults(const std::optional<std::string> &linkText, LinkSettings &settings,
+    LinkOptions &options, std::string &error) const
+{
+    DriverInterface *d = driver();
+    if (!d) {
+        error = "no driver loaded";
+        return false;
+    }
+    std::unique_ptr<DriverSetting> protocol(d->getDefaultDriverSetting());
+    if (protocol) {
+        options.timeoutMs = protocol->timeout > 0 ? protocol->timeout : options.timeoutMs;
+        options.retry = protocol->retry;
+        options.station = protocol->stationId;
+        options.delayMs = protocol->delay > 0 ? (unsigned long)protocol->delay : 0;
+    }
+    const std::string text
+        = linkText ? *linkText : d->getStringBasedDefaultDriverSetting().toLocal8Bit().toStdString();
+    LinkSettings parsed;
+    if (!LinkSettings::parse(text, parsed, error))
+        return false;
+    if (parsed.dataBits != 8) {
+        error = "Modbus RTU needs 8 data bits; the link \"" + text + "\" has 7";
+        return false;
+    }
+    settings = parsed;
+    return true;
+}
+
+namespace {
+
+DriverHost::Result failedWith(DriverInterface &d, const std::string &fallback)
+{
+    DriverHost::Result r;
+    r.errorText = d.hasError() ? d.getLastError().toLocal8Bit().toStdString() : fallback;
+    r.error = classifyDriverError(r.errorText);
+    return r;
+}
+
+} // namespace
+
+DriverHost::Result DriverHost::read(
+    AbstractDeviceInterface &link, const AddressText &address, ValueType type, int count) const
+{
+    DriverInterface *d = driver();
+    if (!d)
+        return Result();
+    const CommunicatorCommand cmd(commandDataType(type), count, QString::fromStdString(address.text()));
+    const QByteArray data = d->read(&link, cmd);
+    if (d->hasError())
+        return failedWith(*d, std::string());
+    Result r;
+    r.elements = unpackValues(data, address, type, count);
+    if (int(r.elements.size()) != count || data.size() != expectedReadSize(type, count)) {
+        r = failedWith(*d,
+            "the driver returned " + std::to_string(data.size()) + " bytes for " + std::to_string(count) + " "
+                + valueTypeName(type) + "(s)");
+        return r;
+    }
+    r.ok = true;
+    return r;
+}
+
+DriverHost::Result DriverHost::write(AbstractDeviceInterface &link, const AddressText &address,
+    ValueType type, const std::vector<uint32_t> &values) const
+{
+    DriverInterface *d = driver();
+    if (!d)
+        return Result();
+    const CommunicatorCommand cmd(
+        commandDataType(type), int(values.size()), QString::fromStdString(address.text()));
+    const bool ok = d->write(&link, cmd, packValues(values, type));
+    if (d->hasError() || !ok)
+        return failedWith(*d, "the driver did not write " + address.text());
+    Result r;
+    r.ok = true;
+    return r;
 }

@@ -13,11 +13,16 @@
 // object: a clear error state and a new register window.
 
 #include "driverinterface.h"
+#include "errorkind.h"
+#include "seriallink.h"
+#include "values.h"
 
 #include <QPluginLoader>
 #include <QPointer>
 
+#include <optional>
 #include <string>
+#include <vector>
 
 class DriverHost
 {
@@ -38,6 +43,27 @@ public:
     const std::string &path() const { return pluginPath; }
     // Ends the driver object (see above).
     void unload();
+
+    // The driver's own defaults, as a new panel project takes them: its link
+    // text (or linkText, when given) and its protocol settings (time-out,
+    // retry, station, delay) over the link options' own. False with one
+    // sentence for a link text that does not parse or has 7 data bits.
+    bool defaults(const std::optional<std::string> &linkText, LinkSettings &settings, LinkOptions &options,
+        std::string &error) const;
+
+    // One command through the loaded driver. A read succeeds only with
+    // exactly the bytes its type and count give: a driver that returns
+    // fewer or more without an error text fails here, never shows a value.
+    struct Result
+    {
+        bool ok = false;
+        std::vector<Element> elements; // read: one per value
+        std::string errorText; // the driver's text, as it recorded it
+        DriverError error; // the text sorted into its kind
+    };
+    Result read(AbstractDeviceInterface &link, const AddressText &address, ValueType type, int count) const;
+    Result write(AbstractDeviceInterface &link, const AddressText &address, ValueType type,
+        const std::vector<uint32_t> &values) const;
 
 private:
     void release();

@@ -124,6 +124,21 @@ QByteArray packValues(const std::vector<uint32_t> &values, ValueType type)
     return out;
 }
 
+int expectedReadSize(ValueType type, int count)
+{
+    switch (type) {
+    case ValueType::Bit:
+        return (count + 7) / 8;
+    case ValueType::Byte:
+        return count;
+    case ValueType::Word:
+        return 2 * count;
+    case ValueType::DWord:
+        return 4 * count;
+    }
+    return 0;
+}
+
 std::vector<Element> unpackValues(
     const QByteArray &data, const AddressText &address, ValueType type, int count)
 {

@@ -37,6 +37,8 @@ struct Element
     std::string address; // "HR101", "HR100.4", "HR100 high", "DO6"
     uint32_t value = 0;
 };
+// The bytes a successful read of count values returns.
+int expectedReadSize(ValueType type, int count);
 // The elements of a read result; stops at the end of data.
 std::vector<Element> unpackValues(
     const QByteArray &data, const AddressText &address, ValueType type, int count);

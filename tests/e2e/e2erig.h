@@ -5,12 +5,11 @@
 // QPluginLoader, our serial link, a pseudo-terminal, and the simulated drive
 // (a libmodbus slave) at the other end.
 
+#include "driverhost.h"
 #include "driverinterface.h"
 #include "hex.h"
 #include "seriallink.h"
 #include "simdrive.h"
-
-#include <QPluginLoader>
 
 #include <gtest/gtest.h>
 
@@ -43,10 +42,9 @@ public:
         lo.station = 1;
         if (!link.open(sim.devicePath(), LinkSettings(), lo, error))
             ADD_FAILURE() << "link: " << error;
-        loader.setFileName(TECO_SERVO_PLUGIN_PATH);
-        driver = qobject_cast<DriverInterface *>(loader.instance());
+        driver = host.load(TECO_SERVO_PLUGIN_PATH, error);
         if (!driver)
-            ADD_FAILURE() << "plug-in: " << loader.errorString().toStdString();
+            ADD_FAILURE() << "plug-in: " << error;
         else
             driver->initialize(&link);
     }
@@ -54,7 +52,7 @@ public:
     {
         // The plug-in's shared instance carries the relay window's table:
         // every test starts with a new one.
-        delete loader.instance();
+        host.unload();
         link.close();
         sim.stop();
     }
@@ -100,7 +98,7 @@ public:
 
     SimDrive sim;
     SerialLink link;
-    QPluginLoader loader;
+    DriverHost host;
     DriverInterface *driver = nullptr;
 };
 
