@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QLibraryInfo>
 #include <QTemporaryDir>
 
@@ -55,7 +56,9 @@ TEST(DriverHost, NamesWhatIsWrongWithAPathThatIsNotADriver)
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.path);
-        if (row.path == qtPlugin && !QFile::exists(QString::fromStdString(qtPlugin))) {
+        // Under emulation the target's plug-in may be a link that only the
+        // emulator resolves: the row needs a plain file there.
+        if (row.path == qtPlugin && !QFileInfo(QString::fromStdString(qtPlugin)).isFile()) {
             std::printf("no Qt plug-in at %s: that row is left out\n", qtPlugin.c_str());
             continue;
         }
