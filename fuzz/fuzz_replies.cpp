@@ -268,7 +268,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             if (!readBack || result.size() != 2 * c.count)
                 fail("failed read returned data", c, error);
         }
-        if (!c.read && written == failed)
+        // A register-bit write without data that covers no register ends
+        // with false and no text (the empty read of no registers).
+        const bool coversNoRegister = !c.read && c.data.isEmpty() && c.address.contains(QLatin1Char('.'));
+        if (!c.read && written == failed && !(coversNoRegister && !written))
             fail("write result disagrees with hasError()", c, error);
         if (failed) {
             if (c.type <= DoubleWord) {
