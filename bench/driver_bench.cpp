@@ -4,6 +4,7 @@
 
 #include "tools.h"
 #include "drivertecoservo.h"
+#include "memorylink.h"
 
 #include <benchmark/benchmark.h>
 
@@ -16,58 +17,6 @@
 namespace {
 
 std::atomic<long> allocations { 0 };
-
-// The Modbus CRC, from the toolkit's CRC family (start 0xFFFF).
-uint16_t crc16(const unsigned char *p, int n)
-{
-    unsigned short crc = 0xFFFF;
-    while (n-- > 0)
-        crc = update_crc_16(crc, *p++);
-    return crc;
-}
-
-// Answers every function-3 request with registers holding their own numbers.
-class MemoryLink : public AbstractDeviceInterface
-{
-public:
-    int receive(char *buffer, int length) override
-    {
-        const int n = std::min(length, answerLength - position);
-        std::memcpy(buffer, answer + position, size_t(n));
-        position += n;
-        return n;
-    }
-    int send(const char *frame, int length) override
-    {
-        const unsigned char *f = reinterpret_cast<const unsigned char *>(frame);
-        position = 0;
-        answerLength = 0;
-        if (length != 8 || f[1] != 3)
-            return length;
-        const int first = f[2] << 8 | f[3], quantity = f[4] << 8 | f[5];
-        answer[0] = f[0];
-        answer[1] = 3;
-        answer[2] = (unsigned char)(2 * quantity);
-        for (int i = 0; i < quantity; ++i) {
-            answer[3 + 2 * i] = (unsigned char)((first + i) >> 8);
-            answer[4 + 2 * i] = (unsigned char)(first + i);
-        }
-        const uint16_t crc = crc16(answer, 3 + 2 * quantity);
-        answer[3 + 2 * quantity] = (unsigned char)(crc & 0xFF);
-        answer[4 + 2 * quantity] = (unsigned char)(crc >> 8);
-        answerLength = 5 + 2 * quantity;
-        return length;
-    }
-    bool setParameter(int, const QVariant &) override { return true; }
-    int retryCount() override { return 0; }
-    int stationId() override { return 1; }
-    unsigned long delayMs() override { return 0; }
-
-private:
-    unsigned char answer[260];
-    int answerLength = 0;
-    int position = 0;
-};
 
 // The dispatcher waits the link's delay before every attempt, a zero delay
 // included; a zero-length sleep still lasts the thread's timer slack (50 us

@@ -1,5 +1,5 @@
 // teco-poll-memory: a long poll's memory. Loads the driver plug-in as the
-// panel does (QPluginLoader) and runs its read N times over an in-memory link
+// panel does (QPluginLoader, through DriverHost) and runs its read N times over an in-memory link
 // that answers at once, recording every command in PollStats as teco-cli's
 // poll does; prints the process's memory (peak and current resident size,
 // bytes allocated with malloc, mapped blocks included) at 10^3, 10^4, ...
@@ -14,13 +14,14 @@
 // --keep-samples also keeps every latency in a vector and sorts a copy of it
 // at each report, as poll did before PollStats, for comparison.
 
+#include "driverhost.h"
 #include "driverinterface.h"
+#include "memorylink.h"
 #include "pollstats.h"
 #include "seriallink.h"
 #include "tools.h"
 
 #include <QCoreApplication>
-#include <QPluginLoader>
 
 #include <algorithm>
 #include <cstdio>
@@ -33,62 +34,6 @@
 #include <vector>
 
 namespace {
-
-class MemoryLink : public AbstractDeviceInterface
-{
-public:
-    int receive(char *buffer, int length) override
-    {
-        const int n = std::min(length, answerLength - position);
-        std::memcpy(buffer, answer + position, size_t(n));
-        position += n;
-        return n;
-    }
-    int send(const char *frame, int length) override
-    {
-        const unsigned char *f = reinterpret_cast<const unsigned char *>(frame);
-        position = 0;
-        answerLength = 0;
-        if (length != 8 || f[1] != 3)
-            return length;
-        answer[0] = f[0];
-        if (++requests % 97 == 0) {
-            answer[1] = 0x83;
-            answer[2] = (unsigned char)(1 + (requests / 97) % 255);
-            finish(3);
-            return length;
-        }
-        const int first = f[2] << 8 | f[3], quantity = f[4] << 8 | f[5];
-        answer[1] = 3;
-        answer[2] = (unsigned char)(2 * quantity);
-        for (int i = 0; i < quantity; ++i) {
-            answer[3 + 2 * i] = (unsigned char)((first + i) >> 8);
-            answer[4 + 2 * i] = (unsigned char)(first + i);
-        }
-        finish(3 + 2 * quantity);
-        return length;
-    }
-    bool setParameter(int, const QVariant &) override { return true; }
-    int retryCount() override { return 0; }
-    int stationId() override { return 1; }
-    unsigned long delayMs() override { return 0; }
-
-private:
-    void finish(int length)
-    {
-        unsigned short crc = 0xFFFF;
-        for (int i = 0; i < length; ++i)
-            crc = update_crc_16(crc, answer[i]);
-        answer[length] = (unsigned char)(crc & 0xFF);
-        answer[length + 1] = (unsigned char)(crc >> 8);
-        answerLength = length + 2;
-    }
-
-    unsigned char answer[260];
-    int answerLength = 0;
-    int position = 0;
-    uint64_t requests = 0;
-};
 
 long residentKiB()
 {
@@ -142,11 +87,11 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "teco-poll-memory: --commands takes a positive number\n");
         return 2;
     }
-    QPluginLoader loader(QString::fromLocal8Bit(plugin.c_str()));
-    DriverInterface *driver = qobject_cast<DriverInterface *>(loader.instance());
+    DriverHost host;
+    std::string error;
+    DriverInterface *driver = host.load(plugin, error);
     if (!driver) {
-        std::fprintf(stderr, "teco-poll-memory: cannot load %s: %s\n", plugin.c_str(),
-            loader.errorString().toLocal8Bit().constData());
+        std::fprintf(stderr, "teco-poll-memory: %s\n", error.c_str());
         return 2;
     }
     // As our serial link does on the thread that sends: the driver's zero
@@ -154,7 +99,7 @@ int main(int argc, char **argv)
     // 50 us slack.
     prctl(PR_SET_TIMERSLACK, 1UL, 0, 0, 0);
 
-    MemoryLink link;
+    MemoryLink link(97);
     driver->initialize(&link);
     PollStats stats;
     std::vector<double> kept;

@@ -241,20 +241,6 @@ std::string hex(const QByteArray &bytes, int most = 48)
     return out;
 }
 
-const char *prefixOf(Area area)
-{
-    switch (area) {
-    case Area::Coils:
-        return "DO";
-    case Area::DiscreteInputs:
-        return "DI";
-    case Area::InputRegisters:
-        return "IR";
-    default:
-        return "HR";
-    }
-}
-
 // The driver's text without the command description that the dispatcher
 // appends after the last attempt; refusal texts also without their numbers.
 std::string failureKey(const QString &text, bool refusal)
@@ -471,13 +457,13 @@ void Soak::checkWrite(long index, const SoakCommand &c)
         char row[160];
         if (!exists)
             std::snprintf(row, sizeof row, "\n  station %d does not exist, so %s%d cannot hold 0x%04X",
-                cell.station, prefixOf(cell.area), cell.address + 1, cell.value);
+                cell.station, areaPrefix(cell.area), cell.address + 1, cell.value);
         else if (bit)
             std::snprintf(row, sizeof row, "\n  station %d %s%d is %u, intended %u", cell.station,
-                prefixOf(cell.area), cell.address + 1, unsigned(held), unsigned(cell.value));
+                areaPrefix(cell.area), cell.address + 1, unsigned(held), unsigned(cell.value));
         else
             std::snprintf(row, sizeof row, "\n  station %d %s%d holds 0x%04X, intended 0x%04X", cell.station,
-                prefixOf(cell.area), cell.address + 1, unsigned(held), unsigned(cell.value));
+                areaPrefix(cell.area), cell.address + 1, unsigned(held), unsigned(cell.value));
         if (std::count(wrong.begin(), wrong.end(), '\n') < 8)
             wrong += row;
     }

@@ -112,3 +112,18 @@ const char *areaName(Area area)
     }
     return "?";
 }
+
+const char *areaPrefix(Area area)
+{
+    switch (area) {
+    case Area::Coils:
+        return "DO";
+    case Area::DiscreteInputs:
+        return "DI";
+    case Area::InputRegisters:
+        return "IR";
+    case Area::HoldingRegisters:
+        break;
+    }
+    return "HR";
+}

@@ -10,6 +10,9 @@
 
 enum class Area { Coils, DiscreteInputs, HoldingRegisters, InputRegisters };
 
+// The plain prefix of an area: DO, DI, HR or IR.
+const char *areaPrefix(Area area);
+
 struct AddressText
 {
     std::string prefix; // upper case: HR, IR, DO, DI, FN5DO or FN6HR

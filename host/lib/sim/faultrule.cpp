@@ -133,10 +133,7 @@ std::string FaultRule::text() const
     if (!anyAddress) {
         AddressText a;
         a.area = area;
-        a.prefix = area == Area::Coils     ? "DO"
-            : area == Area::DiscreteInputs ? "DI"
-            : area == Area::InputRegisters ? "IR"
-                                           : "HR";
+        a.prefix = areaPrefix(area);
         a.number = address + 1;
         add("at=" + a.text());
     }

@@ -90,20 +90,6 @@ RequestRange rangeOf(const uint8_t *r)
     }
 }
 
-const char *prefixOf(Area area)
-{
-    switch (area) {
-    case Area::Coils:
-        return "DO";
-    case Area::DiscreteInputs:
-        return "DI";
-    case Area::InputRegisters:
-        return "IR";
-    default:
-        return "HR";
-    }
-}
-
 } // namespace
 
 SimDrive::SimDrive() = default;
@@ -355,7 +341,7 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
         if (faulty && fault.kind == FaultRule::NoReply) {
             if (opts.log)
                 std::fprintf(opts.log, "sim: station %d %s %s%d: no reply (injected)\n", station, range.what,
-                    prefixOf(range.area), range.first + 1);
+                    areaPrefix(range.area), range.first + 1);
             return;
         }
         // Let libmodbus answer into the socket, then collect the answer.
@@ -398,7 +384,7 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
         std::string note
             = faulty ? std::string(" [") + faultKindName(fault.kind) + " injected]" : std::string();
         std::fprintf(opts.log, "sim: station %d %s %s%d x%d: answered %zu bytes%s\n", station, range.what,
-            prefixOf(range.area), range.first + 1, range.quantity, answer.size(), note.c_str());
+            areaPrefix(range.area), range.first + 1, range.quantity, answer.size(), note.c_str());
     }
     putOnLine(answer.data(), int(answer.size()));
     {
