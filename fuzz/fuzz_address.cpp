@@ -37,6 +37,7 @@
 // command.
 
 #include "drivertecoservo.h"
+#include "fuzzinput.h"
 #include "hex.h"
 #include "linkdouble.h"
 
@@ -558,28 +559,6 @@ const int counts[] = { 0, 1, 2, 3, 7, 8, 9, 10, 11, 12, 15, 16, 17, 61, 62, 63, 
     251, 1976, 1977, 2008, 2009, -1, -2, 65536, 65537, INT32_MIN };
 const int countTableSize = int(sizeof counts / sizeof *counts);
 const int longLengths[] = { 246, 247, 248, 250, 1976, 1977 };
-
-struct Input
-{
-    const uint8_t *data;
-    size_t size;
-
-    uint8_t byte()
-    {
-        if (size == 0)
-            return 0;
-        --size;
-        return *data++;
-    }
-    QByteArray bytes(size_t n)
-    {
-        n = n < size ? n : size;
-        QByteArray out(reinterpret_cast<const char *>(data), int(n));
-        data += n;
-        size -= n;
-        return out;
-    }
-};
 
 struct Command
 {

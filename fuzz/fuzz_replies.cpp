@@ -37,6 +37,7 @@
 // well under a millisecond.
 
 #include "drivertecoservo.h"
+#include "fuzzinput.h"
 #include "hex.h"
 #include "linkdouble.h"
 
@@ -61,29 +62,6 @@ const int countTableSize = int(sizeof counts / sizeof *counts);
 const int longLengths[] = { 246, 247, 248, 250, 1976, 1977 };
 
 template <typename T, size_t N> const T &pick(const T (&table)[N], uint8_t byte) { return table[byte % N]; }
-
-struct Input
-{
-    const uint8_t *data;
-    size_t size;
-
-    bool empty() const { return size == 0; }
-    uint8_t byte()
-    {
-        if (size == 0)
-            return 0;
-        --size;
-        return *data++;
-    }
-    QByteArray bytes(size_t n)
-    {
-        n = n < size ? n : size;
-        QByteArray out(reinterpret_cast<const char *>(data), int(n));
-        data += n;
-        size -= n;
-        return out;
-    }
-};
 
 struct Command
 {
