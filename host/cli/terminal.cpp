@@ -1,0 +1,27 @@
+#include "terminal.h"
+
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+volatile std::sig_atomic_t interruptFlag = 0;
+
+void onInterrupt(int) { interruptFlag = 1; }
+
+} // namespace
+
+bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+InterruptScope::InterruptScope()
+{
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = onInterrupt; // no SA_RESTART: a pause ends at once
+    sigaction(SIGINT, &action, &previous);
+    interruptFlag = 0;
+}
+
+InterruptScope::~InterruptScope() { sigaction(SIGINT, &previous, nullptr); }
+
+bool InterruptScope::interrupted() { return interruptFlag != 0; }

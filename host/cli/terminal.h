@@ -1,0 +1,29 @@
+#ifndef HOST_CLI_TERMINAL_H
+#define HOST_CLI_TERMINAL_H
+
+// What teco-cli needs of the terminal it runs in: whether standard error is
+// one (for live status lines), and Ctrl-C as a request to stop a long
+// command rather than to kill the program.
+
+#include <csignal>
+
+bool stderrIsTerminal();
+
+// While an InterruptScope lives, Ctrl-C sets interrupted() instead of ending
+// the program; waits without SA_RESTART end at once. The previous handler
+// comes back when the scope ends.
+class InterruptScope
+{
+public:
+    InterruptScope();
+    ~InterruptScope();
+    InterruptScope(const InterruptScope &) = delete;
+    InterruptScope &operator=(const InterruptScope &) = delete;
+
+    static bool interrupted();
+
+private:
+    struct sigaction previous;
+};
+
+#endif // HOST_CLI_TERMINAL_H
