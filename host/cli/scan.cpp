@@ -2,15 +2,14 @@
 
 #include "errorkind.h"
 #include "output.h"
+#include "scanprobe.h"
 #include "terminal.h"
 
 int Session::scan(const Command &c)
 {
     LinkOptions &l = link.options();
-    // Scanning waits for every silent station: a short time-out and a
-    // single attempt unless asked otherwise.
-    l.timeoutMs = c.options.timeout ? *c.options.timeout : 100;
-    l.retry = c.options.retry ? *c.options.retry : 0;
+    l.timeoutMs = c.options.timeout ? *c.options.timeout : scanTimeoutMs;
+    l.retry = c.options.retry ? *c.options.retry : scanRetry;
     const bool live = stderrIsTerminal();
     const ValueType type = defaultType(c.probe);
     ScanSummary summary;
@@ -23,19 +22,10 @@ int Session::scan(const Command &c)
     const int total = c.to - c.from + 1;
     for (int s = c.from; s <= c.to; ++s) {
         l.station = s;
-        const DriverHost::Result r = host.read(link, c.probe, type, 1);
-        if (r.ok) {
-            found.push_back({ s, "answers" });
-            ++answering;
-        } else {
-            const DriverError &e = r.error;
-            if (e.kind == ErrorKind::Exception) {
-                found.push_back({ s, "answers with " + e.text });
-                ++answering;
-            } else if (e.kind != ErrorKind::TimeOut) {
-                found.push_back({ s, "garbled answer: " + e.text });
-            }
-        }
+        const ScanVerdict v = judgeScanProbe(host.read(link, c.probe, type, 1));
+        if (v.heard)
+            found.push_back({ s, v.text });
+        answering += v.answers ? 1 : 0;
         if (live) {
             const int done = s - c.from + 1;
             const int width = 30, filled = done * width / total;

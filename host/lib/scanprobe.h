@@ -1,0 +1,25 @@
+#ifndef HOST_SCANPROBE_H
+#define HOST_SCANPROBE_H
+
+// Scanning a line for stations: each one gets a single read, and what comes
+// back says whether a station is there.
+
+#include "driverhost.h"
+
+#include <string>
+
+// A scan waits for every silent station: a short time-out and a single
+// attempt unless asked otherwise.
+constexpr int scanTimeoutMs = 100;
+constexpr int scanRetry = 0;
+
+struct ScanVerdict
+{
+    bool answers = false; // a station is there: it gave a value or an exception
+    bool heard = false; // something came back (a station, or garbage)
+    std::string text; // "answers", "answers with exception ...", "garbled answer: ..."; "" for silence
+};
+
+ScanVerdict judgeScanProbe(const DriverHost::Result &result);
+
+#endif // HOST_SCANPROBE_H

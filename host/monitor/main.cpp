@@ -1,0 +1,96 @@
+// teco-monitor: live tags, trends, the frame trace and station scans of
+// servo drives through the driver plug-in, in a window.
+
+#include "mainwindow.h"
+#include "optiontable.h"
+#include "tagmodel.h"
+#include "trendview.h"
+
+#include <QApplication>
+#include <QTimer>
+
+#include <cstdio>
+
+namespace {
+
+const char usageText[] = "usage: teco-monitor [options]\n"
+                         "  A window with live tags, trends, the frame trace and station scans. It starts\n"
+                         "  connected to a simulated drive; choose a serial port to talk to real drives.\n"
+                         "options:\n"
+                         "  --tags FILE         load a tag list (one tag per line, as Save writes them)\n"
+                         "  --plugin PATH       the driver plug-in (default: the built libteco_servo.so)\n"
+                         "  --screenshot FILE   poll the simulated drive, save the window as a PNG and exit\n"
+                         "  --seconds N         how long to poll before the screenshot (default 3)\n";
+
+struct MonitorArguments
+{
+    std::optional<std::string> tags, plugin, screenshot;
+    std::optional<int> seconds;
+    bool help = false;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    MonitorArguments a;
+    const OptionTable table({
+        OptionTable::text("tags", a.tags),
+        OptionTable::text("plugin", a.plugin),
+        OptionTable::text("screenshot", a.screenshot),
+        OptionTable::integer("seconds", 1, 3600, a.seconds),
+        OptionTable::flag("help", a.help),
+    });
+    std::vector<std::string> args;
+    for (int i = 1; i < argc; ++i)
+        args.push_back(argv[i]);
+    std::string error;
+    if (!table.parse(args, nullptr, error)) {
+        std::fprintf(stderr, "teco-monitor: %s\n%s", error.c_str(), usageText);
+        return 2;
+    }
+    if (a.help) {
+        std::fputs(usageText, stdout);
+        return 0;
+    }
+    if (a.seconds && !a.screenshot) {
+        std::fprintf(stderr, "teco-monitor: --seconds goes with --screenshot\n");
+        return 2;
+    }
+
+    MainWindow window(QString::fromStdString(a.plugin ? *a.plugin : std::string(TECO_DEFAULT_PLUGIN)));
+    if (a.tags) {
+        QString e;
+        if (!window.loadTags(QString::fromStdString(*a.tags), e)) {
+            std::fprintf(stderr, "teco-monitor: %s\n", e.toLocal8Bit().constData());
+            return 2;
+        }
+    }
+    int status = 0;
+    QObject::connect(&window, &MainWindow::driverReady, &app, [&](bool ok, const QString &e) {
+        if (!ok) {
+            std::fprintf(stderr, "teco-monitor: %s\n", e.toLocal8Bit().constData());
+            status = 2;
+            if (a.screenshot)
+                app.quit();
+        }
+    });
+    if (a.screenshot) {
+        const QString path = QString::fromStdString(*a.screenshot);
+        QTimer::singleShot((a.seconds ? *a.seconds : 3) * 1000, &app, [&, path] {
+            window.trends()->refresh();
+            if (!window.grab().save(path, "PNG")) {
+                std::fprintf(stderr, "teco-monitor: cannot write %s as a PNG image\n", a.screenshot->c_str());
+                status = 1;
+            } else {
+                std::printf("teco-monitor: wrote %s: %d tags, %d points plotted\n", a.screenshot->c_str(),
+                    window.tags()->rowCount(), window.trends()->plottedPoints());
+            }
+            app.quit();
+        });
+    }
+    window.show();
+    const int ran = app.exec();
+    return status ? status : ran;
+}

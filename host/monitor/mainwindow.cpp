@@ -1,0 +1,527 @@
+#include "mainwindow.h"
+
+#include "scanview.h"
+#include "tagmodel.h"
+#include "trafficview.h"
+#include "trendview.h"
+#include "worker.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateTime>
+#include <QDir>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSerialPortInfo>
+#include <QSpinBox>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QStyledItemDelegate>
+#include <QTabWidget>
+#include <QTableView>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <set>
+
+namespace {
+
+// Editors of the tag table: a station from 0 (the connection's) to 247, a
+// format from the list; values as typed.
+class TagDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    QWidget *createEditor(
+        QWidget *parent, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        if (index.column() == TagModel::StationColumn) {
+            auto *s = new QSpinBox(parent);
+            s->setRange(0, 247);
+            s->setSpecialValueText("link");
+            return s;
+        }
+        if (index.column() == TagModel::FormatColumn) {
+            auto *c = new QComboBox(parent);
+            for (ShowAs f : allShowAs())
+                c->addItem(showAsName(f));
+            return c;
+        }
+        return QStyledItemDelegate::createEditor(parent, option, index);
+    }
+    void setEditorData(QWidget *editor, const QModelIndex &index) const override
+    {
+        if (auto *c = qobject_cast<QComboBox *>(editor))
+            c->setCurrentText(index.data(Qt::EditRole).toString());
+        else
+            QStyledItemDelegate::setEditorData(editor, index);
+    }
+    void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override
+    {
+        if (auto *c = qobject_cast<QComboBox *>(editor))
+            model->setData(index, c->currentText(), Qt::EditRole);
+        else if (auto *s = qobject_cast<QSpinBox *>(editor))
+            model->setData(index, QString::number(s->value()), Qt::EditRole);
+        else
+            QStyledItemDelegate::setModelData(editor, model, index);
+    }
+};
+
+QSpinBox *spin(int low, int high, const QString &suffix = QString())
+{
+    auto *s = new QSpinBox;
+    s->setRange(low, high);
+    s->setSuffix(suffix);
+    return s;
+}
+
+} // namespace
+
+MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
+    : QMainWindow(parent)
+    , worker(new MonitorWorker)
+{
+    registerMonitorTypes();
+    setWindowTitle("teco-monitor");
+    worker->moveToThread(&thread);
+    connect(&thread, &QThread::finished, worker, &QObject::deleteLater);
+
+    tagModel = new TagModel(this);
+    trendView = new TrendView;
+    trafficView = new TrafficView;
+    scanView = new ScanView;
+    tabWidget = new QTabWidget;
+    tabWidget->addTab(trendView, "Trends");
+    tabWidget->addTab(trafficView, "Traffic");
+    tabWidget->addTab(scanView, "Scan");
+
+    auto *left = new QWidget;
+    auto *leftLayout = new QVBoxLayout(left);
+    leftLayout->setContentsMargins(0, 0, 0, 0);
+    leftLayout->addWidget(makeConnectionPanel());
+    leftLayout->addWidget(makeTagPanel(), 1);
+    auto *split = new QSplitter(Qt::Horizontal);
+    split->addWidget(left);
+    split->addWidget(tabWidget);
+    split->setStretchFactor(0, 2);
+    split->setStretchFactor(1, 3);
+    split->setSizes({ 560, 720 });
+    setCentralWidget(split);
+
+    lineLabel = new QLabel("not connected");
+    statsLabel = new QLabel;
+    statusBar()->addPermanentWidget(statsLabel);
+    statusBar()->addPermanentWidget(lineLabel);
+
+    // Window to worker: queued, as the worker lives on its own thread.
+    connect(this, &MainWindow::requestLoad, worker, &MonitorWorker::loadDriver);
+    connect(this, &MainWindow::requestOpen, worker, &MonitorWorker::open);
+    connect(this, &MainWindow::requestClose, worker, &MonitorWorker::close);
+    connect(this, &MainWindow::requestTags, worker, &MonitorWorker::setTags);
+    connect(this, &MainWindow::requestPolling, worker, &MonitorWorker::setPolling);
+    connect(this, &MainWindow::requestWrite, worker, &MonitorWorker::write);
+    connect(this, &MainWindow::requestScan, worker, &MonitorWorker::startScan);
+    connect(this, &MainWindow::requestStopScan, worker, &MonitorWorker::stopScan);
+    connect(this, &MainWindow::requestFault, worker, &MonitorWorker::addFault);
+    // Worker to window.
+    connect(worker, &MonitorWorker::driverLoaded, this, &MainWindow::driverLoaded);
+    connect(worker, &MonitorWorker::opened, this, &MainWindow::opened);
+    connect(worker, &MonitorWorker::closed, this, &MainWindow::closed);
+    connect(worker, &MonitorWorker::reading, this, &MainWindow::applyReading);
+    connect(worker, &MonitorWorker::written, tagModel, &TagModel::applyWrite);
+    connect(worker, &MonitorWorker::written, this, &MainWindow::writeFinished);
+    connect(worker, &MonitorWorker::traffic, trafficView, &TrafficView::addEvents);
+    connect(worker, &MonitorWorker::health, trafficView, &TrafficView::setHealth);
+    connect(worker, &MonitorWorker::scanProgress, scanView, &ScanView::progress);
+    connect(worker, &MonitorWorker::scanFound, scanView, &ScanView::found);
+    connect(worker, &MonitorWorker::scanFinished, scanView, &ScanView::finished);
+    connect(worker, &MonitorWorker::faultAdded, this, [this](bool ok, const QString &text) {
+        showMessage(text);
+        emit faultAnswered(ok, text);
+    });
+
+    connect(tagModel, &TagModel::tagsChanged, this, &MainWindow::sendTags);
+    connect(tagModel, &TagModel::trendChanged, this, &MainWindow::updateTrendTags);
+    connect(tagModel, &TagModel::writeRequested, this, &MainWindow::requestWrite);
+    connect(tagModel, &TagModel::message, this, &MainWindow::showMessage);
+    connect(scanView, &ScanView::startRequested, this, &MainWindow::requestScan);
+    connect(scanView, &ScanView::stopRequested, this, &MainWindow::requestStopScan);
+    connect(scanView, &ScanView::message, this, &MainWindow::showMessage);
+    connect(trafficView, &TrafficView::faultRequested, this, &MainWindow::requestFault);
+
+    auto *statusTimer = new QTimer(this);
+    connect(statusTimer, &QTimer::timeout, this, &MainWindow::updateStatus);
+    statusTimer->start(500);
+
+    thread.start();
+    emit requestLoad(pluginPath);
+    resize(1280, 800);
+}
+
+MainWindow::~MainWindow()
+{
+    thread.quit();
+    thread.wait();
+}
+
+QWidget *MainWindow::makeConnectionPanel()
+{
+    auto *box = new QGroupBox("Connection");
+    port = new QComboBox;
+    port->setToolTip("a serial port, or the simulated drive on a pseudo-terminal");
+    port->setMinimumContentsLength(16);
+    auto *rescan = new QPushButton("Ports");
+    rescan->setToolTip("look for serial ports again");
+    linkText = new QLineEdit;
+    linkText->setToolTip("interface, baud rate, parity, data bits, stop bits");
+    station = spin(1, 247);
+    timeout = spin(1, 60000, " ms");
+    retry = spin(0, 10);
+    delay = spin(0, 10000, " ms");
+    lateGuard = spin(-1, 60000, " ms");
+    lateGuard->setSpecialValueText("time-out");
+    lateGuard->setToolTip("after a failed exchange, hold that station's next request back this long");
+    simStations = new QLineEdit("1,2,3");
+    simStations->setToolTip("the stations the simulated drive serves, such as 1,2,5-7");
+    simFaults = new QLineEdit;
+    simFaults->setPlaceholderText("none");
+    simFaults->setToolTip("faults for the simulated drive from the start, separated by \";\", "
+                          "such as late:at=HR200,ms=800");
+    connectButton = new QPushButton("Connect");
+    connectButton->setEnabled(false);
+
+    auto *grid = new QGridLayout(box);
+    auto *portRow = new QHBoxLayout;
+    portRow->addWidget(port, 1);
+    portRow->addWidget(rescan);
+    grid->addWidget(new QLabel("Port"), 0, 0);
+    grid->addLayout(portRow, 0, 1, 1, 3);
+    grid->addWidget(new QLabel("Link"), 1, 0);
+    grid->addWidget(linkText, 1, 1, 1, 3);
+    grid->addWidget(new QLabel("Station"), 2, 0);
+    grid->addWidget(station, 2, 1);
+    grid->addWidget(new QLabel("Time-out"), 2, 2);
+    grid->addWidget(timeout, 2, 3);
+    grid->addWidget(new QLabel("Retry"), 3, 0);
+    grid->addWidget(retry, 3, 1);
+    grid->addWidget(new QLabel("Delay"), 3, 2);
+    grid->addWidget(delay, 3, 3);
+    grid->addWidget(new QLabel("Late guard"), 4, 0);
+    grid->addWidget(lateGuard, 4, 1);
+    grid->addWidget(new QLabel("Sim stations"), 4, 2);
+    grid->addWidget(simStations, 4, 3);
+    grid->addWidget(new QLabel("Sim faults"), 5, 0);
+    grid->addWidget(simFaults, 5, 1, 1, 3);
+    grid->addWidget(connectButton, 6, 0, 1, 4);
+    grid->setColumnStretch(1, 1);
+    grid->setColumnStretch(3, 1);
+
+    refreshPorts();
+    auto simOnly = [this] {
+        const bool sim = port->currentData().toString().isEmpty();
+        simStations->setEnabled(sim);
+        simFaults->setEnabled(sim);
+    };
+    connect(port, QOverload<int>::of(&QComboBox::currentIndexChanged), this, simOnly);
+    connect(rescan, &QPushButton::clicked, this, &MainWindow::refreshPorts);
+    connect(connectButton, &QPushButton::clicked, this, [this] {
+        if (connected || connecting)
+            disconnectLine();
+        else
+            connectLine();
+    });
+    return box;
+}
+
+QStringList MainWindow::portChoices() const
+{
+    std::set<QString> found;
+    for (const QSerialPortInfo &p : QSerialPortInfo::availablePorts())
+        found.insert(p.systemLocation());
+    for (const QString &name : QDir("/dev").entryList({ "ttyS*", "ttyUSB*", "ttyACM*" }, QDir::System))
+        found.insert("/dev/" + name);
+    QStringList out;
+    for (const QString &p : found)
+        out << p;
+    // ttyS2 before ttyS10.
+    std::sort(out.begin(), out.end(), [](const QString &a, const QString &b) {
+        const int i = a.indexOf(QRegExp("[0-9]+$")), j = b.indexOf(QRegExp("[0-9]+$"));
+        if (i < 0 || j < 0 || a.left(i) != b.left(j))
+            return a < b;
+        return a.mid(i).toInt() < b.mid(j).toInt();
+    });
+    return out;
+}
+
+void MainWindow::refreshPorts()
+{
+    const QString current = port->currentData().toString();
+    port->clear();
+    port->addItem("Simulated drive", QString());
+    for (const QString &p : portChoices())
+        port->addItem(p, p);
+    const int at = port->findData(current);
+    port->setCurrentIndex(at >= 0 ? at : 0);
+}
+
+QWidget *MainWindow::makeTagPanel()
+{
+    auto *box = new QGroupBox("Tags");
+    tagLine = new QLineEdit;
+    tagLine->setPlaceholderText("HR100, IR1:word:2, HR104SW station=2 format=signed");
+    tagLine->setToolTip("ADDRESS[:TYPE][:COUNT] [station=N] [format=unsigned|signed|hex|binary]");
+    auto *add = new QPushButton("Add");
+    auto *remove = new QPushButton("Remove");
+    auto *up = new QPushButton("Up");
+    auto *down = new QPushButton("Down");
+    auto *load = new QPushButton("Load...");
+    auto *save = new QPushButton("Save...");
+    pollBox = new QCheckBox("Poll every");
+    pollBox->setChecked(true);
+    interval = spin(10, 3600000, " ms");
+    interval->setValue(500);
+    interval->setSingleStep(100);
+
+    tagTable = new QTableView;
+    tagTable->setModel(tagModel);
+    tagTable->setItemDelegate(new TagDelegate(tagTable));
+    tagTable->setSelectionBehavior(QAbstractItemView::SelectRows);
+    tagTable->setSelectionMode(QAbstractItemView::SingleSelection);
+    tagTable->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
+    tagTable->verticalHeader()->hide();
+    tagTable->setWordWrap(false);
+    tagTable->horizontalHeader()->setStretchLastSection(true);
+    const int digit = tagTable->fontMetrics().horizontalAdvance("0");
+    tagTable->setColumnWidth(TagModel::TagColumn, 15 * digit);
+    tagTable->setColumnWidth(TagModel::StationColumn, 8 * digit);
+    tagTable->setColumnWidth(TagModel::TypeColumn, 8 * digit);
+    tagTable->setColumnWidth(TagModel::FormatColumn, 9 * digit);
+    tagTable->setColumnWidth(TagModel::ValueColumn, 13 * digit);
+    tagTable->setColumnWidth(TagModel::UpdatedColumn, 13 * digit);
+
+    auto *addRow = new QHBoxLayout;
+    addRow->addWidget(tagLine, 1);
+    addRow->addWidget(add);
+    auto *buttons = new QHBoxLayout;
+    for (QPushButton *b : { remove, up, down, load, save })
+        buttons->addWidget(b);
+    buttons->addStretch();
+    buttons->addWidget(pollBox);
+    buttons->addWidget(interval);
+    auto *layout = new QVBoxLayout(box);
+    layout->addLayout(addRow);
+    layout->addWidget(tagTable, 1);
+    layout->addLayout(buttons);
+    auto *hint = new QLabel("Double-click a value to write it; tick a tag to trend it.");
+    hint->setStyleSheet("color: gray");
+    layout->addWidget(hint);
+
+    auto addTyped = [this] {
+        if (addTagLine(tagLine->text()))
+            tagLine->clear();
+    };
+    connect(add, &QPushButton::clicked, this, addTyped);
+    connect(tagLine, &QLineEdit::returnPressed, this, addTyped);
+    connect(remove, &QPushButton::clicked, this, &MainWindow::removeSelected);
+    connect(up, &QPushButton::clicked, this, [this] { moveSelected(-1); });
+    connect(down, &QPushButton::clicked, this, [this] { moveSelected(1); });
+    connect(load, &QPushButton::clicked, this, &MainWindow::chooseLoad);
+    connect(save, &QPushButton::clicked, this, &MainWindow::chooseSave);
+    connect(pollBox, &QCheckBox::toggled, this, &MainWindow::sendPolling);
+    connect(interval, QOverload<int>::of(&QSpinBox::valueChanged), this, &MainWindow::sendPolling);
+    return box;
+}
+
+void MainWindow::driverLoaded(bool ok, const QString &error, const DriverDefaults &d)
+{
+    driverOk = ok;
+    emit driverReady(ok, error);
+    if (!ok) {
+        lineLabel->setText("no driver");
+        showMessage(error);
+        QMessageBox::critical(this, "teco-monitor", error);
+        return;
+    }
+    linkText->setText(d.link);
+    station->setValue(d.options.station);
+    timeout->setValue(d.options.timeoutMs);
+    retry->setValue(d.options.retry);
+    delay->setValue(int(d.options.delayMs));
+    lateGuard->setValue(d.options.lateGuardMs);
+    connectButton->setEnabled(true);
+    // The simulated drive is there on first start.
+    if (port->currentData().toString().isEmpty())
+        connectLine();
+}
+
+void MainWindow::connectLine()
+{
+    if (!driverOk || connecting)
+        return;
+    ConnectSettings s;
+    s.port = port->currentData().toString();
+    s.link = linkText->text().trimmed();
+    s.options.station = station->value();
+    s.options.timeoutMs = timeout->value();
+    s.options.retry = retry->value();
+    s.options.delayMs = (unsigned long)delay->value();
+    s.options.lateGuardMs = lateGuard->value();
+    s.simStations = simStations->text().trimmed();
+    for (const QString &f : simFaults->text().split(';', Qt::SkipEmptyParts))
+        if (!f.trimmed().isEmpty())
+            s.simFaults << f.trimmed();
+    connecting = true;
+    connectButton->setText("Connecting...");
+    lineLabel->setText("connecting");
+    sendTags();
+    sendPolling();
+    emit requestOpen(s);
+}
+
+void MainWindow::disconnectLine() { emit requestClose(); }
+
+void MainWindow::opened(bool ok, const QString &message)
+{
+    connecting = false;
+    connected = ok;
+    connectButton->setText(ok ? "Disconnect" : "Connect");
+    lineLabel->setText(ok ? message : "not connected");
+    scanView->setConnected(ok);
+    stats.clear();
+    openedMs = QDateTime::currentMSecsSinceEpoch();
+    showMessage(ok ? "connected: " + message : "cannot connect: " + message);
+    emit connectionChanged(ok, message);
+}
+
+void MainWindow::closed()
+{
+    connected = connecting = false;
+    connectButton->setText("Connect");
+    lineLabel->setText("not connected");
+    scanView->setConnected(false);
+    showMessage("disconnected");
+    emit connectionChanged(false, "disconnected");
+}
+
+void MainWindow::applyReading(const Reading &r)
+{
+    tagModel->applyReading(r);
+    if (r.ok) {
+        stats.addSuccess(r.latencyNs);
+        const int row = tagModel->rowOf(r.id);
+        if (row >= 0 && !r.values.empty()) {
+            const MonitorTag &t = tagModel->tagAt(row);
+            trendView->addSample(r.id, r.timeMs, plotValue(r.values[0], t.tag.type, t.format));
+        }
+    } else {
+        stats.addFailure(classifyDriverError(r.error.toStdString()).text);
+    }
+    emit readingShown(r);
+}
+
+bool MainWindow::addTagLine(const QString &line)
+{
+    QString error;
+    if (!tagModel->addTag(line, error)) {
+        showMessage(error);
+        return false;
+    }
+    return true;
+}
+
+bool MainWindow::loadTags(const QString &path, QString &error)
+{
+    std::vector<MonitorTag> list;
+    std::string e;
+    if (!loadTagList(path.toStdString(), list, e)) {
+        error = QString::fromStdString(e);
+        return false;
+    }
+    tagModel->setTags(list);
+    showMessage(QString("%1 tags from %2").arg(list.size()).arg(path));
+    return true;
+}
+
+bool MainWindow::saveTags(const QString &path, QString &error)
+{
+    std::string e;
+    if (!saveTagList(path.toStdString(), tagModel->tags(), e)) {
+        error = QString::fromStdString(e);
+        return false;
+    }
+    showMessage("tags saved to " + path);
+    return true;
+}
+
+void MainWindow::chooseLoad()
+{
+    const QString path = QFileDialog::getOpenFileName(
+        this, "Load tags", QString(), "Tag lists (*.tags *.txt);;All files (*)");
+    QString error;
+    if (!path.isEmpty() && !loadTags(path, error))
+        QMessageBox::warning(this, "Load tags", error);
+}
+
+void MainWindow::chooseSave()
+{
+    const QString path
+        = QFileDialog::getSaveFileName(this, "Save tags", "monitor.tags", "Tag lists (*.tags *.txt)");
+    QString error;
+    if (!path.isEmpty() && !saveTags(path, error))
+        QMessageBox::warning(this, "Save tags", error);
+}
+
+void MainWindow::moveSelected(int step)
+{
+    const QModelIndex current = tagTable->currentIndex();
+    if (!current.isValid() || !tagModel->moveTag(current.row(), step))
+        return;
+    tagTable->selectRow(current.row() + step);
+}
+
+void MainWindow::removeSelected()
+{
+    const QModelIndex current = tagTable->currentIndex();
+    if (current.isValid())
+        tagModel->removeRows(current.row(), 1);
+}
+
+void MainWindow::sendTags() { emit requestTags(tagModel->pollTags()); }
+
+void MainWindow::sendPolling() { emit requestPolling(pollBox->isChecked(), interval->value()); }
+
+void MainWindow::updateTrendTags()
+{
+    QVector<TrendView::TrendTag> list;
+    for (int row = 0; row < tagModel->rowCount(); ++row) {
+        const MonitorTag &t = tagModel->tagAt(row);
+        if (t.trend)
+            list.push_back({ tagModel->idAt(row),
+                QString::fromStdString(t.tag.text) + (t.station ? " @" + QString::number(t.station) : "") });
+    }
+    trendView->setTags(list);
+}
+
+void MainWindow::updateStatus()
+{
+    if (!connected) {
+        statsLabel->clear();
+        return;
+    }
+    const double seconds = double(QDateTime::currentMSecsSinceEpoch() - openedMs) / 1000;
+    statsLabel->setText(QString("%1 reads/s   p50 %2 ms   p99 %3 ms   errors %4")
+                            .arg(seconds > 0 ? double(stats.commands()) / seconds : 0.0, 0, 'f', 1)
+                            .arg(stats.percentileNs(0.5) / 1e6, 0, 'f', 1)
+                            .arg(stats.percentileNs(0.99) / 1e6, 0, 'f', 1)
+                            .arg(stats.failed()));
+}
+
+void MainWindow::showMessage(const QString &text) { statusBar()->showMessage(text, 10000); }

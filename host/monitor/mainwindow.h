@@ -1,0 +1,125 @@
+#ifndef HOST_MONITOR_MAINWINDOW_H
+#define HOST_MONITOR_MAINWINDOW_H
+
+// teco-monitor's window: the connection and the tag table on the left;
+// trends, the frame trace and the station scan on the right. The worker
+// that owns the line runs on its own thread; the window only sends it
+// requests and shows what it reports.
+
+#include "monitortypes.h"
+#include "pollstats.h"
+#include "traffic.h"
+
+#include <QMainWindow>
+#include <QThread>
+
+class MonitorWorker;
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+class QTabWidget;
+class QTableView;
+class ScanView;
+class TagModel;
+class TrafficView;
+class TrendView;
+
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    // Loads the driver plug-in at pluginPath and, once it is loaded,
+    // connects to the simulated drive.
+    explicit MainWindow(const QString &pluginPath, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    TagModel *tags() const { return tagModel; }
+    QTableView *tagView() const { return tagTable; }
+    TrendView *trends() const { return trendView; }
+    TrafficView *traffic() const { return trafficView; }
+    ScanView *scanner() const { return scanView; }
+    QTabWidget *tabs() const { return tabWidget; }
+    bool isConnected() const { return connected; }
+
+    // Adds a tag from the text typed in the tag line; false with the
+    // message shown in the status bar.
+    bool addTagLine(const QString &line);
+    bool loadTags(const QString &path, QString &error);
+    bool saveTags(const QString &path, QString &error);
+    // The port list: the simulated drive, then the serial ports found.
+    QStringList portChoices() const;
+
+public slots:
+    void connectLine();
+    void disconnectLine();
+    void showMessage(const QString &text);
+
+signals:
+    void driverReady(bool ok, const QString &error);
+    void connectionChanged(bool connected, const QString &message);
+    void readingShown(const Reading &reading);
+    void writeFinished(int id, bool ok, const QString &error);
+    void faultAnswered(bool ok, const QString &message);
+
+    // To the worker.
+    void requestLoad(const QString &plugin);
+    void requestOpen(const ConnectSettings &settings);
+    void requestClose();
+    void requestTags(const QVector<PollTag> &tags);
+    void requestPolling(bool on, int intervalMs);
+    void requestWrite(const PollTag &tag, const QVector<uint> &values);
+    void requestScan(int from, int to, const QString &address);
+    void requestStopScan();
+    void requestFault(const QString &rule);
+
+private:
+    QWidget *makeConnectionPanel();
+    QWidget *makeTagPanel();
+    void refreshPorts();
+    void driverLoaded(bool ok, const QString &error, const DriverDefaults &defaults);
+    void opened(bool ok, const QString &message);
+    void closed();
+    void applyReading(const Reading &reading);
+    void sendTags();
+    void sendPolling();
+    void updateTrendTags();
+    void updateStatus();
+    void chooseLoad();
+    void chooseSave();
+    void moveSelected(int step);
+    void removeSelected();
+
+    QThread thread;
+    MonitorWorker *worker;
+    bool driverOk = false;
+    bool connected = false;
+    bool connecting = false;
+
+    // Connection panel.
+    QComboBox *port;
+    QLineEdit *linkText;
+    QSpinBox *station, *timeout, *retry, *delay, *lateGuard;
+    QLineEdit *simStations, *simFaults;
+    QPushButton *connectButton;
+
+    // Tags.
+    TagModel *tagModel;
+    QTableView *tagTable;
+    QLineEdit *tagLine;
+    QCheckBox *pollBox;
+    QSpinBox *interval;
+
+    QTabWidget *tabWidget;
+    TrendView *trendView;
+    TrafficView *trafficView;
+    ScanView *scanView;
+
+    QLabel *lineLabel, *statsLabel;
+    PollStats stats; // since the line was opened
+    qint64 openedMs = 0;
+};
+
+#endif // HOST_MONITOR_MAINWINDOW_H

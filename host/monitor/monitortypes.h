@@ -1,0 +1,62 @@
+#ifndef HOST_MONITOR_MONITORTYPES_H
+#define HOST_MONITOR_MONITORTYPES_H
+
+// What the window and the worker that owns the line hand each other, always
+// by value through queued signals.
+
+#include "command.h"
+#include "seriallink.h"
+
+#include <QMetaType>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+#include <cstdint>
+#include <vector>
+
+// A tag as the worker polls it: teco-cli's poll tag and the station asked.
+struct PollTag
+{
+    int id = 0;
+    Tag tag;
+    int station = 0; // 0: the connection's station
+};
+
+// One read of one tag.
+struct Reading
+{
+    int id = 0;
+    bool ok = false;
+    std::vector<uint32_t> values; // one per value of the tag, when ok
+    QString error; // the driver's text, when not ok
+    qint64 timeMs = 0; // wall clock, ms since the epoch
+    qint64 latencyNs = 0;
+};
+
+// What the connection panel asks for.
+struct ConnectSettings
+{
+    QString port; // empty: the simulated drive on a pseudo-terminal
+    QString link; // "RS485,9600,NONE,8,2"
+    LinkOptions options;
+    QString simStations = "1,2,3";
+    QStringList simFaults;
+};
+
+// The driver's defaults, as a new panel project takes them.
+struct DriverDefaults
+{
+    QString link;
+    LinkOptions options;
+};
+
+Q_DECLARE_METATYPE(PollTag)
+Q_DECLARE_METATYPE(Reading)
+Q_DECLARE_METATYPE(ConnectSettings)
+Q_DECLARE_METATYPE(DriverDefaults)
+
+// Registers the types above (and the trace's) for queued connections; once.
+void registerMonitorTypes();
+
+#endif // HOST_MONITOR_MONITORTYPES_H

@@ -1,0 +1,121 @@
+#include "scanview.h"
+
+#include "command.h"
+#include "scanprobe.h"
+
+#include <QBrush>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+ScanView::ScanView(QWidget *parent)
+    : QWidget(parent)
+{
+    from = new QSpinBox;
+    from->setRange(1, 247);
+    to = new QSpinBox;
+    to->setRange(1, 247);
+    to->setValue(247);
+    address = new QLineEdit("HR1");
+    address->setMaximumWidth(120);
+    address->setToolTip("the probe: a plain address such as HR1 or DI1, read once per station");
+    button = new QPushButton("Start scan");
+    bar = new QProgressBar;
+    bar->setRange(0, 1);
+    bar->setValue(0);
+    summary = new QLabel(QString("Each station gets one read, time-out %1 ms, no retry.").arg(scanTimeoutMs));
+    table = new QTableWidget(0, 2);
+    table->setHorizontalHeaderLabels({ "Station", "Result" });
+    table->horizontalHeader()->setStretchLastSection(true);
+    table->verticalHeader()->hide();
+    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+
+    auto *row = new QHBoxLayout;
+    row->addWidget(new QLabel("Stations"));
+    row->addWidget(from);
+    row->addWidget(new QLabel("to"));
+    row->addWidget(to);
+    row->addWidget(new QLabel("probe"));
+    row->addWidget(address);
+    row->addWidget(button);
+    row->addStretch();
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 4, 4, 4);
+    layout->addLayout(row);
+    layout->addWidget(bar);
+    layout->addWidget(summary);
+    layout->addWidget(table, 1);
+
+    connect(button, &QPushButton::clicked, this, [this] {
+        if (busy)
+            emit stopRequested();
+        else
+            start();
+    });
+    setConnected(false);
+}
+
+void ScanView::setConnected(bool on)
+{
+    connected = on;
+    button->setEnabled(on || busy);
+}
+
+void ScanView::start()
+{
+    CliOptions o;
+    o.arguments = { "scan" };
+    o.from = from->value();
+    o.to = to->value();
+    o.address = address->text().trimmed().toStdString();
+    Command c;
+    std::string error;
+    if (!prepareCommand(o, false, c, error)) {
+        emit message(QString::fromStdString(error));
+        return;
+    }
+    table->setRowCount(0);
+    bar->setRange(0, c.to - c.from + 1);
+    bar->setValue(0);
+    busy = true;
+    button->setText("Stop");
+    summary->setText("Scanning...");
+    emit startRequested(c.from, c.to, QString::fromStdString(c.probe.text()));
+}
+
+void ScanView::progress(int done, int total, int answering)
+{
+    bar->setRange(0, total);
+    bar->setValue(done);
+    summary->setText(QString("%1 of %2 stations probed, %3 answering").arg(done).arg(total).arg(answering));
+}
+
+void ScanView::found(int station, bool answers, const QString &result)
+{
+    const int row = table->rowCount();
+    table->insertRow(row);
+    auto *s = new QTableWidgetItem(QString::number(station));
+    s->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    table->setItem(row, 0, s);
+    auto *r = new QTableWidgetItem(result);
+    if (!answers)
+        r->setForeground(QBrush(QColor(180, 0, 0)));
+    table->setItem(row, 1, r);
+}
+
+void ScanView::finished(int answering, bool stopped)
+{
+    busy = false;
+    button->setText("Start scan");
+    button->setEnabled(connected);
+    summary->setText(QString("%1: %2 station%3 answering")
+                         .arg(stopped ? "Stopped" : "Done")
+                         .arg(answering)
+                         .arg(answering == 1 ? "" : "s"));
+}

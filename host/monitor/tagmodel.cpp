@@ -1,0 +1,286 @@
+#include "tagmodel.h"
+
+#include "textutil.h"
+
+#include <QBrush>
+#include <QFont>
+#include <QPalette>
+
+TagModel::TagModel(QObject *parent)
+    : QAbstractTableModel(parent)
+{
+}
+
+int TagModel::rowCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : rows.size(); }
+
+int TagModel::columnCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : ColumnCount; }
+
+QString TagModel::valueText(int row) const
+{
+    const Row &r = rows.at(row);
+    if (!r.hasValue)
+        return QString();
+    QStringList parts;
+    for (uint32_t v : r.values)
+        parts << QString::fromStdString(showValue(v, r.tag.tag.type, r.tag.format));
+    return parts.join(' ');
+}
+
+QVariant TagModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid() || index.row() >= rows.size())
+        return QVariant();
+    const Row &r = rows.at(index.row());
+    const Tag &t = r.tag.tag;
+    if (role == Qt::DisplayRole || role == Qt::EditRole) {
+        switch (index.column()) {
+        case TagColumn:
+            return QString::fromStdString(t.text);
+        case StationColumn:
+            return role == Qt::EditRole ? QVariant(r.tag.station)
+                                        : QVariant(r.tag.station ? QString::number(r.tag.station) : "link");
+        case TypeColumn:
+            return QString(valueTypeName(t.type)) + (t.count > 1 ? " x" + QString::number(t.count) : "");
+        case FormatColumn:
+            return showAsName(r.tag.format);
+        case ValueColumn:
+            return valueText(index.row());
+        case UpdatedColumn:
+            return r.updated.isValid() ? r.updated.toString("HH:mm:ss.zzz") : QString();
+        case ErrorColumn:
+            return r.error;
+        }
+    }
+    if (role == Qt::CheckStateRole && index.column() == TagColumn)
+        return r.tag.trend ? Qt::Checked : Qt::Unchecked;
+    if (role == Qt::ForegroundRole) {
+        if (index.column() == ErrorColumn)
+            return QBrush(QColor(180, 0, 0));
+        if (index.column() == ValueColumn && r.stale)
+            return QBrush(Qt::gray);
+    }
+    if (role == Qt::FontRole && index.column() == ValueColumn && r.stale) {
+        QFont f;
+        f.setItalic(true);
+        return f;
+    }
+    if (role == Qt::TextAlignmentRole && (index.column() == ValueColumn || index.column() == StationColumn))
+        return int(Qt::AlignRight | Qt::AlignVCenter);
+    if (role == Qt::ToolTipRole) {
+        if (index.column() == ValueColumn)
+            return r.stale ? "the last read failed: this value is from " + r.updated.toString("HH:mm:ss.zzz")
+                           : QString("double-click to write");
+        if (index.column() == TagColumn)
+            return "ticked: shown in the trend";
+        if (index.column() == ErrorColumn)
+            return r.error;
+    }
+    return QVariant();
+}
+
+QVariant TagModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return QAbstractTableModel::headerData(section, orientation, role);
+    static const char *const names[ColumnCount]
+        = { "Tag", "Station", "Type", "Format", "Value", "Updated", "Last error" };
+    return section >= 0 && section < ColumnCount ? names[section] : "";
+}
+
+Qt::ItemFlags TagModel::flags(const QModelIndex &index) const
+{
+    Qt::ItemFlags f = QAbstractTableModel::flags(index);
+    switch (index.column()) {
+    case TagColumn:
+        return f | Qt::ItemIsUserCheckable;
+    case StationColumn:
+    case FormatColumn:
+    case ValueColumn:
+        return f | Qt::ItemIsEditable;
+    }
+    return f;
+}
+
+bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role)
+{
+    if (!index.isValid() || index.row() >= rows.size())
+        return false;
+    Row &r = rows[index.row()];
+    std::string error;
+    if (index.column() == TagColumn && role == Qt::CheckStateRole) {
+        r.tag.trend = value.toInt() == Qt::Checked;
+        rowChanged(index.row());
+        emit trendChanged();
+        return true;
+    }
+    if (role != Qt::EditRole)
+        return false;
+    switch (index.column()) {
+    case StationColumn: {
+        int station = 0;
+        const std::string text = value.toString().trimmed().toStdString();
+        if (text != "link" && !parseWholeNumber(text, 0, 247, station)) {
+            emit message("a station is 1 to 247, or 0 for the connection's");
+            return false;
+        }
+        r.tag.station = station;
+        rowChanged(index.row());
+        emit tagsChanged();
+        return true;
+    }
+    case FormatColumn:
+        if (!parseShowAs(value.toString().toStdString(), r.tag.format)) {
+            emit message("unknown format \"" + value.toString() + "\" (unsigned, signed, hex or binary)");
+            return false;
+        }
+        rowChanged(index.row());
+        emit trendChanged();
+        return true;
+    case ValueColumn: {
+        std::vector<uint32_t> values;
+        if (!parseWriteValues(value.toString().toStdString(), r.tag, values, error)) {
+            emit message(QString::fromStdString(error));
+            return false;
+        }
+        emit message(
+            "writing " + value.toString().simplified() + " to " + QString::fromStdString(r.tag.tag.text));
+        emit writeRequested(pollTag(index.row()), QVector<uint>(values.begin(), values.end()));
+        return false; // the value shown changes when a read brings it back
+    }
+    }
+    return false;
+}
+
+void TagModel::rowChanged(int row) { emit dataChanged(index(row, 0), index(row, ColumnCount - 1)); }
+
+bool TagModel::removeRows(int row, int count, const QModelIndex &parent)
+{
+    if (parent.isValid() || row < 0 || count <= 0 || row + count > rows.size())
+        return false;
+    beginRemoveRows(parent, row, row + count - 1);
+    rows.remove(row, count);
+    endRemoveRows();
+    emit tagsChanged();
+    emit trendChanged();
+    return true;
+}
+
+bool TagModel::addTag(const QString &line, QString &error)
+{
+    MonitorTag t;
+    std::string e;
+    if (!parseMonitorTag(line.toStdString(), t, e)) {
+        error = QString::fromStdString(e);
+        return false;
+    }
+    addTag(t);
+    return true;
+}
+
+void TagModel::addTag(const MonitorTag &tag)
+{
+    beginInsertRows(QModelIndex(), rows.size(), rows.size());
+    Row r;
+    r.id = nextId++;
+    r.tag = tag;
+    rows.push_back(r);
+    endInsertRows();
+    emit tagsChanged();
+    emit trendChanged();
+}
+
+bool TagModel::moveTag(int row, int step)
+{
+    const int to = row + step;
+    if (row < 0 || row >= rows.size() || to < 0 || to >= rows.size() || step == 0)
+        return false;
+    // beginMoveRows names the row before which the moved one lands.
+    if (!beginMoveRows(QModelIndex(), row, row, QModelIndex(), step > 0 ? to + 1 : to))
+        return false;
+    rows.move(row, to);
+    endMoveRows();
+    emit tagsChanged();
+    return true;
+}
+
+void TagModel::setTags(const std::vector<MonitorTag> &tags)
+{
+    beginResetModel();
+    rows.clear();
+    for (const MonitorTag &t : tags) {
+        Row r;
+        r.id = nextId++;
+        r.tag = t;
+        rows.push_back(r);
+    }
+    endResetModel();
+    emit tagsChanged();
+    emit trendChanged();
+}
+
+std::vector<MonitorTag> TagModel::tags() const
+{
+    std::vector<MonitorTag> out;
+    for (const Row &r : rows)
+        out.push_back(r.tag);
+    return out;
+}
+
+PollTag TagModel::pollTag(int row) const
+{
+    PollTag p;
+    p.id = rows.at(row).id;
+    p.tag = rows.at(row).tag.tag;
+    p.station = rows.at(row).tag.station;
+    return p;
+}
+
+QVector<PollTag> TagModel::pollTags() const
+{
+    QVector<PollTag> out;
+    for (int i = 0; i < rows.size(); ++i)
+        out.push_back(pollTag(i));
+    return out;
+}
+
+int TagModel::rowOf(int id) const
+{
+    for (int i = 0; i < rows.size(); ++i)
+        if (rows[i].id == id)
+            return i;
+    return -1;
+}
+
+void TagModel::applyReading(const Reading &reading)
+{
+    const int row = rowOf(reading.id);
+    if (row < 0)
+        return;
+    Row &r = rows[row];
+    if (reading.ok) {
+        r.values = reading.values;
+        r.hasValue = true;
+        r.stale = false;
+        r.updated = QDateTime::fromMSecsSinceEpoch(reading.timeMs);
+        r.error.clear();
+    } else {
+        r.stale = r.hasValue;
+        r.error = reading.error;
+    }
+    rowChanged(row);
+}
+
+void TagModel::applyWrite(int id, bool ok, const QString &error)
+{
+    const int row = rowOf(id);
+    if (row < 0)
+        return;
+    const QString name = QString::fromStdString(rows[row].tag.tag.text);
+    if (ok) {
+        emit message("wrote " + name);
+    } else {
+        rows[row].error = error;
+        rowChanged(row);
+        emit message("write to " + name + " failed: " + error);
+    }
+}

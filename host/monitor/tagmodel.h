@@ -1,0 +1,85 @@
+#ifndef HOST_MONITOR_TAGMODEL_H
+#define HOST_MONITOR_TAGMODEL_H
+
+// The tag table: what is polled, the last value of each tag, when it came
+// and the last error. Editing a value asks for a write; the value shown
+// changes only when a read brings it back. A tag whose last read failed
+// keeps its last value greyed out, with the error beside it.
+
+#include "monitortypes.h"
+#include "tagvalues.h"
+
+#include <QAbstractTableModel>
+#include <QDateTime>
+
+class TagModel : public QAbstractTableModel
+{
+    Q_OBJECT
+public:
+    enum Column {
+        TagColumn,
+        StationColumn,
+        TypeColumn,
+        FormatColumn,
+        ValueColumn,
+        UpdatedColumn,
+        ErrorColumn,
+        ColumnCount
+    };
+
+    explicit TagModel(QObject *parent = nullptr);
+
+    int rowCount(const QModelIndex &parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex &parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex &index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+    bool setData(const QModelIndex &index, const QVariant &value, int role) override;
+    bool removeRows(int row, int count, const QModelIndex &parent = QModelIndex()) override;
+
+    // Adds a tag from its line ("HR100:word station=2"); false with one
+    // sentence in error.
+    bool addTag(const QString &line, QString &error);
+    void addTag(const MonitorTag &tag);
+    // Moves a row one place up (-1) or down (+1).
+    bool moveTag(int row, int step);
+    void setTags(const std::vector<MonitorTag> &tags);
+    std::vector<MonitorTag> tags() const;
+
+    // What the worker polls, in table order.
+    QVector<PollTag> pollTags() const;
+    PollTag pollTag(int row) const;
+    int rowOf(int id) const;
+    int idAt(int row) const { return rows.at(row).id; }
+    const MonitorTag &tagAt(int row) const { return rows.at(row).tag; }
+    QString valueText(int row) const;
+
+public slots:
+    void applyReading(const Reading &reading);
+    void applyWrite(int id, bool ok, const QString &error);
+
+signals:
+    // The list or a tag's station changed: the worker needs the new list.
+    void tagsChanged();
+    void trendChanged();
+    void writeRequested(const PollTag &tag, const QVector<uint> &values);
+    void message(const QString &text);
+
+private:
+    struct Row
+    {
+        int id = 0;
+        MonitorTag tag;
+        std::vector<uint32_t> values;
+        bool hasValue = false;
+        bool stale = false; // the last read failed
+        QDateTime updated;
+        QString error;
+    };
+    void rowChanged(int row);
+
+    QVector<Row> rows;
+    int nextId = 1;
+};
+
+#endif // HOST_MONITOR_TAGMODEL_H

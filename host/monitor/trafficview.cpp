@@ -1,0 +1,299 @@
+#include "trafficview.h"
+
+#include "seriallink.h"
+
+#include <QBrush>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QSplitter>
+#include <QTableView>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+TraceModel::TraceModel(int rowLimit, QObject *parent)
+    : QAbstractTableModel(parent)
+    , limit(rowLimit)
+{
+}
+
+int TraceModel::rowCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : int(rows.size()); }
+
+int TraceModel::columnCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : ColumnCount; }
+
+QVariant TraceModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid() || size_t(index.row()) >= rows.size())
+        return QVariant();
+    const Row &r = rows[size_t(index.row())];
+    const TraceEvent &e = r.event;
+    const bool trouble = e.kind != TraceEvent::Kind::Sent && e.kind != TraceEvent::Kind::Received;
+    if (role == Qt::DisplayRole) {
+        switch (index.column()) {
+        case TimeColumn:
+            return r.time.toString("HH:mm:ss.zzz");
+        case StationColumn:
+            return e.station;
+        case KindColumn:
+            return traceKindName(e.kind);
+        case AfterColumn:
+            return e.kind == TraceEvent::Kind::Sent ? QString()
+                                                    : QString::number(double(e.sinceRequestNs) / 1e6, 'f', 1);
+        case FrameColumn:
+            return r.frame;
+        case BytesColumn:
+            return r.bytes;
+        }
+    }
+    if (role == Qt::ForegroundRole) {
+        if (trouble || r.frame.contains("exception") || r.frame.contains("BAD"))
+            return QBrush(QColor(180, 0, 0));
+        if (e.kind == TraceEvent::Kind::Sent)
+            return QBrush(QColor(0, 70, 150));
+    }
+    if (role == Qt::FontRole && index.column() == BytesColumn)
+        return QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    if (role == Qt::ToolTipRole && index.column() >= FrameColumn)
+        return r.frame + (e.note.empty() ? QString() : "\n" + QString::fromStdString(e.note)) + "\n"
+            + r.bytes;
+    if (role == Qt::TextAlignmentRole && (index.column() == StationColumn || index.column() == AfterColumn))
+        return int(Qt::AlignRight | Qt::AlignVCenter);
+    return QVariant();
+}
+
+QVariant TraceModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return QAbstractTableModel::headerData(section, orientation, role);
+    static const char *const names[ColumnCount] = { "Time", "Station", "Event", "ms", "Frame", "Bytes" };
+    return section >= 0 && section < ColumnCount ? names[section] : "";
+}
+
+void TraceModel::add(const QVector<TraceEvent> &events)
+{
+    if (events.isEmpty())
+        return;
+    // Trace times are the link's monotonic clock; shown as wall-clock times.
+    const qint64 wallMs = QDateTime::currentMSecsSinceEpoch();
+    const int64_t nowNs = monotonicNs();
+    const int incoming = std::min(events.size(), limit);
+    const int drop = std::max(0, int(rows.size()) + incoming - limit);
+    if (drop > 0) {
+        beginRemoveRows(QModelIndex(), 0, drop - 1);
+        rows.erase(rows.begin(), rows.begin() + drop);
+        endRemoveRows();
+    }
+    beginInsertRows(QModelIndex(), int(rows.size()), int(rows.size()) + incoming - 1);
+    for (int i = events.size() - incoming; i < events.size(); ++i) {
+        Row r;
+        r.event = events[i];
+        r.time = QDateTime::fromMSecsSinceEpoch(wallMs - (nowNs - r.event.timeNs) / 1000000);
+        r.frame = QString::fromStdString(describeFrame(r.event));
+        if (!r.event.note.empty())
+            r.frame += (r.frame.isEmpty() ? "" : "; ") + QString::fromStdString(r.event.note);
+        r.bytes = QString::fromStdString(hexBytes(r.event.bytes));
+        rows.push_back(std::move(r));
+    }
+    endInsertRows();
+}
+
+void TraceModel::clear()
+{
+    beginResetModel();
+    rows.clear();
+    endResetModel();
+}
+
+void TraceFilter::setStation(int s)
+{
+    station = s;
+    invalidateFilter();
+}
+
+void TraceFilter::setDirection(Direction d)
+{
+    direction = d;
+    invalidateFilter();
+}
+
+bool TraceFilter::filterAcceptsRow(int row, const QModelIndex &) const
+{
+    const TraceEvent &e = static_cast<const TraceModel *>(sourceModel())->event(row);
+    if (station && e.station != station)
+        return false;
+    switch (direction) {
+    case All:
+        return true;
+    case Sent:
+        return e.kind == TraceEvent::Kind::Sent;
+    case Received:
+        return e.kind == TraceEvent::Kind::Received;
+    case Problems:
+        return e.kind != TraceEvent::Kind::Sent && e.kind != TraceEvent::Kind::Received;
+    }
+    return true;
+}
+
+namespace {
+
+struct HealthColumn
+{
+    const char *name;
+    uint64_t StationHealth::*field;
+};
+
+const HealthColumn healthColumns[] = {
+    { "Requests", &StationHealth::requests },
+    { "Retries", &StationHealth::retries },
+    { "Time-outs", &StationHealth::timeOuts },
+    { "CRC errors", &StationHealth::crcErrors },
+    { "Exceptions", &StationHealth::exceptions },
+    { "Late bytes dropped", &StationHealth::lateBytesDropped },
+    { "Stale bytes dropped", &StationHealth::staleBytesDropped },
+};
+
+} // namespace
+
+TrafficView::TrafficView(QWidget *parent)
+    : QWidget(parent)
+    , trace(new TraceModel(5000, this))
+    , filtered(new TraceFilter(this))
+{
+    filtered->setSourceModel(trace);
+
+    stationBox = new QComboBox;
+    stationBox->addItem("all stations", 0);
+    directionBox = new QComboBox;
+    directionBox->addItem("all frames", TraceFilter::All);
+    directionBox->addItem("sent", TraceFilter::Sent);
+    directionBox->addItem("received", TraceFilter::Received);
+    directionBox->addItem("problems", TraceFilter::Problems);
+    directionBox->setToolTip("problems: stale and late bytes, echoes and time-outs");
+    freeze = new QCheckBox("Freeze");
+    freeze->setToolTip("stop adding new frames to the list");
+    auto *clearButton = new QPushButton("Clear");
+    faultEdit = new QLineEdit;
+    faultEdit->setPlaceholderText("noreply:station=1,times=1");
+    faultEdit->setToolTip("a fault for the simulated drive, as teco-sim --fault takes it");
+    auto *faultButton = new QPushButton("Inject fault");
+
+    auto *bar = new QHBoxLayout;
+    bar->addWidget(new QLabel("Show"));
+    bar->addWidget(stationBox);
+    bar->addWidget(directionBox);
+    bar->addWidget(freeze);
+    bar->addWidget(clearButton);
+    bar->addStretch();
+    bar->addWidget(new QLabel("Simulated drive:"));
+    bar->addWidget(faultEdit, 1);
+    bar->addWidget(faultButton);
+
+    view = new QTableView;
+    view->setModel(filtered);
+    view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    view->verticalHeader()->hide();
+    view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 4);
+    view->setWordWrap(false);
+    view->horizontalHeader()->setStretchLastSection(true);
+    const int digit = view->fontMetrics().horizontalAdvance("0");
+    view->setColumnWidth(TraceModel::TimeColumn, 14 * digit);
+    view->setColumnWidth(TraceModel::StationColumn, 8 * digit);
+    view->setColumnWidth(TraceModel::KindColumn, 10 * digit);
+    view->setColumnWidth(TraceModel::AfterColumn, 7 * digit);
+    view->setColumnWidth(TraceModel::FrameColumn, 46 * digit);
+
+    healthView = new QTableWidget(0, int(std::size(healthColumns)));
+    QStringList headers;
+    for (const HealthColumn &c : healthColumns)
+        headers << c.name;
+    healthView->setHorizontalHeaderLabels(headers);
+    healthView->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    healthView->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    healthView->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 4);
+
+    auto *healthBox = new QWidget;
+    auto *healthLayout = new QVBoxLayout(healthBox);
+    healthLayout->setContentsMargins(0, 0, 0, 0);
+    healthLayout->addWidget(new QLabel("Link health by station"));
+    healthLayout->addWidget(healthView);
+    auto *split = new QSplitter(Qt::Vertical);
+    split->addWidget(view);
+    split->addWidget(healthBox);
+    split->setStretchFactor(0, 3);
+    split->setStretchFactor(1, 1);
+
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 4, 4, 4);
+    layout->addLayout(bar);
+    layout->addWidget(split, 1);
+
+    connect(stationBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+        [this] { filtered->setStation(stationBox->currentData().toInt()); });
+    connect(directionBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+        [this] { filtered->setDirection(TraceFilter::Direction(directionBox->currentData().toInt())); });
+    connect(clearButton, &QPushButton::clicked, this, &TrafficView::clear);
+    auto inject = [this] {
+        if (!faultEdit->text().trimmed().isEmpty())
+            emit faultRequested(faultEdit->text().trimmed());
+    };
+    connect(faultButton, &QPushButton::clicked, this, inject);
+    connect(faultEdit, &QLineEdit::returnPressed, this, inject);
+}
+
+void TrafficView::noteStation(int station)
+{
+    if (station <= 0 || stationBox->findData(station) >= 0)
+        return;
+    int at = 1;
+    while (at < stationBox->count() && stationBox->itemData(at).toInt() < station)
+        ++at;
+    stationBox->insertItem(at, "station " + QString::number(station), station);
+}
+
+void TrafficView::addEvents(const QVector<TraceEvent> &events)
+{
+    for (const TraceEvent &e : events)
+        noteStation(e.station);
+    if (freeze->isChecked())
+        return;
+    QScrollBar *bar = view->verticalScrollBar();
+    const bool atEnd = bar->value() >= bar->maximum() - 2;
+    trace->add(events);
+    if (atEnd)
+        view->scrollToBottom();
+}
+
+void TrafficView::setHealth(const HealthMap &health)
+{
+    last = health;
+    healthView->setRowCount(int(health.size()));
+    int row = 0;
+    for (const auto &entry : health) {
+        noteStation(entry.first);
+        healthView->setVerticalHeaderItem(
+            row, new QTableWidgetItem("station " + QString::number(entry.first)));
+        for (size_t c = 0; c < std::size(healthColumns); ++c) {
+            const uint64_t v = entry.second.*healthColumns[c].field;
+            auto *item = new QTableWidgetItem(QString::number(v));
+            item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+            if (v && c > 0)
+                item->setForeground(QBrush(QColor(180, 0, 0)));
+            healthView->setItem(row, int(c), item);
+        }
+        ++row;
+    }
+}
+
+StationHealth TrafficView::health(int station) const
+{
+    auto it = last.find(station);
+    return it == last.end() ? StationHealth() : it->second;
+}
+
+void TrafficView::clear() { trace->clear(); }

@@ -1,0 +1,416 @@
+#include "trendview.h"
+
+#include "textfile.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDateTime>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <QtCharts/QChart>
+#include <QtCharts/QChartView>
+#include <QtCharts/QDateTimeAxis>
+#include <QtCharts/QLineSeries>
+#include <QtCharts/QValueAxis>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace QtCharts;
+
+SampleRing::SampleRing(int capacity)
+    : buffer(std::max(capacity, 1))
+{
+}
+
+void SampleRing::push(const QPointF &sample)
+{
+    if (count < buffer.size()) {
+        buffer[(start + count) % buffer.size()] = sample;
+        ++count;
+    } else {
+        buffer[start] = sample;
+        start = (start + 1) % buffer.size();
+    }
+}
+
+// The chart with wheel zoom and right-button panning; any of them, and the
+// rubber band, stop the view following the newest samples.
+class TrendChartView : public QChartView
+{
+public:
+    TrendChartView(QChart *chart, TrendView *owner)
+        : QChartView(chart)
+        , trend(owner)
+    {
+        setRubberBand(QChartView::RectangleRubberBand);
+        setRenderHint(QPainter::Antialiasing);
+    }
+
+protected:
+    void wheelEvent(QWheelEvent *e) override
+    {
+        trend->userMovedView();
+        chart()->zoom(e->angleDelta().y() > 0 ? 1.25 : 0.8);
+        e->accept();
+    }
+    void mousePressEvent(QMouseEvent *e) override
+    {
+        if (e->button() == Qt::RightButton) {
+            panFrom = e->pos();
+            panning = true;
+            e->accept();
+            return;
+        }
+        QChartView::mousePressEvent(e);
+    }
+    void mouseMoveEvent(QMouseEvent *e) override
+    {
+        if (panning) {
+            trend->userMovedView();
+            const QPoint d = e->pos() - panFrom;
+            chart()->scroll(-d.x(), d.y());
+            panFrom = e->pos();
+            e->accept();
+            return;
+        }
+        QChartView::mouseMoveEvent(e);
+    }
+    void mouseReleaseEvent(QMouseEvent *e) override
+    {
+        if (e->button() == Qt::RightButton) {
+            panning = false;
+            e->accept();
+            return;
+        }
+        if (e->button() == Qt::LeftButton && rubberBand() != NoRubberBand)
+            trend->userMovedView();
+        QChartView::mouseReleaseEvent(e);
+    }
+
+private:
+    TrendView *trend;
+    QPoint panFrom;
+    bool panning = false;
+};
+
+TrendView::TrendView(int samplesPerTag, QWidget *parent)
+    : QWidget(parent)
+    , capacity(samplesPerTag)
+    , chart(new QChart)
+    , timeAxis(new QDateTimeAxis)
+    , sharedAxis(new QValueAxis)
+{
+    chart->legend()->setAlignment(Qt::AlignBottom);
+    chart->setMargins(QMargins(4, 4, 4, 4));
+    timeAxis->setFormat("HH:mm:ss");
+    timeAxis->setTitleText("time");
+    timeAxis->setTickCount(7);
+    chart->addAxis(timeAxis, Qt::AlignBottom);
+    chart->addAxis(sharedAxis, Qt::AlignLeft);
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(now - 60000), QDateTime::fromMSecsSinceEpoch(now));
+    sharedAxis->setRange(0, 1);
+    view = new TrendChartView(chart, this);
+    view->setMinimumSize(300, 200);
+
+    span = new QComboBox;
+    const std::pair<const char *, int> spans[]
+        = { { "30 s", 30 }, { "1 min", 60 }, { "5 min", 300 }, { "15 min", 900 }, { "1 h", 3600 } };
+    for (const auto &s : spans)
+        span->addItem(s.first, s.second);
+    span->setCurrentIndex(1);
+    span->setToolTip("how much of the newest samples the chart shows while it follows them");
+    axisPerTag = new QCheckBox("Axis per tag");
+    axisPerTag->setToolTip("each tag on its own value axis, in its colour");
+    pauseButton = new QPushButton("Pause");
+    pauseButton->setCheckable(true);
+    pauseButton->setToolTip("stop following the newest samples (polling goes on)");
+    auto *followButton = new QPushButton("Follow");
+    followButton->setToolTip("undo zoom and pan, and follow the newest samples again");
+    auto *csvButton = new QPushButton("Export CSV...");
+    auto *pngButton = new QPushButton("Save PNG...");
+
+    auto *bar = new QHBoxLayout;
+    bar->addWidget(new QLabel("Span"));
+    bar->addWidget(span);
+    bar->addWidget(axisPerTag);
+    bar->addWidget(pauseButton);
+    bar->addWidget(followButton);
+    bar->addStretch();
+    bar->addWidget(csvButton);
+    bar->addWidget(pngButton);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 4, 4, 4);
+    layout->addLayout(bar);
+    layout->addWidget(view, 1);
+    auto *hint = new QLabel("Drag to zoom, wheel to zoom in and out, right-drag to pan.");
+    hint->setStyleSheet("color: gray");
+    layout->addWidget(hint);
+
+    connect(pauseButton, &QPushButton::toggled, this, &TrendView::setPaused);
+    connect(followButton, &QPushButton::clicked, this, &TrendView::follow);
+    connect(axisPerTag, &QCheckBox::toggled, this, [this] {
+        rebuildAxes();
+        refresh();
+    });
+    connect(span, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] { refresh(); });
+    connect(csvButton, &QPushButton::clicked, this, &TrendView::chooseCsv);
+    connect(pngButton, &QPushButton::clicked, this, &TrendView::choosePng);
+    timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &TrendView::refresh);
+    timer->start(250);
+}
+
+void TrendView::setTags(const QVector<TrendTag> &tags)
+{
+    QVector<int> ids;
+    for (const TrendTag &t : tags)
+        ids.push_back(t.id);
+    for (auto it = traces.begin(); it != traces.end();) {
+        if (!ids.contains(it->first)) {
+            chart->removeSeries(it->second.series);
+            delete it->second.series;
+            if (it->second.axis) {
+                chart->removeAxis(it->second.axis);
+                delete it->second.axis;
+            }
+            it = traces.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (const TrendTag &t : tags) {
+        auto it = traces.find(t.id);
+        if (it == traces.end()) {
+            it = traces.emplace(t.id, Trace { t.name, SampleRing(capacity) }).first;
+            it->second.series = new QLineSeries;
+            chart->addSeries(it->second.series);
+        }
+        it->second.name = t.name;
+        it->second.series->setName(t.name);
+    }
+    order = ids;
+    rebuildAxes();
+    refresh();
+}
+
+void TrendView::rebuildAxes()
+{
+    for (auto &entry : traces) {
+        Trace &t = entry.second;
+        for (QAbstractAxis *a : t.series->attachedAxes())
+            t.series->detachAxis(a);
+        if (t.axis) {
+            chart->removeAxis(t.axis);
+            delete t.axis;
+            t.axis = nullptr;
+        }
+    }
+    sharedAxis->setVisible(!axisPerTag->isChecked() || traces.empty());
+    int n = 0;
+    for (int id : order) {
+        Trace &t = traces.at(id);
+        t.series->attachAxis(timeAxis);
+        if (axisPerTag->isChecked()) {
+            t.axis = new QValueAxis;
+            const QColor c = t.series->color();
+            t.axis->setLinePenColor(c);
+            t.axis->setLabelsColor(c);
+            chart->addAxis(t.axis, n++ % 2 ? Qt::AlignRight : Qt::AlignLeft);
+            t.series->attachAxis(t.axis);
+        } else {
+            t.series->attachAxis(sharedAxis);
+        }
+    }
+}
+
+void TrendView::addSample(int id, qint64 timeMs, double value)
+{
+    auto it = traces.find(id);
+    if (it != traces.end())
+        it->second.ring.push(QPointF(double(timeMs), value));
+}
+
+int TrendView::samples(int id) const
+{
+    auto it = traces.find(id);
+    return it == traces.end() ? 0 : it->second.ring.size();
+}
+
+int TrendView::plottedPoints() const
+{
+    int n = 0;
+    for (const auto &entry : traces)
+        n += entry.second.series->count();
+    return n;
+}
+
+bool TrendView::paused() const { return pauseButton->isChecked(); }
+
+void TrendView::setPaused(bool on)
+{
+    if (pauseButton->isChecked() != on)
+        pauseButton->setChecked(on); // comes back here through toggled
+    pauseButton->setText(on ? "Resume" : "Pause");
+    if (!on)
+        follow();
+}
+
+void TrendView::follow()
+{
+    following = true;
+    if (pauseButton->isChecked()) {
+        pauseButton->setChecked(false);
+        return;
+    }
+    chart->zoomReset();
+    refresh();
+}
+
+void TrendView::userMovedView() { following = false; }
+
+void TrendView::refresh()
+{
+    const bool follows = following && !pauseButton->isChecked();
+    qint64 newest = 0;
+    for (const auto &entry : traces)
+        if (entry.second.ring.size())
+            newest = std::max(newest, qint64(entry.second.ring.at(entry.second.ring.size() - 1).x()));
+    if (follows) {
+        const qint64 end = newest ? newest : QDateTime::currentMSecsSinceEpoch();
+        const qint64 width = qint64(span->currentData().toInt()) * 1000;
+        timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(end - width), QDateTime::fromMSecsSinceEpoch(end));
+    } else if (pauseButton->isChecked() && following) {
+        return; // paused and untouched: the picture stays as it is
+    }
+    const double from = double(timeAxis->min().toMSecsSinceEpoch());
+    const double to = double(timeAxis->max().toMSecsSinceEpoch());
+    // At most about two points per pixel column: the lowest and the highest
+    // of each column, in time order, so that no spike is lost.
+    const int columns = std::max(100, int(chart->plotArea().width()));
+    double low = INFINITY, high = -INFINITY;
+    for (int id : order) {
+        Trace &t = traces.at(id);
+        const SampleRing &r = t.ring;
+        // The samples in range, and one on either side so that the line
+        // runs to the edges.
+        auto countBefore = [&r](double x, bool orAt) {
+            int lo = 0, hi = r.size();
+            while (lo < hi) {
+                const int mid = (lo + hi) / 2;
+                if (r.at(mid).x() < x || (orAt && r.at(mid).x() == x))
+                    lo = mid + 1;
+                else
+                    hi = mid;
+            }
+            return lo;
+        };
+        const int first = std::max(0, countBefore(from, false) - 1);
+        const int last = std::min(r.size(), countBefore(to, true) + 1);
+        QVector<QPointF> points;
+        const int n = last - first;
+        if (n <= 2 * columns) {
+            for (int i = first; i < last; ++i)
+                points.push_back(r.at(i));
+        } else {
+            const double width = (to - from) / columns;
+            int i = first;
+            while (i < last) {
+                const double bucketEnd = std::floor((r.at(i).x() - from) / width + 1) * width + from;
+                int lowAt = i, highAt = i;
+                for (; i < last && r.at(i).x() < bucketEnd; ++i) {
+                    if (r.at(i).y() < r.at(lowAt).y())
+                        lowAt = i;
+                    if (r.at(i).y() > r.at(highAt).y())
+                        highAt = i;
+                }
+                points.push_back(r.at(std::min(lowAt, highAt)));
+                if (lowAt != highAt)
+                    points.push_back(r.at(std::max(lowAt, highAt)));
+            }
+        }
+        t.series->replace(points);
+        double tl = INFINITY, th = -INFINITY;
+        for (const QPointF &p : points) {
+            tl = std::min(tl, p.y());
+            th = std::max(th, p.y());
+        }
+        if (t.axis && follows && tl <= th) {
+            const double m = std::max((th - tl) * 0.05, 0.5);
+            t.axis->setRange(tl - m, th + m);
+        }
+        low = std::min(low, tl);
+        high = std::max(high, th);
+    }
+    if (follows && low <= high) {
+        const double m = std::max((high - low) * 0.05, 0.5);
+        sharedAxis->setRange(low - m, high + m);
+    }
+}
+
+bool TrendView::exportCsv(const QString &path, QString &error) const
+{
+    struct Sample
+    {
+        double time, value;
+        const QString *name;
+    };
+    std::vector<Sample> all;
+    for (int id : order) {
+        const Trace &t = traces.at(id);
+        for (int i = 0; i < t.ring.size(); ++i)
+            all.push_back({ t.ring.at(i).x(), t.ring.at(i).y(), &t.name });
+    }
+    std::stable_sort(
+        all.begin(), all.end(), [](const Sample &a, const Sample &b) { return a.time < b.time; });
+    std::string e;
+    FILE *f = createTextFile(path.toStdString(), e);
+    if (!f) {
+        error = "cannot write " + path + ": " + QString::fromStdString(e);
+        return false;
+    }
+    bool good = std::fputs("time,tag,value\n", f) >= 0;
+    for (const Sample &s : all) {
+        const QByteArray line
+            = QDateTime::fromMSecsSinceEpoch(qint64(s.time)).toString(Qt::ISODateWithMs).toUtf8() + ','
+            + s.name->toUtf8() + ',' + QByteArray::number(s.value, 'g', 17) + '\n';
+        good = good && std::fwrite(line.constData(), 1, size_t(line.size()), f) == size_t(line.size());
+    }
+    if (std::fclose(f) != 0 || !good) {
+        error = "cannot write " + path + ": the disk refused the data";
+        return false;
+    }
+    return true;
+}
+
+bool TrendView::exportPng(const QString &path, QString &error) const
+{
+    if (!view->grab().save(path, "PNG")) {
+        error = "cannot write " + path + " as a PNG image";
+        return false;
+    }
+    return true;
+}
+
+void TrendView::chooseCsv()
+{
+    const QString path = QFileDialog::getSaveFileName(this, "Export samples", "trend.csv", "CSV (*.csv)");
+    QString error;
+    if (!path.isEmpty() && !exportCsv(path, error))
+        QMessageBox::warning(this, "Export samples", error);
+}
+
+void TrendView::choosePng()
+{
+    const QString path = QFileDialog::getSaveFileName(this, "Save chart", "trend.png", "PNG (*.png)");
+    QString error;
+    if (!path.isEmpty() && !exportPng(path, error))
+        QMessageBox::warning(this, "Save chart", error);
+}

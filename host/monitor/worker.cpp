@@ -1,0 +1,270 @@
+#include "worker.h"
+
+#include "faultrule.h"
+#include "scanprobe.h"
+
+#include <QDateTime>
+
+void registerMonitorTypes()
+{
+    static const bool done = [] {
+        qRegisterMetaType<PollTag>();
+        qRegisterMetaType<Reading>();
+        qRegisterMetaType<ConnectSettings>();
+        qRegisterMetaType<DriverDefaults>();
+        qRegisterMetaType<TraceEvent>();
+        qRegisterMetaType<QVector<TraceEvent>>();
+        qRegisterMetaType<QVector<PollTag>>();
+        qRegisterMetaType<QVector<uint>>();
+        qRegisterMetaType<HealthMap>();
+        return true;
+    }();
+    (void)done;
+}
+
+MonitorWorker::MonitorWorker(QObject *parent)
+    : QObject(parent)
+    , cycleTimer(this)
+{
+    cycleTimer.setSingleShot(true);
+    cycleTimer.setTimerType(Qt::PreciseTimer);
+    connect(&cycleTimer, &QTimer::timeout, this, [this] {
+        if (polling && lineOpen && !scan.running && nextTag < 0 && !tags.isEmpty()) {
+            cycleTimer.start(intervalMs); // the next cycle is due one interval after this one began
+            nextTag = 0;
+            pollNext();
+        }
+    });
+}
+
+MonitorWorker::~MonitorWorker()
+{
+    link.close();
+    sim.stop();
+}
+
+void MonitorWorker::loadDriver(const QString &plugin)
+{
+    std::string error;
+    DriverDefaults d;
+    LinkSettings settings;
+    driver = host.load(plugin.toStdString(), error);
+    if (!driver || !host.defaults(std::nullopt, settings, d.options, error)) {
+        driver = nullptr;
+        emit driverLoaded(false, QString::fromStdString(error), d);
+        return;
+    }
+    d.link = QString::fromStdString(settings.text());
+    emit driverLoaded(true, QString(), d);
+}
+
+void MonitorWorker::open(const ConnectSettings &s)
+{
+    close();
+    std::string error;
+    auto fail = [this](const std::string &text) { emit opened(false, QString::fromStdString(text)); };
+    if (!driver)
+        return fail("no driver loaded");
+    LinkSettings settings;
+    LinkOptions unused;
+    if (!host.defaults(s.link.toStdString(), settings, unused, error))
+        return fail(error);
+    base = s.options;
+    std::string port = s.port.toStdString();
+    if (port.empty()) {
+        SimDrive::Options so;
+        so.link = settings;
+        if (!SimDrive::parseStations(s.simStations.toStdString(), so.stations, error))
+            return fail(error);
+        for (const QString &text : s.simFaults) {
+            FaultRule rule;
+            if (!FaultRule::parse(text.toStdString(), rule, error))
+                return fail(error);
+            so.faults.push_back(rule);
+        }
+        if (!sim.start(so, error))
+            return fail("cannot start the simulated drive: " + error);
+        port = sim.devicePath();
+    }
+    if (!link.open(port, settings, base, error)) {
+        sim.stop();
+        return fail(error);
+    }
+#if TECO_MONITOR_LINK_TRACE
+    link.setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
+#endif
+    driver->initialize(&link);
+    lineOpen = true;
+    const QString where
+        = sim.running() ? "simulated drive on " + QString::fromStdString(port) : QString::fromStdString(port);
+    emit opened(true, where + ", " + QString::fromStdString(settings.text()));
+    if (polling)
+        cycleTimer.start(0);
+}
+
+void MonitorWorker::close()
+{
+    cycleTimer.stop();
+    nextTag = -1;
+    if (scan.running) {
+        scan.running = false;
+        emit scanFinished(scan.answering, true);
+    }
+    if (!lineOpen && !sim.running())
+        return;
+    link.close();
+    sim.stop();
+    lineOpen = false;
+    pending.clear();
+    emit closed();
+}
+
+void MonitorWorker::setTags(const QVector<PollTag> &list)
+{
+    tags = list;
+    if (nextTag >= tags.size())
+        nextTag = -1;
+}
+
+void MonitorWorker::setPolling(bool on, int interval)
+{
+    polling = on;
+    intervalMs = interval > 0 ? interval : 1;
+    if (!on)
+        cycleTimer.stop();
+    else if (lineOpen && nextTag < 0)
+        cycleTimer.start(0);
+}
+
+void MonitorWorker::useStation(int station)
+{
+    link.options() = base;
+    if (station > 0)
+        link.options().station = station;
+}
+
+void MonitorWorker::pollNext()
+{
+    if (!lineOpen || nextTag < 0 || nextTag >= tags.size()) {
+        nextTag = -1;
+        return;
+    }
+    const PollTag t = tags[nextTag];
+    useStation(t.station);
+    Reading r;
+    r.id = t.id;
+    const int64_t t0 = monotonicNs();
+    const DriverHost::Result result = host.read(link, t.tag.address, t.tag.type, t.tag.count);
+    r.latencyNs = monotonicNs() - t0;
+    r.timeMs = QDateTime::currentMSecsSinceEpoch();
+    r.ok = result.ok;
+    if (result.ok) {
+        for (const Element &e : result.elements)
+            r.values.push_back(e.value);
+    } else {
+        r.error = QString::fromStdString(result.errorText);
+    }
+    flushTraffic();
+    emit reading(r);
+    if (++nextTag < tags.size()) {
+        QTimer::singleShot(0, this, [this] { pollNext(); });
+        return;
+    }
+    nextTag = -1;
+    emitHealth();
+    emit cycleDone();
+}
+
+void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
+{
+    if (!lineOpen) {
+        emit written(t.id, false, "not connected");
+        return;
+    }
+    useStation(t.station);
+    const std::vector<uint32_t> v(values.begin(), values.end());
+    const DriverHost::Result result = host.write(link, t.tag.address, t.tag.type, v);
+    flushTraffic();
+    emit written(t.id, result.ok, QString::fromStdString(result.errorText));
+}
+
+void MonitorWorker::startScan(int from, int to, const QString &address)
+{
+    std::string error;
+    if (!lineOpen || scan.running || !AddressText::parse(address.toStdString(), scan.probe, error)) {
+        emit scanFinished(0, true);
+        return;
+    }
+    scan.running = true;
+    scan.from = from;
+    scan.to = to;
+    scan.station = from;
+    scan.answering = 0;
+    QTimer::singleShot(0, this, [this] { scanNext(); });
+}
+
+void MonitorWorker::stopScan()
+{
+    if (!scan.running)
+        return;
+    scan.running = false;
+    emit scanFinished(scan.answering, true);
+    if (polling && lineOpen)
+        cycleTimer.start(0);
+}
+
+void MonitorWorker::scanNext()
+{
+    if (!scan.running || !lineOpen)
+        return;
+    link.options() = base;
+    link.options().station = scan.station;
+    link.options().timeoutMs = scanTimeoutMs;
+    link.options().retry = scanRetry;
+    const ScanVerdict v = judgeScanProbe(host.read(link, scan.probe, defaultType(scan.probe), 1));
+    flushTraffic();
+    if (v.heard)
+        emit scanFound(scan.station, v.answers, QString::fromStdString(v.text));
+    scan.answering += v.answers ? 1 : 0;
+    emit scanProgress(scan.station - scan.from + 1, scan.to - scan.from + 1, scan.answering);
+    if (++scan.station <= scan.to) {
+        QTimer::singleShot(0, this, [this] { scanNext(); });
+        return;
+    }
+    scan.running = false;
+    emitHealth();
+    emit scanFinished(scan.answering, false);
+    if (polling && lineOpen)
+        cycleTimer.start(0);
+}
+
+void MonitorWorker::addFault(const QString &text)
+{
+    FaultRule rule;
+    std::string error;
+    if (!sim.running()) {
+        emit faultAdded(false, "faults go to the simulated drive, which runs only without a port");
+        return;
+    }
+    if (!FaultRule::parse(text.toStdString(), rule, error)) {
+        emit faultAdded(false, QString::fromStdString(error));
+        return;
+    }
+    sim.addFault(rule);
+    emit faultAdded(true, "fault " + QString::fromStdString(rule.text()) + " added to the simulated drive");
+}
+
+void MonitorWorker::emitHealth()
+{
+#if TECO_MONITOR_LINK_TRACE
+    emit health(link.health());
+#endif
+}
+
+void MonitorWorker::flushTraffic()
+{
+    if (pending.isEmpty())
+        return;
+    emit traffic(pending);
+    pending.clear();
+}
