@@ -1,12 +1,14 @@
 // teco-monitor: live tags, trends, the frame trace and station scans of
 // servo drives through the driver plug-in, in a window.
 
+#include "faultrule.h"
 #include "mainwindow.h"
 #include "optiontable.h"
 #include "tagmodel.h"
 #include "trendview.h"
 
 #include <QApplication>
+#include <QTabWidget>
 #include <QTimer>
 
 #include <cstdio>
@@ -19,12 +21,16 @@ const char usageText[] = "usage: teco-monitor [options]\n"
                          "options:\n"
                          "  --tags FILE         load a tag list (one tag per line, as Save writes them)\n"
                          "  --plugin PATH       the driver plug-in (default: the built libteco_servo.so)\n"
+                         "  --sim-fault RULE    a fault for the simulated drive from the start; repeatable\n"
+                         "                      (as teco-sim --fault takes it)\n"
+                         "  --tab NAME          the tab shown first: trends, traffic or scan\n"
                          "  --screenshot FILE   poll the simulated drive, save the window as a PNG and exit\n"
                          "  --seconds N         how long to poll before the screenshot (default 3)\n";
 
 struct MonitorArguments
 {
-    std::optional<std::string> tags, plugin, screenshot;
+    std::optional<std::string> tags, plugin, screenshot, tab;
+    QStringList simFaults;
     std::optional<int> seconds;
     bool help = false;
 };
@@ -39,6 +45,23 @@ int main(int argc, char **argv)
         OptionTable::text("tags", a.tags),
         OptionTable::text("plugin", a.plugin),
         OptionTable::text("screenshot", a.screenshot),
+        OptionTable::checked("sim-fault",
+            [&a](const std::string &text, std::string &error) {
+                FaultRule rule;
+                if (!FaultRule::parse(text, rule, error))
+                    return false;
+                a.simFaults << QString::fromStdString(text);
+                return true;
+            }),
+        OptionTable::checked("tab",
+            [&a](const std::string &text, std::string &error) {
+                if (text != "trends" && text != "traffic" && text != "scan") {
+                    error = "unknown tab \"" + text + "\" (trends, traffic or scan)";
+                    return false;
+                }
+                a.tab = text;
+                return true;
+            }),
         OptionTable::integer("seconds", 1, 3600, a.seconds),
         OptionTable::flag("help", a.help),
     });
@@ -60,6 +83,9 @@ int main(int argc, char **argv)
     }
 
     MainWindow window(QString::fromStdString(a.plugin ? *a.plugin : std::string(TECO_DEFAULT_PLUGIN)));
+    window.setSimFaults(a.simFaults);
+    if (a.tab)
+        window.tabs()->setCurrentIndex(*a.tab == "trends" ? 0 : *a.tab == "traffic" ? 1 : 2);
     if (a.tags) {
         QString e;
         if (!window.loadTags(QString::fromStdString(*a.tags), e)) {

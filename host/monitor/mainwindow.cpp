@@ -113,7 +113,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     split->addWidget(tabWidget);
     split->setStretchFactor(0, 2);
     split->setStretchFactor(1, 3);
-    split->setSizes({ 560, 720 });
+    split->setSizes({ 620, 820 });
     setCentralWidget(split);
 
     lineLabel = new QLabel("not connected");
@@ -163,7 +163,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
 
     thread.start();
     emit requestLoad(pluginPath);
-    resize(1280, 800);
+    resize(1440, 860);
 }
 
 MainWindow::~MainWindow()
@@ -220,7 +220,14 @@ QWidget *MainWindow::makeConnectionPanel()
     grid->addWidget(simStations, 4, 3);
     grid->addWidget(new QLabel("Sim faults"), 5, 0);
     grid->addWidget(simFaults, 5, 1, 1, 3);
-    grid->addWidget(connectButton, 6, 0, 1, 4);
+    pollBox = new QCheckBox("Poll every");
+    pollBox->setChecked(true);
+    interval = spin(10, 3600000, " ms");
+    interval->setValue(500);
+    interval->setSingleStep(100);
+    grid->addWidget(pollBox, 6, 0);
+    grid->addWidget(interval, 6, 1);
+    grid->addWidget(connectButton, 6, 2, 1, 2);
     grid->setColumnStretch(1, 1);
     grid->setColumnStretch(3, 1);
 
@@ -261,6 +268,8 @@ QStringList MainWindow::portChoices() const
     return out;
 }
 
+void MainWindow::setSimFaults(const QStringList &rules) { simFaults->setText(rules.join("; ")); }
+
 void MainWindow::refreshPorts()
 {
     const QString current = port->currentData().toString();
@@ -284,12 +293,6 @@ QWidget *MainWindow::makeTagPanel()
     auto *down = new QPushButton("Down");
     auto *load = new QPushButton("Load...");
     auto *save = new QPushButton("Save...");
-    pollBox = new QCheckBox("Poll every");
-    pollBox->setChecked(true);
-    interval = spin(10, 3600000, " ms");
-    interval->setValue(500);
-    interval->setSingleStep(100);
-
     tagTable = new QTableView;
     tagTable->setModel(tagModel);
     tagTable->setItemDelegate(new TagDelegate(tagTable));
@@ -299,23 +302,23 @@ QWidget *MainWindow::makeTagPanel()
     tagTable->verticalHeader()->hide();
     tagTable->setWordWrap(false);
     tagTable->horizontalHeader()->setStretchLastSection(true);
-    const int digit = tagTable->fontMetrics().horizontalAdvance("0");
-    tagTable->setColumnWidth(TagModel::TagColumn, 15 * digit);
-    tagTable->setColumnWidth(TagModel::StationColumn, 8 * digit);
-    tagTable->setColumnWidth(TagModel::TypeColumn, 8 * digit);
-    tagTable->setColumnWidth(TagModel::FormatColumn, 9 * digit);
-    tagTable->setColumnWidth(TagModel::ValueColumn, 13 * digit);
-    tagTable->setColumnWidth(TagModel::UpdatedColumn, 13 * digit);
+    const QFontMetrics m = tagTable->fontMetrics();
+    const std::pair<int, const char *> widths[]
+        = { { TagModel::TagColumn, "MHR104SWM" }, { TagModel::StationColumn, "Station" },
+              { TagModel::TypeColumn, "dword" }, { TagModel::FormatColumn, "unsigned" },
+              { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
+    for (const auto &w : widths)
+        tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 24);
 
     auto *addRow = new QHBoxLayout;
     addRow->addWidget(tagLine, 1);
     addRow->addWidget(add);
     auto *buttons = new QHBoxLayout;
-    for (QPushButton *b : { remove, up, down, load, save })
+    for (QPushButton *b : { remove, up, down })
         buttons->addWidget(b);
     buttons->addStretch();
-    buttons->addWidget(pollBox);
-    buttons->addWidget(interval);
+    buttons->addWidget(load);
+    buttons->addWidget(save);
     auto *layout = new QVBoxLayout(box);
     layout->addLayout(addRow);
     layout->addWidget(tagTable, 1);
@@ -397,7 +400,7 @@ void MainWindow::opened(bool ok, const QString &message)
     scanView->setConnected(ok);
     stats.clear();
     openedMs = QDateTime::currentMSecsSinceEpoch();
-    showMessage(ok ? "connected: " + message : "cannot connect: " + message);
+    showMessage(ok ? "connected" : "cannot connect: " + message);
     emit connectionChanged(ok, message);
 }
 

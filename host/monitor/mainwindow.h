@@ -51,6 +51,8 @@ public:
     bool saveTags(const QString &path, QString &error);
     // The port list: the simulated drive, then the serial ports found.
     QStringList portChoices() const;
+    // Faults the simulated drive starts with (the Sim faults field).
+    void setSimFaults(const QStringList &rules);
 
 public slots:
     void connectLine();

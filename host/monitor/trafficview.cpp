@@ -39,12 +39,13 @@ QVariant TraceModel::data(const QModelIndex &index, int role) const
         case TimeColumn:
             return r.time.toString("HH:mm:ss.zzz");
         case StationColumn:
-            return e.station;
+            return e.station >= 0 ? QVariant(e.station) : QVariant();
         case KindColumn:
             return traceKindName(e.kind);
         case AfterColumn:
-            return e.kind == TraceEvent::Kind::Sent ? QString()
-                                                    : QString::number(double(e.sinceRequestNs) / 1e6, 'f', 1);
+            return e.kind == TraceEvent::Kind::Sent || e.sinceRequestNs < 0
+                ? QString()
+                : QString::number(double(e.sinceRequestNs) / 1e6, 'f', 1);
         case FrameColumn:
             return r.frame;
         case BytesColumn:
@@ -60,8 +61,7 @@ QVariant TraceModel::data(const QModelIndex &index, int role) const
     if (role == Qt::FontRole && index.column() == BytesColumn)
         return QFontDatabase::systemFont(QFontDatabase::FixedFont);
     if (role == Qt::ToolTipRole && index.column() >= FrameColumn)
-        return r.frame + (e.note.empty() ? QString() : "\n" + QString::fromStdString(e.note)) + "\n"
-            + r.bytes;
+        return r.frame + "\n" + r.bytes;
     if (role == Qt::TextAlignmentRole && (index.column() == StationColumn || index.column() == AfterColumn))
         return int(Qt::AlignRight | Qt::AlignVCenter);
     return QVariant();
@@ -69,9 +69,11 @@ QVariant TraceModel::data(const QModelIndex &index, int role) const
 
 QVariant TraceModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
+    if (orientation == Qt::Horizontal && role == Qt::ToolTipRole && section == AfterColumn)
+        return "milliseconds since the end of the request";
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return QAbstractTableModel::headerData(section, orientation, role);
-    static const char *const names[ColumnCount] = { "Time", "Station", "Event", "ms", "Frame", "Bytes" };
+    static const char *const names[ColumnCount] = { "Time", "Station", "Event", "+ms", "Frame", "Bytes" };
     return section >= 0 && section < ColumnCount ? names[section] : "";
 }
 
@@ -95,8 +97,6 @@ void TraceModel::add(const QVector<TraceEvent> &events)
         r.event = events[i];
         r.time = QDateTime::fromMSecsSinceEpoch(wallMs - (nowNs - r.event.timeNs) / 1000000);
         r.frame = QString::fromStdString(describeFrame(r.event));
-        if (!r.event.note.empty())
-            r.frame += (r.frame.isEmpty() ? "" : "; ") + QString::fromStdString(r.event.note);
         r.bytes = QString::fromStdString(hexBytes(r.event.bytes));
         rows.push_back(std::move(r));
     }
@@ -152,10 +152,10 @@ const HealthColumn healthColumns[] = {
     { "Requests", &StationHealth::requests },
     { "Retries", &StationHealth::retries },
     { "Time-outs", &StationHealth::timeOuts },
-    { "CRC errors", &StationHealth::crcErrors },
+    { "CRC", &StationHealth::crcErrors },
     { "Exceptions", &StationHealth::exceptions },
-    { "Late bytes dropped", &StationHealth::lateBytesDropped },
-    { "Stale bytes dropped", &StationHealth::staleBytesDropped },
+    { "Late bytes", &StationHealth::lateBytesDropped },
+    { "Stale bytes", &StationHealth::staleBytesDropped },
 };
 
 } // namespace
@@ -190,9 +190,6 @@ TrafficView::TrafficView(QWidget *parent)
     bar->addWidget(freeze);
     bar->addWidget(clearButton);
     bar->addStretch();
-    bar->addWidget(new QLabel("Simulated drive:"));
-    bar->addWidget(faultEdit, 1);
-    bar->addWidget(faultButton);
 
     view = new QTableView;
     view->setModel(filtered);
@@ -201,19 +198,25 @@ TrafficView::TrafficView(QWidget *parent)
     view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 4);
     view->setWordWrap(false);
     view->horizontalHeader()->setStretchLastSection(true);
-    const int digit = view->fontMetrics().horizontalAdvance("0");
-    view->setColumnWidth(TraceModel::TimeColumn, 14 * digit);
-    view->setColumnWidth(TraceModel::StationColumn, 8 * digit);
-    view->setColumnWidth(TraceModel::KindColumn, 10 * digit);
-    view->setColumnWidth(TraceModel::AfterColumn, 7 * digit);
-    view->setColumnWidth(TraceModel::FrameColumn, 46 * digit);
+    const QFontMetrics m = view->fontMetrics();
+    view->setColumnWidth(TraceModel::TimeColumn, m.horizontalAdvance("00:00:00.000") + 16);
+    view->setColumnWidth(TraceModel::StationColumn, m.horizontalAdvance("Station") + 16);
+    view->setColumnWidth(TraceModel::KindColumn, m.horizontalAdvance("TIMEOUT") + 16);
+    view->setColumnWidth(TraceModel::AfterColumn, m.horizontalAdvance("1000.0") + 16);
+    view->setColumnWidth(TraceModel::FrameColumn,
+        m.horizontalAdvance("station 1, read holding registers HR100 x1, CRC ok") + 16);
 
-    healthView = new QTableWidget(0, int(std::size(healthColumns)));
-    QStringList headers;
+    healthView = new QTableWidget(0, int(std::size(healthColumns)) + 1);
+    healthView->verticalHeader()->hide();
+    QStringList headers { "Station" };
     for (const HealthColumn &c : healthColumns)
         headers << c.name;
     healthView->setHorizontalHeaderLabels(headers);
-    healthView->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    healthView->horizontalHeader()->setToolTip(
+        "late bytes: late answers dropped; stale bytes: bytes waiting on "
+        "the line before a request, dropped");
+    healthView->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    healthView->horizontalHeader()->setStretchLastSection(true);
     healthView->setEditTriggers(QAbstractItemView::NoEditTriggers);
     healthView->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 4);
 
@@ -222,11 +225,17 @@ TrafficView::TrafficView(QWidget *parent)
     healthLayout->setContentsMargins(0, 0, 0, 0);
     healthLayout->addWidget(new QLabel("Link health by station"));
     healthLayout->addWidget(healthView);
+    auto *faultRow = new QHBoxLayout;
+    faultRow->addWidget(new QLabel("Fault for the simulated drive"));
+    faultRow->addWidget(faultEdit, 1);
+    faultRow->addWidget(faultButton);
+    healthLayout->addLayout(faultRow);
     auto *split = new QSplitter(Qt::Vertical);
     split->addWidget(view);
     split->addWidget(healthBox);
-    split->setStretchFactor(0, 3);
-    split->setStretchFactor(1, 1);
+    split->setStretchFactor(0, 1);
+    split->setStretchFactor(1, 0);
+    split->setSizes({ 540, 130 });
 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(4, 4, 4, 4);
@@ -276,15 +285,16 @@ void TrafficView::setHealth(const HealthMap &health)
     int row = 0;
     for (const auto &entry : health) {
         noteStation(entry.first);
-        healthView->setVerticalHeaderItem(
-            row, new QTableWidgetItem("station " + QString::number(entry.first)));
+        auto *name = new QTableWidgetItem(QString::number(entry.first));
+        name->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+        healthView->setItem(row, 0, name);
         for (size_t c = 0; c < std::size(healthColumns); ++c) {
             const uint64_t v = entry.second.*healthColumns[c].field;
             auto *item = new QTableWidgetItem(QString::number(v));
             item->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
             if (v && c > 0)
                 item->setForeground(QBrush(QColor(180, 0, 0)));
-            healthView->setItem(row, int(c), item);
+            healthView->setItem(row, int(c) + 1, item);
         }
         ++row;
     }

@@ -134,8 +134,10 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     pauseButton->setToolTip("stop following the newest samples (polling goes on)");
     auto *followButton = new QPushButton("Follow");
     followButton->setToolTip("undo zoom and pan, and follow the newest samples again");
-    auto *csvButton = new QPushButton("Export CSV...");
-    auto *pngButton = new QPushButton("Save PNG...");
+    auto *csvButton = new QPushButton("CSV...");
+    csvButton->setToolTip("export every sample kept as CSV: time, tag, value");
+    auto *pngButton = new QPushButton("PNG...");
+    pngButton->setToolTip("save the chart as a PNG image");
 
     auto *bar = new QHBoxLayout;
     bar->addWidget(new QLabel("Span"));

@@ -29,11 +29,13 @@ MonitorWorker::MonitorWorker(QObject *parent)
     cycleTimer.setSingleShot(true);
     cycleTimer.setTimerType(Qt::PreciseTimer);
     connect(&cycleTimer, &QTimer::timeout, this, [this] {
-        if (polling && lineOpen && !scan.running && nextTag < 0 && !tags.isEmpty()) {
-            cycleTimer.start(intervalMs); // the next cycle is due one interval after this one began
-            nextTag = 0;
-            pollNext();
-        }
+        if (!polling || !lineOpen)
+            return;
+        cycleTimer.start(intervalMs); // the next cycle is due one interval after this one began
+        if (scan.running || nextTag >= 0 || tags.isEmpty())
+            return; // a cycle or a scan still runs: this one is skipped
+        nextTag = 0;
+        pollNext();
     });
 }
 
@@ -90,9 +92,7 @@ void MonitorWorker::open(const ConnectSettings &s)
         sim.stop();
         return fail(error);
     }
-#if TECO_MONITOR_LINK_TRACE
     link.setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
-#endif
     driver->initialize(&link);
     lineOpen = true;
     const QString where
@@ -254,12 +254,7 @@ void MonitorWorker::addFault(const QString &text)
     emit faultAdded(true, "fault " + QString::fromStdString(rule.text()) + " added to the simulated drive");
 }
 
-void MonitorWorker::emitHealth()
-{
-#if TECO_MONITOR_LINK_TRACE
-    emit health(link.health());
-#endif
-}
+void MonitorWorker::emitHealth() { emit health(link.health()); }
 
 void MonitorWorker::flushTraffic()
 {

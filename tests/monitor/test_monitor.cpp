@@ -1,0 +1,338 @@
+// teco-monitor's real widgets against the simulated drive: tags polled and
+// written through the driver plug-in, trends, the frame trace and link
+// health with injected faults, the scan, tag list files, and the program's
+// screenshot.
+
+#include "mainwindow.h"
+#include "scanview.h"
+#include "tagmodel.h"
+#include "trafficview.h"
+#include "trendview.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QImage>
+#include <QLineEdit>
+#include <QProcess>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QSpinBox>
+#include <QTableView>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <set>
+
+namespace {
+
+// The machine is slow and busy: generous limits, never fixed sleeps.
+constexpr int waitMs = 60000;
+
+QPushButton *buttonNamed(QWidget *parent, const QString &text)
+{
+    for (QPushButton *b : parent->findChildren<QPushButton *>())
+        if (b->text() == text)
+            return b;
+    return nullptr;
+}
+
+QString readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+bool writeFile(const QString &path, const QByteArray &text)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(text) == text.size();
+}
+
+} // namespace
+
+class MonitorTest : public QObject
+{
+    Q_OBJECT
+
+    MainWindow *window = nullptr;
+    QTemporaryDir dir;
+
+    int rowOf(const QString &tag) const
+    {
+        TagModel *m = window->tags();
+        for (int r = 0; r < m->rowCount(); ++r)
+            if (m->index(r, TagModel::TagColumn).data().toString() == tag)
+                return r;
+        return -1;
+    }
+    QString valueOf(const QString &tag) const
+    {
+        const int r = rowOf(tag);
+        return r < 0 ? QString() : window->tags()->index(r, TagModel::ValueColumn).data().toString();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(dir.isValid());
+        window = new MainWindow(TECO_SERVO_PLUGIN_PATH);
+        QSignalSpy connected(window, &MainWindow::connectionChanged);
+        window->show();
+        // It connects to the simulated drive by itself.
+        QVERIFY(connected.wait(waitMs));
+        QVERIFY2(connected.first().at(0).toBool(), qPrintable(connected.first().at(1).toString()));
+    }
+
+    void cleanupTestCase() { delete window; }
+
+    void tagListFiles_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QString>("error"); // empty: loads, and saves back as canonical
+        QTest::addColumn<QString>("saved");
+        QTest::newRow("comments and blank lines skipped, fields kept")
+            << QByteArray("# tags\n\nHR100\r\n  IR1:word:2 station=2 format=hex\nDO1 trend=off\n")
+            << QString() << QString("HR100\nIR1:word:2 station=2 format=hex\nDO1 trend=off\n");
+        QTest::newRow("station beyond 247")
+            << QByteArray("HR100 station=248\n")
+            << "line 1: bad station \"248\" (0 for the connection's, or 1 to 247)" << QString();
+        QTest::newRow("bad address names its line") << QByteArray("HR100\nXY5\n") << "line 2: " << QString();
+        QTest::newRow("unknown field")
+            << QByteArray("HR100 colour=red\n")
+            << "line 1: unknown field \"colour=red\" (station=N, format=F, trend=on|off)" << QString();
+        QTest::newRow("type that does not fit the address")
+            << QByteArray("DO1:word\n") << "line 1: DO1 is a coil: it holds bits, not words" << QString();
+    }
+    void tagListFiles()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QString, error);
+        QFETCH(QString, saved);
+        const QString path = dir.filePath("list.tags");
+        QVERIFY(writeFile(path, text));
+        std::vector<MonitorTag> tags;
+        std::string e;
+        const bool ok = loadTagList(path.toStdString(), tags, e);
+        if (!error.isEmpty()) {
+            QVERIFY(!ok);
+            QVERIFY2(QString::fromStdString(e).startsWith(path + ", " + error), e.c_str());
+            return;
+        }
+        QVERIFY2(ok, e.c_str());
+        const QString out = dir.filePath("saved.tags");
+        QVERIFY(saveTagList(out.toStdString(), tags, e));
+        QCOMPARE(readAll(out).section('\n', 1), saved); // after the heading comment
+    }
+
+    void writeRefusedBeforeSending_data()
+    {
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("word out of range") << "HR100"
+                                           << "70000"
+                                           << "value 70000 does not fit in a word (-32768 to 65535)";
+        QTest::newRow("not a number") << "HR100"
+                                      << "12a"
+                                      << "\"12a\" is not a number";
+        QTest::newRow("bit other than 0 or 1") << "DO1"
+                                               << "2"
+                                               << "a bit is 0 or 1 (or on/off), not \"2\"";
+        QTest::newRow("fewer values than the tag has") << "HR100:word:2"
+                                                       << "5"
+                                                       << "HR100:word:2 takes 2 values, separated by spaces";
+        QTest::newRow("binary wider than the type") << "HR100:byte"
+                                                    << "0b101010101"
+                                                    << "\"0b101010101\" is not a number";
+    }
+    void writeRefusedBeforeSending()
+    {
+        QFETCH(QString, tag);
+        QFETCH(QString, typed);
+        QFETCH(QString, message);
+        TagModel model;
+        QString error;
+        QVERIFY2(model.addTag(tag, error), qPrintable(error));
+        QSignalSpy writes(&model, &TagModel::writeRequested);
+        QSignalSpy messages(&model, &TagModel::message);
+        QVERIFY(!model.setData(model.index(0, TagModel::ValueColumn), typed, Qt::EditRole));
+        QCOMPARE(writes.count(), 0);
+        QCOMPARE(messages.count(), 1);
+        QCOMPARE(messages.first().at(0).toString(), message);
+    }
+
+    void trendKeepsNewestSamples()
+    {
+        TrendView view(100);
+        view.setTags({ { 7, "HR100" } });
+        const qint64 start = 1700000000000;
+        for (int i = 0; i < 1000; ++i)
+            view.addSample(7, start + i * 1000, i);
+        QCOMPARE(view.samples(7), 100);
+        view.refresh();
+        // The last minute is shown: 60 samples and the one before it.
+        QVERIFY(view.plottedPoints() >= 60 && view.plottedPoints() <= 62);
+        QString error;
+        const QString path = dir.filePath("ring.csv");
+        QVERIFY2(view.exportCsv(path, error), qPrintable(error));
+        const QStringList lines = readAll(path).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 101);
+        QCOMPARE(lines[0], QString("time,tag,value"));
+        QVERIFY(lines[1].endsWith(",HR100,900"));
+        QVERIFY(lines[100].endsWith(",HR100,999"));
+    }
+
+    void liveTagsWriteAndTrend()
+    {
+        QVERIFY(window->addTagLine("HR100"));
+        QVERIFY(window->addTagLine("IR1"));
+        QVERIFY(window->addTagLine("HR101 format=hex"));
+        QVERIFY(!window->addTagLine("HR0")); // refused, nothing added
+        QCOMPARE(window->tags()->rowCount(), 3);
+        // The built-in map of the simulated drive.
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1500"), waitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("IR1"), QString("1498"), waitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR101"), QString("0x012C"), waitMs);
+
+        // A write by editing the value cell, as a user does.
+        QSignalSpy written(window, &MainWindow::writeFinished);
+        QTableView *view = window->tagView();
+        const QModelIndex cell = window->tags()->index(rowOf("HR100"), TagModel::ValueColumn);
+        view->setCurrentIndex(cell);
+        view->edit(cell);
+        auto *editor = view->viewport()->findChild<QLineEdit *>();
+        QVERIFY(editor);
+        editor->setText("1234");
+        QTest::keyClick(editor, Qt::Key_Return);
+        QVERIFY(written.wait(waitMs));
+        QVERIFY2(written.first().at(1).toBool(), qPrintable(written.first().at(2).toString()));
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1234"), waitMs);
+
+        // Every tag is trended; the samples export as CSV.
+        TrendView *trends = window->trends();
+        for (const char *tag : { "HR100", "IR1", "HR101" })
+            QTRY_VERIFY_WITH_TIMEOUT(trends->samples(window->tags()->idAt(rowOf(tag))) >= 2, waitMs);
+        trends->refresh();
+        QVERIFY(trends->plottedPoints() >= 6);
+        QString error;
+        const QString path = dir.filePath("trend.csv");
+        QVERIFY2(trends->exportCsv(path, error), qPrintable(error));
+        const QString csv = readAll(path);
+        QVERIFY(csv.startsWith("time,tag,value\n"));
+        QVERIFY(csv.contains(",HR100,1234\n"));
+        QVERIFY(csv.contains(",IR1,1498\n"));
+        QVERIFY(csv.contains(",HR101,300\n"));
+    }
+
+    void injectedFaultsInTraffic()
+    {
+        TrafficView *traffic = window->traffic();
+        QSignalSpy answered(window, &MainWindow::faultAnswered);
+        auto *rule = traffic->findChild<QLineEdit *>();
+        QPushButton *inject = buttonNamed(traffic, "Inject fault");
+        QVERIFY(rule && inject);
+
+        rule->setText("explode");
+        QTest::mouseClick(inject, Qt::LeftButton);
+        QVERIFY(answered.wait(waitMs));
+        QVERIFY(!answered.takeFirst().at(0).toBool()); // refused, with the rule parser's sentence
+
+        const uint64_t before = traffic->health(1).timeOuts;
+        rule->setText("noreply:station=1,times=1");
+        QTest::mouseClick(inject, Qt::LeftButton);
+        QVERIFY(answered.wait(waitMs));
+        QVERIFY2(answered.first().at(0).toBool(), qPrintable(answered.first().at(1).toString()));
+        QTRY_VERIFY_WITH_TIMEOUT(traffic->health(1).timeOuts == before + 1, waitMs);
+        QVERIFY(traffic->health(1).retries >= 1);
+
+        // The time-out is in the trace, and the filters find it.
+        TraceFilter *filter = traffic->filter();
+        filter->setDirection(TraceFilter::Problems);
+        bool timeOut = false;
+        for (int r = 0; r < filter->rowCount(); ++r) {
+            const TraceEvent &e = traffic->model()->event(filter->mapToSource(filter->index(r, 0)).row());
+            QVERIFY(e.kind != TraceEvent::Kind::Sent && e.kind != TraceEvent::Kind::Received);
+            timeOut = timeOut || (e.kind == TraceEvent::Kind::TimeOut && e.station == 1);
+        }
+        QVERIFY(timeOut);
+        filter->setStation(2); // nothing polls station 2
+        QCOMPARE(filter->rowCount(), 0);
+        filter->setStation(0);
+        filter->setDirection(TraceFilter::All);
+        QVERIFY(filter->rowCount() > 0);
+    }
+
+    void failedReadIsNotShownAsGood()
+    {
+        TrafficView *traffic = window->traffic();
+        QSignalSpy answered(window, &MainWindow::faultAnswered);
+        traffic->findChild<QLineEdit *>()->setText("exception:at=HR101,code=2");
+        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
+        QVERIFY(answered.wait(waitMs));
+        TagModel *m = window->tags();
+        const int row = rowOf("HR101");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            m->index(row, TagModel::ErrorColumn).data().toString().contains("exception"), waitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(traffic->health(1).exceptions >= 1, waitMs);
+        // The last good value stays, greyed, and says that it is old.
+        const QModelIndex value = m->index(row, TagModel::ValueColumn);
+        QCOMPARE(value.data().toString(), QString("0x012C"));
+        QCOMPARE(value.data(Qt::ForegroundRole).value<QBrush>().color(), QColor(Qt::gray));
+        QVERIFY(value.data(Qt::ToolTipRole).toString().startsWith("the last read failed"));
+        // The other tags are still good.
+        QCOMPARE(m->index(rowOf("IR1"), TagModel::ErrorColumn).data().toString(), QString());
+    }
+
+    void scanFindsStations()
+    {
+        ScanView *scan = window->scanner();
+        const QList<QSpinBox *> range = scan->findChildren<QSpinBox *>();
+        QCOMPARE(range.size(), 2);
+        range[0]->setValue(1);
+        range[1]->setValue(5);
+        QTest::mouseClick(buttonNamed(scan, "Start scan"), Qt::LeftButton);
+        QVERIFY(scan->running());
+        QTRY_VERIFY_WITH_TIMEOUT(!scan->running(), waitMs);
+        QTableWidget *found = scan->results();
+        QCOMPARE(found->rowCount(), 3); // the simulated drive serves 1, 2 and 3
+        for (int r = 0; r < 3; ++r) {
+            QCOMPARE(found->item(r, 0)->text(), QString::number(r + 1));
+            QCOMPARE(found->item(r, 1)->text(), QString("answers"));
+        }
+    }
+
+    void screenshotIsNotBlank()
+    {
+        const QString tags = dir.filePath("shot.tags");
+        QVERIFY(writeFile(tags, "HR100\nIR1\nHR101 format=hex\n"));
+        const QString png = dir.filePath("shot.png");
+        QProcess p;
+        p.start(TECO_MONITOR_PATH, { "--screenshot", png, "--tags", tags, "--seconds", "3" });
+        QVERIFY(p.waitForFinished(120000));
+        const QString out = QString::fromLocal8Bit(p.readAllStandardOutput());
+        QVERIFY2(p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0,
+            qPrintable(out + QString::fromLocal8Bit(p.readAllStandardError())));
+        const QRegularExpressionMatch m = QRegularExpression("3 tags, (\\d+) points plotted").match(out);
+        QVERIFY2(m.hasMatch() && m.captured(1).toInt() >= 3, qPrintable(out));
+        const QImage image(png);
+        QVERIFY(image.width() >= 800 && image.height() >= 600);
+        std::set<QRgb> colours;
+        for (int y = 0; y < image.height(); y += 2)
+            for (int x = 0; x < image.width(); x += 2)
+                colours.insert(image.pixel(x, y));
+        QVERIFY2(colours.size() > 64, qPrintable(QString::number(colours.size())));
+    }
+};
+
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    MonitorTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_monitor.moc"
