@@ -185,17 +185,20 @@ struct CommandRow
     bool batchOnly; // known only on a line of a batch
     unsigned accepts; // OptionGroup
     bool (*prepare)(const Given &, Command &, std::string &error);
+    // For shell completion: "address" (the first argument is one),
+    // "addresses" (every argument), "file" (the first) or "" (nothing).
+    const char *arguments;
 };
 
 const CommandRow commands[] = {
-    { "info", false, 0, prepareInfo },
-    { "read", false, TypeOption | CountOption, prepareRead },
-    { "write", false, TypeOption, prepareWrite },
-    { "poll", false, PollOptions, preparePoll },
-    { "scan", false, ScanOptions, prepareScan },
-    { "batch", false, 0, prepareBatch },
-    { "trace", true, 0, prepareTrace },
-    { "fault", true, 0, prepareFault },
+    { "info", false, 0, prepareInfo, "" },
+    { "read", false, TypeOption | CountOption, prepareRead, "address" },
+    { "write", false, TypeOption, prepareWrite, "address" },
+    { "poll", false, PollOptions, preparePoll, "addresses" },
+    { "scan", false, ScanOptions, prepareScan, "" },
+    { "batch", false, 0, prepareBatch, "file" },
+    { "trace", true, 0, prepareTrace, "" },
+    { "fault", true, 0, prepareFault, "" },
 };
 
 } // namespace
@@ -221,4 +224,13 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
     }
     error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan or batch)";
     return false;
+}
+
+std::string commandCompletionList()
+{
+    std::string list;
+    for (const CommandRow &row : commands)
+        if (!row.batchOnly)
+            list += std::string("command ") + row.name + (*row.arguments ? " " : "") + row.arguments + "\n";
+    return list;
 }

@@ -42,6 +42,10 @@ struct Command
 // error for bad usage. batchLine allows the batch-only commands.
 bool prepareCommand(const CliOptions &options, bool batchLine, Command &command, std::string &error);
 
+// The commands of the command line for a shell's completion
+// (host/teco.bash-completion), one line each: "command NAME [ARGUMENTS]".
+std::string commandCompletionList();
+
 // ADDRESS[:TYPE][:COUNT], such as HR100, HR100:dword, HR100:3, DO1:bit:8.
 bool parseTag(const std::string &text, Tag &tag, std::string &error);
 

@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "installation.h"
 #include "output.h"
 #include "textfile.h"
 Session::Session(const CliOptions &sessionOptions)
@@ -28,7 +29,7 @@ int Session::failure(const Command &c, const std::string &text)
 
 int Session::loadDriver()
 {
-    const std::string path = session.plugin ? *session.plugin : std::string(TECO_DEFAULT_PLUGIN);
+    const std::string path = session.plugin ? *session.plugin : defaultPluginPath();
     std::string error;
     driver = host.load(path, error);
     if (!driver)

@@ -202,7 +202,7 @@ TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
         const CliRun r = runProgram(TECO_SIM_PATH, row.args, "");
         EXPECT_EQ(r.status, 2);
         EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
-        EXPECT_NE(r.err.find("usage: teco-sim [options]"), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("Usage: teco-sim [options]"), std::string::npos) << r.err;
         EXPECT_EQ(r.out, "") << "no drive was started";
     }
 }
