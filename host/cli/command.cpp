@@ -186,7 +186,8 @@ struct CommandRow
     unsigned accepts; // OptionGroup
     bool (*prepare)(const Given &, Command &, std::string &error);
     // For shell completion: "address" (the first argument is one),
-    // "addresses" (every argument), "file" (the first) or "" (nothing).
+    // "addresses" (every argument), "file" (the first), or "" or nullptr
+    // (nothing to offer).
     const char *arguments;
 };
 
@@ -231,6 +232,7 @@ std::string commandCompletionList()
     std::string list;
     for (const CommandRow &row : commands)
         if (!row.batchOnly)
-            list += std::string("command ") + row.name + (*row.arguments ? " " : "") + row.arguments + "\n";
+            list += std::string("command ") + row.name
+                + (row.arguments && *row.arguments ? std::string(" ") + row.arguments : std::string()) + "\n";
     return list;
 }
