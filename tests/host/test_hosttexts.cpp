@@ -435,7 +435,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "batch" }, false, "" },
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
-        { { "trace", "on" }, false, "unknown command \"trace\" (info, read, write, poll, scan or batch)" },
+        { { "trace", "on" }, false, "unknown command \"trace\" (info, read, write, poll, scan, batch or decode)" },
         { { "fault", "noreply" }, false, "unknown command \"fault\"" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
