@@ -4,6 +4,7 @@
 # word being completed (the last one, "" for a new word).
 # Usage: test_completion.sh COMPLETION-SCRIPT TECO-CLI TECO-SIM
 set -u
+# shellcheck source=/dev/null
 source "$1"
 cli=$2 sim=$3
 dir=$(mktemp -d)
