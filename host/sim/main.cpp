@@ -29,9 +29,10 @@ const char usageText[] = "usage: teco-sim [options]\n"
                          "  --seed N           seed for faults by rate, default 1\n"
                          "  --quiet            no line per request on standard error\n";
 
+// As teco-cli: the problem in one sentence and where the usage is.
 int usage(const std::string &problem)
 {
-    std::fprintf(stderr, "teco-sim: %s\n%s%s", problem.c_str(), usageText, faultHelp());
+    std::fprintf(stderr, "teco-sim: %s\n(teco-sim --help shows the usage)\n", problem.c_str());
     return 2;
 }
 
