@@ -13,7 +13,7 @@
 //
 // Values are decimal (negative ones as two's complement) or 0x hexadecimal.
 // A "motion QUANTITY ADDRESS [NAME]" line binds a register to the motor
-// model (motion.h) for the stations of the lines around it: the model reads
+// model (motion.h) for the stations the last "station" line chose: it reads
 // the commands (servo-on, speed-command, accel-time, decel-time, max-speed,
 // alarm-reset) and writes what the drive shows (speed, position, current,
 // load, alarm). position takes two registers, written as IR402SW. A map
