@@ -175,7 +175,7 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
     }
 }
 
-TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
+TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
 {
     struct Row
     {
@@ -193,6 +193,8 @@ TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
         { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
         { { "--link", "RS485,9600" }, "teco-sim: malformed link \"RS485,9600\"" },
         { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
+        { { "--fault", "exception:code=99" },
+            "teco-sim: fault \"exception:code=99\": the key \"code\" takes" },
     };
     for (const Row &row : rows) {
         std::string shown;
@@ -202,7 +204,10 @@ TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
         const CliRun r = runProgram(TECO_SIM_PATH, row.args, "");
         EXPECT_EQ(r.status, 2);
         EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
-        EXPECT_NE(r.err.find("Usage: teco-sim [options]"), std::string::npos) << r.err;
+        const std::string hint = "\n(teco-sim --help shows the usage)\n";
+        ASSERT_GT(r.err.size(), hint.size()) << r.err;
+        EXPECT_EQ(r.err.find('\n'), r.err.size() - hint.size()) << "one sentence, then the hint: " << r.err;
+        EXPECT_EQ(r.err.substr(r.err.size() - hint.size()), hint) << r.err;
         EXPECT_EQ(r.out, "") << "no drive was started";
     }
 }
