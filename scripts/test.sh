@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Quick start, second command: set up, then build and run the whole test
-# suite three ways: native, under AddressSanitizer and UndefinedBehaviorSanitizer,
+# suite three ways: native (then build, install, run and remove its Debian
+# package), under AddressSanitizer and UndefinedBehaviorSanitizer,
 # and for the panel's 32-bit ARM under qemu; then build the libFuzzer targets
 # with clang and run each one for a bounded time (scripts/fuzz.sh). Any
 # failure fails the run.
@@ -20,13 +21,18 @@ run_variant() {
   echo "== $name: done in $((SECONDS - start)) s"
 }
 
-only=${TECO_VARIANTS:-native sanitize armhf fuzz}
+only=${TECO_VARIANTS:-native package sanitize armhf fuzz}
 for v in $only; do
   case $v in
     native) run_variant native ;;
     sanitize)
       ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
         run_variant sanitize -DTECO_SANITIZE=ON -DTECO_QMAKE_TEST=OFF ;;
+    package)
+      # The Debian package of the native build, installed, run and removed.
+      start=$SECONDS
+      "$root/scripts/package.sh" "$root/build/native"
+      echo "== package: done in $((SECONDS - start)) s" ;;
     armhf) "$root/scripts/armhf.sh" ;;
     fuzz)
       start=$SECONDS

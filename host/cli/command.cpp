@@ -1,6 +1,7 @@
 #include "command.h"
 
 #include "faultrule.h"
+#include "framedecoder.h"
 #include "textutil.h"
 
 namespace {
@@ -160,6 +161,16 @@ bool prepareBatch(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+bool prepareDecode(const Given &g, Command &c, std::string &error)
+{
+    if (!require(!g.args.empty(), "usage: decode HEX... (such as decode \"01 03 00 63 00 01 74 14\")", error))
+        return false;
+    std::string text;
+    for (const std::string &a : g.args)
+        text += a + " ";
+    return parseHexBytes(text, c.argument, error);
+}
+
 bool prepareTrace(const Given &g, Command &c, std::string &error)
 {
     if (!require(
@@ -185,17 +196,22 @@ struct CommandRow
     bool batchOnly; // known only on a line of a batch
     unsigned accepts; // OptionGroup
     bool (*prepare)(const Given &, Command &, std::string &error);
+    // For shell completion: "address" (the first argument is one),
+    // "addresses" (every argument), "file" (the first), or "" or nullptr
+    // (nothing to offer).
+    const char *arguments;
 };
 
 const CommandRow commands[] = {
-    { "info", false, 0, prepareInfo },
-    { "read", false, TypeOption | CountOption, prepareRead },
-    { "write", false, TypeOption, prepareWrite },
-    { "poll", false, PollOptions, preparePoll },
-    { "scan", false, ScanOptions, prepareScan },
-    { "batch", false, 0, prepareBatch },
-    { "trace", true, 0, prepareTrace },
-    { "fault", true, 0, prepareFault },
+    { "info", false, 0, prepareInfo, "" },
+    { "read", false, TypeOption | CountOption, prepareRead, "address" },
+    { "write", false, TypeOption, prepareWrite, "address" },
+    { "poll", false, PollOptions, preparePoll, "addresses" },
+    { "scan", false, ScanOptions, prepareScan, "" },
+    { "batch", false, 0, prepareBatch, "file" },
+    { "decode", false, 0, prepareDecode, "" },
+    { "trace", true, 0, prepareTrace, "" },
+    { "fault", true, 0, prepareFault, "" },
 };
 
 } // namespace
@@ -219,6 +235,16 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
         return row.prepare(Given { args, o, batchLine }, c, error);
     }
-    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan or batch)";
+    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan, batch or decode)";
     return false;
+}
+
+std::string commandCompletionList()
+{
+    std::string list;
+    for (const CommandRow &row : commands)
+        if (!row.batchOnly)
+            list += std::string("command ") + row.name
+                + (row.arguments && *row.arguments ? std::string(" ") + row.arguments : std::string()) + "\n";
+    return list;
 }

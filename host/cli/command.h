@@ -35,12 +35,16 @@ struct Command
     int from = 1, to = 247; // scan
     AddressText probe;
 
-    std::string argument; // batch: the file; trace: on/off; fault: the rule
+    std::string argument; // batch: the file; trace: on/off; fault: the rule; decode: the bytes
 };
 
 // Checks a parsed command line (or batch line); false with one sentence in
 // error for bad usage. batchLine allows the batch-only commands.
 bool prepareCommand(const CliOptions &options, bool batchLine, Command &command, std::string &error);
+
+// The commands of the command line for a shell's completion
+// (host/teco.bash-completion), one line each: "command NAME [ARGUMENTS]".
+std::string commandCompletionList();
 
 // ADDRESS[:TYPE][:COUNT], such as HR100, HR100:dword, HR100:3, DO1:bit:8.
 bool parseTag(const std::string &text, Tag &tag, std::string &error);

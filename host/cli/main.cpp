@@ -5,6 +5,7 @@
 
 #include "command.h"
 #include "faultrule.h"
+#include "installation.h"
 #include "session.h"
 
 #include <QCoreApplication>
@@ -14,7 +15,8 @@
 namespace {
 
 const char usageText[]
-    = "usage: teco-cli [options] COMMAND [arguments]\n"
+    = "Usage: teco-cli [options] COMMAND [arguments]\n"
+      "\n"
       "commands:\n"
       "  info                             the driver's identity and default settings\n"
       "  read ADDRESS [--type T] [--count N]\n"
@@ -28,26 +30,39 @@ const char usageText[]
       "                                   find the stations that answer (default 1..247, HR1)\n"
       "  batch [FILE]                     commands one per line from FILE or standard input, on one\n"
       "                                   link; also \"trace on|off\" and \"fault RULE\" (simulated drive)\n"
+      "  decode HEX...                    what a Modbus RTU frame says, such as\n"
+      "                                   decode \"01 03 00 63 00 01 74 14\" (no link needed)\n"
+      "\n"
       "addresses: HR100 (holding register), IR5 (input register), DO5 (coil), DI2 (discrete\n"
       "  input), HR100.3 (bit 3 of HR100), FN6HR1200 (write with function 6), FN5DO5 (write\n"
       "  with function 5), HR100SW (double word, high word first)\n"
+      "\n"
       "link options (defaults: the driver's own):\n"
       "  --port DEVICE         serial device; without it a simulated drive is started\n"
       "  --link TEXT           line settings, such as \"RS485,9600,NONE,8,2\"\n"
       "  --station N  --timeout MS  --retry N  --delay MS\n"
       "  --late-guard MS       after a failed exchange, hold the next request to that station\n"
       "                        back this long, dropping late answers (default: the time-out; 0: off)\n"
-      "  --trace FILE          frame trace to FILE (- for standard error)\n"
+      "  --trace FILE          frame trace to FILE (- for standard error), one decoded line per frame\n"
+      "  --trace-format F      decoded (default) or panel (the toolkit's dumpByteArray form)\n"
       "  --no-silence          no RTU silence before requests (point-to-point lines only)\n"
       "  --rs485               let the kernel switch the RS485 transmitter (TIOCSRS485)\n"
       "  --local-echo          the adapter echoes our requests: read them back and drop them\n"
-      "  --plugin PATH         the driver plug-in (default: the built libteco_servo.so)\n"
+      "  --plugin PATH         the driver plug-in (default: the installed one, found from the\n"
+      "                        program's directory; else the one built with it; --version names it)\n"
+      "\n"
       "simulated drive (without --port):\n"
       "  --sim-stations LIST   stations it serves, default 1,2,3\n"
       "  --sim-map FILE        its initial values (teco-sim --print-map shows the format)\n"
       "  --sim-fault RULE      a fault to inject; repeatable (see below)\n"
+      "\n"
+      "other options:\n"
+      "  --help                this text\n"
+      "  --version             the version of teco-cli and of its default (or --plugin) plug-in\n"
+      "\n"
       "output: a table, or --json for scripts. Exit status: 0 success, 1 a command failed\n"
-      "(the driver's error text on standard error), 2 bad usage.\n";
+      "(the driver's error text on standard error), 2 bad usage.\n"
+      "\n";
 
 int usage(const std::string &problem)
 {
@@ -71,6 +86,18 @@ int main(int argc, char **argv)
     if (options.help) {
         std::fputs(usageText, stdout);
         std::fputs(faultHelp(), stdout);
+        return ExitOk;
+    }
+    if (options.version) {
+        std::fputs(
+            versionText("teco-cli", options.plugin ? *options.plugin : defaultPluginPath()).c_str(), stdout);
+        return ExitOk;
+    }
+    if (options.listCompletions) {
+        std::string list = cliCompletionList() + commandCompletionList();
+        for (const std::string &prefix : addressPrefixes())
+            list += "prefix " + prefix + "\n";
+        std::fputs(list.c_str(), stdout);
         return ExitOk;
     }
     Command command;

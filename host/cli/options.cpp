@@ -1,6 +1,8 @@
 #include "options.h"
 
+#include "framedecoder.h"
 #include "optiontable.h"
+#include "values.h"
 
 #include <cctype>
 #include <cerrno>
@@ -27,22 +29,46 @@ bool seconds(const std::string &text, std::optional<double> &target, std::string
     return true;
 }
 
+// The values of --type for the shell's completion: "words bit byte word dword".
+std::string typeWords()
+{
+    std::string words = "words";
+    for (ValueType t : { ValueType::Bit, ValueType::Byte, ValueType::Word, ValueType::DWord })
+        words += std::string(" ") + valueTypeName(t);
+    return words;
+}
+
 OptionTable cliOptionTable(CliOptions &o)
 {
     using T = OptionTable;
     return OptionTable({
-        T::text("plugin", o.plugin, Session),
-        T::text("port", o.port, Session),
+        T::text("plugin", o.plugin, Session).completing("file"),
+        T::text("port", o.port, Session).completing("file"),
         T::text("link", o.link, Session),
-        T::text("trace", o.trace, Session),
+        T::text("trace", o.trace, Session).completing("file"),
+        T::checked(
+            "trace-format",
+            [&o](const std::string &text, std::string &error) {
+                TraceFormat ignored;
+                if (!parseTraceFormat(text, ignored)) {
+                    error = "option --trace-format takes decoded or panel, not \"" + text + "\"";
+                    return false;
+                }
+                o.traceFormat = text;
+                return true;
+            },
+            Session)
+            .completing("words decoded panel"),
         T::flag("no-silence", o.noSilence, Session),
         T::flag("rs485", o.rs485, Session),
         T::flag("local-echo", o.localEcho, Session),
         T::text(
             "sim-fault", [&o](const std::string &rule) { o.simFaults.push_back(rule); }, Session),
-        T::text("sim-map", o.simMap, Session),
+        T::text("sim-map", o.simMap, Session).completing("file"),
         T::text("sim-stations", o.simStations, Session),
         T::flag("help", o.help, Session),
+        T::flag("version", o.version, Session),
+        T::flag("list-completions", o.listCompletions, Session),
 
         T::integer("station", 0, 255, o.station, Command),
         T::integer("timeout", 1, 600000, o.timeout, Command),
@@ -50,7 +76,7 @@ OptionTable cliOptionTable(CliOptions &o)
         T::integer("delay", 0, 600000, o.delay, Command),
         T::integer("late-guard", 0, 600000, o.lateGuard, Command),
         T::flag("json", o.json, Command),
-        T::text("type", o.type, Command),
+        T::text("type", o.type, Command).completing(typeWords()),
         T::integer("count", 1, 65535, o.count, Command),
         T::integer("interval", 0, 3600000, o.interval, Command),
         T::integer("cycles", 1, 1000000000, o.cycles, Command),
@@ -60,7 +86,7 @@ OptionTable cliOptionTable(CliOptions &o)
             Command),
         T::integer("from", 0, 255, o.from, Command),
         T::integer("to", 0, 255, o.to, Command),
-        T::text("address", o.address, Command),
+        T::text("address", o.address, Command).completing("address"),
     });
 }
 
@@ -74,6 +100,12 @@ bool parseCliArguments(
             ? "option --" + std::string(r.name) + " belongs on the command line, before the batch"
             : std::string();
     });
+}
+
+std::string cliCompletionList()
+{
+    CliOptions unused;
+    return cliOptionTable(unused).completionList();
 }
 
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error)

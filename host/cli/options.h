@@ -18,6 +18,7 @@ struct CliOptions
     std::optional<std::string> port;
     std::optional<std::string> link;
     std::optional<std::string> trace;
+    std::optional<std::string> traceFormat;
     bool noSilence = false;
     bool rs485 = false;
     bool localEcho = false;
@@ -25,6 +26,8 @@ struct CliOptions
     std::optional<std::string> simMap;
     std::optional<std::string> simStations;
     bool help = false;
+    bool version = false;
+    bool listCompletions = false; // for the shell's completion, not in the usage
 
     // For one command (and, given before a batch, for all of them).
     std::optional<int> station, timeout, retry, delay, lateGuard;
@@ -44,6 +47,9 @@ struct CliOptions
 // sentence in error.
 bool parseCliArguments(
     const std::vector<std::string> &args, CliOptions &options, bool batchLine, std::string &error);
+
+// The options for a shell's completion (OptionTable::completionList).
+std::string cliCompletionList();
 
 // Splits a batch line into words; double quotes group words. False (with
 // error) for an unterminated quote.

@@ -7,6 +7,7 @@
 // before anything goes on the line.
 
 #include <string>
+#include <vector>
 
 enum class Area { Coils, DiscreteInputs, HoldingRegisters, InputRegisters };
 
@@ -31,6 +32,9 @@ struct AddressText
     // Zero-based register or coil number on the wire.
     int wireNumber() const { return number - 1; }
 };
+
+// Every prefix an address text may begin with: HR, IR, DO, DI, FN5DO, FN6HR.
+std::vector<std::string> addressPrefixes();
 
 // Area names as the programs print them.
 const char *areaName(Area area);

@@ -13,40 +13,6 @@
 
 namespace {
 
-enum Layout {
-    ReadBits, // 1, 2: address, quantity; reply: byte count, packed bits
-    ReadRegisters, // 3, 4: address, quantity; reply: byte count, registers
-    WriteSingle, // 5, 6: address, value; the reply echoes the request
-    WriteMultiple // 15, 16: address, quantity, byte count, data; reply: address, quantity
-};
-
-struct Function
-{
-    int code;
-    const char *name;
-    Layout layout;
-    Area area;
-};
-
-const Function functions[] = {
-    { 1, "read coils", ReadBits, Area::Coils },
-    { 2, "read discrete inputs", ReadBits, Area::DiscreteInputs },
-    { 3, "read holding registers", ReadRegisters, Area::HoldingRegisters },
-    { 4, "read input registers", ReadRegisters, Area::InputRegisters },
-    { 5, "write single coil", WriteSingle, Area::Coils },
-    { 6, "write single register", WriteSingle, Area::HoldingRegisters },
-    { 15, "write multiple coils", WriteMultiple, Area::Coils },
-    { 16, "write multiple registers", WriteMultiple, Area::HoldingRegisters },
-};
-
-const Function *functionOf(int code)
-{
-    for (const Function &f : functions)
-        if (f.code == code)
-            return &f;
-    return nullptr;
-}
-
 int byteAt(const std::string &b, size_t i) { return static_cast<unsigned char>(b[i]); }
 
 int wordAt(const std::string &b, size_t i) { return (byteAt(b, i) << 8) | byteAt(b, i + 1); }
@@ -78,31 +44,15 @@ std::string bitList(const std::string &b, size_t offset, int bytes, int bits)
     return text;
 }
 
-// The length a frame of this role and function has, from what it holds so
-// far; 0 when it is too short to tell.
-size_t expectedLength(const std::string &b, FrameRole role, const Function *f)
-{
-    const size_t have = b.size();
-    if (role == FrameRole::Reply && (byteAt(b, 1) & 0x80))
-        return 5;
-    if (!f)
-        return 0;
-    if (role == FrameRole::Request)
-        return f->layout == WriteMultiple ? (have >= 7 ? 9 + size_t(byteAt(b, 6)) : 0) : 8;
-    if (f->layout == WriteSingle || f->layout == WriteMultiple)
-        return 8;
-    return have >= 3 ? 5 + size_t(byteAt(b, 2)) : 0;
-}
-
-std::string requestMeaning(const std::string &b, const Function &f)
+std::string requestMeaning(const std::string &b, const ModbusFunction &f)
 {
     const int address = wordAt(b, 2), quantity = wordAt(b, 4);
     const std::string where = addressText(f.area, address);
     switch (f.layout) {
-    case ReadBits:
-    case ReadRegisters:
+    case FrameLayout::ReadBits:
+    case FrameLayout::ReadRegisters:
         return std::string(f.name) + " " + where + " x" + std::to_string(quantity);
-    case WriteSingle:
+    case FrameLayout::WriteSingle:
         if (f.area == Area::Coils) {
             const char *state = quantity == 0xFF00 ? "on" : quantity == 0 ? "off" : nullptr;
             if (state)
@@ -112,7 +62,7 @@ std::string requestMeaning(const std::string &b, const Function &f)
             return std::string(f.name) + " " + where + text;
         }
         return std::string(f.name) + " " + where + " = " + std::to_string(quantity);
-    case WriteMultiple: {
+    case FrameLayout::WriteMultiple: {
         const int bytes = byteAt(b, 6);
         const std::string values = f.area == Area::Coils ? bitList(b, 7, bytes, quantity)
                                                          : registerList(b, 7, std::min(quantity, bytes / 2));
@@ -122,27 +72,63 @@ std::string requestMeaning(const std::string &b, const Function &f)
     return f.name;
 }
 
-std::string replyMeaning(const std::string &b, const Function &f)
+std::string replyMeaning(const std::string &b, const ModbusFunction &f)
 {
     const std::string where = addressText(f.area, wordAt(b, 2));
     switch (f.layout) {
-    case ReadBits: {
+    case FrameLayout::ReadBits: {
         const int bytes = byteAt(b, 2);
         return "reply " + plural(bytes, "byte") + ": bits " + bitList(b, 3, bytes, bytes * 8);
     }
-    case ReadRegisters: {
+    case FrameLayout::ReadRegisters: {
         const int bytes = byteAt(b, 2);
         return "reply " + plural(bytes, "byte") + ": " + registerList(b, 3, bytes / 2);
     }
-    case WriteSingle:
+    case FrameLayout::WriteSingle:
         return "done: " + requestMeaning(b, f);
-    case WriteMultiple:
+    case FrameLayout::WriteMultiple:
         return "done: wrote " + where + " x" + std::to_string(wordAt(b, 4));
     }
     return f.name;
 }
 
+const ModbusFunction functions[] = {
+    { 1, "read coils", FrameLayout::ReadBits, Area::Coils },
+    { 2, "read discrete inputs", FrameLayout::ReadBits, Area::DiscreteInputs },
+    { 3, "read holding registers", FrameLayout::ReadRegisters, Area::HoldingRegisters },
+    { 4, "read input registers", FrameLayout::ReadRegisters, Area::InputRegisters },
+    { 5, "write single coil", FrameLayout::WriteSingle, Area::Coils },
+    { 6, "write single register", FrameLayout::WriteSingle, Area::HoldingRegisters },
+    { 15, "write multiple coils", FrameLayout::WriteMultiple, Area::Coils },
+    { 16, "write multiple registers", FrameLayout::WriteMultiple, Area::HoldingRegisters },
+};
+
 } // namespace
+
+const ModbusFunction *modbusFunction(int code)
+{
+    for (const ModbusFunction &f : functions)
+        if (f.code == code)
+            return &f;
+    return nullptr;
+}
+
+int frameLength(const uint8_t *bytes, int have, FrameRole role)
+{
+    if (have < 2)
+        return 0;
+    if (role == FrameRole::Reply && (bytes[1] & 0x80))
+        return 5; // station, function | 0x80, exception code, CRC
+    const ModbusFunction *f = modbusFunction(bytes[1]);
+    if (!f)
+        return -1;
+    const bool write = f->layout == FrameLayout::WriteSingle || f->layout == FrameLayout::WriteMultiple;
+    if (role == FrameRole::Request)
+        return f->layout != FrameLayout::WriteMultiple ? 8 : have < 7 ? 0 : 9 + bytes[6];
+    if (write)
+        return 8;
+    return have < 3 ? 0 : 5 + bytes[2];
+}
 
 DecodedFrame decodeFrame(const std::string &b, FrameRole role)
 {
@@ -160,8 +146,9 @@ DecodedFrame decodeFrame(const std::string &b, FrameRole role)
     }
     d.function = byteAt(b, 1);
     const bool exception = role == FrameRole::Reply && (d.function & 0x80);
-    const Function *f = functionOf(d.function & (exception ? 0x7F : 0xFF));
-    const size_t length = expectedLength(b, role, f);
+    const ModbusFunction *f = modbusFunction(d.function & (exception ? 0x7F : 0xFF));
+    const int known = frameLength(reinterpret_cast<const uint8_t *>(b.data()), int(b.size()), role);
+    const size_t length = known > 0 ? size_t(known) : 0;
     d.fits = length != 0 && b.size() == length;
     d.crcOk = modbusCrcOk(reinterpret_cast<const uint8_t *>(b.data()), int(b.size()));
     char name[32];

@@ -91,6 +91,13 @@ OptionTable::Row OptionTable::integer(
     return r;
 }
 
+OptionTable::Row OptionTable::Row::completing(std::string what) const
+{
+    Row r = *this;
+    r.values = std::move(what);
+    return r;
+}
+
 OptionTable::OptionTable(std::vector<Row> rows)
     : rows(std::move(rows))
 {
@@ -102,6 +109,18 @@ const OptionTable::Row *OptionTable::find(const std::string &name) const
         if (name == r.name)
             return &r;
     return nullptr;
+}
+
+std::string OptionTable::completionList() const
+{
+    std::string list;
+    for (const Row &r : rows)
+        list += std::string("option --") + r.name + " "
+            + (r.kind == Flag           ? "flag"
+                    : r.kind == Integer ? "number"
+                                        : r.values)
+            + "\n";
+    return list;
 }
 
 bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::string> *arguments,

@@ -33,6 +33,14 @@ public:
         // (empty for a flag), number its value for an Integer. False with
         // one sentence in error for a value the row refuses.
         std::function<bool(const std::string &text, int number, std::string &error)> set;
+        // For shell completion, what the value of a Text row is: "text"
+        // (anything; the default), "file", "address" or "words" and the
+        // words it takes, such as "words bit byte word dword".
+        std::string values = "text";
+
+        // This row with values set, for use in a table:
+        // OptionTable::text("map", mapPath).completing("file").
+        Row completing(std::string what) const;
     };
 
     // A flag: takes no value.
@@ -64,6 +72,11 @@ public:
     // number from 1 to 65535, not \"0\""; the options before it are set.
     bool parse(const std::vector<std::string> &args, std::vector<std::string> *arguments, std::string &error,
         const Refusal &refuse = Refusal()) const;
+
+    // The table for a shell's completion (host/teco.bash-completion), one
+    // line per option: "option --NAME KIND [WORDS...]", where KIND is
+    // "flag", "number" or the values of a Text row.
+    std::string completionList() const;
 
 private:
     std::vector<Row> rows;

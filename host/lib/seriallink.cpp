@@ -275,6 +275,44 @@ SerialLink::StationHealth SerialLink::healthOf(int station) const
     return s == stations.end() ? StationHealth() : s->second.health;
 }
 
+SerialLink::StationHealth operator-(
+    const SerialLink::StationHealth &now, const SerialLink::StationHealth &before)
+{
+    SerialLink::StationHealth d;
+    d.requests = now.requests - before.requests;
+    d.retries = now.retries - before.retries;
+    d.timeOuts = now.timeOuts - before.timeOuts;
+    d.crcErrors = now.crcErrors - before.crcErrors;
+    d.exceptions = now.exceptions - before.exceptions;
+    d.lateBytesDropped = now.lateBytesDropped - before.lateBytesDropped;
+    d.staleBytesDropped = now.staleBytesDropped - before.staleBytesDropped;
+    return d;
+}
+
+std::string healthText(const SerialLink::StationHealth &h, bool requests)
+{
+    const struct
+    {
+        uint64_t count;
+        const char *one, *many;
+    } parts[] = {
+        { h.retries, "retry", "retries" },
+        { h.timeOuts, "time-out", "time-outs" },
+        { h.crcErrors, "CRC error", "CRC errors" },
+        { h.exceptions, "exception", "exceptions" },
+        { h.lateBytesDropped, "late byte dropped", "late bytes dropped" },
+        { h.staleBytesDropped, "stale byte dropped", "stale bytes dropped" },
+    };
+    std::string text;
+    if (requests)
+        text = std::to_string(h.requests) + (h.requests == 1 ? " request" : " requests");
+    for (const auto &p : parts)
+        if (p.count)
+            text += (text.empty() ? "" : ", ") + std::to_string(p.count) + " "
+                + (p.count == 1 ? p.one : p.many);
+    return text;
+}
+
 void SerialLink::endExchange()
 {
     if (exchange == Exchange::Idle || requestStation < 0)

@@ -217,6 +217,14 @@ private:
     Counters count;
 };
 
+// What changed between two readings of a station's health.
+SerialLink::StationHealth operator-(
+    const SerialLink::StationHealth &now, const SerialLink::StationHealth &before);
+// The counts that say something went wrong, for people: "2 retries,
+// 1 time-out"; "" when there are none. requests: start with the number of
+// requests ("12 requests, 2 retries").
+std::string healthText(const SerialLink::StationHealth &health, bool requests = false);
+
 // Monotonic clock in nanoseconds.
 int64_t monotonicNs();
 

@@ -1,6 +1,7 @@
 // teco-sim: a simulated servo drive on a pseudo-terminal (or a serial port),
 // for testing masters and panel projects without hardware.
 
+#include "installation.h"
 #include "optiontable.h"
 #include "registermap.h"
 #include "simdrive.h"
@@ -15,23 +16,29 @@
 
 namespace {
 
-const char usageText[] = "usage: teco-sim [options]\n"
+const char usageText[] = "Usage: teco-sim [options]\n"
                          "  Serves Modbus RTU stations as a simulated servo drive. Without --device it\n"
                          "  creates a pseudo-terminal and prints, as its first line, the device that a\n"
                          "  master opens. Runs until interrupted (Ctrl-C), then prints its counters.\n"
+                         "\n"
                          "options:\n"
                          "  --device PATH      serve on this serial device instead of a new pseudo-terminal\n"
                          "  --link TEXT        line settings, default \"RS485,9600,NONE,8,2\"\n"
                          "  --stations LIST    stations to serve, default 1,2,3 (such as 1,2,5-7)\n"
                          "  --map FILE         initial values (see --print-map for the format)\n"
-                         "  --print-map        print the built-in servo map and exit\n"
+                         "  --print-map        print the built-in servo map and exit (it has a motor that\n"
+                         "                     moves: speed command HR402, motor speed IR401, ...)\n"
                          "  --fault RULE       inject a fault; repeatable (see below)\n"
                          "  --seed N           seed for faults by rate, default 1\n"
-                         "  --quiet            no line per request on standard error\n";
+                         "  --quiet            no line per request on standard error\n"
+                         "  --help             this text\n"
+                         "  --version          the version of teco-sim\n"
+                         "\n";
 
+// As teco-cli: the problem in one sentence and where the usage is.
 int usage(const std::string &problem)
 {
-    std::fprintf(stderr, "teco-sim: %s\n%s%s", problem.c_str(), usageText, faultHelp());
+    std::fprintf(stderr, "teco-sim: %s\n(teco-sim --help shows the usage)\n", problem.c_str());
     return 2;
 }
 
@@ -42,13 +49,15 @@ struct SimArguments
     std::optional<std::string> mapPath;
     bool help = false;
     bool printMap = false;
+    bool version = false;
+    bool listCompletions = false; // for the shell's completion, not in the usage
 };
 
 OptionTable simOptionTable(SimArguments &a)
 {
     using T = OptionTable;
     return OptionTable({
-        T::text("device", [&a](const std::string &path) { a.drive.device = path; }),
+        T::text("device", [&a](const std::string &path) { a.drive.device = path; }).completing("file"),
         T::checked("link",
             [&a](const std::string &text, std::string &error) {
                 return LinkSettings::parse(text, a.drive.link, error);
@@ -57,7 +66,7 @@ OptionTable simOptionTable(SimArguments &a)
             [&a](const std::string &text, std::string &error) {
                 return SimDrive::parseStations(text, a.drive.stations, error);
             }),
-        T::text("map", a.mapPath),
+        T::text("map", a.mapPath).completing("file"),
         T::flag("print-map", a.printMap),
         T::checked("fault",
             [&a](const std::string &text, std::string &error) {
@@ -71,6 +80,8 @@ OptionTable simOptionTable(SimArguments &a)
             "seed", 0, std::numeric_limits<int>::max(), [&a](int seed) { a.drive.seed = unsigned(seed); }),
         T::flag("quiet", [&a] { a.drive.log = nullptr; }),
         T::flag("help", a.help),
+        T::flag("version", a.version),
+        T::flag("list-completions", a.listCompletions),
     });
 }
 
@@ -128,6 +139,14 @@ int main(int argc, char **argv)
     if (arguments.help) {
         std::fputs(usageText, stdout);
         std::fputs(faultHelp(), stdout);
+        return 0;
+    }
+    if (arguments.version) {
+        std::fputs(versionText("teco-sim").c_str(), stdout);
+        return 0;
+    }
+    if (arguments.listCompletions) {
+        std::fputs(simOptionTable(arguments).completionList().c_str(), stdout);
         return 0;
     }
     if (arguments.printMap) {

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs the build into a fresh prefix, moves the installed tree, and runs
+# it: the programs must load the plug-in installed with them (not the build
+# tree's), and the manual pages, completions and README must be in place.
+# Usage: test_install.sh BUILD-DIR [man]
+set -euo pipefail
+build=$1 man=${2:-}
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+cmake --install "$build" --prefix "$root/first" >/dev/null
+mv "$root/first" "$root/moved"
+prefix=$root/moved
+
+fail() { echo "FAIL: $*"; exit 1; }
+
+plugin=$(find "$prefix" -path '*/teco-servo/libteco_servo.so')
+[[ -n $plugin ]] || fail "no plug-in under $prefix"
+version=$("$prefix/bin/teco-cli" --version)
+[[ $version == *"driver plug-in $plugin: "* ]] || fail "teco-cli --version does not name $plugin: $version"
+"$prefix/bin/teco-cli" read HR100 >/dev/null || fail "the installed teco-cli cannot read HR100"
+[[ $("$prefix/bin/teco-sim" --version) == "teco-sim "* ]] || fail "teco-sim --version"
+files=(share/bash-completion/completions/teco-cli share/bash-completion/completions/teco-sim
+    share/doc/teco-servo/README.md)
+[[ $man == man ]] && files+=(share/man/man1/teco-cli.1.gz share/man/man1/teco-sim.1.gz)
+for f in "${files[@]}"; do
+    [[ -f $prefix/$f ]] || fail "$f is not installed"
+done
+echo "install: $prefix holds ${#files[@]} files checked and a working teco-cli"
