@@ -2,6 +2,7 @@
 // servo drives through the driver plug-in, in a window.
 
 #include "faultrule.h"
+#include "installation.h"
 #include "mainwindow.h"
 #include "optiontable.h"
 #include "tagmodel.h"
@@ -20,12 +21,14 @@ const char usageText[] = "usage: teco-monitor [options]\n"
                          "  connected to a simulated drive; choose a serial port to talk to real drives.\n"
                          "options:\n"
                          "  --tags FILE         load a tag list (one tag per line, as Save writes them)\n"
-                         "  --plugin PATH       the driver plug-in (default: the built libteco_servo.so)\n"
+                         "  --plugin PATH       the driver plug-in (default: the one installed with\n"
+                         "                      teco-monitor, else the one built with it)\n"
                          "  --sim-fault RULE    a fault for the simulated drive from the start; repeatable\n"
                          "                      (as teco-sim --fault takes it)\n"
                          "  --tab NAME          the tab shown first: trends, traffic or scan\n"
                          "  --screenshot FILE   poll the simulated drive, save the window as a PNG and exit\n"
-                         "  --seconds N         how long to poll before the screenshot (default 3)\n";
+                         "  --seconds N         how long to poll before the screenshot (default 3)\n"
+                         "  --version           the version of teco-monitor and of its plug-in\n";
 
 struct MonitorArguments
 {
@@ -33,13 +36,13 @@ struct MonitorArguments
     QStringList simFaults;
     std::optional<int> seconds;
     bool help = false;
+    bool version = false;
 };
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    QApplication app(argc, argv);
     MonitorArguments a;
     const OptionTable table({
         OptionTable::text("tags", a.tags),
@@ -64,25 +67,42 @@ int main(int argc, char **argv)
             }),
         OptionTable::integer("seconds", 1, 3600, a.seconds),
         OptionTable::flag("help", a.help),
+        OptionTable::flag("version", a.version),
     });
     std::vector<std::string> args;
     for (int i = 1; i < argc; ++i)
         args.push_back(argv[i]);
     std::string error;
     if (!table.parse(args, nullptr, error)) {
-        std::fprintf(stderr, "teco-monitor: %s\n%s", error.c_str(), usageText);
+        std::fprintf(stderr, "teco-monitor: %s\n(teco-monitor --help shows the usage)\n", error.c_str());
         return 2;
     }
     if (a.help) {
         std::fputs(usageText, stdout);
         return 0;
     }
+    if (a.version) {
+        QCoreApplication core(argc, argv);
+        std::fputs(versionText("teco-monitor", a.plugin ? *a.plugin : defaultPluginPath()).c_str(), stdout);
+        return 0;
+    }
     if (a.seconds && !a.screenshot) {
         std::fprintf(stderr, "teco-monitor: --seconds goes with --screenshot\n");
         return 2;
     }
+    // A screenshot needs no screen; a window does.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        if (a.screenshot) {
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        } else if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+            std::fprintf(stderr, "teco-monitor: no display to open a window on (DISPLAY is not set)\n");
+            return 2;
+        }
+    }
+    QApplication app(argc, argv);
+    const std::string plugin = a.plugin ? *a.plugin : defaultPluginPath();
 
-    MainWindow window(QString::fromStdString(a.plugin ? *a.plugin : std::string(TECO_DEFAULT_PLUGIN)));
+    MainWindow window(QString::fromStdString(plugin));
     window.setSimFaults(a.simFaults);
     if (a.tab)
         window.tabs()->setCurrentIndex(*a.tab == "trends" ? 0 : *a.tab == "traffic" ? 1 : 2);

@@ -117,6 +117,7 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(now - 60000), QDateTime::fromMSecsSinceEpoch(now));
     sharedAxis->setRange(0, 1);
+    sharedAxis->setLabelFormat("%g");
     view = new TrendChartView(chart, this);
     view->setMinimumSize(300, 200);
 
@@ -222,6 +223,7 @@ void TrendView::rebuildAxes()
         t.series->attachAxis(timeAxis);
         if (axisPerTag->isChecked()) {
             t.axis = new QValueAxis;
+            t.axis->setLabelFormat("%g");
             const QColor c = t.series->color();
             t.axis->setLinePenColor(c);
             t.axis->setLabelsColor(c);
@@ -281,14 +283,20 @@ void TrendView::userMovedView() { following = false; }
 void TrendView::refresh()
 {
     const bool follows = following && !pauseButton->isChecked();
-    qint64 newest = 0;
-    for (const auto &entry : traces)
-        if (entry.second.ring.size())
-            newest = std::max(newest, qint64(entry.second.ring.at(entry.second.ring.size() - 1).x()));
+    qint64 newest = 0, oldest = 0;
+    for (const auto &entry : traces) {
+        const SampleRing &r = entry.second.ring;
+        if (r.size()) {
+            newest = std::max(newest, qint64(r.at(r.size() - 1).x()));
+            oldest = oldest ? std::min(oldest, qint64(r.at(0).x())) : qint64(r.at(0).x());
+        }
+    }
     if (follows) {
+        // The span, or less while there are fewer samples (10 s at least).
         const qint64 end = newest ? newest : QDateTime::currentMSecsSinceEpoch();
         const qint64 width = qint64(span->currentData().toInt()) * 1000;
-        timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(end - width), QDateTime::fromMSecsSinceEpoch(end));
+        const qint64 begin = std::min(end - 10000, std::max(end - width, oldest ? oldest : end - width));
+        timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(begin), QDateTime::fromMSecsSinceEpoch(end));
     } else if (pauseButton->isChecked() && following) {
         return; // paused and untouched: the picture stays as it is
     }
@@ -346,14 +354,17 @@ void TrendView::refresh()
         }
         if (t.axis && follows && tl <= th) {
             const double m = std::max((th - tl) * 0.05, 0.5);
-            t.axis->setRange(tl - m, th + m);
+            t.axis->setRange(tl >= 0 ? std::max(0.0, tl - m) : tl - m, th + m);
+            t.axis->applyNiceNumbers();
         }
         low = std::min(low, tl);
         high = std::max(high, th);
     }
     if (follows && low <= high) {
         const double m = std::max((high - low) * 0.05, 0.5);
-        sharedAxis->setRange(low - m, high + m);
+        // No negative part for values that are never negative.
+        sharedAxis->setRange(low >= 0 ? std::max(0.0, low - m) : low - m, high + m);
+        sharedAxis->applyNiceNumbers();
     }
 }
 
