@@ -406,6 +406,7 @@ void MainWindow::opened(bool ok, const QString &message)
 
 void MainWindow::closed()
 {
+    tagModel->markAllStale();
     connected = connecting = false;
     connectButton->setText("Connect");
     lineLabel->setText("not connected");
@@ -416,7 +417,8 @@ void MainWindow::closed()
 
 void MainWindow::applyReading(const Reading &r)
 {
-    tagModel->applyReading(r);
+    if (!tagModel->applyReading(r))
+        return;
     if (r.ok) {
         stats.addSuccess(r.latencyNs);
         const int row = tagModel->rowOf(r.id);

@@ -21,12 +21,14 @@ struct PollTag
     int id = 0;
     Tag tag;
     int station = 0; // 0: the connection's station
+    int revision = 0; // changes with the station: readings of an older one are dropped
 };
 
 // One read of one tag.
 struct Reading
 {
     int id = 0;
+    int revision = 0; // the tag's when it was read
     bool ok = false;
     std::vector<uint32_t> values; // one per value of the tag, when ok
     QString error; // the driver's text, when not ok

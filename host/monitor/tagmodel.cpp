@@ -123,9 +123,13 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
             emit message("a station is 1 to 247, or 0 for the connection's");
             return false;
         }
-        r.tag.station = station;
+        if (station != r.tag.station) {
+            r.tag.station = station;
+            forgetValue(r); // what it shows is another station's
+        }
         rowChanged(index.row());
         emit tagsChanged();
+        emit trendChanged();
         return true;
     }
     case FormatColumn:
@@ -149,6 +153,23 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
     }
     }
     return false;
+}
+
+void TagModel::forgetValue(Row &r)
+{
+    ++r.revision;
+    r.values.clear();
+    r.hasValue = r.stale = false;
+    r.updated = QDateTime();
+    r.error.clear();
+}
+
+void TagModel::markAllStale()
+{
+    for (Row &r : rows)
+        r.stale = r.hasValue;
+    if (!rows.isEmpty())
+        emit dataChanged(index(0, 0), index(rows.size() - 1, ColumnCount - 1));
 }
 
 void TagModel::rowChanged(int row) { emit dataChanged(index(row, 0), index(row, ColumnCount - 1)); }
@@ -232,6 +253,7 @@ PollTag TagModel::pollTag(int row) const
     p.id = rows.at(row).id;
     p.tag = rows.at(row).tag.tag;
     p.station = rows.at(row).tag.station;
+    p.revision = rows.at(row).revision;
     return p;
 }
 
@@ -251,11 +273,11 @@ int TagModel::rowOf(int id) const
     return -1;
 }
 
-void TagModel::applyReading(const Reading &reading)
+bool TagModel::applyReading(const Reading &reading)
 {
     const int row = rowOf(reading.id);
-    if (row < 0)
-        return;
+    if (row < 0 || rows[row].revision != reading.revision)
+        return false;
     Row &r = rows[row];
     if (reading.ok) {
         r.values = reading.values;
@@ -268,6 +290,7 @@ void TagModel::applyReading(const Reading &reading)
         r.error = reading.error;
     }
     rowChanged(row);
+    return true;
 }
 
 void TagModel::applyWrite(int id, bool ok, const QString &error)

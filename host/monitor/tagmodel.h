@@ -55,7 +55,10 @@ public:
     QString valueText(int row) const;
 
 public slots:
-    void applyReading(const Reading &reading);
+    // False for a reading of a tag that is gone or has changed since.
+    bool applyReading(const Reading &reading);
+    // The line closed or opened again: every value shown is from before.
+    void markAllStale();
     void applyWrite(int id, bool ok, const QString &error);
 
 signals:
@@ -69,6 +72,7 @@ private:
     struct Row
     {
         int id = 0;
+        int revision = 0;
         MonitorTag tag;
         std::vector<uint32_t> values;
         bool hasValue = false;
@@ -77,6 +81,7 @@ private:
         QString error;
     };
     void rowChanged(int row);
+    void forgetValue(Row &row);
 
     QVector<Row> rows;
     int nextId = 1;

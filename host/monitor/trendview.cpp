@@ -196,6 +196,8 @@ void TrendView::setTags(const QVector<TrendTag> &tags)
             it->second.series = new QLineSeries;
             chart->addSeries(it->second.series);
         }
+        if (it->second.name != t.name) // another station: its samples are not this one's
+            it->second.ring = SampleRing(capacity);
         it->second.name = t.name;
         it->second.series->setName(t.name);
     }

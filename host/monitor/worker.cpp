@@ -153,6 +153,7 @@ void MonitorWorker::pollNext()
     useStation(t.station);
     Reading r;
     r.id = t.id;
+    r.revision = t.revision;
     const int64_t t0 = monotonicNs();
     const DriverHost::Result result = host.read(link, t.tag.address, t.tag.type, t.tag.count);
     r.latencyNs = monotonicNs() - t0;

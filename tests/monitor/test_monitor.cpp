@@ -226,6 +226,22 @@ private slots:
         QVERIFY(csv.contains(",HR101,300\n"));
     }
 
+    void anotherStationStartsAfresh()
+    {
+        // HR100 is 1234 at station 1 (written above) and 1500 at station 2.
+        TagModel *m = window->tags();
+        const int row = rowOf("HR100");
+        const int id = m->idAt(row);
+        QVERIFY(window->trends()->samples(id) > 0);
+        QVERIFY(m->setData(m->index(row, TagModel::StationColumn), "2", Qt::EditRole));
+        // Nothing of station 1 is left to be taken for station 2's.
+        QCOMPARE(valueOf("HR100"), QString());
+        QCOMPARE(window->trends()->samples(id), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1500"), waitMs);
+        QVERIFY(m->setData(m->index(row, TagModel::StationColumn), "0", Qt::EditRole));
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1234"), waitMs);
+    }
+
     void injectedFaultsInTraffic()
     {
         TrafficView *traffic = window->traffic();
