@@ -113,7 +113,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     split->addWidget(tabWidget);
     split->setStretchFactor(0, 2);
     split->setStretchFactor(1, 3);
-    split->setSizes({ 620, 820 });
+    split->setSizes({ 700, 740 });
     setCentralWidget(split);
 
     lineLabel = new QLabel("not connected");
