@@ -120,10 +120,12 @@ TEST(Formats, EveryRegisterContentRoundTrips)
             const int per = format.registersPerValue();
             for (uint16_t a : words)
                 for (uint16_t b : words) {
-                    std::vector<uint16_t> registers(size_t(per), a);
-                    registers.back() = b;
+                    // a, or a b, or a a^b a b
+                    std::vector<uint16_t> registers { a };
                     if (per == 4)
-                        registers[1] = uint16_t(a ^ b);
+                        registers.insert(registers.end(), { uint16_t(a ^ b), a });
+                    if (per > 1)
+                        registers.push_back(b);
                     std::vector<std::string> shown;
                     std::vector<uint16_t> again;
                     std::string error;
