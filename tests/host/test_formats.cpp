@@ -4,6 +4,8 @@
 // refused with a sentence.
 
 #include "formats.h"
+#include "formattedio.h"
+#include "samplelog.h"
 
 #include <gtest/gtest.h>
 
@@ -264,6 +266,93 @@ TEST(Formats, FormatNamesAndOrders)
             EXPECT_NE(error.find(row.error), std::string::npos) << error;
         }
     }
+}
+
+// A format at an address: the word order the address implies unless the
+// format names one, and a refusal where the format cannot apply.
+TEST(Formats, SettleAtTheirAddress)
+{
+    struct Row
+    {
+        const char *address;
+        const char *format;
+        const char *settled; // or the start of the refusal
+        bool good;
+    } rows[] = {
+        { "HR100", "float32", "float32:CDAB", true }, // as the driver's double word
+        { "HR100SW", "float32", "float32:ABCD", true }, // as the driver's SW double word
+        { "HR100", "int32:ABCD", "int32:ABCD", true },
+        { "HR100SW", "int32:BADC", "int32:BADC", true },
+        { "IR7", "float64", "float64:CDAB", true },
+        { "HR100", "string", "string", true },
+        { "HR100SW", "int32:CDAB",
+            "HR100SW puts the high word first, which int32:CDAB contradicts (give HR100", false },
+        { "HR100SW", "int16", "\"SW\" in HR100SW orders the words of 32- and 64-bit values, not of int16",
+            false },
+        { "DO5", "uint16", "formats apply to registers: DO5 is a coil", false },
+        { "DI5", "uint16", "formats apply to registers: DI5 is a discrete input", false },
+        { "HR100.3", "hex", "formats apply to whole registers: HR100.3 names bit 3 (give HR100", false },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::string(row.address) + " " + row.format);
+        AddressText address;
+        std::string error;
+        ASSERT_TRUE(AddressText::parse(row.address, address, error)) << error;
+        ValueFormat format = formatOf(row.format);
+        EXPECT_EQ(settleFormat(address, format, error), row.good);
+        if (row.good)
+            EXPECT_EQ(format.text(), row.settled);
+        else
+            EXPECT_EQ(error.rfind(row.settled, 0), 0u) << error;
+    }
+}
+
+// Log lines: CSV fields quoted as RFC 4180 asks, one row per value; JSON
+// numbers only for finite numbers of numeric formats.
+TEST(SampleLog, WritesCsvRowsAndJsonLines)
+{
+    Sample good;
+    good.wallMs = 1795437001250; // 2026-11-23T12:30:01.250Z
+    good.tag = "HR100:float32:2";
+    good.ok = true;
+    good.addresses = { "HR100", "HR102" };
+    good.values = { "1.5", "nan" };
+    Sample text = good;
+    text.tag = "HR1:string:2";
+    text.numeric = false;
+    text.addresses = { "HR1" };
+    text.values = { "a,\"b\"" };
+    Sample failed = good;
+    failed.ok = false;
+    failed.error = "exception code:0x02 (read 4 word(s) from 1-HR100)";
+    struct Row
+    {
+        const Sample *sample;
+        const char *csv, *json;
+    } rows[] = {
+        { &good,
+            "2026-11-23T12:30:01.250Z,HR100:float32:2,HR100,1.5,\r\n"
+            "2026-11-23T12:30:01.250Z,HR100:float32:2,HR102,nan,\r\n",
+            "{\"addresses\":[\"HR100\",\"HR102\"],\"tag\":\"HR100:float32:2\",\"time\":\"2026-11-23T12:30:01."
+            "250Z\","
+            "\"values\":[1.5,\"nan\"]}" },
+        { &text, "2026-11-23T12:30:01.250Z,HR1:string:2,HR1,\"a,\"\"b\"\"\",\r\n",
+            "{\"addresses\":[\"HR1\"],\"tag\":\"HR1:string:2\",\"time\":\"2026-11-23T12:30:01.250Z\","
+            "\"values\":[\"a,\\\"b\\\"\"]}" },
+        { &failed,
+            "2026-11-23T12:30:01.250Z,HR100:float32:2,,,exception code:0x02 (read 4 word(s) from "
+            "1-HR100)\r\n",
+            "{\"error\":\"exception code:0x02 (read 4 word(s) from 1-HR100)\",\"tag\":\"HR100:float32:2\","
+            "\"time\":\"2026-11-23T12:30:01.250Z\"}" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.sample->tag);
+        EXPECT_EQ(sampleCsv(*row.sample), row.csv);
+        EXPECT_EQ(sampleJson(*row.sample), row.json);
+    }
+    EXPECT_EQ(csvField("line\nbreak"), "\"line\nbreak\"");
+    EXPECT_EQ(isoTime(0), "1970-01-01T00:00:00.000Z");
+    EXPECT_EQ(isoTime(-1), "1969-12-31T23:59:59.999Z");
 }
 
 } // namespace

@@ -500,8 +500,22 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
         bool good;
         ValueType type;
         int count;
+        const char *format = ""; // settled, with its word order
     } rows[] = {
         { "HR100", true, ValueType::Word, 1 },
+        { "HR100:float32", true, ValueType::Word, 1, "float32:CDAB" },
+        { "HR100:float32:2", true, ValueType::Word, 2, "float32:CDAB" },
+        { "HR100:int32:abcd", true, ValueType::Word, 1, "int32:ABCD" },
+        { "HR100:int32:BADC:4", true, ValueType::Word, 4, "int32:BADC" },
+        { "HR100SW:uint32", true, ValueType::Word, 1, "uint32:ABCD" },
+        { "HR100:string:8", true, ValueType::Word, 8, "string" },
+        { "IR1:hex:3", true, ValueType::Word, 3, "hex" },
+        { "HR100:int16:CDAB", false, ValueType::Word, 0 },
+        { "HR100:float32:XYZW", false, ValueType::Word, 0 },
+        { "HR100:3:float32", false, ValueType::Word, 0 },
+        { "DO1:int16", false, ValueType::Word, 0 },
+        { "HR100.2:hex", false, ValueType::Word, 0 },
+        { "HR65535:float64", false, ValueType::Word, 0 },
         { "HR100:3", true, ValueType::Word, 3 },
         { "HR100:dword", true, ValueType::DWord, 1 },
         { "DO1:bit:8", true, ValueType::Bit, 8 },
@@ -520,6 +534,7 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
         if (row.good) {
             EXPECT_EQ(t.type, row.type);
             EXPECT_EQ(t.count, row.count);
+            EXPECT_EQ(t.format ? t.format->text() : "", row.format);
         }
     }
 }
