@@ -19,7 +19,9 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -628,6 +630,62 @@ TEST(Cli, StationZeroAndQuietRunWithTheirNotes)
     const CliRun n = cli({ "--quiet", "write", "HR100", "-5" });
     EXPECT_EQ(n.status, 0) << n.err;
     EXPECT_EQ(n.err, "");
+}
+
+// The live status line of a poll fits the terminal that standard error is
+// on: here 40 columns, so each line is cut to 39 and ends in "...".
+TEST(Cli, TheStatusLineFitsTheTerminal)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    char name[128] = { 0 };
+    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0
+        && ptsname_r(master, name, sizeof name) == 0);
+    const int terminal = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    struct winsize size = {};
+    size.ws_col = 40;
+    size.ws_row = 24;
+    ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+    std::vector<std::string> words;
+    const QString emulator = TECO_EMULATOR;
+    for (const QString &w : emulator.split('|', Qt::SkipEmptyParts))
+        words.push_back(w.toStdString());
+    for (const char *w : { TECO_CLI_PATH, "--quiet", "poll", "HR1", "--cycles", "3", "--interval", "250" })
+        words.push_back(w);
+    std::vector<char *> argv;
+    for (std::string &w : words)
+        argv.push_back(&w[0]);
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const int null = ::open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        dup2(terminal, STDERR_FILENO);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    ::close(terminal);
+    std::string seen;
+    char buffer[512];
+    ssize_t n;
+    while ((n = ::read(master, buffer, sizeof buffer)) > 0) // EIO once the program has closed it
+        seen.append(buffer, size_t(n));
+    int status = 0;
+    waitpid(child, &status, 0);
+    ::close(master);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << seen;
+    const std::string clear = "\r\033[K";
+    int cut = 0;
+    for (size_t at = seen.find(clear); at != std::string::npos;) {
+        const size_t next = seen.find(clear, at + clear.size());
+        const std::string line
+            = seen.substr(at + clear.size(), next == std::string::npos ? next : next - at - clear.size());
+        EXPECT_LE(line.size(), 39u) << line;
+        cut += line.size() > 3 && line.compare(line.size() - 3, 3, "...") == 0 ? 1 : 0;
+        at = next;
+    }
+    EXPECT_GE(cut, 2) << seen;
 }
 
 } // namespace
