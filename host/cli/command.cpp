@@ -2,6 +2,7 @@
 
 #include "faultrule.h"
 #include "formattedio.h"
+#include "framedecoder.h"
 #include "textutil.h"
 
 namespace {
@@ -226,6 +227,16 @@ bool prepareBatch(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+bool prepareDecode(const Given &g, Command &c, std::string &error)
+{
+    if (!require(!g.args.empty(), "usage: decode HEX... (such as decode \"01 03 00 63 00 01 74 14\")", error))
+        return false;
+    std::string text;
+    for (const std::string &a : g.args)
+        text += a + " ";
+    return parseHexBytes(text, c.argument, error);
+}
+
 bool prepareTrace(const Given &g, Command &c, std::string &error)
 {
     if (!require(
@@ -260,6 +271,7 @@ const CommandRow commands[] = {
     { "poll", false, PollOptions | FormatOption, preparePoll },
     { "scan", false, ScanOptions, prepareScan },
     { "batch", false, 0, prepareBatch },
+    { "decode", false, 0, prepareDecode },
     { "trace", true, 0, prepareTrace },
     { "fault", true, 0, prepareFault },
 };
@@ -285,6 +297,6 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
         return row.prepare(Given { args, o, batchLine }, c, error);
     }
-    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan or batch)";
+    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan, batch or decode)";
     return false;
 }

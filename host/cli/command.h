@@ -41,7 +41,7 @@ struct Command
     int from = 1, to = 247; // scan
     AddressText probe;
 
-    std::string argument; // batch: the file; trace: on/off; fault: the rule
+    std::string argument; // batch: the file; trace: on/off; fault: the rule; decode: the bytes
 };
 
 // Checks a parsed command line (or batch line); false with one sentence in

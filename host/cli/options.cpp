@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "framedecoder.h"
 #include "optiontable.h"
 
 #include <cctype>
@@ -35,6 +36,18 @@ OptionTable cliOptionTable(CliOptions &o)
         T::text("port", o.port, Session),
         T::text("link", o.link, Session),
         T::text("trace", o.trace, Session),
+        T::checked(
+            "trace-format",
+            [&o](const std::string &text, std::string &error) {
+                TraceFormat ignored;
+                if (!parseTraceFormat(text, ignored)) {
+                    error = "option --trace-format takes decoded or panel, not \"" + text + "\"";
+                    return false;
+                }
+                o.traceFormat = text;
+                return true;
+            },
+            Session),
         T::flag("no-silence", o.noSilence, Session),
         T::flag("rs485", o.rs485, Session),
         T::flag("local-echo", o.localEcho, Session),

@@ -18,6 +18,7 @@ struct CliOptions
     std::optional<std::string> port;
     std::optional<std::string> link;
     std::optional<std::string> trace;
+    std::optional<std::string> traceFormat;
     bool noSilence = false;
     bool rs485 = false;
     bool localEcho = false;

@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include "driverinterface.h"
+#include "errorkind.h"
 #include "settings.h"
 
 #include <QJsonDocument>
@@ -135,6 +136,18 @@ public:
         std::printf("%s\n", text.c_str());
         std::fflush(stdout);
     }
+
+    void decoded(const std::string &bytes, const std::vector<DecodedFrame> &readings) override
+    {
+        std::printf("%s\n", hexBytes(bytes).c_str());
+        for (const DecodedFrame &d : readings)
+            std::printf("%-8s %s, %s\n",
+                d.role == FrameRole::Request ? "request:" : "reply:", d.meaning.c_str(),
+                bytes.size() < 4 ? "too short for a CRC"
+                    : d.crcOk    ? "CRC ok"
+                                 : "CRC BAD");
+        std::fflush(stdout);
+    }
 };
 
 class JsonOutput : public Output
@@ -220,6 +233,13 @@ public:
             o["address"] = QString::fromStdString(c.target.address.text());
         o["ok"] = false;
         o["error"] = QString::fromLocal8Bit(text.c_str());
+        const DriverError e = classifyDriverError(text);
+        o["errorKind"] = errorKindName(e.kind);
+        if (e.kind == ErrorKind::Exception) {
+            o["exception"] = e.exceptionCode;
+            if (const char *name = exceptionName(e.exceptionCode))
+                o["exceptionName"] = name;
+        }
         print(o);
     }
 
@@ -282,6 +302,27 @@ public:
     }
 
     void batchLine(const std::string &) override { }
+
+    void decoded(const std::string &bytes, const std::vector<DecodedFrame> &readings) override
+    {
+        QJsonObject o;
+        QJsonArray array;
+        o["command"] = "decode";
+        o["bytes"] = QString::fromStdString(hexBytes(bytes));
+        for (const DecodedFrame &d : readings) {
+            QJsonObject r;
+            r["role"] = d.role == FrameRole::Request ? "request" : "reply";
+            r["fits"] = d.fits;
+            r["crcOk"] = d.crcOk;
+            r["station"] = d.station;
+            r["function"] = d.function;
+            r["meaning"] = QString::fromStdString(d.meaning);
+            array.append(r);
+        }
+        o["readings"] = array;
+        o["ok"] = true;
+        print(o);
+    }
 
 private:
     static QJsonObject commandObject(const char *command, const Tag &t, int station)

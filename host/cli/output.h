@@ -7,6 +7,7 @@
 
 #include "command.h"
 #include "formattedio.h"
+#include "framedecoder.h"
 #include "pollstats.h"
 #include "samplelog.h"
 #include "values.h"
@@ -63,6 +64,8 @@ public:
     virtual void scanDone(const ScanSummary &summary) = 0;
     // A batch line as it is run, and a comment line of a batch.
     virtual void batchLine(const std::string &text) = 0;
+    // The readings of a frame given to decode.
+    virtual void decoded(const std::string &bytes, const std::vector<DecodedFrame> &readings) = 0;
 
     // The output for a command: JSON when it asks for it.
     static Output &forCommand(const Command &c);

@@ -1,6 +1,8 @@
 #include "session.h"
 
+#include "errorkind.h"
 #include "formattedio.h"
+#include "framedecoder.h"
 #include "output.h"
 #include "textfile.h"
 
@@ -30,7 +32,11 @@ void Session::note(const std::string &text)
 int Session::failure(const Command &c, const std::string &text)
 {
     Output::forCommand(c).failed(c, text);
-    std::fprintf(stderr, "teco-cli: %s\n", text.c_str());
+    // An exception code is shown with its Modbus name as well.
+    const DriverError e = classifyDriverError(text);
+    const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
+    std::fprintf(
+        stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
     return ExitFailed;
 }
 
@@ -85,7 +91,10 @@ int Session::openLine()
         if (session.simMap && !readTextFile(*session.simMap, userTextFileLimit, so.map.emplace(), error))
             return usage("cannot read the map " + *session.simMap + ": " + error);
     }
-    if (session.trace && !link.setTrace(*session.trace, error))
+    TraceFormat traceFormat = TraceFormat::Decoded;
+    if (session.traceFormat)
+        parseTraceFormat(*session.traceFormat, traceFormat);
+    if (session.trace && !link.setTrace(*session.trace, error, traceFormat))
         return usage(error);
     std::string port;
     if (session.port) {
@@ -126,6 +135,10 @@ int Session::run(const Command &c)
 {
     if (c.name == "info")
         return info(c);
+    if (c.name == "decode") {
+        Output::forCommand(c).decoded(c.argument, decodeAnyFrame(c.argument));
+        return ExitOk;
+    }
     if (c.name == "batch")
         return batch(c);
     // The log is created before the line opens: a refused path sends nothing.

@@ -1,5 +1,6 @@
 #include "replycheck.h"
 
+#include "framedecoder.h"
 #include "tools.h"
 
 #include <cstring>
@@ -8,7 +9,11 @@ namespace {
 
 int word(const uint8_t *p) { return (p[0] << 8) | p[1]; }
 
-bool isWrite(uint8_t function) { return function == 5 || function == 6 || function == 15 || function == 16; }
+bool isWrite(uint8_t function)
+{
+    const ModbusFunction *f = modbusFunction(function);
+    return f && (f->layout == FrameLayout::WriteSingle || f->layout == FrameLayout::WriteMultiple);
+}
 
 } // namespace
 
@@ -19,35 +24,28 @@ ExpectedReply expectedReplyTo(const uint8_t *request, int length)
         return e;
     const uint8_t function = request[1];
     const int quantity = word(request + 4);
-    switch (function) {
-    case 1:
-    case 2:
+    const ModbusFunction *f = modbusFunction(function);
+    if (!f)
+        return e;
+    switch (f->layout) {
+    case FrameLayout::ReadBits:
         // Bits come packed, 8 to a byte; the byte count is one byte.
         if (length != 8 || quantity < 1 || (quantity + 7) / 8 > 255)
             return e;
         e.length = 5 + (quantity + 7) / 8;
         break;
-    case 3:
-    case 4:
+    case FrameLayout::ReadRegisters:
         if (length != 8 || quantity < 1 || quantity * 2 > 255)
             return e;
         e.length = 5 + quantity * 2;
         break;
-    case 5:
-    case 6:
-        if (length != 8)
+    case FrameLayout::WriteSingle:
+    case FrameLayout::WriteMultiple:
+        // Station, function, address, value or quantity (, byte count, data), CRC.
+        if (length != frameLength(request, length, FrameRole::Request))
             return e;
         e.length = 8;
         break;
-    case 15:
-    case 16:
-        // Station, function, address, quantity, byte count, data, CRC.
-        if (length != 9 + request[6])
-            return e;
-        e.length = 8;
-        break;
-    default:
-        return e;
     }
     e.known = true;
     e.station = request[0];
@@ -56,19 +54,7 @@ ExpectedReply expectedReplyTo(const uint8_t *request, int length)
     return e;
 }
 
-int replyFrameLength(const uint8_t *bytes, int have)
-{
-    if (have < 2)
-        return 0;
-    const uint8_t function = bytes[1];
-    if (function & 0x80)
-        return 5; // station, function | 0x80, exception code, CRC
-    if (isWrite(function))
-        return 8;
-    if (function >= 1 && function <= 4)
-        return have < 3 ? 0 : 5 + bytes[2];
-    return -1;
-}
+int replyFrameLength(const uint8_t *bytes, int have) { return frameLength(bytes, have, FrameRole::Reply); }
 
 bool modbusCrcOk(const uint8_t *frame, int length)
 {

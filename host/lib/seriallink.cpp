@@ -219,8 +219,9 @@ void SerialLink::close()
     savedValid = false;
 }
 
-bool SerialLink::setTrace(const std::string &path, std::string &error)
+bool SerialLink::setTrace(const std::string &path, std::string &error, TraceFormat format)
 {
+    traceFormat = format;
     if (traceFile && traceOwned)
         std::fclose(traceFile);
     traceFile = nullptr;
@@ -243,23 +244,85 @@ bool SerialLink::setTrace(const std::string &path, std::string &error)
     return true;
 }
 
-void SerialLink::trace(const char *direction, const char *bytes, int length, const char *note)
+void SerialLink::trace(
+    TraceEvent::Kind kind, const char *bytes, int length, int station, const std::string &note)
 {
-    if (!traceFile || !traceOn)
+    if (!traceSink && (!traceFile || !traceOn))
         return;
-    QString dump = dumpByteArray(QByteArray::fromRawData(bytes, length));
-    // The text part of the dump shows the bytes as they are; control
-    // characters would garble a terminal, so they are shown as dots.
-    int text = dump.indexOf(QLatin1String(") : "));
-    if (text >= 0) {
-        for (int i = text + 4; i < dump.size(); ++i)
-            if (dump.at(i).unicode() < 0x20 || dump.at(i).unicode() >= 0x7F)
-                dump[i] = QLatin1Char('.');
+    TraceEvent e;
+    e.kind = kind;
+    e.timeNs = monotonicNs();
+    e.sinceOpenNs = e.timeNs - openedNs;
+    e.sinceRequestNs = requestEndNs < 0 ? -1 : e.timeNs - requestEndNs;
+    e.station = station;
+    e.bytes.assign(bytes, size_t(std::max(length, 0)));
+    e.note = note;
+    if (traceSink)
+        traceSink(e);
+    if (traceFile && traceOn) {
+        std::fprintf(traceFile, "%s\n", traceLine(e, traceFormat).c_str());
+        std::fflush(traceFile);
     }
-    const double seconds = double(monotonicNs() - openedNs) / 1e9;
-    std::fprintf(traceFile, "%11.6f %-5s %s%s%s\n", seconds, direction, dump.toLatin1().constData(),
-        note ? "  " : "", note ? note : "");
-    std::fflush(traceFile);
+}
+
+std::map<int, SerialLink::StationHealth> SerialLink::health() const
+{
+    std::map<int, StationHealth> all;
+    for (const auto &s : stations)
+        all[s.first] = s.second.health;
+    return all;
+}
+
+SerialLink::StationHealth SerialLink::healthOf(int station) const
+{
+    const auto s = stations.find(station);
+    return s == stations.end() ? StationHealth() : s->second.health;
+}
+
+SerialLink::StationHealth operator-(
+    const SerialLink::StationHealth &now, const SerialLink::StationHealth &before)
+{
+    SerialLink::StationHealth d;
+    d.requests = now.requests - before.requests;
+    d.retries = now.retries - before.retries;
+    d.timeOuts = now.timeOuts - before.timeOuts;
+    d.crcErrors = now.crcErrors - before.crcErrors;
+    d.exceptions = now.exceptions - before.exceptions;
+    d.lateBytesDropped = now.lateBytesDropped - before.lateBytesDropped;
+    d.staleBytesDropped = now.staleBytesDropped - before.staleBytesDropped;
+    return d;
+}
+
+std::string healthText(const SerialLink::StationHealth &h, bool requests)
+{
+    const struct
+    {
+        uint64_t count;
+        const char *one, *many;
+    } parts[] = {
+        { h.retries, "retry", "retries" },
+        { h.timeOuts, "time-out", "time-outs" },
+        { h.crcErrors, "CRC error", "CRC errors" },
+        { h.exceptions, "exception", "exceptions" },
+        { h.lateBytesDropped, "late byte dropped", "late bytes dropped" },
+        { h.staleBytesDropped, "stale byte dropped", "stale bytes dropped" },
+    };
+    std::string text;
+    if (requests)
+        text = std::to_string(h.requests) + (h.requests == 1 ? " request" : " requests");
+    for (const auto &p : parts)
+        if (p.count)
+            text += (text.empty() ? "" : ", ") + std::to_string(p.count) + " "
+                + (p.count == 1 ? p.one : p.many);
+    return text;
+}
+
+void SerialLink::endExchange()
+{
+    if (exchange == Exchange::Idle || requestStation < 0)
+        return;
+    // A clean answer that the driver took whole, and not a refusal.
+    stations[requestStation].lastFailed = !replyClean || replyTaken != replyHave || replyException;
 }
 
 int SerialLink::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
@@ -311,7 +374,10 @@ void SerialLink::dropStaleBytes()
         if (r <= 0)
             break;
         count.staleBytesDropped += uint64_t(r);
-        trace("DROP", junk, int(r), "[stale bytes dropped before the request]");
+        if (requestStation >= 0)
+            stations[requestStation].health.staleBytesDropped += uint64_t(r);
+        trace(
+            TraceEvent::Kind::Stale, junk, int(r), requestStation, "stale bytes dropped before the request");
         pending -= int(r);
     }
     tcflush(fd, TCIFLUSH);
@@ -392,8 +458,11 @@ void SerialLink::holdBackForGuard(const char *frame, int length)
         if (got <= 0)
             continue;
         count.lateBytesDropped += uint64_t(got);
+        const int owner = next.known ? next.station : requestStation;
+        if (owner >= 0)
+            stations[owner].health.lateBytesDropped += uint64_t(got);
         lineQuietSinceNs = monotonicNs();
-        trace("LATE", junk, got, "[arrived in the late-answer guard: dropped]");
+        trace(TraceEvent::Kind::Late, junk, got, owner, "arrived in the late-answer guard: dropped");
     }
 }
 
@@ -406,6 +475,7 @@ int SerialLink::send(const char *frame, int length)
     // come: hold requests to its station back for the guard.
     if (exchange != Exchange::Idle && !guardOwed && (!replyClean || replyTaken != replyHave))
         owesGuard(expected.known ? expected.station : -1, std::max(monotonicNs(), replyDeadlineNs));
+    endExchange();
     exchange = Exchange::Idle;
     // Timed waits of this thread end within a microsecond, not within the
     // default 50 us timer slack: the silence before a request and the
@@ -444,9 +514,20 @@ int SerialLink::send(const char *frame, int length)
         tcdrain(fd);
     lineQuietSinceNs = monotonicNs();
     awaitingAnswer = true;
+    requestEndNs = lineQuietSinceNs;
     ++count.requests;
     count.bytesSent += uint64_t(sent);
-    trace("TX", frame, sent, sent < length ? "[the line took only part of the frame]" : nullptr);
+    requestStation = static_cast<unsigned char>(frame[0]);
+    StationState &state = stations[requestStation];
+    ++state.health.requests;
+    if (state.lastFailed && state.lastRequest.size() == size_t(length)
+        && std::memcmp(state.lastRequest.data(), frame, size_t(length)) == 0)
+        ++state.health.retries;
+    state.lastRequest.assign(frame, size_t(length));
+    state.lastFailed = false;
+    replyException = false;
+    trace(TraceEvent::Kind::Sent, frame, sent, requestStation,
+        sent < length ? "the line took only part of the frame" : "");
     if (opts.localEcho && sent > 0) {
         std::vector<char> echo(size_t(sent), 0);
         const int64_t echoDeadline
@@ -455,7 +536,8 @@ int SerialLink::send(const char *frame, int length)
         const bool same = got == sent && std::memcmp(echo.data(), frame, size_t(sent)) == 0;
         if (!same)
             ++count.echoMismatches;
-        trace("ECHO", echo.data(), got, same ? nullptr : "[the echo differs from the request: collision?]");
+        trace(TraceEvent::Kind::Echo, echo.data(), got, requestStation,
+            same ? "" : "the echo differs from the request: collision?");
         lineQuietSinceNs = monotonicNs();
     }
     expected = expectedReplyTo(reinterpret_cast<const uint8_t *>(frame), length);
@@ -497,11 +579,12 @@ void SerialLink::collectReply()
             replyHave += got;
             if (got < want) {
                 ++count.shortReceives;
+                ++stations[requestStation].health.timeOuts;
                 char note[96];
                 std::snprintf(note, sizeof note,
-                    hungUp ? "[line closed: %d of %d bytes]" : "[time-out: %d of %d bytes]", replyHave,
+                    hungUp ? "line closed after %d of %d bytes" : "time-out after %d of %d bytes", replyHave,
                     frameLength > 0 ? frameLength : expected.length);
-                trace("RX", reply, replyHave, note);
+                trace(TraceEvent::Kind::TimeOut, reply, replyHave, requestStation, note);
                 break;
             }
             if (frameLength <= 0)
@@ -509,7 +592,8 @@ void SerialLink::collectReply()
         }
         replyFramed = true;
         if (frameLength < 0) {
-            trace("RX", reply, replyHave, "[no reply header]");
+            ++stations[requestStation].health.crcErrors;
+            trace(TraceEvent::Kind::Received, reply, replyHave, requestStation, "no reply header");
             break;
         }
         const char *why = nullptr;
@@ -517,14 +601,20 @@ void SerialLink::collectReply()
         if (verdict == ReplyVerdict::NotTheAnswer) {
             ++count.framesRejected;
             count.lateBytesDropped += uint64_t(frameLength);
-            char note[96];
-            std::snprintf(note, sizeof note, "[not the answer: %s; dropped]", why);
-            trace("LATE", reply, frameLength, note);
+            stations[bytes[0]].health.lateBytesDropped += uint64_t(frameLength);
+            trace(TraceEvent::Kind::Late, reply, frameLength, bytes[0],
+                std::string("not the answer: ") + why + "; dropped");
             replyHave = 0;
             continue;
         }
         replyClean = verdict == ReplyVerdict::Answer;
-        trace("RX", reply, replyHave, replyClean ? nullptr : "[CRC error]");
+        StationHealth &h = stations[requestStation].health;
+        if (!replyClean)
+            ++h.crcErrors;
+        replyException = replyClean && (bytes[1] & 0x80);
+        if (replyException)
+            ++h.exceptions;
+        trace(TraceEvent::Kind::Received, reply, replyHave, requestStation);
         break;
     }
     exchange = Exchange::Collected;
@@ -549,14 +639,18 @@ int SerialLink::receive(char *buffer, int length)
         }
         if (got < length) {
             ++count.shortReceives;
-            if (exchange != Exchange::Idle)
+            if (exchange != Exchange::Idle) {
                 owesGuard(-1, monotonicNs());
+                replyClean = false;
+            }
+            if (requestStation >= 0)
+                ++stations[requestStation].health.timeOuts;
             char note[96];
             std::snprintf(note, sizeof note,
-                hungUp ? "[line closed: %d of %d bytes]" : "[time-out: %d of %d bytes]", got, length);
-            trace("RX", buffer, got, note);
+                hungUp ? "line closed after %d of %d bytes" : "time-out after %d of %d bytes", got, length);
+            trace(TraceEvent::Kind::TimeOut, buffer, got, requestStation, note);
         } else {
-            trace("RX", buffer, got);
+            trace(TraceEvent::Kind::Received, buffer, got, requestStation);
         }
         return got;
     }
@@ -573,7 +667,8 @@ int SerialLink::receive(char *buffer, int length)
         if (got > 0) {
             lineQuietSinceNs = monotonicNs();
             count.bytesReceived += uint64_t(got);
-            trace("RX", reply + replyHave, got, "[beyond the reply frame]");
+            trace(
+                TraceEvent::Kind::Received, reply + replyHave, got, requestStation, "beyond the reply frame");
         }
         replyHave += got;
         available += got;

@@ -23,16 +23,22 @@
 //   and 1.75 ms above; point-to-point lines may switch it off;
 // - for 2-wire RS485 adapters it can ask the kernel to drive the transmitter
 //   (TIOCSRS485) and can read back and drop the local echo of each request;
-// - it writes a frame trace (direction, time, bytes) to a file or stderr.
+// - it reports every frame and its own events as trace events (traceevent.h)
+//   to a sink, and writes them to a trace file, decoded or in the panel's form;
+// - it keeps link-health counters per station: requests, retries, time-outs,
+//   CRC errors, exceptions, late and stale bytes dropped.
 // The first send on a thread sets that thread's timer slack to 1 ns, so that
 // the silence, and the driver's own delay before each attempt (a sleep even
 // when zero), end on time rather than up to 50 us late.
 
 #include "driverinterface.h"
+#include "framedecoder.h"
 #include "replycheck.h"
+#include "traceevent.h"
 
 #include <cstdint>
 #include <cstdio>
+#include <map>
 #include <string>
 #include <termios.h>
 
@@ -95,8 +101,11 @@ public:
     // Frame trace: path "-" is standard error, an empty path switches it off.
     // A file is opened as createTextFile (textfile.h) opens it: never through
     // a symbolic link, and an existing file only if it is the user's own.
-    bool setTrace(const std::string &path, std::string &error);
+    bool setTrace(const std::string &path, std::string &error, TraceFormat format = TraceFormat::Decoded);
     void setTraceEnabled(bool on) { traceOn = on; }
+    // Every trace event also goes to sink (if set), on the thread that calls
+    // send and receive, whether or not a trace file is written.
+    void setTraceSink(TraceSink sink) { traceSink = std::move(sink); }
 
     int receive(char *buffer, int length) override;
     int send(const char *frame, int length) override;
@@ -122,6 +131,26 @@ public:
     };
     const Counters &counters() const { return count; }
 
+    // What the line did for one station. A retry is a request sent again,
+    // byte for byte, after the previous exchange with that station failed
+    // (no clean answer, or an exception). Late bytes count for the station
+    // whose answer they are (a dropped frame's own station byte, or the
+    // station whose guard they arrived in), stale bytes for the station of
+    // the request they preceded.
+    struct StationHealth
+    {
+        uint64_t requests = 0;
+        uint64_t retries = 0;
+        uint64_t timeOuts = 0;
+        uint64_t crcErrors = 0;
+        uint64_t exceptions = 0;
+        uint64_t lateBytesDropped = 0;
+        uint64_t staleBytesDropped = 0;
+    };
+    // Every station the link has talked to, by station number.
+    std::map<int, StationHealth> health() const;
+    StationHealth healthOf(int station) const;
+
 private:
     // Reads up to length bytes until deadline (monotonic ns); returns the
     // number read. waitFirst: nothing is expected yet, wait before reading.
@@ -133,7 +162,10 @@ private:
     void holdBackForGuard(const char *frame, int length);
     void owesGuard(int station, int64_t fromNs);
     void collectReply();
-    void trace(const char *direction, const char *bytes, int length, const char *note = nullptr);
+    // Settles the outcome of the exchange that a new request ends.
+    void endExchange();
+    void trace(
+        TraceEvent::Kind kind, const char *bytes, int length, int station, const std::string &note = {});
 
     int fd = -1;
     LinkSettings line;
@@ -168,9 +200,30 @@ private:
     FILE *traceFile = nullptr;
     bool traceOwned = false;
     bool traceOn = true;
+    TraceFormat traceFormat = TraceFormat::Decoded;
+    TraceSink traceSink;
+    int64_t requestEndNs = -1; // when the last request had left
+
+    struct StationState
+    {
+        StationHealth health;
+        std::string lastRequest;
+        bool lastFailed = false;
+    };
+    std::map<int, StationState> stations;
+    int requestStation = -1; // the station of the last request
+    bool replyException = false; // the collected answer is an exception
 
     Counters count;
 };
+
+// What changed between two readings of a station's health.
+SerialLink::StationHealth operator-(
+    const SerialLink::StationHealth &now, const SerialLink::StationHealth &before);
+// The counts that say something went wrong, for people: "2 retries,
+// 1 time-out"; "" when there are none. requests: start with the number of
+// requests ("12 requests, 2 retries").
+std::string healthText(const SerialLink::StationHealth &health, bool requests = false);
 
 // Monotonic clock in nanoseconds.
 int64_t monotonicNs();

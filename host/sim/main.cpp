@@ -24,14 +24,16 @@ const char usageText[] = "usage: teco-sim [options]\n"
                          "  --link TEXT        line settings, default \"RS485,9600,NONE,8,2\"\n"
                          "  --stations LIST    stations to serve, default 1,2,3 (such as 1,2,5-7)\n"
                          "  --map FILE         initial values (see --print-map for the format)\n"
-                         "  --print-map        print the built-in servo map and exit\n"
+                         "  --print-map        print the built-in servo map and exit (it has a motor that\n"
+                         "                     moves: speed command HR402, motor speed IR401, ...)\n"
                          "  --fault RULE       inject a fault; repeatable (see below)\n"
                          "  --seed N           seed for faults by rate, default 1\n"
                          "  --quiet            no line per request on standard error\n";
 
+// As teco-cli: the problem in one sentence and where the usage is.
 int usage(const std::string &problem)
 {
-    std::fprintf(stderr, "teco-sim: %s\n%s%s", problem.c_str(), usageText, faultHelp());
+    std::fprintf(stderr, "teco-sim: %s\n(teco-sim --help shows the usage)\n", problem.c_str());
     return 2;
 }
 

@@ -27,11 +27,14 @@ const int FailureTimeoutMs = 250;
 class E2eRig
 {
 public:
-    explicit E2eRig(int timeoutMs = AnswerTimeoutMs, int retry = 0, std::vector<FaultRule> faults = {})
+    // map: the simulated drive's (registermap.h); by default every register
+    // starts at 0 and nothing moves.
+    explicit E2eRig(int timeoutMs = AnswerTimeoutMs, int retry = 0, std::vector<FaultRule> faults = {},
+        const std::string &map = std::string())
     {
         SimDrive::Options so;
         so.stations = { 1, 2, 3, 7 };
-        so.map = ""; // every register starts at 0
+        so.map = map;
         so.faults = faults;
         std::string error;
         if (!sim.start(so, error))

@@ -204,7 +204,7 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
     }
 }
 
-TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
+TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
 {
     struct Row
     {
@@ -222,6 +222,8 @@ TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
         { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
         { { "--link", "RS485,9600" }, "teco-sim: malformed link \"RS485,9600\"" },
         { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
+        { { "--fault", "exception:code=99" },
+            "teco-sim: fault \"exception:code=99\": the key \"code\" takes" },
     };
     for (const Row &row : rows) {
         std::string shown;
@@ -231,7 +233,10 @@ TEST(Sim, BadUsageGetsOneSentenceTheUsageAndStatusTwo)
         const CliRun r = runProgram(TECO_SIM_PATH, row.args, "");
         EXPECT_EQ(r.status, 2);
         EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
-        EXPECT_NE(r.err.find("usage: teco-sim [options]"), std::string::npos) << r.err;
+        const std::string hint = "\n(teco-sim --help shows the usage)\n";
+        ASSERT_GT(r.err.size(), hint.size()) << r.err;
+        EXPECT_EQ(r.err.find('\n'), r.err.size() - hint.size()) << "one sentence, then the hint: " << r.err;
+        EXPECT_EQ(r.err.substr(r.err.size() - hint.size()), hint) << r.err;
         EXPECT_EQ(r.out, "") << "no drive was started";
     }
 }
@@ -293,6 +298,41 @@ TEST(Cli, AFailedCommandExitsOneWithTheDriversText)
     const QJsonObject o = json(j.out);
     EXPECT_EQ(o["ok"].toBool(true), false);
     EXPECT_EQ(o["error"].toString().toStdString(), "exception code:0x02 (write 1 word to 1-FN6HR5)");
+    EXPECT_EQ(o["exception"].toInt(), 2);
+    EXPECT_EQ(o["exceptionName"].toString().toStdString(), "illegal data address");
+    EXPECT_NE(j.err.find("(write 1 word to 1-FN6HR5) [illegal data address]\n"), std::string::npos) << j.err;
+}
+
+TEST(Cli, FramesAreShownWithTheirMeaning)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        int status;
+        const char *shown; // in standard output, or standard error for status 2
+    } rows[] = {
+        { { "decode", "01 03 00 63 00 01 74 14" }, 0,
+            "request: station 1, read holding registers HR100 x1, CRC ok" },
+        { { "decode", "01", "83", "02", "C0", "F1" }, 0,
+            "reply:   station 1, exception 2 illegal data address to read holding registers, CRC ok" },
+        { { "decode", "01 03 00 63 00 01 74 15" }, 0, "CRC BAD" },
+        { { "decode", "01 0x" }, 2, "teco-cli: \"0x\" is not hexadecimal bytes" },
+        { { "--trace", "-", "read", "HR100" }, 0,
+            "01 03 02 05 DC BA 8D  station 1, reply 2 bytes: 1500, CRC ok" },
+        { { "--trace", "-", "--trace-format", "panel", "read", "HR100" }, 0,
+            "RX      (0X1 0X3 0X2 0X5 0Xdc 0Xba 0X8d ) : ......." },
+        { { "--trace", "-", "--sim-fault", "noreply", "--retry", "0", "--timeout", "60", "read", "HR100" }, 1,
+            "[time-out after 0 of 7 bytes]" },
+        { { "--trace-format", "hex", "read", "HR100" }, 2,
+            "teco-cli: option --trace-format takes decoded or panel" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.args.back());
+        const CliRun r = cli(row.args);
+        EXPECT_EQ(r.status, row.status) << r.err;
+        const std::string &where = row.args[0] == "decode" && row.status == 0 ? r.out : r.err;
+        EXPECT_NE(where.find(row.shown), std::string::npos) << where;
+    }
 }
 
 TEST(Cli, ReadsWritesAndRelaysInOneBatch)
@@ -343,6 +383,10 @@ TEST(Cli, ALateAnswerIsDroppedInTheGuardAndMarkedInTheTrace)
         json(out[1])["error"].toString().toStdString(), "PLC no response (read 1 word(s) from 1-HR100)");
     EXPECT_EQ(json(out[2])["values"].toArray().first().toDouble(), 4660) << out[2];
     EXPECT_NE(r.err.find("LATE "), std::string::npos) << r.err;
+    EXPECT_NE(
+        r.err.find("station 1, reply 2 bytes: 1500, CRC ok  [arrived in the late-answer guard: dropped]"),
+        std::string::npos)
+        << r.err;
     EXPECT_NE(r.err.find("[arrived in the late-answer guard: dropped]"), std::string::npos) << r.err;
 }
 

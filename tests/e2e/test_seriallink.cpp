@@ -290,40 +290,85 @@ TEST(SerialLink, AfterAFailedExchangeLateBytesAreDroppedUntilTheGuardHasPassed)
     }
 }
 
-TEST(SerialLink, TraceShowsEveryFrameWithItsDirection)
+// Stale bytes, a reply cut short, a frame from another station and the
+// answer: what the sink gets, what each trace form writes, and the health.
+TEST(SerialLink, TraceAndHealthShowWhatHappenedOnTheLine)
 {
-    Device device;
-    SerialLink link;
-    std::string error;
-    const std::string path = testing::TempDir() + "seriallink-trace.txt";
-    ASSERT_TRUE(link.setTrace(path, error)) << error;
-    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(100), error)) << error;
-    device.put("AA");
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    const QByteArray request = hex("01 03 00 63 00 01 74 14");
-    link.send(request.constData(), request.size());
-    device.put("01 03 02 41 42");
-    received(link, 5);
-    received(link, 2);
-    // A frame that answers another station, then the answer.
-    link.send(request.constData(), request.size());
-    device.put("02 03 02 00 01 3D 84 01 03 02 12 34 B5 33");
-    received(link, 7);
-    link.setTrace("", error);
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    const std::string t = text.str();
-    EXPECT_NE(t.find("DROP  (0Xaa ) : ."), std::string::npos) << t;
-    EXPECT_NE(t.find("TX    (0X1 0X3 0X0 0X63 0X0 0X1 0X74 0X14 ) : .."), std::string::npos) << t;
-    EXPECT_NE(t.find("RX    (0X1 0X3 0X2 0X41 0X42 ) : ...AB  [time-out: 5 of 7 bytes]"), std::string::npos)
-        << t;
-    EXPECT_NE(
-        t.find("LATE  (0X2 0X3 0X2 0X0 0X1 0X3d 0X84 ) : ...  [not the answer: another station; dropped]"),
-        std::string::npos)
-        << t;
-    EXPECT_NE(t.find("RX    (0X1 0X3 0X2 0X12 0X34 0Xb5 0X33 ) : ....4.3\n"), std::string::npos) << t;
-    std::remove(path.c_str());
+    struct Row
+    {
+        TraceFormat format;
+        std::vector<std::string> lines; // each appears in the file, in this order
+    };
+    const Row rows[] = {
+        { TraceFormat::Decoded,
+            { "DROP               AA  [stale bytes dropped before the request]",
+                "TX                 01 03 00 63 00 01 74 14  station 1, read holding registers HR100 x1, CRC "
+                "ok",
+                "01 03 02 41 42  station 1, read holding registers: 5 bytes, a reply of it has 7  "
+                "[time-out "
+                "after 5 of 7 bytes]",
+                "02 03 02 00 01 3D 84  station 2, reply 2 bytes: 1, CRC ok  [not the answer: another "
+                "station; "
+                "dropped]",
+                "01 03 02 12 34 B5 33  station 1, reply 2 bytes: 4660, CRC ok\n" } },
+        { TraceFormat::Panel,
+            { "DROP    (0Xaa ) : .  [stale bytes dropped before the request]",
+                "TX      (0X1 0X3 0X0 0X63 0X0 0X1 0X74 0X14 ) : ..",
+                "TIMEOUT (0X1 0X3 0X2 0X41 0X42 ) : ...AB  [time-out after 5 of 7 bytes]",
+                "LATE    (0X2 0X3 0X2 0X0 0X1 0X3d 0X84 ) : ...  [not the answer: another station; dropped]",
+                "RX      (0X1 0X3 0X2 0X12 0X34 0Xb5 0X33 ) : ....4.3\n" } },
+    };
+    for (const Row &row : rows) {
+        Device device;
+        SerialLink link;
+        std::string error;
+        const std::string path = testing::TempDir() + "seriallink-trace.txt";
+        ASSERT_TRUE(link.setTrace(path, error, row.format)) << error;
+        std::vector<TraceEvent> events;
+        link.setTraceSink([&events](const TraceEvent &e) { events.push_back(e); });
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), options(100), error)) << error;
+        device.put("AA");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        const QByteArray request = hex("01 03 00 63 00 01 74 14");
+        link.send(request.constData(), request.size());
+        device.put("01 03 02 41 42");
+        received(link, 5);
+        received(link, 2);
+        // The same request again after a failure: a retry.
+        link.send(request.constData(), request.size());
+        device.put("02 03 02 00 01 3D 84 01 03 02 12 34 B5 33");
+        received(link, 7);
+        link.setTrace("", error);
+        std::ifstream in(path);
+        std::stringstream text;
+        text << in.rdbuf();
+        const std::string t = text.str();
+        size_t at = 0;
+        for (const std::string &line : row.lines) {
+            const size_t found = t.find(line, at);
+            EXPECT_NE(found, std::string::npos) << line << "\nin\n" << t;
+            at = found == std::string::npos ? at : found;
+        }
+        std::remove(path.c_str());
+
+        using K = TraceEvent::Kind;
+        const std::vector<std::pair<K, int>> expected = { { K::Stale, -1 }, { K::Sent, 1 }, { K::TimeOut, 1 },
+            { K::Sent, 1 }, { K::Late, 2 }, { K::Received, 1 } };
+        ASSERT_EQ(events.size(), expected.size());
+        for (size_t i = 0; i < expected.size(); ++i) {
+            EXPECT_EQ(events[i].kind, expected[i].first) << i;
+            EXPECT_EQ(events[i].station, expected[i].second) << i;
+        }
+        EXPECT_GE(events[2].sinceRequestNs, 100000000) << "the time-out came a time-out after the request";
+
+        const SerialLink::StationHealth one = link.healthOf(1), two = link.healthOf(2);
+        EXPECT_EQ(one.requests, 2u);
+        EXPECT_EQ(one.retries, 1u);
+        EXPECT_EQ(one.timeOuts, 1u);
+        EXPECT_EQ(one.crcErrors + one.exceptions, 0u);
+        EXPECT_EQ(two.lateBytesDropped, 7u);
+        EXPECT_EQ(two.requests, 0u);
+    }
 }
 
 TEST(SerialLink, RefusesDevicesItCannotUse)

@@ -181,6 +181,9 @@ TEST(FaultRules, ReadKindAndOptions)
         { "corrupt:rate=5%", FaultRule::Corrupt, -1, true, 0, 0.05, -1, -1 },
         { "exception:station=7,code=2,rate=0.5", FaultRule::Exception, 7, true, 0, 0.5, -1, 2 },
         { "truncate:keep=3", FaultRule::Truncate, -1, true, 0, 1.0, -1, 3 },
+        { "truncate:keep=255", FaultRule::Truncate, -1, true, 0, 1.0, -1, 255 },
+        { "exception:code=11", FaultRule::Exception, -1, true, 0, 1.0, -1, 11 },
+        { "exception:code=1,station=0", FaultRule::Exception, 0, true, 0, 1.0, -1, 1 },
         { "wrongstation:as=9", FaultRule::WrongStation, -1, true, 0, 1.0, -1, 9 },
         { "noise:bytes=6,at=DO3", FaultRule::Noise, -1, false, 2, 1.0, -1, 6 },
     };
@@ -214,16 +217,61 @@ TEST(FaultRules, MatchTheRequestsRange)
     EXPECT_FALSE(r.matches(3, Area::HoldingRegisters, 199, 1));
 }
 
-TEST(FaultRules, RefuseUnknownKindsKeysAndValues)
+TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
 {
-    for (const char *text : { "", "explode", "noreply:", "late:ms=-1", "late:code=2", "noreply:rate=1.5",
-             "noreply:rate=x", "noreply:times=0", "noreply:at=HR100.3", "noreply:station=300",
-             "exception:code=256", "noreply:at" }) {
-        SCOPED_TRACE(text);
+    struct Row
+    {
+        const char *text;
+        const char *error;
+    } rows[] = {
+        { "", "unknown fault \"\" (noreply, corrupt" },
+        { "explode", "unknown fault \"explode\"" },
+        { "noreply:", "fault \"noreply:\" has an empty key (write KIND:KEY=VALUE,...)" },
+        { "late:ms=5,,times=1", "fault \"late:ms=5,,times=1\" has an empty key" },
+        { "late:=5", "fault \"late:=5\" has an empty key" },
+        { "late:code=2",
+            "fault \"late:code=2\": late has no key \"code\" (it takes station, at, rate, times and ms)" },
+        { "noreply:colour=red", "fault \"noreply:colour=red\": noreply has no key \"colour\"" },
+        { "late:ms=5,ms=6", "fault \"late:ms=5,ms=6\" gives the key \"ms\" twice" },
+        { "noreply:station=1,times=2,station=1",
+            "fault \"noreply:station=1,times=2,station=1\" gives the key "
+            "\"station\" twice" },
+        { "noreply:at", "fault \"noreply:at\": the key \"at\" needs a value, an address without a bit" },
+        { "exception:code=",
+            "fault \"exception:code=\": the key \"code\" needs a value, a Modbus exception code" },
+        { "exception:code=99",
+            "fault \"exception:code=99\": the key \"code\" takes a Modbus exception code from 1 to 11, not "
+            "\"99\"" },
+        { "exception:code=0",
+            "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code from 1 to 11" },
+        { "truncate:keep=1000",
+            "fault \"truncate:keep=1000\": the key \"keep\" takes a byte count from 0 to 255 (a "
+            "reply has at most 256 bytes), not \"1000\"" },
+        { "truncate:keep=256",
+            "fault \"truncate:keep=256\": the key \"keep\" takes a byte count from 0 to 255" },
+        { "late:ms=-1",
+            "fault \"late:ms=-1\": the key \"ms\" takes milliseconds from 0 to 600000, not \"-1\"" },
+        { "wrongstation:as=256",
+            "fault \"wrongstation:as=256\": the key \"as\" takes a station number from 0 to 255" },
+        { "noise:bytes=1025",
+            "fault \"noise:bytes=1025\": the key \"bytes\" takes a byte count from 0 to 1024" },
+        { "noreply:rate=1.5",
+            "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1 (0.1 or 10%)" },
+        { "noreply:rate=x", "fault \"noreply:rate=x\": the key \"rate\" takes a share" },
+        { "noreply:times=0",
+            "fault \"noreply:times=0\": the key \"times\" takes a count from 1 to 1000000000" },
+        { "noreply:at=HR100.3",
+            "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
+        { "noreply:station=300",
+            "fault \"noreply:station=300\": the key \"station\" takes a station from 0 to 247" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
         FaultRule r;
         std::string error;
-        EXPECT_FALSE(FaultRule::parse(text, r, error));
-        EXPECT_FALSE(error.empty());
+        EXPECT_FALSE(FaultRule::parse(row.text, r, error));
+        EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
     }
 }
 
@@ -464,7 +512,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "batch" }, false, "" },
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
-        { { "trace", "on" }, false, "unknown command \"trace\" (info, read, write, poll, scan or batch)" },
+        { { "trace", "on" }, false, "unknown command \"trace\" (info, read, write, poll, scan, batch or decode)" },
         { { "fault", "noreply" }, false, "unknown command \"fault\"" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },

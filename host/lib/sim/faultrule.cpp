@@ -10,20 +10,60 @@ namespace {
 
 const char *const kindNames[FaultRule::KindCount]
     = { "noreply", "corrupt", "truncate", "late", "exception", "wrongstation", "noise" };
-// The key that sets FaultRule::value for each kind (or nullptr), with its range.
-const struct
+
+// The keys of a rule: those of every kind, then the one that sets
+// FaultRule::value for one kind, with its range and what it takes in words.
+enum KeyId { Station, At, Rate, Times, Value };
+const struct Key
 {
-    const char *key;
+    const char *name;
+    KeyId id;
+    int kind; // -1: every kind
     int low, high;
-} valueKeys[FaultRule::KindCount] = {
-    { nullptr, 0, 0 }, // noreply
-    { nullptr, 0, 0 }, // corrupt
-    { "keep", 0, 1024 }, // truncate
-    { "ms", 0, 600000 }, // late
-    { "code", 1, 255 }, // exception
-    { "as", 0, 255 }, // wrongstation
-    { "bytes", 0, 1024 }, // noise
+    const char *takes;
+} keys[] = {
+    { "station", Station, -1, 0, 247, "a station from 0 to 247" },
+    { "at", At, -1, 0, 0, "an address without a bit (HR200, IR5, DO3 or DI1)" },
+    { "rate", Rate, -1, 0, 0, "a share from 0 to 1 (0.1 or 10%)" },
+    { "times", Times, -1, 1, 1000000000, "a count from 1 to 1000000000" },
+    // A reply frame has at most 256 bytes; the answer always loses at least one.
+    { "keep", Value, FaultRule::Truncate, 0, 255,
+        "a byte count from 0 to 255 (a reply has at most 256 bytes)" },
+    { "ms", Value, FaultRule::Late, 0, 600000, "milliseconds from 0 to 600000" },
+    { "code", Value, FaultRule::Exception, 1, 11, "a Modbus exception code from 1 to 11" },
+    { "as", Value, FaultRule::WrongStation, 0, 255, "a station number from 0 to 255" },
+    { "bytes", Value, FaultRule::Noise, 0, 1024, "a byte count from 0 to 1024" },
 };
+const int keyCount = int(sizeof keys / sizeof keys[0]);
+
+const Key *findKey(int kind, const std::string &name)
+{
+    for (const Key &k : keys)
+        if ((k.kind < 0 || k.kind == kind) && name == k.name)
+            return &k;
+    return nullptr;
+}
+
+const Key *valueKey(int kind)
+{
+    for (const Key &k : keys)
+        if (k.id == Value && k.kind == kind)
+            return &k;
+    return nullptr;
+}
+
+// "station, at, rate, times and ms": the keys that a kind takes.
+std::string keysOf(int kind)
+{
+    std::vector<const char *> names;
+    for (const Key &k : keys)
+        if (k.kind < 0 || k.kind == kind)
+            names.push_back(k.name);
+    std::string out;
+    for (size_t i = 0; i < names.size(); ++i)
+        out += std::string(i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+    return out;
+}
 
 bool parseRate(std::string s, double &rate)
 {
@@ -57,9 +97,9 @@ const char *faultHelp()
     return "fault: KIND[:KEY=VALUE,...]\n"
            "  KIND  noreply       no answer at all (the request is lost)\n"
            "        corrupt       one byte of the answer changed\n"
-           "        truncate      the answer stops early (keep=N bytes; default: all but the CRC)\n"
+           "        truncate      the answer stops early (keep=N bytes, 0 to 255; default: all but the CRC)\n"
            "        late          the answer after a pause (ms=N; default 1000)\n"
-           "        exception     a Modbus exception answer (code=N; default 4)\n"
+           "        exception     a Modbus exception answer (code=N, 1 to 11; default 4)\n"
            "        wrongstation  the answer comes from another station (as=N; default the next one)\n"
            "        noise         stray bytes after the answer (bytes=N; default 4)\n"
            "  KEY   station=N     only requests to station N\n"
@@ -83,36 +123,61 @@ bool FaultRule::parse(const std::string &text, FaultRule &rule, std::string &err
         return false;
     }
     r.kind = Kind(kind);
+    const std::string named = "fault \"" + text + "\"";
     std::vector<std::string> options;
     if (colon != std::string::npos)
         options = splitFields(text.substr(colon + 1), ',');
+    bool given[keyCount] = {};
     for (const std::string &option : options) {
         const size_t eq = option.find('=');
-        const std::string key = option.substr(0, eq);
+        const std::string name = option.substr(0, eq);
+        if (name.empty()) {
+            error = named + " has an empty key (write KIND:KEY=VALUE,...)";
+            return false;
+        }
+        const Key *key = findKey(kind, name);
+        if (!key) {
+            error = named + ": " + kindNames[kind] + " has no key \"" + name + "\" (it takes " + keysOf(kind)
+                + ")";
+            return false;
+        }
+        const std::string quoted = "\"" + std::string(key->name) + "\"";
+        if (given[key - keys]) {
+            error = named + " gives the key " + quoted + " twice";
+            return false;
+        }
+        given[key - keys] = true;
         const std::string value = eq == std::string::npos ? std::string() : option.substr(eq + 1);
-        bool good = eq != std::string::npos;
-        if (!good) {
-        } else if (key == "station") {
-            good = parseWholeNumber(value, 0, 247, r.station);
-        } else if (key == "at") {
+        if (value.empty()) {
+            error = named + ": the key " + quoted + " needs a value, " + key->takes;
+            return false;
+        }
+        bool good = false;
+        switch (key->id) {
+        case Station:
+            good = parseWholeNumber(value, key->low, key->high, r.station);
+            break;
+        case At: {
             AddressText a;
             std::string ignored;
             good = AddressText::parse(value, a, ignored) && a.bit < 0;
             r.anyAddress = false;
             r.area = a.area;
             r.address = a.wireNumber();
-        } else if (key == "rate") {
+            break;
+        }
+        case Rate:
             good = parseRate(value, r.rate);
-        } else if (key == "times") {
-            good = parseWholeNumber(value, 1, 1000000000, r.times);
-        } else if (valueKeys[kind].key && key == valueKeys[kind].key) {
-            good = parseWholeNumber(value, valueKeys[kind].low, valueKeys[kind].high, r.value);
-        } else {
-            error = "fault \"" + text + "\": unknown option \"" + key + "\"";
-            return false;
+            break;
+        case Times:
+            good = parseWholeNumber(value, key->low, key->high, r.times);
+            break;
+        case Value:
+            good = parseWholeNumber(value, key->low, key->high, r.value);
+            break;
         }
         if (!good) {
-            error = "fault \"" + text + "\": bad value in \"" + option + "\"";
+            error = named + ": the key " + quoted + " takes " + key->takes + ", not \"" + value + "\"";
             return false;
         }
     }
@@ -141,8 +206,9 @@ std::string FaultRule::text() const
         add("rate=" + std::to_string(rate));
     if (times >= 0)
         add("times=" + std::to_string(times));
-    if (value >= 0 && valueKeys[kind].key)
-        add(std::string(valueKeys[kind].key) + "=" + std::to_string(value));
+    const Key *key = valueKey(kind);
+    if (value >= 0 && key)
+        add(std::string(key->name) + "=" + std::to_string(value));
     return t;
 }
 

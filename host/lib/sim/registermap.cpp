@@ -8,6 +8,7 @@ const char *builtinServoMap()
 {
     return "# The built-in map of the simulated servo drive: ADDRESS VALUE NAME.\n"
            "station all\n"
+           "# Parameters and monitor values that keep the values written to them.\n"
            "HR1      2        control mode (0 position, 1 speed, 2 torque)\n"
            "HR2      1        rotation direction (0 counter-clockwise, 1 clockwise)\n"
            "HR10     0        servo on at power-up\n"
@@ -32,12 +33,117 @@ const char *builtinServoMap()
            "DI1      1        servo ready\n"
            "DI2      1        in position\n"
            "DI3      0        alarm\n"
-           "DI4      1        zero speed\n";
+           "DI4      1        zero speed\n"
+           "# The motor: the model reads the commands HR401..HR406 and writes IR401..IR406\n"
+           "# on every request (motion QUANTITY ADDRESS [NAME]).\n"
+           "HR401    1        servo on (0 off, 1 on)\n"
+           "HR402    1500     speed command (rpm, signed)\n"
+           "HR403    2000     acceleration time (ms from 0 to 3000 rpm)\n"
+           "HR404    2000     deceleration time (ms from 3000 rpm to 0)\n"
+           "HR405    3000     maximum speed (rpm; a command beyond it raises alarm 1)\n"
+           "motion servo-on       HR401\n"
+           "motion speed-command  HR402\n"
+           "motion accel-time     HR403\n"
+           "motion decel-time     HR404\n"
+           "motion max-speed      HR405\n"
+           "motion alarm-reset    HR406    alarm reset (write 1 to clear the alarm)\n"
+           "motion speed          IR401    motor speed (rpm, signed)\n"
+           "motion position       IR402SW  position (10000 counts a revolution, high word first, wraps)\n"
+           "motion current        IR404    motor current (0.01 A)\n"
+           "motion load           IR405    load (% of the rated torque)\n"
+           "motion alarm          IR406    alarm code (0 none, 1 over-speed, 2 overload)\n";
 }
 
-bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, std::string &error)
+namespace {
+
+// Whether two motion entries can both apply to one station.
+bool sameStations(const MotionEntry &a, const MotionEntry &b)
+{
+    return a.station == 0 || b.station == 0 || a.station == b.station;
+}
+
+int registersOf(const MotionEntry &e) { return e.quantity == MotionQuantity::Position ? 2 : 1; }
+
+// "motion QUANTITY ADDRESS [NAME]", checked against the motion lines before it.
+bool parseMotionLine(
+    std::istringstream &words, MotionEntry &e, const std::vector<MotionEntry> &earlier, std::string &error)
+{
+    std::string quantity, addressText;
+    if (!(words >> quantity >> addressText)) {
+        error = "expected \"motion QUANTITY ADDRESS [NAME]\"";
+        return false;
+    }
+    if (!motionQuantityFromName(quantity, e.quantity)) {
+        error = "unknown motion quantity \"" + quantity + "\" (" + motionQuantityNames() + ")";
+        return false;
+    }
+    AddressText address;
+    if (!AddressText::parse(addressText, address, error))
+        return false;
+    if (address.bit >= 0 || address.prefix.compare(0, 2, "FN") == 0) {
+        error = "use plain HR, IR, DO or DI addresses in a map, not \"" + addressText + "\"";
+        return false;
+    }
+    const bool position = e.quantity == MotionQuantity::Position;
+    if (position && !address.swap) {
+        error = "the position takes two registers: write its address as " + address.prefix
+            + std::to_string(address.number) + "SW";
+        return false;
+    }
+    if (!position && address.swap) {
+        error = "only the position takes two registers, not " + quantity;
+        return false;
+    }
+    if (position && (!address.isRegister() || address.wireNumber() > 65534)) {
+        error = "the position needs two registers at " + addressText;
+        return false;
+    }
+    e.area = address.area;
+    e.address = address.wireNumber();
+    std::getline(words, e.name);
+    e.name = trimmed(e.name);
+    for (const MotionEntry &o : earlier) {
+        if (!sameStations(e, o))
+            continue;
+        const std::string there = " (line " + std::to_string(o.line) + ")";
+        if (o.quantity == e.quantity) {
+            error = "motion " + quantity + " is bound twice for the same station" + there;
+            return false;
+        }
+        if (o.area == e.area && e.address < o.address + registersOf(o)
+            && o.address < e.address + registersOf(e)) {
+            error = addressText + " is already bound to motion " + motionQuantityName(o.quantity) + there;
+            return false;
+        }
+    }
+    return true;
+}
+
+// Every station with motion lines needs a speed command to follow.
+bool checkMotion(const std::vector<MotionEntry> &motion, std::string &error)
+{
+    for (const MotionEntry &e : motion) {
+        bool commanded = false;
+        for (const MotionEntry &o : motion)
+            commanded = commanded
+                || (o.quantity == MotionQuantity::SpeedCommand && (o.station == 0 || o.station == e.station));
+        if (!commanded) {
+            error = "line " + std::to_string(e.line) + ": the motion lines of "
+                + (e.station ? "station " + std::to_string(e.station) : std::string("every station"))
+                + " bind no speed-command register";
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, std::string &error,
+    std::vector<MotionEntry> *motion)
 {
     std::vector<MapEntry> out;
+    std::vector<MotionEntry> motionOut;
     std::istringstream in(text);
     std::string lineText;
     int lineNumber = 0;
@@ -49,6 +155,17 @@ bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, s
         std::string first, second;
         if (!(words >> first) || first[0] == '#')
             continue;
+        if (first == "motion") {
+            MotionEntry e;
+            e.station = station;
+            e.line = lineNumber;
+            if (!parseMotionLine(words, e, motionOut, error)) {
+                error = where + error;
+                return false;
+            }
+            motionOut.push_back(e);
+            continue;
+        }
         if (!(words >> second)) {
             error = where + "expected ADDRESS VALUE [NAME] or \"station N|all\"";
             return false;
@@ -116,6 +233,10 @@ bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, s
             out.push_back(e);
         }
     }
+    if (!checkMotion(motionOut, error))
+        return false;
     entries.swap(out);
+    if (motion)
+        motion->swap(motionOut);
     return true;
 }

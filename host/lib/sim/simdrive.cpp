@@ -90,6 +90,39 @@ RequestRange rangeOf(const uint8_t *r)
     }
 }
 
+uint16_t cellOf(const modbus_mapping_t *m, Area area, int address)
+{
+    switch (area) {
+    case Area::Coils:
+        return m->tab_bits[address];
+    case Area::DiscreteInputs:
+        return m->tab_input_bits[address];
+    case Area::HoldingRegisters:
+        return m->tab_registers[address];
+    case Area::InputRegisters:
+        return m->tab_input_registers[address];
+    }
+    return 0;
+}
+
+void setCell(modbus_mapping_t *m, Area area, int address, uint16_t v)
+{
+    switch (area) {
+    case Area::Coils:
+        m->tab_bits[address] = v ? 1 : 0;
+        break;
+    case Area::DiscreteInputs:
+        m->tab_input_bits[address] = v ? 1 : 0;
+        break;
+    case Area::HoldingRegisters:
+        m->tab_registers[address] = v;
+        break;
+    case Area::InputRegisters:
+        m->tab_input_registers[address] = v;
+        break;
+    }
+}
+
 } // namespace
 
 SimDrive::SimDrive() = default;
@@ -124,15 +157,21 @@ bool SimDrive::start(const Options &options, std::string &error)
         return false;
     }
     std::vector<MapEntry> entries;
-    if (!parseRegisterMap(opts.map ? *opts.map : builtinServoMap(), entries, error)) {
+    std::vector<MotionEntry> motion;
+    if (!parseRegisterMap(opts.map ? *opts.map : builtinServoMap(), entries, error, &motion)) {
         error = "register map, " + error;
         return false;
     }
+    std::vector<std::pair<int, int>> stationLines;
     for (const MapEntry &e : entries)
-        if (e.station != 0
-            && std::find(opts.stations.begin(), opts.stations.end(), e.station) == opts.stations.end()) {
-            error = "register map, line " + std::to_string(e.line) + ": station " + std::to_string(e.station)
-                + " is not served (serve it with --stations)";
+        stationLines.emplace_back(e.station, e.line);
+    for (const MotionEntry &e : motion)
+        stationLines.emplace_back(e.station, e.line);
+    for (const auto &sl : stationLines)
+        if (sl.first != 0
+            && std::find(opts.stations.begin(), opts.stations.end(), sl.first) == opts.stations.end()) {
+            error = "register map, line " + std::to_string(sl.second) + ": station "
+                + std::to_string(sl.first) + " is not served (serve it with --stations)";
             return false;
         }
 
@@ -193,6 +232,29 @@ bool SimDrive::start(const Options &options, std::string &error)
         for (auto &sm : mappings)
             if (e.station == 0 || e.station == sm.first)
                 setValue(sm.first, e.area, e.address, e.value);
+    // Each motor starts from what its monitor registers hold in the map.
+    motors.clear();
+    for (const MotionEntry &e : motion)
+        for (auto &sm : mappings)
+            if (e.station == 0 || e.station == sm.first) {
+                Motor &motor = motors[sm.first];
+                motor.bound[int(e.quantity)] = e;
+                motor.isBound[int(e.quantity)] = true;
+            }
+    for (auto &sm : motors) {
+        const modbus_mapping_t *m = mappings.at(sm.first);
+        Motor &motor = sm.second;
+        auto initial = [&](MotionQuantity q, int offset = 0) -> uint16_t {
+            const MotionEntry &e = motor.bound[int(q)];
+            return motor.isBound[int(q)] ? cellOf(m, e.area, e.address + offset) : 0;
+        };
+        motor.state.speed = int16_t(initial(MotionQuantity::Speed));
+        motor.state.position
+            = uint32_t(initial(MotionQuantity::Position)) << 16 | initial(MotionQuantity::Position, 1);
+        motor.state.alarm = initial(MotionQuantity::Alarm);
+    }
+    motorsAt = monotonicNs();
+    advanceMotors(motorsAt);
 
     faults = opts.faults;
     counts = Stats();
@@ -319,6 +381,7 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
     bool faulty = false;
     {
         std::lock_guard<std::mutex> lock(mutex);
+        advanceMotors(monotonicNs());
         const bool served = station == 0 || mappings.count(station);
         if (!served) {
             ++counts.ignored;
@@ -424,6 +487,48 @@ void SimDrive::putOnLine(const uint8_t *bytes, int length)
         tcdrain(lineFd);
 }
 
+void SimDrive::advanceMotors(int64_t now)
+{
+    const int64_t dt = now - motorsAt;
+    motorsAt = now;
+    for (auto &sm : motors) {
+        modbus_mapping_t *m = mappings.at(sm.first);
+        Motor &motor = sm.second;
+        auto bound = [&](MotionQuantity q) -> const MotionEntry * {
+            return motor.isBound[int(q)] ? &motor.bound[int(q)] : nullptr;
+        };
+        auto read = [&](MotionQuantity q, int otherwise) {
+            const MotionEntry *e = bound(q);
+            return e ? int(cellOf(m, e->area, e->address)) : otherwise;
+        };
+        MotionCommand c;
+        c.servoOn = read(MotionQuantity::ServoOn, 1) != 0;
+        c.speedCommand = int16_t(read(MotionQuantity::SpeedCommand, 0));
+        c.accelMs = read(MotionQuantity::AccelTime, 0);
+        c.decelMs = read(MotionQuantity::DecelTime, 0);
+        c.maxSpeed = read(MotionQuantity::MaxSpeed, 0);
+        c.alarmReset = read(MotionQuantity::AlarmReset, 0) != 0;
+        const int alarmBefore = motor.state.alarm;
+        motor.state = advanceMotion(motor.state, c, dt);
+        if (opts.log && motor.state.alarm != alarmBefore)
+            std::fprintf(opts.log, "sim: station %d motor alarm %d (%s)\n", sm.first, motor.state.alarm,
+                motionAlarmText(motor.state.alarm));
+        if (const MotionEntry *e = bound(MotionQuantity::AlarmReset))
+            setCell(m, e->area, e->address, 0); // taken
+        const MotionReadings r = motionReadings(motor.state);
+        auto write = [&](MotionQuantity q, uint16_t v, int offset = 0) {
+            if (const MotionEntry *e = bound(q))
+                setCell(m, e->area, e->address + offset, v);
+        };
+        write(MotionQuantity::Speed, uint16_t(r.speed));
+        write(MotionQuantity::Position, uint16_t(r.position >> 16));
+        write(MotionQuantity::Position, uint16_t(r.position & 0xFFFF), 1);
+        write(MotionQuantity::Current, r.current);
+        write(MotionQuantity::Load, r.load);
+        write(MotionQuantity::Alarm, r.alarm);
+    }
+}
+
 modbus_mapping_t *SimDrive::mappingOf(int station) const
 {
     auto it = mappings.find(station);
@@ -452,20 +557,7 @@ bool SimDrive::value(int station, Area area, int address, uint16_t &v) const
     modbus_mapping_t *m = mappingOf(station);
     if (!m || address < 0 || address > 65535)
         return false;
-    switch (area) {
-    case Area::Coils:
-        v = m->tab_bits[address];
-        break;
-    case Area::DiscreteInputs:
-        v = m->tab_input_bits[address];
-        break;
-    case Area::HoldingRegisters:
-        v = m->tab_registers[address];
-        break;
-    case Area::InputRegisters:
-        v = m->tab_input_registers[address];
-        break;
-    }
+    v = cellOf(m, area, address);
     return true;
 }
 
@@ -475,20 +567,7 @@ bool SimDrive::setValue(int station, Area area, int address, uint16_t v)
     modbus_mapping_t *m = mappingOf(station);
     if (!m || address < 0 || address > 65535)
         return false;
-    switch (area) {
-    case Area::Coils:
-        m->tab_bits[address] = v ? 1 : 0;
-        break;
-    case Area::DiscreteInputs:
-        m->tab_input_bits[address] = v ? 1 : 0;
-        break;
-    case Area::HoldingRegisters:
-        m->tab_registers[address] = v;
-        break;
-    case Area::InputRegisters:
-        m->tab_input_registers[address] = v;
-        break;
-    }
+    setCell(m, area, address, v);
     return true;
 }
 

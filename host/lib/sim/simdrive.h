@@ -10,9 +10,15 @@
 // libmodbus, which checks and parses them with its own code and builds the
 // answer from the station's data; the drive only routes the answer through
 // the fault rules. It runs on its own thread between start() and stop().
+//
+// When the map binds registers to the motor model (registermap.h, motion.h),
+// every request first advances each station's motor to the time of the
+// request, with the commands its registers hold, and writes what the motor
+// shows into its registers; the answer then carries the new values.
 
 #include "addresstext.h"
 #include "faultrule.h"
+#include "registermap.h"
 #include "seriallink.h"
 
 #include <atomic>
@@ -86,6 +92,7 @@ private:
     void putOnLine(const uint8_t *bytes, int length);
     bool pause(int64_t ns); // false when asked to stop
     modbus_mapping_t *mappingOf(int station) const;
+    void advanceMotors(int64_t now); // with the mutex held
 
     Options opts;
     std::string path;
@@ -104,6 +111,16 @@ private:
     Stats counts;
     std::map<std::pair<int, int>, uint64_t> requestCounts;
     std::mt19937 random;
+
+    // The motor of a station whose map binds motion registers.
+    struct Motor
+    {
+        MotionEntry bound[motionQuantityCount];
+        bool isBound[motionQuantityCount] = {};
+        MotionState state;
+    };
+    std::map<int, Motor> motors;
+    int64_t motorsAt = 0; // when the motors were last advanced
 };
 
 #endif // HOST_SIM_SIMDRIVE_H
