@@ -80,6 +80,23 @@ public:
         std::fflush(stdout);
     }
 
+    void formattedReadDone(const Tag &t, int, const FormattedResult &r) override
+    {
+        std::printf("%-16s %s\n", "address", t.format->text().c_str());
+        for (size_t i = 0; i < r.values.size(); ++i)
+            std::printf("%-16s %s\n", r.addresses[i].c_str(), r.values[i].c_str());
+        std::fflush(stdout);
+    }
+
+    void formattedWriteDone(
+        const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
+    {
+        std::printf("wrote %zu %s value%s (%zu register%s) at %s, station %d\n", texts.size(),
+            t.format->text().c_str(), texts.size() == 1 ? "" : "s", registers, registers == 1 ? "" : "s",
+            t.address.text().c_str(), station);
+        std::fflush(stdout);
+    }
+
     void failed(const Command &, const std::string &) override { }
 
     void pollChange(double seconds, const Tag &tag, const std::string &shown) override
@@ -87,6 +104,8 @@ public:
         std::printf("%10.3f s  %-14s %s\n", seconds, tag.text.c_str(), shown.c_str());
         std::fflush(stdout);
     }
+
+    void pollSample(const Sample &) override { }
 
     void pollDone(const PollSummary &p) override
     {
@@ -180,6 +199,32 @@ public:
         print(o);
     }
 
+    void formattedReadDone(const Tag &t, int station, const FormattedResult &r) override
+    {
+        QJsonObject o = formattedObject("read", t, station);
+        o["count"] = t.count;
+        QJsonArray values, addresses;
+        for (size_t i = 0; i < r.values.size(); ++i) {
+            values.append(jsonValue(r.values[i], t.format->isNumeric()));
+            addresses.append(QString::fromStdString(r.addresses[i]));
+        }
+        o["values"] = values;
+        o["addresses"] = addresses;
+        print(o);
+    }
+
+    void formattedWriteDone(
+        const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
+    {
+        QJsonObject o = formattedObject("write", t, station);
+        QJsonArray values;
+        for (const std::string &text : texts)
+            values.append(jsonValue(text, t.format->isNumeric()));
+        o["values"] = values;
+        o["registers"] = int(registers);
+        print(o);
+    }
+
     void failed(const Command &c, const std::string &text) override
     {
         QJsonObject o;
@@ -199,6 +244,12 @@ public:
     }
 
     void pollChange(double, const Tag &, const std::string &) override { }
+
+    void pollSample(const Sample &sample) override
+    {
+        std::printf("%s\n", sampleJson(sample).c_str());
+        std::fflush(stdout);
+    }
 
     void pollDone(const PollSummary &p) override
     {
@@ -223,6 +274,8 @@ public:
         for (size_t i = 0; i < p.tags->size(); ++i) {
             QJsonObject t;
             t["tag"] = QString::fromStdString((*p.tags)[i].text);
+            if ((*p.tags)[i].format)
+                t["format"] = QString::fromStdString((*p.tags)[i].format->text());
             t["values"] = (*p.lastValues)[i];
             tags.append(t);
         }
@@ -280,6 +333,13 @@ private:
         o["type"] = valueTypeName(t.type);
         o["station"] = station;
         o["ok"] = true;
+        return o;
+    }
+    static QJsonObject formattedObject(const char *command, const Tag &t, int station)
+    {
+        QJsonObject o = commandObject(command, t, station);
+        o.remove("type");
+        o["format"] = QString::fromStdString(t.format->text());
         return o;
     }
     static void print(const QJsonObject &object)

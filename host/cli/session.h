@@ -8,6 +8,7 @@
 #include "command.h"
 #include "driverhost.h"
 #include "driverinterface.h"
+#include "samplelog.h"
 #include "seriallink.h"
 #include "simdrive.h"
 
@@ -39,6 +40,8 @@ private:
     // Applies a command's station, time-out, retry and delay to the link.
     void applyLinkOptions(const CliOptions &o);
     int usage(const std::string &text);
+    // An informational line on standard error, unless --quiet.
+    void note(const std::string &text);
     int failure(const Command &c, const std::string &text);
 
     CliOptions session;
@@ -48,6 +51,7 @@ private:
     LinkOptions defaults; // the session's link options; commands override some
     SerialLink link;
     SimDrive sim;
+    SampleLog pollLog; // poll --log
     bool lineOpen = false;
 };
 

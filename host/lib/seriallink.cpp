@@ -85,7 +85,11 @@ bool LinkSettings::parse(const std::string &text, LinkSettings &settings, std::s
         && std::any_of(std::begin(baudRates), std::end(baudRates),
             [&](const BaudRate &b) { return b.rate == s.baudRate; });
     if (!known) {
-        error = "unsupported baud rate \"" + fields[1] + "\" in link \"" + text + "\" (300 to 921600)";
+        std::string rates;
+        for (const BaudRate &b : baudRates)
+            rates += (rates.empty() ? "" : ", ") + std::to_string(b.rate);
+        error = "unsupported baud rate \"" + fields[1] + "\" in link \"" + text + "\" (the port takes "
+            + rates + ")";
         return false;
     }
     const std::string parity = upperCase(fields[2]);
