@@ -41,6 +41,20 @@ std::string formatValue(const Element &e, ValueType type)
 
 class TableOutput : public Output
 {
+    // " (2 retries)" when something went wrong on the line, else "".
+    std::string healthNote() const
+    {
+        const std::string text = healthText(health);
+        return text.empty() ? text : " (" + text + ")";
+    }
+    void linkLine() const
+    {
+        const std::string text = healthText(health);
+        if (!text.empty())
+            std::printf("(%s)\n", text.c_str());
+        std::fflush(stdout);
+    }
+
 public:
     void info(DriverInterface &driver) override
     {
@@ -70,13 +84,13 @@ public:
             std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
         for (const Element &e : elements)
             std::printf("%s\n", formatValue(e, t.type).c_str());
-        std::fflush(stdout);
+        linkLine();
     }
 
     void writeDone(const Tag &t, int station, const std::vector<uint32_t> &values) override
     {
-        std::printf("wrote %zu %s%s at %s, station %d\n", values.size(), valueTypeName(t.type),
-            values.size() == 1 ? "" : "s", t.address.text().c_str(), station);
+        std::printf("wrote %zu %s%s at %s, station %d%s\n", values.size(), valueTypeName(t.type),
+            values.size() == 1 ? "" : "s", t.address.text().c_str(), station, healthNote().c_str());
         std::fflush(stdout);
     }
 
@@ -85,15 +99,15 @@ public:
         std::printf("%-16s %s\n", "address", t.format->text().c_str());
         for (size_t i = 0; i < r.values.size(); ++i)
             std::printf("%-16s %s\n", r.addresses[i].c_str(), r.values[i].c_str());
-        std::fflush(stdout);
+        linkLine();
     }
 
     void formattedWriteDone(
         const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
     {
-        std::printf("wrote %zu %s value%s (%zu register%s) at %s, station %d\n", texts.size(),
+        std::printf("wrote %zu %s value%s (%zu register%s) at %s, station %d%s\n", texts.size(),
             t.format->text().c_str(), texts.size() == 1 ? "" : "s", registers, registers == 1 ? "" : "s",
-            t.address.text().c_str(), station);
+            t.address.text().c_str(), station, healthNote().c_str());
         std::fflush(stdout);
     }
 
@@ -119,6 +133,8 @@ public:
                 double(stats.maxNs()) / 1e6);
         for (const auto &e : stats.failuresByText())
             std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
+        for (const auto &s : p.health)
+            std::printf("station %d: %s\n", s.first, healthText(s.second, true).c_str());
         std::fflush(stdout);
     }
 
@@ -233,6 +249,7 @@ public:
             o["address"] = QString::fromStdString(c.target.address.text());
         o["ok"] = false;
         o["error"] = QString::fromLocal8Bit(text.c_str());
+        o["link"] = healthObject(health);
         const DriverError e = classifyDriverError(text);
         o["errorKind"] = errorKindName(e.kind);
         if (e.kind == ErrorKind::Exception) {
@@ -280,6 +297,10 @@ public:
             tags.append(t);
         }
         o["tags"] = tags;
+        QJsonObject stations;
+        for (const auto &s : p.health)
+            stations[QString::number(s.first)] = healthObject(s.second);
+        o["link"] = stations;
         print(o);
     }
 
@@ -325,7 +346,7 @@ public:
     }
 
 private:
-    static QJsonObject commandObject(const char *command, const Tag &t, int station)
+    QJsonObject commandObject(const char *command, const Tag &t, int station) const
     {
         QJsonObject o;
         o["command"] = command;
@@ -333,9 +354,22 @@ private:
         o["type"] = valueTypeName(t.type);
         o["station"] = station;
         o["ok"] = true;
+        o["link"] = healthObject(health);
         return o;
     }
-    static QJsonObject formattedObject(const char *command, const Tag &t, int station)
+    static QJsonObject healthObject(const SerialLink::StationHealth &h)
+    {
+        QJsonObject o;
+        o["requests"] = double(h.requests);
+        o["retries"] = double(h.retries);
+        o["timeOuts"] = double(h.timeOuts);
+        o["crcErrors"] = double(h.crcErrors);
+        o["exceptions"] = double(h.exceptions);
+        o["lateBytesDropped"] = double(h.lateBytesDropped);
+        o["staleBytesDropped"] = double(h.staleBytesDropped);
+        return o;
+    }
+    QJsonObject formattedObject(const char *command, const Tag &t, int station) const
     {
         QJsonObject o = commandObject(command, t, station);
         o.remove("type");

@@ -6,6 +6,7 @@
 // only renders it, each on standard output.
 
 #include "command.h"
+#include "seriallink.h"
 #include "formattedio.h"
 #include "framedecoder.h"
 #include "pollstats.h"
@@ -14,6 +15,7 @@
 
 #include <QJsonArray>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,8 @@ class DriverInterface;
 
 struct PollSummary
 {
+    // What the line did for each station during the poll.
+    std::map<int, SerialLink::StationHealth> health;
     int cycles = 0;
     double seconds = 0;
     const PollStats *stats = nullptr;
@@ -69,6 +73,13 @@ public:
 
     // The output for a command: JSON when it asks for it.
     static Output &forCommand(const Command &c);
+
+    // What the line did during the command about to be shown (retries,
+    // time-outs, ...): read, write and failed show it.
+    void setLinkHealth(const SerialLink::StationHealth &during) { health = during; }
+
+protected:
+    SerialLink::StationHealth health;
 };
 
 #endif // HOST_CLI_OUTPUT_H

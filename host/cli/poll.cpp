@@ -59,6 +59,8 @@ int Session::poll(const Command &c)
     std::vector<QJsonArray> lastValues(c.tags.size());
     const int64_t start = monotonicNs();
     int64_t next = start, lastStatus = 0;
+    const std::map<int, SerialLink::StationHealth> healthAtStart = link.health();
+    const SerialLink::StationHealth totalAtStart = link.totalHealth();
 
     auto ms = [&](double q) { return stats.percentileNs(q) / 1e6; };
     auto statusLine = [&]() {
@@ -69,6 +71,9 @@ int Session::poll(const Command &c)
             seconds > 0 ? double(stats.commands()) / seconds : 0.0, ms(0.5), ms(0.9), ms(0.99),
             (unsigned long long)stats.failed());
         std::string line = text;
+        const std::string health = healthText(link.totalHealth() - totalAtStart);
+        if (!health.empty())
+            line += "  " + health;
         for (const auto &e : stats.failuresByText())
             line += " (" + e.first + " " + std::to_string(e.second) + ")";
         return line;
@@ -142,6 +147,13 @@ int Session::poll(const Command &c)
 
     const double seconds = double(monotonicNs() - start) / 1e9;
     PollSummary summary;
+    for (const auto &s : link.health()) {
+        const auto before = healthAtStart.find(s.first);
+        const SerialLink::StationHealth during
+            = before == healthAtStart.end() ? s.second : s.second - before->second;
+        if (!healthText(during, true).empty() && (during.requests || !healthText(during).empty()))
+            summary.health[s.first] = during; // only the stations this poll talked to or heard from
+    }
     summary.cycles = cycle;
     summary.seconds = seconds;
     summary.stats = &stats;

@@ -32,12 +32,19 @@ void Session::note(const std::string &text)
 
 int Session::failure(const Command &c, const std::string &text)
 {
+    const bool onTheLine = lineOpen && (c.name == "read" || c.name == "write");
+    if (onTheLine)
+        showHealth(c);
     Output::forCommand(c).failed(c, text);
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
     std::fprintf(
         stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
+    // Retries are worth a line of their own: the text names only the last attempt's fault.
+    const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
+    if (onTheLine && during.requests > 1 && !session.quiet)
+        std::fprintf(stderr, "teco-cli: on the line: %s\n", healthText(during, true).c_str());
     return ExitFailed;
 }
 
@@ -171,19 +178,27 @@ int Session::info(const Command &c)
     return ExitOk;
 }
 
+void Session::showHealth(const Command &c)
+{
+    Output::forCommand(c).setLinkHealth(link.totalHealth() - healthBefore);
+}
+
 int Session::read(const Command &c)
 {
     const Tag &t = c.target;
+    healthBefore = link.totalHealth();
     if (t.format) {
         const FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);
         if (!r.ok)
             return failure(c, r.errorText);
+        showHealth(c);
         Output::forCommand(c).formattedReadDone(t, link.options().station, r);
         return ExitOk;
     }
     const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
     if (!r.ok)
         return failure(c, r.errorText);
+    showHealth(c);
     Output::forCommand(c).readDone(t, link.options().station, r.elements);
     return ExitOk;
 }
@@ -191,16 +206,19 @@ int Session::read(const Command &c)
 int Session::write(const Command &c)
 {
     const Tag &t = c.target;
+    healthBefore = link.totalHealth();
     if (t.format) {
         const DriverHost::Result r = writeRegisters(host, link, t.address, c.registers);
         if (!r.ok)
             return failure(c, r.errorText);
+        showHealth(c);
         Output::forCommand(c).formattedWriteDone(t, link.options().station, c.texts, c.registers.size());
         return ExitOk;
     }
     const DriverHost::Result r = host.write(link, t.address, t.type, c.values);
     if (!r.ok)
         return failure(c, r.errorText);
+    showHealth(c);
     Output::forCommand(c).writeDone(t, link.options().station, c.values);
     return ExitOk;
 }

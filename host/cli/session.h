@@ -40,6 +40,9 @@ private:
     // Applies a command's station, time-out, retry and delay to the link.
     void applyLinkOptions(const CliOptions &o);
     int usage(const std::string &text);
+    // Hands the output what the line did since the command began.
+    void showHealth(const Command &c);
+    SerialLink::StationHealth healthBefore; // the link's totals when the running command began
     // An informational line on standard error, unless --quiet.
     void note(const std::string &text);
     int failure(const Command &c, const std::string &text);

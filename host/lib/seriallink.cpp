@@ -317,6 +317,22 @@ std::string healthText(const SerialLink::StationHealth &h, bool requests)
     return text;
 }
 
+SerialLink::StationHealth SerialLink::totalHealth() const
+{
+    StationHealth t;
+    for (const auto &s : stations) {
+        const StationHealth &h = s.second.health;
+        t.requests += h.requests;
+        t.retries += h.retries;
+        t.timeOuts += h.timeOuts;
+        t.crcErrors += h.crcErrors;
+        t.exceptions += h.exceptions;
+        t.lateBytesDropped += h.lateBytesDropped;
+        t.staleBytesDropped += h.staleBytesDropped;
+    }
+    return t;
+}
+
 void SerialLink::endExchange()
 {
     if (exchange == Exchange::Idle || requestStation < 0)

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
@@ -301,6 +302,46 @@ TEST(Cli, AFailedCommandExitsOneWithTheDriversText)
     EXPECT_EQ(o["exception"].toInt(), 2);
     EXPECT_EQ(o["exceptionName"].toString().toStdString(), "illegal data address");
     EXPECT_NE(j.err.find("(write 1 word to 1-FN6HR5) [illegal data address]\n"), std::string::npos) << j.err;
+}
+
+TEST(Cli, WhatTheLineDidIsCountedPerCommandAndPerStation)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        bool inOutput; // else in standard error
+        const char *shown;
+        bool endsOutput = false;
+    } rows[] = {
+        { { "--sim-fault", "noreply:times=2", "--timeout", "50", "write", "HR100", "5" }, true,
+            "wrote 1 word at HR100, station 1 (2 retries, 2 time-outs)\n" },
+        { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, true,
+            "(1 retry, 1 CRC error)\n" },
+        { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, false,
+            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\n" },
+        { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
+              "--timeout", "50", "batch" },
+            true,
+            // Each poll names only the stations it talked to.
+            "station 1: 5 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2" },
+        { { "--sim-fault", "noreply:station=2,times=1", "--timeout", "50", "batch" }, true,
+            "\nstation 2: 3 requests, 1 retry, 1 time-out\n", true },
+    };
+    const std::string batch = "poll HR100 HR101 --cycles 2 --interval 10\n"
+                              "poll HR100 --station 2 --cycles 2 --interval 10\n";
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.shown);
+        const CliRun r = cli(row.args, row.args.back() == "batch" ? batch : std::string());
+        const std::string &where = row.inOutput ? r.out : r.err;
+        EXPECT_NE(where.find(row.shown), std::string::npos) << where;
+        if (row.endsOutput)
+            EXPECT_EQ(where.rfind(row.shown) + std::strlen(row.shown), where.size()) << where;
+    }
+    const CliRun j = cli({ "--json", "--sim-fault", "noreply:times=1", "--timeout", "50", "read", "HR100" });
+    const QJsonObject link = json(j.out)["link"].toObject();
+    EXPECT_EQ(link["requests"].toInt(), 2) << j.out;
+    EXPECT_EQ(link["retries"].toInt(), 1) << j.out;
+    EXPECT_EQ(link["timeOuts"].toInt(), 1) << j.out;
 }
 
 TEST(Cli, FramesAreShownWithTheirMeaning)
@@ -610,7 +651,7 @@ TEST(Cli, PollLogsEverySample)
     const CliRun p = cli(args);
     EXPECT_EQ(p.status, 1) << p.err;
     std::vector<std::string> shown = lines(p.out);
-    ASSERT_EQ(shown.size(), 6u + 3u) << p.out; // every cycle, then the summary
+    ASSERT_EQ(shown.size(), 6u + 4u) << p.out; // every cycle, then the summary with the station's counts
     EXPECT_NE(shown[1].find("IR1:uint16:2   error: PLC no response"), std::string::npos) << shown[1];
     EXPECT_NE(shown[3].find("HR104SW:int32  100000"), std::string::npos) << shown[3];
     EXPECT_NE(shown[4].find("IR1:uint16:2   1498 125"), std::string::npos) << shown[4];
