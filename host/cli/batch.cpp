@@ -111,6 +111,7 @@ int Session::batch(const Command &c)
         Command command;
         bool good = splitWords(text, words, error) && parseCliArguments(words, lineOptions, true, error);
         lineOptions.json = lineOptions.json || session.json;
+        lineOptions.zeroBased = lineOptions.zeroBased || session.zeroBased;
         if (!good || !prepareCommand(lineOptions, true, command, error))
             return usage("batch line " + std::to_string(lineNumber) + ": " + error);
         int rc = ExitOk;

@@ -1,56 +1,89 @@
 #include "command.h"
 
 #include "faultrule.h"
+#include "formattedio.h"
 #include "framedecoder.h"
 #include "textutil.h"
 
 namespace {
 
 bool typeAndCount(const std::string &text, Tag &tag, const std::optional<std::string> &typeName,
-    std::optional<int> count, std::string &error)
+    const std::optional<std::string> &formatName, std::optional<int> count, bool zeroBased,
+    std::string &error)
 {
-    if (!AddressText::parse(text, tag.address, error))
+    if (!AddressText::parse(text, tag.address, error, zeroBased))
         return false;
     tag.text = tag.address.text();
+    tag.count = count ? *count : 1;
+    if (formatName) {
+        ValueFormat format;
+        int registers = 0;
+        if (typeName) {
+            error = "give a data type or a format, not both (--type " + *typeName + ", --format "
+                + *formatName + ")";
+            return false;
+        }
+        if (!ValueFormat::parse(*formatName, format, error) || !settleFormat(tag.address, format, error)
+            || !formattedRegisterCount(tag.address, format, tag.count, registers, error))
+            return false;
+        tag.format = format;
+        tag.type = ValueType::Word;
+        return true;
+    }
     tag.type = defaultType(tag.address);
     if (typeName && !parseValueType(*typeName, tag.type)) {
-        error = "unknown data type \"" + *typeName + "\" (bit, byte, word or dword)";
+        error = "unknown data type \"" + *typeName + "\" (bit, byte, word or dword; a number format such as "
+            + "float32 goes with --format, or in a tag as HR100:float32)";
         return false;
     }
-    if (!typeFits(tag.address, tag.type, error))
-        return false;
-    tag.count = count ? *count : 1;
-    return true;
+    return typeFits(tag.address, tag.type, error);
+}
+
+bool allDigits(const std::string &text)
+{
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
 } // namespace
 
-bool parseTag(const std::string &text, Tag &tag, std::string &error)
+bool parseTag(const std::string &text, Tag &tag, std::string &error, bool zeroBased,
+    const std::optional<std::string> &defaultFormat)
 {
     const std::vector<std::string> parts = splitFields(text, ':');
-    if (parts.size() > 3) {
-        error = "bad tag \"" + text + "\" (ADDRESS[:TYPE][:COUNT], such as HR100:word:2)";
+    const std::string bad = "bad tag \"" + text
+        + "\" (ADDRESS[:TYPE|FORMAT][:COUNT], such as HR100:word:2, HR100:float32:2 or HR100:int32:CDAB)";
+    if (parts.size() > 4) {
+        error = bad;
         return false;
     }
-    std::optional<std::string> type;
+    std::optional<std::string> type, format;
     std::optional<int> count;
     for (size_t i = 1; i < parts.size(); ++i) {
         const std::string &p = parts[i];
         int n = 0;
-        if (!count && !p.empty() && p.find_first_not_of("0123456789") == std::string::npos) {
+        ValueFormat f;
+        std::string ignored;
+        if (!count && allDigits(p)) {
             if (!parseWholeNumber(p, 1, 65535, n)) {
                 error = "bad count in tag \"" + text + "\" (1 to 65535)";
                 return false;
             }
             count = n;
-        } else if (i == 1 && !type) {
+        } else if (i == 1 && ValueFormat::parse(p, f, ignored)) {
+            // A word order, if one follows, belongs to the format.
+            format = p;
+            if (i + 1 < parts.size() && !allDigits(parts[i + 1]))
+                *format += ":" + parts[++i];
+        } else if (i == 1) {
             type = p;
         } else {
-            error = "bad tag \"" + text + "\" (ADDRESS[:TYPE][:COUNT], such as HR100:word:2)";
+            error = bad;
             return false;
         }
     }
-    if (!typeAndCount(parts[0], tag, type, count, error))
+    if (!type && !format)
+        format = defaultFormat;
+    if (!typeAndCount(parts[0], tag, type, format, count, zeroBased, error))
         return false;
     tag.text = text;
     return true;
@@ -59,7 +92,13 @@ bool parseTag(const std::string &text, Tag &tag, std::string &error)
 namespace {
 
 // The options that only some commands take, in groups.
-enum OptionGroup : unsigned { TypeOption = 1, CountOption = 2, PollOptions = 4, ScanOptions = 8 };
+enum OptionGroup : unsigned {
+    TypeOption = 1,
+    CountOption = 2,
+    PollOptions = 4,
+    ScanOptions = 8,
+    FormatOption = 16
+};
 
 // The first option given of the groups that a command does not take, or nullptr.
 const char *refusedOption(const CliOptions &o, unsigned accepted)
@@ -68,8 +107,14 @@ const char *refusedOption(const CliOptions &o, unsigned accepted)
         return "--type";
     if (!(accepted & CountOption) && o.count)
         return "--count";
-    if (!(accepted & PollOptions) && (o.interval || o.cycles || o.duration))
-        return o.interval ? "--interval" : o.cycles ? "--cycles" : "--duration";
+    if (!(accepted & FormatOption) && o.format)
+        return "--format";
+    if (!(accepted & PollOptions) && (o.interval || o.cycles || o.duration || o.log || o.every))
+        return o.interval ? "--interval"
+            : o.cycles    ? "--cycles"
+            : o.duration  ? "--duration"
+            : o.log       ? "--log"
+                          : "--every";
     if (!(accepted & ScanOptions) && (o.from || o.to || o.address))
         return o.from ? "--from" : o.to ? "--to" : "--address";
     return nullptr;
@@ -99,15 +144,32 @@ bool prepareInfo(const Given &g, Command &, std::string &error)
 
 bool prepareRead(const Given &g, Command &c, std::string &error)
 {
-    return require(g.args.size() == 1, "usage: read ADDRESS [--type bit|byte|word|dword] [--count N]", error)
-        && typeAndCount(g.args[0], c.target, g.o.type, g.o.count, error);
+    return require(g.args.size() == 1,
+               "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
+        && typeAndCount(g.args[0], c.target, g.o.type, g.o.format, g.o.count, g.o.zeroBased, error);
 }
 
 bool prepareWrite(const Given &g, Command &c, std::string &error)
 {
-    if (!require(g.args.size() >= 2, "usage: write ADDRESS VALUE... [--type bit|byte|word|dword]", error)
-        || !typeAndCount(g.args[0], c.target, g.o.type, std::nullopt, error))
+    if (!require(g.args.size() >= 2,
+            "usage: write ADDRESS VALUE... [--type bit|byte|word|dword | --format F]", error)
+        || !typeAndCount(g.args[0], c.target, g.o.type, g.o.format, std::nullopt, g.o.zeroBased, error))
         return false;
+    const bool string = c.target.format && c.target.format->number == NumberFormat::String;
+    if (g.o.count && !string) {
+        error = "option --count does not apply to write (except with --format string: the registers to fill)";
+        return false;
+    }
+    if (c.target.format) {
+        const ValueFormat &f = *c.target.format;
+        int registers = 0;
+        c.texts.assign(g.args.begin() + 1, g.args.end());
+        if (!registersFromTexts(c.texts, f, g.o.count, c.registers, error)
+            || !require(c.registers.size() <= 2008, "too many values for one write", error))
+            return false;
+        c.target.count = string ? int(c.registers.size()) : int(c.texts.size());
+        return formattedRegisterCount(c.target.address, f, c.target.count, registers, error);
+    }
     for (size_t i = 1; i < g.args.size(); ++i) {
         uint32_t v = 0;
         if (!parseValue(g.args[i], c.target.type, v, error))
@@ -122,11 +184,14 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
 
 bool preparePoll(const Given &g, Command &c, std::string &error)
 {
-    if (!require(!g.args.empty(), "usage: poll TAG... [--interval MS] [--cycles N] [--duration S]", error))
+    if (!require(!g.args.empty(),
+            "usage: poll TAG... [--interval MS] [--cycles N] [--duration S] [--format F] [--log FILE] "
+            "[--every]",
+            error))
         return false;
     for (const std::string &a : g.args) {
         Tag t;
-        if (!parseTag(a, t, error))
+        if (!parseTag(a, t, error, g.o.zeroBased, g.o.format))
             return false;
         c.tags.push_back(t);
     }
@@ -144,7 +209,8 @@ bool prepareScan(const Given &g, Command &c, std::string &error)
     c.to = g.o.to ? *g.o.to : 247;
     Tag probe;
     if (!require(c.from >= 1 && c.to <= 247 && c.from <= c.to, "scan needs 1 <= --from <= --to <= 247", error)
-        || !typeAndCount(g.o.address ? *g.o.address : "HR1", probe, std::nullopt, std::nullopt, error))
+        || !typeAndCount(g.o.address ? *g.o.address : (g.o.zeroBased ? "HR0" : "HR1"), probe, std::nullopt,
+            std::nullopt, std::nullopt, g.o.zeroBased, error))
         return false;
     c.probe = probe.address;
     return require(probe.address.bit < 0 && !probe.address.swap,
@@ -204,9 +270,9 @@ struct CommandRow
 
 const CommandRow commands[] = {
     { "info", false, 0, prepareInfo, "" },
-    { "read", false, TypeOption | CountOption, prepareRead, "address" },
-    { "write", false, TypeOption, prepareWrite, "address" },
-    { "poll", false, PollOptions, preparePoll, "addresses" },
+    { "read", false, TypeOption | CountOption | FormatOption, prepareRead, "address" },
+    { "write", false, TypeOption | CountOption | FormatOption, prepareWrite, "address" },
+    { "poll", false, PollOptions | FormatOption, preparePoll, "addresses" },
     { "scan", false, ScanOptions, prepareScan, "" },
     { "batch", false, 0, prepareBatch, "file" },
     { "decode", false, 0, prepareDecode, "" },

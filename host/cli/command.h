@@ -5,6 +5,7 @@
 // sent: a bad address, type, count or value is refused here.
 
 #include "addresstext.h"
+#include "formats.h"
 #include "options.h"
 #include "values.h"
 
@@ -16,6 +17,9 @@ struct Tag
     std::string text; // as given, for the output
     AddressText address;
     ValueType type = ValueType::Word;
+    // With a format, the registers are read as words and shown in it; count
+    // is then the number of values (for a string, of registers).
+    std::optional<ValueFormat> format;
     int count = 1;
 };
 
@@ -26,6 +30,8 @@ struct Command
 
     Tag target; // read, write
     std::vector<uint32_t> values; // write
+    std::vector<uint16_t> registers; // write with a format: the registers that hold texts
+    std::vector<std::string> texts; // write with a format: the values as typed
 
     std::vector<Tag> tags; // poll
     int intervalMs = 1000;
@@ -46,7 +52,11 @@ bool prepareCommand(const CliOptions &options, bool batchLine, Command &command,
 // (host/teco.bash-completion), one line each: "command NAME [ARGUMENTS]".
 std::string commandCompletionList();
 
-// ADDRESS[:TYPE][:COUNT], such as HR100, HR100:dword, HR100:3, DO1:bit:8.
-bool parseTag(const std::string &text, Tag &tag, std::string &error);
+// ADDRESS[:TYPE|FORMAT][:COUNT], such as HR100, HR100:dword, HR100:3,
+// DO1:bit:8, HR100:float32:2, HR100:int32:CDAB. zeroBased: the address's
+// number is the wire number; format: the format of a tag that names neither
+// type nor format.
+bool parseTag(const std::string &text, Tag &tag, std::string &error, bool zeroBased = false,
+    const std::optional<std::string> &format = std::nullopt);
 
 #endif // HOST_CLI_COMMAND_H

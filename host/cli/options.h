@@ -2,8 +2,8 @@
 #define HOST_CLI_OPTIONS_H
 
 // The command line of teco-cli: options may stand before or after the
-// command; "--name value" and "--name=value" both work; anything that does
-// not begin with "--" (negative numbers included) is an argument.
+// command; "--name value" and "--name=value" both work; a word that begins
+// with '-' is an option unless it is a negative number or "-" (optiontable.h).
 
 #include <optional>
 #include <string>
@@ -28,13 +28,18 @@ struct CliOptions
     bool help = false;
     bool version = false;
     bool listCompletions = false; // for the shell's completion, not in the usage
+    bool quiet = false; // no informational lines on standard error
 
     // For one command (and, given before a batch, for all of them).
     std::optional<int> station, timeout, retry, delay, lateGuard;
     bool json = false;
+    bool zeroBased = false; // address numbers are wire numbers: HR0 is the first register
 
     // Options of particular commands.
     std::optional<std::string> type;
+    std::optional<std::string> format; // formats.h
+    std::optional<std::string> log; // poll: every sample to this file
+    bool every = false; // poll: show every cycle, not only changes
     std::optional<int> count, interval, cycles, from, to;
     std::optional<double> duration;
     std::optional<std::string> address;

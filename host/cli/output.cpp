@@ -41,6 +41,20 @@ std::string formatValue(const Element &e, ValueType type)
 
 class TableOutput : public Output
 {
+    // " (2 retries)" when something went wrong on the line, else "".
+    std::string healthNote() const
+    {
+        const std::string text = healthText(health);
+        return text.empty() ? text : " (" + text + ")";
+    }
+    void linkLine() const
+    {
+        const std::string text = healthText(health);
+        if (!text.empty())
+            std::printf("(%s)\n", text.c_str());
+        std::fflush(stdout);
+    }
+
 public:
     void info(DriverInterface &driver) override
     {
@@ -70,13 +84,30 @@ public:
             std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
         for (const Element &e : elements)
             std::printf("%s\n", formatValue(e, t.type).c_str());
-        std::fflush(stdout);
+        linkLine();
     }
 
     void writeDone(const Tag &t, int station, const std::vector<uint32_t> &values) override
     {
-        std::printf("wrote %zu %s%s at %s, station %d\n", values.size(), valueTypeName(t.type),
-            values.size() == 1 ? "" : "s", t.address.text().c_str(), station);
+        std::printf("wrote %zu %s%s at %s, station %d%s\n", values.size(), valueTypeName(t.type),
+            values.size() == 1 ? "" : "s", t.address.text().c_str(), station, healthNote().c_str());
+        std::fflush(stdout);
+    }
+
+    void formattedReadDone(const Tag &t, int, const FormattedResult &r) override
+    {
+        std::printf("%-16s %s\n", "address", t.format->text().c_str());
+        for (size_t i = 0; i < r.values.size(); ++i)
+            std::printf("%-16s %s\n", r.addresses[i].c_str(), r.values[i].c_str());
+        linkLine();
+    }
+
+    void formattedWriteDone(
+        const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
+    {
+        std::printf("wrote %zu %s value%s (%zu register%s) at %s, station %d%s\n", texts.size(),
+            t.format->text().c_str(), texts.size() == 1 ? "" : "s", registers, registers == 1 ? "" : "s",
+            t.address.text().c_str(), station, healthNote().c_str());
         std::fflush(stdout);
     }
 
@@ -87,6 +118,8 @@ public:
         std::printf("%10.3f s  %-14s %s\n", seconds, tag.text.c_str(), shown.c_str());
         std::fflush(stdout);
     }
+
+    void pollSample(const Sample &) override { }
 
     void pollDone(const PollSummary &p) override
     {
@@ -100,6 +133,8 @@ public:
                 double(stats.maxNs()) / 1e6);
         for (const auto &e : stats.failuresByText())
             std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
+        for (const auto &s : p.health)
+            std::printf("station %d: %s\n", s.first, healthText(s.second, true).c_str());
         std::fflush(stdout);
     }
 
@@ -180,6 +215,32 @@ public:
         print(o);
     }
 
+    void formattedReadDone(const Tag &t, int station, const FormattedResult &r) override
+    {
+        QJsonObject o = formattedObject("read", t, station);
+        o["count"] = t.count;
+        QJsonArray values, addresses;
+        for (size_t i = 0; i < r.values.size(); ++i) {
+            values.append(jsonValue(r.values[i], t.format->isNumeric()));
+            addresses.append(QString::fromStdString(r.addresses[i]));
+        }
+        o["values"] = values;
+        o["addresses"] = addresses;
+        print(o);
+    }
+
+    void formattedWriteDone(
+        const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
+    {
+        QJsonObject o = formattedObject("write", t, station);
+        QJsonArray values;
+        for (const std::string &text : texts)
+            values.append(jsonValue(text, t.format->isNumeric()));
+        o["values"] = values;
+        o["registers"] = int(registers);
+        print(o);
+    }
+
     void failed(const Command &c, const std::string &text) override
     {
         QJsonObject o;
@@ -188,6 +249,7 @@ public:
             o["address"] = QString::fromStdString(c.target.address.text());
         o["ok"] = false;
         o["error"] = QString::fromLocal8Bit(text.c_str());
+        o["link"] = healthObject(health);
         const DriverError e = classifyDriverError(text);
         o["errorKind"] = errorKindName(e.kind);
         if (e.kind == ErrorKind::Exception) {
@@ -199,6 +261,12 @@ public:
     }
 
     void pollChange(double, const Tag &, const std::string &) override { }
+
+    void pollSample(const Sample &sample) override
+    {
+        std::printf("%s\n", sampleJson(sample).c_str());
+        std::fflush(stdout);
+    }
 
     void pollDone(const PollSummary &p) override
     {
@@ -223,10 +291,16 @@ public:
         for (size_t i = 0; i < p.tags->size(); ++i) {
             QJsonObject t;
             t["tag"] = QString::fromStdString((*p.tags)[i].text);
+            if ((*p.tags)[i].format)
+                t["format"] = QString::fromStdString((*p.tags)[i].format->text());
             t["values"] = (*p.lastValues)[i];
             tags.append(t);
         }
         o["tags"] = tags;
+        QJsonObject stations;
+        for (const auto &s : p.health)
+            stations[QString::number(s.first)] = healthObject(s.second);
+        o["link"] = stations;
         print(o);
     }
 
@@ -272,7 +346,7 @@ public:
     }
 
 private:
-    static QJsonObject commandObject(const char *command, const Tag &t, int station)
+    QJsonObject commandObject(const char *command, const Tag &t, int station) const
     {
         QJsonObject o;
         o["command"] = command;
@@ -280,6 +354,26 @@ private:
         o["type"] = valueTypeName(t.type);
         o["station"] = station;
         o["ok"] = true;
+        o["link"] = healthObject(health);
+        return o;
+    }
+    static QJsonObject healthObject(const SerialLink::StationHealth &h)
+    {
+        QJsonObject o;
+        o["requests"] = double(h.requests);
+        o["retries"] = double(h.retries);
+        o["timeOuts"] = double(h.timeOuts);
+        o["crcErrors"] = double(h.crcErrors);
+        o["exceptions"] = double(h.exceptions);
+        o["lateBytesDropped"] = double(h.lateBytesDropped);
+        o["staleBytesDropped"] = double(h.staleBytesDropped);
+        return o;
+    }
+    QJsonObject formattedObject(const char *command, const Tag &t, int station) const
+    {
+        QJsonObject o = commandObject(command, t, station);
+        o.remove("type");
+        o["format"] = QString::fromStdString(t.format->text());
         return o;
     }
     static void print(const QJsonObject &object)

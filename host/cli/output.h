@@ -6,12 +6,16 @@
 // only renders it, each on standard output.
 
 #include "command.h"
+#include "seriallink.h"
+#include "formattedio.h"
 #include "framedecoder.h"
 #include "pollstats.h"
+#include "samplelog.h"
 #include "values.h"
 
 #include <QJsonArray>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,6 +23,8 @@ class DriverInterface;
 
 struct PollSummary
 {
+    // What the line did for each station during the poll.
+    std::map<int, SerialLink::StationHealth> health;
     int cycles = 0;
     double seconds = 0;
     const PollStats *stats = nullptr;
@@ -46,11 +52,18 @@ public:
     virtual void info(DriverInterface &driver) = 0;
     virtual void readDone(const Tag &target, int station, const std::vector<Element> &elements) = 0;
     virtual void writeDone(const Tag &target, int station, const std::vector<uint32_t> &values) = 0;
+    // A read or write with a number format (target.format): the values as texts.
+    virtual void formattedReadDone(const Tag &target, int station, const FormattedResult &result) = 0;
+    virtual void formattedWriteDone(
+        const Tag &target, int station, const std::vector<std::string> &texts, size_t registers)
+        = 0;
     // A command that failed with the driver's (or the host's) text; the text
     // also goes to standard error, whatever the output.
     virtual void failed(const Command &c, const std::string &text) = 0;
     // A poll tag whose shown value changed.
     virtual void pollChange(double seconds, const Tag &tag, const std::string &shown) = 0;
+    // Every sample of a poll with --every: JSON shows each as a line of its own.
+    virtual void pollSample(const Sample &sample) = 0;
     virtual void pollDone(const PollSummary &summary) = 0;
     virtual void scanDone(const ScanSummary &summary) = 0;
     // A batch line as it is run, and a comment line of a batch.
@@ -60,6 +73,13 @@ public:
 
     // The output for a command: JSON when it asks for it.
     static Output &forCommand(const Command &c);
+
+    // What the line did during the command about to be shown (retries,
+    // time-outs, ...): read, write and failed show it.
+    void setLinkHealth(const SerialLink::StationHealth &during) { health = during; }
+
+protected:
+    SerialLink::StationHealth health;
 };
 
 #endif // HOST_CLI_OUTPUT_H

@@ -1,13 +1,48 @@
 #include "session.h"
 
 #include "errorkind.h"
+#include "formattedio.h"
 #include "output.h"
-#include "terminal.h"
 #include "pollstats.h"
+#include "samplelog.h"
+#include "terminal.h"
+#include "textutil.h"
 
 #include <QJsonArray>
 
 #include <time.h>
+
+namespace {
+
+// One read of a tag as a sample: its values as texts in the tag's format
+// (unsigned numbers for a plain type), or the driver's text.
+Sample readTag(const DriverHost &host, AbstractDeviceInterface &link, const Tag &t, DriverError &error)
+{
+    Sample s;
+    s.wallMs = Sample::nowMs();
+    s.tag = t.text;
+    if (t.format) {
+        FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);
+        s.ok = r.ok;
+        s.numeric = t.format->isNumeric();
+        s.addresses = std::move(r.addresses);
+        s.values = std::move(r.values);
+        s.error = r.errorText;
+        error = r.error;
+        return s;
+    }
+    const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
+    s.ok = r.ok;
+    for (const Element &e : r.elements) {
+        s.addresses.push_back(e.address);
+        s.values.push_back(std::to_string(e.value));
+    }
+    s.error = r.errorText;
+    error = r.error;
+    return s;
+}
+
+} // namespace
 
 int Session::poll(const Command &c)
 {
@@ -24,6 +59,8 @@ int Session::poll(const Command &c)
     std::vector<QJsonArray> lastValues(c.tags.size());
     const int64_t start = monotonicNs();
     int64_t next = start, lastStatus = 0;
+    const std::map<int, SerialLink::StationHealth> healthAtStart = link.health();
+    const SerialLink::StationHealth totalAtStart = link.totalHealth();
 
     auto ms = [&](double q) { return stats.percentileNs(q) / 1e6; };
     auto statusLine = [&]() {
@@ -34,6 +71,9 @@ int Session::poll(const Command &c)
             seconds > 0 ? double(stats.commands()) / seconds : 0.0, ms(0.5), ms(0.9), ms(0.99),
             (unsigned long long)stats.failed());
         std::string line = text;
+        const std::string health = healthText(link.totalHealth() - totalAtStart);
+        if (!health.empty())
+            line += "  " + health;
         for (const auto &e : stats.failuresByText())
             line += " (" + e.first + " " + std::to_string(e.second) + ")";
         return line;
@@ -43,7 +83,8 @@ int Session::poll(const Command &c)
             std::fputs("\r\033[K", stderr);
     };
 
-    while (!interrupted()) {
+    bool logFailed = false;
+    while (!interrupted() && !logFailed) {
         if (c.cycles && cycle >= c.cycles)
             break;
         if (c.durationS > 0 && double(monotonicNs() - start) / 1e9 >= c.durationS)
@@ -51,36 +92,48 @@ int Session::poll(const Command &c)
         for (size_t i = 0; i < c.tags.size() && !interrupted(); ++i) {
             const Tag &t = c.tags[i];
             const int64_t t0 = monotonicNs();
-            const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
+            DriverError error;
+            const Sample sample = readTag(host, link, t, error);
             const int64_t latencyNs = monotonicNs() - t0;
             std::string shown;
             QJsonArray values;
-            if (!r.ok) {
-                stats.addFailure(r.error.text);
-                shown = "error: " + r.errorText;
+            if (!sample.ok) {
+                stats.addFailure(error.text);
+                shown = "error: " + sample.error;
             } else {
                 stats.addSuccess(latencyNs);
-                for (const Element &e : r.elements) {
-                    shown += (shown.empty() ? "" : " ") + std::to_string(e.value);
-                    values.append(double(e.value));
+                for (const std::string &v : sample.values) {
+                    shown += (shown.empty() ? "" : " ") + v;
+                    values.append(jsonValue(v, sample.numeric));
                 }
                 lastValues[i] = values;
             }
-            if (shown != last[i] && !json) {
+            if ((c.options.every || shown != last[i]) && !json) {
                 clearStatus();
                 out.pollChange(double(t0 - start) / 1e9, t, shown);
                 lastStatus = 0;
+            } else if (c.options.every) {
+                out.pollSample(sample);
             }
             last[i] = shown;
+            std::string logError;
+            if (pollLog.isOpen() && !pollLog.write(sample, logError)) {
+                clearStatus();
+                std::fprintf(stderr, "teco-cli: %s\n", logError.c_str());
+                logFailed = true;
+                break;
+            }
         }
         ++cycle;
         const int64_t now = monotonicNs();
         if (live && now - lastStatus > 200000000) {
-            std::fprintf(stderr, "\r\033[K%s", statusLine().c_str());
+            // One column less than the width: a line that fills the last
+            // column wraps on some terminals, and \r would not return to it.
+            std::fprintf(stderr, "\r\033[K%s", fitColumns(statusLine(), stderrColumns() - 1).c_str());
             std::fflush(stderr);
             lastStatus = now;
         }
-        if (c.cycles && cycle >= c.cycles)
+        if (logFailed || (c.cycles && cycle >= c.cycles))
             break;
         next += int64_t(c.intervalMs) * 1000000;
         if (next < now)
@@ -90,14 +143,22 @@ int Session::poll(const Command &c)
             clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr);
     }
     clearStatus();
+    pollLog.close();
 
     const double seconds = double(monotonicNs() - start) / 1e9;
     PollSummary summary;
+    for (const auto &s : link.health()) {
+        const auto before = healthAtStart.find(s.first);
+        const SerialLink::StationHealth during
+            = before == healthAtStart.end() ? s.second : s.second - before->second;
+        if (!healthText(during, true).empty() && (during.requests || !healthText(during).empty()))
+            summary.health[s.first] = during; // only the stations this poll talked to or heard from
+    }
     summary.cycles = cycle;
     summary.seconds = seconds;
     summary.stats = &stats;
     summary.tags = &c.tags;
     summary.lastValues = &lastValues;
     out.pollDone(summary);
-    return stats.failed() ? ExitFailed : ExitOk;
+    return stats.failed() || logFailed ? ExitFailed : ExitOk;
 }

@@ -1,10 +1,12 @@
 #include "session.h"
 
 #include "errorkind.h"
+#include "formattedio.h"
 #include "framedecoder.h"
 #include "installation.h"
 #include "output.h"
 #include "textfile.h"
+
 Session::Session(const CliOptions &sessionOptions)
     : session(sessionOptions)
 {
@@ -22,14 +24,27 @@ int Session::usage(const std::string &text)
     return ExitUsage;
 }
 
+void Session::note(const std::string &text)
+{
+    if (!session.quiet)
+        std::fprintf(stderr, "teco-cli: %s\n", text.c_str());
+}
+
 int Session::failure(const Command &c, const std::string &text)
 {
+    const bool onTheLine = lineOpen && (c.name == "read" || c.name == "write");
+    if (onTheLine)
+        showHealth(c);
     Output::forCommand(c).failed(c, text);
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
     std::fprintf(
         stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
+    // Retries are worth a line of their own: the text names only the last attempt's fault.
+    const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
+    if (onTheLine && during.requests > 1 && !session.quiet)
+        std::fprintf(stderr, "teco-cli: on the line: %s\n", healthText(during, true).c_str());
     return ExitFailed;
 }
 
@@ -99,9 +114,7 @@ int Session::openLine()
         std::string stations;
         for (int s : so.stations)
             stations += (stations.empty() ? "" : ",") + std::to_string(s);
-        std::fprintf(stderr,
-            "teco-cli: no --port given: talking to the simulated drive on %s (stations %s)\n", port.c_str(),
-            stations.c_str());
+        note("no --port given: talking to the simulated drive on " + port + " (stations " + stations + ")");
     }
     if (!link.open(port, settings, defaults, error))
         return usage(error);
@@ -136,10 +149,18 @@ int Session::run(const Command &c)
     }
     if (c.name == "batch")
         return batch(c);
+    // The log is created before the line opens: a refused path sends nothing.
+    std::string error;
+    if (c.name == "poll" && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))
+        return usage("cannot write the log to " + *c.options.log + ": " + error);
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
     applyLinkOptions(c.options);
+    if (link.options().station == 0 && (c.name == "read" || c.name == "write" || c.name == "poll"))
+        note("note: station 0 is the broadcast address, which no drive answers: drives that take "
+             "broadcasts carry out a write, but the driver waits for an answer and reports \"PLC no "
+             "response\" after its retries, and a read always fails so");
     if (c.name == "read")
         return read(c);
     if (c.name == "write")
@@ -157,12 +178,27 @@ int Session::info(const Command &c)
     return ExitOk;
 }
 
+void Session::showHealth(const Command &c)
+{
+    Output::forCommand(c).setLinkHealth(link.totalHealth() - healthBefore);
+}
+
 int Session::read(const Command &c)
 {
     const Tag &t = c.target;
+    healthBefore = link.totalHealth();
+    if (t.format) {
+        const FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);
+        if (!r.ok)
+            return failure(c, r.errorText);
+        showHealth(c);
+        Output::forCommand(c).formattedReadDone(t, link.options().station, r);
+        return ExitOk;
+    }
     const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
     if (!r.ok)
         return failure(c, r.errorText);
+    showHealth(c);
     Output::forCommand(c).readDone(t, link.options().station, r.elements);
     return ExitOk;
 }
@@ -170,9 +206,19 @@ int Session::read(const Command &c)
 int Session::write(const Command &c)
 {
     const Tag &t = c.target;
+    healthBefore = link.totalHealth();
+    if (t.format) {
+        const DriverHost::Result r = writeRegisters(host, link, t.address, c.registers);
+        if (!r.ok)
+            return failure(c, r.errorText);
+        showHealth(c);
+        Output::forCommand(c).formattedWriteDone(t, link.options().station, c.texts, c.registers.size());
+        return ExitOk;
+    }
     const DriverHost::Result r = host.write(link, t.address, t.type, c.values);
     if (!r.ok)
         return failure(c, r.errorText);
+    showHealth(c);
     Output::forCommand(c).writeDone(t, link.options().station, c.values);
     return ExitOk;
 }

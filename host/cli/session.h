@@ -8,6 +8,7 @@
 #include "command.h"
 #include "driverhost.h"
 #include "driverinterface.h"
+#include "samplelog.h"
 #include "seriallink.h"
 #include "simdrive.h"
 
@@ -39,6 +40,11 @@ private:
     // Applies a command's station, time-out, retry and delay to the link.
     void applyLinkOptions(const CliOptions &o);
     int usage(const std::string &text);
+    // Hands the output what the line did since the command began.
+    void showHealth(const Command &c);
+    SerialLink::StationHealth healthBefore; // the link's totals when the running command began
+    // An informational line on standard error, unless --quiet.
+    void note(const std::string &text);
     int failure(const Command &c, const std::string &text);
 
     CliOptions session;
@@ -48,6 +54,7 @@ private:
     LinkOptions defaults; // the session's link options; commands override some
     SerialLink link;
     SimDrive sim;
+    SampleLog pollLog; // poll --log
     bool lineOpen = false;
 };
 

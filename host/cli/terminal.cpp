@@ -1,6 +1,7 @@
 #include "terminal.h"
 
 #include <cstring>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
@@ -12,6 +13,15 @@ void onInterrupt(int) { interruptFlag = 1; }
 } // namespace
 
 bool stderrIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+int stderrColumns()
+{
+    struct winsize size;
+    std::memset(&size, 0, sizeof size);
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col;
+    return 80;
+}
 
 InterruptScope::InterruptScope()
 {

@@ -8,6 +8,9 @@
 #include <csignal>
 
 bool stderrIsTerminal();
+// The width of the terminal on standard error in columns; 80 when it does
+// not say (not a terminal, or a width of 0).
+int stderrColumns();
 
 // While an InterruptScope lives, Ctrl-C sets interrupted() instead of ending
 // the program; waits without SA_RESTART end at once. The previous handler

@@ -6,8 +6,10 @@
 
 namespace {
 
-const char expected[] = " (expected HR, IR, DO, DI, FN5DO or FN6HR and a number from 1 to 65536, "
-                        "such as HR100, HR100.3, DO5, FN6HR1200 or HR100SW)";
+const char expectedOneBased[] = " (expected HR, IR, DO, DI, FN5DO or FN6HR and a number from 1 to 65536, "
+                                "such as HR100, HR0x64, HR100.3, DO5, FN6HR1200 or HR100SW)";
+const char expectedZeroBased[] = " (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number from 0 to "
+                                 "65535, such as HR99, HR0x63, HR99.3, DO4, FN6HR1199 or HR99SW)";
 
 const struct
 {
@@ -24,6 +26,7 @@ const struct
 };
 
 bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
+bool isHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
 
 } // namespace
 
@@ -37,6 +40,12 @@ std::vector<std::string> addressPrefixes()
 
 bool AddressText::parse(const std::string &text, AddressText &address, std::string &error)
 {
+    return parse(text, address, error, false);
+}
+
+bool AddressText::parse(const std::string &text, AddressText &address, std::string &error, bool zeroBased)
+{
+    const char *const expected = zeroBased ? expectedZeroBased : expectedOneBased;
     const std::string upper = upperCase(text);
     AddressText a;
     size_t pos = 0;
@@ -53,16 +62,23 @@ bool AddressText::parse(const std::string &text, AddressText &address, std::stri
         error = "unknown address \"" + text + "\"" + expected;
         return false;
     }
+    // Decimal, or 0x and hexadecimal: at most five digits either way.
+    const bool hex = upper.compare(pos, 2, "0X") == 0;
+    if (hex)
+        pos += 2;
     size_t digits = pos;
-    while (digits < upper.size() && isDigit(upper[digits]))
+    while (digits < upper.size() && (hex ? isHexDigit(upper[digits]) : isDigit(upper[digits])))
         ++digits;
     if (digits == pos || digits - pos > 5) {
         error = "unknown address \"" + text + "\"" + expected;
         return false;
     }
-    a.number = std::stoi(upper.substr(pos, digits - pos));
+    const int typed = int(std::stol(upper.substr(pos, digits - pos), nullptr, hex ? 16 : 10));
+    a.number = zeroBased ? typed + 1 : typed;
     if (a.number < 1 || a.number > 65536) {
-        error = "address \"" + text + "\" is out of range: numbers run from 1 to 65536";
+        error = "address \"" + text + "\" is out of range: "
+            + (zeroBased ? "with --zero-based, numbers run from 0 to 65535 (HR0 is the first register)"
+                         : "numbers run from 1 to 65536 (one-based: HR1 is the first register)");
         return false;
     }
     pos = digits;

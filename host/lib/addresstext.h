@@ -5,6 +5,13 @@
 // HR100, HR100.3, DO5, DI2, IR7, FN5DO5, FN6HR1200, HR100SW. The driver reads
 // any text; this stricter form exists so that a typing error is reported
 // before anything goes on the line.
+//
+// Numbers are one-based, as the panel counts: HR1 is the first holding
+// register, register 0 on the wire. They may be typed in hexadecimal, the
+// same one-based number: HR0x64 is HR100. Users of tools that count from 0
+// on the wire (mbpoll, modpoll -0) parse with zeroBased, where HR0 is the
+// first register and HR99 is the panel's HR100; the canonical text stays the
+// panel's one-based one.
 
 #include <string>
 #include <vector>
@@ -24,6 +31,7 @@ struct AddressText
 
     // On failure returns false with one sentence in error.
     static bool parse(const std::string &text, AddressText &address, std::string &error);
+    static bool parse(const std::string &text, AddressText &address, std::string &error, bool zeroBased);
     // The canonical text, for example "HR100.3".
     std::string text() const;
     // The same prefix and suffix at another number and bit.

@@ -35,6 +35,17 @@ OptionWord optionWord(const std::string &arg)
     return w;
 }
 
+// A word with one leading '-' that is a value, not an option: a negative
+// number ("-5", "-0x10", "-.5", "-1e3") or an infinite or undefined float.
+bool isNegativeValue(const std::string &arg)
+{
+    if (arg.size() < 2 || arg[0] != '-')
+        return false;
+    const unsigned char c = static_cast<unsigned char>(arg[1]);
+    const std::string rest = lowerCase(arg.substr(1));
+    return (c >= '0' && c <= '9') || c == '.' || rest == "inf" || rest == "infinity" || rest == "nan";
+}
+
 } // namespace
 
 OptionTable::Row OptionTable::flag(const char *name, bool &target, int scope)
@@ -129,6 +140,10 @@ bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::s
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string &arg = args[i];
         const bool isOption = arg == "-h" || (arg.size() > 2 && arg.compare(0, 2, "--") == 0);
+        if (!isOption && arg.size() > 1 && arg[0] == '-' && arg != "--" && !isNegativeValue(arg)) {
+            error = "unknown option " + arg + " (options begin with \"--\")";
+            return false;
+        }
         if (!isOption && arguments) {
             arguments->push_back(arg);
             continue;

@@ -4,8 +4,10 @@
 // The options of a host program's command line as one table: a row names an
 // option, says what it takes (nothing, a text, a number in a range) and sets
 // it, so that adding an option is adding a row. "--name value" and
-// "--name=value" both work, and "-h" stands for "--help"; a word that does
-// not begin with "--" (a negative number too) is an argument.
+// "--name=value" both work, and "-h" stands for "--help". Other words that
+// begin with one '-' are refused as unknown options, except negative numbers
+// ("-5", "-0x10", "-1.5", "-inf", "-nan") and "-" itself, which are arguments
+// like every word that does not begin with '-'.
 //
 // A table is built over the place its rows set, typically a function
 // returning the table of one program for the options struct it fills:

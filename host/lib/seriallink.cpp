@@ -85,7 +85,11 @@ bool LinkSettings::parse(const std::string &text, LinkSettings &settings, std::s
         && std::any_of(std::begin(baudRates), std::end(baudRates),
             [&](const BaudRate &b) { return b.rate == s.baudRate; });
     if (!known) {
-        error = "unsupported baud rate \"" + fields[1] + "\" in link \"" + text + "\" (300 to 921600)";
+        std::string rates;
+        for (const BaudRate &b : baudRates)
+            rates += (rates.empty() ? "" : ", ") + std::to_string(b.rate);
+        error = "unsupported baud rate \"" + fields[1] + "\" in link \"" + text + "\" (the port takes "
+            + rates + ")";
         return false;
     }
     const std::string parity = upperCase(fields[2]);
@@ -311,6 +315,22 @@ std::string healthText(const SerialLink::StationHealth &h, bool requests)
             text += (text.empty() ? "" : ", ") + std::to_string(p.count) + " "
                 + (p.count == 1 ? p.one : p.many);
     return text;
+}
+
+SerialLink::StationHealth SerialLink::totalHealth() const
+{
+    StationHealth t;
+    for (const auto &s : stations) {
+        const StationHealth &h = s.second.health;
+        t.requests += h.requests;
+        t.retries += h.retries;
+        t.timeOuts += h.timeOuts;
+        t.crcErrors += h.crcErrors;
+        t.exceptions += h.exceptions;
+        t.lateBytesDropped += h.lateBytesDropped;
+        t.staleBytesDropped += h.staleBytesDropped;
+    }
+    return t;
 }
 
 void SerialLink::endExchange()

@@ -150,6 +150,8 @@ public:
     // Every station the link has talked to, by station number.
     std::map<int, StationHealth> health() const;
     StationHealth healthOf(int station) const;
+    // Every station's counts added up.
+    StationHealth totalHealth() const;
 
 private:
     // Reads up to length bytes until deadline (monotonic ns); returns the

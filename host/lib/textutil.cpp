@@ -119,3 +119,23 @@ bool parseInteger(const std::string &text, long long &value)
     value = negative ? static_cast<long long>(0ull - v) : static_cast<long long>(v);
     return true;
 }
+
+std::string fitColumns(const std::string &text, int columns)
+{
+    // Characters begin at every byte that is not a UTF-8 continuation byte.
+    auto starts = [&](size_t i) { return (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80; };
+    int count = 0;
+    for (size_t i = 0; i < text.size(); ++i)
+        count += starts(i) ? 1 : 0;
+    if (count <= columns)
+        return text;
+    if (columns < 4)
+        return std::string(size_t(columns > 0 ? columns : 0), '.');
+    int kept = 0;
+    size_t end = 0;
+    while (end < text.size() && !(starts(end) && kept == columns - 3)) {
+        kept += starts(end) ? 1 : 0;
+        ++end;
+    }
+    return text.substr(0, end) + "...";
+}

@@ -33,4 +33,9 @@ bool parseWholeNumber(const std::string &text, int low, int high, int &value);
 // unchanged; the caller checks the range it needs.
 bool parseInteger(const std::string &text, long long &value);
 
+// text in at most columns characters (a UTF-8 sequence counts as one): as it
+// is when it fits, otherwise cut and ending in "..." (columns below 4 give
+// that many dots).
+std::string fitColumns(const std::string &text, int columns);
+
 #endif // HOST_TEXTUTIL_H

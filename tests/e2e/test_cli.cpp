@@ -4,6 +4,7 @@
 
 #include "seriallink.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,10 +16,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -162,6 +166,32 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
         { { "--sim-map", "/no/such/map", "read", "HR1" }, "teco-cli: cannot read the map /no/such/map" },
         { { "--trace", "/no/such/dir/trace.txt", "read", "HR1" }, "teco-cli: cannot write the trace to" },
+        // Single-dash words are options, except negative numbers.
+        { { "-s", "2", "read", "HR1" }, "teco-cli: unknown option -s" },
+        { { "write", "HR100", "-x" }, "teco-cli: unknown option -x" },
+        // Number formats, hexadecimal and zero-based addresses.
+        { { "read", "HR1", "--format", "float" },
+            "teco-cli: unknown format \"float\" (expected int16, uint16" },
+        { { "read", "DO5", "--format", "int16" }, "teco-cli: formats apply to registers: DO5 is a coil" },
+        { { "poll", "HR1.2:hex" }, "teco-cli: formats apply to whole registers: HR1.2 names bit 2" },
+        { { "read", "HR1", "--format", "int16", "--type", "word" },
+            "teco-cli: give a data type or a format" },
+        { { "write", "HR100", "70000", "--format", "int16" },
+            "teco-cli: value 70000 does not fit in int16 (-32768 to 32767)" },
+        { { "write", "HR100", "1e39", "--format", "float32" },
+            "teco-cli: value 1e39 does not fit in float32" },
+        { { "write", "HR100", "a", "b", "--format", "string" }, "teco-cli: a string is one value" },
+        { { "write", "HR100", "abcde", "--format", "string", "--count", "2" },
+            "teco-cli: the string takes 3 registers, more than the 2 given" },
+        { { "write", "HR100", "1", "--count", "2" }, "teco-cli: option --count does not apply to write" },
+        { { "read", "HR1", "--log", "x.csv" }, "teco-cli: option --log does not apply to read" },
+        { { "read", "HR0x10001" }, "teco-cli: address \"HR0x10001\" is out of range" },
+        { { "read", "HR65536", "--zero-based" },
+            "teco-cli: address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535" },
+        { { "--link", "RS485,14400,NONE,8,2", "read", "HR1" },
+            "teco-cli: unsupported baud rate \"14400\" in link \"RS485,14400,NONE,8,2\" (the port takes 300, "
+            "600, "
+            "1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)" },
     };
     for (const Row &row : rows) {
         std::string shown;
@@ -272,6 +302,46 @@ TEST(Cli, AFailedCommandExitsOneWithTheDriversText)
     EXPECT_EQ(o["exception"].toInt(), 2);
     EXPECT_EQ(o["exceptionName"].toString().toStdString(), "illegal data address");
     EXPECT_NE(j.err.find("(write 1 word to 1-FN6HR5) [illegal data address]\n"), std::string::npos) << j.err;
+}
+
+TEST(Cli, WhatTheLineDidIsCountedPerCommandAndPerStation)
+{
+    struct Row
+    {
+        std::vector<std::string> args;
+        bool inOutput; // else in standard error
+        const char *shown;
+        bool endsOutput = false;
+    } rows[] = {
+        { { "--sim-fault", "noreply:times=2", "--timeout", "50", "write", "HR100", "5" }, true,
+            "wrote 1 word at HR100, station 1 (2 retries, 2 time-outs)\n" },
+        { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, true,
+            "(1 retry, 1 CRC error)\n" },
+        { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, false,
+            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\n" },
+        { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
+              "--timeout", "50", "batch" },
+            true,
+            // Each poll names only the stations it talked to.
+            "station 1: 5 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2" },
+        { { "--sim-fault", "noreply:station=2,times=1", "--timeout", "50", "batch" }, true,
+            "\nstation 2: 3 requests, 1 retry, 1 time-out\n", true },
+    };
+    const std::string batch = "poll HR100 HR101 --cycles 2 --interval 10\n"
+                              "poll HR100 --station 2 --cycles 2 --interval 10\n";
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.shown);
+        const CliRun r = cli(row.args, row.args.back() == "batch" ? batch : std::string());
+        const std::string &where = row.inOutput ? r.out : r.err;
+        EXPECT_NE(where.find(row.shown), std::string::npos) << where;
+        if (row.endsOutput)
+            EXPECT_EQ(where.rfind(row.shown) + std::strlen(row.shown), where.size()) << where;
+    }
+    const CliRun j = cli({ "--json", "--sim-fault", "noreply:times=1", "--timeout", "50", "read", "HR100" });
+    const QJsonObject link = json(j.out)["link"].toObject();
+    EXPECT_EQ(link["requests"].toInt(), 2) << j.out;
+    EXPECT_EQ(link["retries"].toInt(), 1) << j.out;
+    EXPECT_EQ(link["timeOuts"].toInt(), 1) << j.out;
 }
 
 TEST(Cli, FramesAreShownWithTheirMeaning)
@@ -448,6 +518,10 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
             "teco-cli: cannot write the trace to /dev/null" + deviceText },
         { TECO_CLI_PATH, with(port, { "--trace", fifo, "read", "HR1" }), "",
             "teco-cli: cannot write the trace to " + fifo + fifoText },
+        { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", link }), "",
+            "teco-cli: cannot write the log to " + link + symlinkText },
+        { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", sub }), "",
+            "teco-cli: cannot write the log to " + sub + directoryText },
         { TECO_CLI_PATH, { "--sim-map", sub, "read", "HR1" }, "",
             "teco-cli: cannot read the map " + sub + directoryText },
         { TECO_CLI_PATH, { "--sim-map", "/dev/zero", "read", "HR1" }, "",
@@ -498,6 +572,205 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     const CliRun r = cli(with(port, { "--retry", "0", "--timeout", "50", "batch", link }));
     EXPECT_EQ(r.status, 1) << r.err;
     EXPECT_EQ(device.bytesArrived(), 8); // the read of HR1, unanswered
+}
+
+// Values in number formats land in the registers in the order the format
+// names, or the address implies (CDAB as the driver's double word, ABCD for
+// SW), and read back as written; hexadecimal and zero-based addresses name
+// the panel's registers.
+TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
+{
+    const std::string batch = "write HR100 -1.5 --format float32\n"
+                              "read HR100 --format float32\n"
+                              "read HR100 --count 2\n"
+                              "write HR104SW 3.25 --format float32\n"
+                              "read HR104 --count 2\n"
+                              "write HR110 \"servo 1\" --format string --count 4\n"
+                              "read HR110 --format string --count 4\n"
+                              "read HR110 --count 4\n"
+                              "write HR120 -2 3 --format int32:ABCD\n"
+                              "read HR120 --format int32:ABCD --count 2\n"
+                              "read HR0x78 --format hex --count 4\n"
+                              "read HR119 --zero-based --format int16 --count 2\n"
+                              "write HR130 1e300 --format float64:BADC\n"
+                              "read HR130 --format float64:BADC\n";
+    const CliRun r = cli({ "--json", "--quiet", "batch" }, batch);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    const std::vector<std::string> out = lines(r.out);
+    ASSERT_EQ(out.size(), 14u) << r.out;
+    auto values = [&](int line) {
+        return QString::fromUtf8(
+            QJsonDocument(json(out[size_t(line)])["values"].toArray()).toJson(QJsonDocument::Compact))
+            .toStdString();
+    };
+    struct Row
+    {
+        int line;
+        const char *values;
+    } rows[] = {
+        { 0, "[-1.5]" },
+        { 1, "[-1.5]" },
+        { 2, "[0,49088]" }, // 0xBFC0 0000, low word first
+        { 4, "[16464,0]" }, // 0x4050 0000, high word first
+        { 5, "[\"servo 1\"]" },
+        { 6, "[\"servo 1\"]" },
+        { 7, "[29541,29302,28448,12544]" }, // "se" "rv" "o " "1\0"
+        { 9, "[-2,3]" },
+        { 10, "[\"0xFFFF\",\"0xFFFE\",\"0x0000\",\"0x0003\"]" },
+        { 11, "[-1,-2]" },
+        { 13, "[1e+300]" },
+    };
+    for (const Row &row : rows)
+        EXPECT_EQ(values(row.line), row.values) << out[size_t(row.line)];
+    EXPECT_EQ(json(out[1])["format"].toString(), "float32:CDAB");
+    EXPECT_EQ(json(out[5])["registers"].toInt(), 4);
+    EXPECT_EQ(json(out[10])["addresses"].toArray().first().toString(), "HR120");
+    EXPECT_EQ(json(out[11])["addresses"].toArray().first().toString(), "HR120") << "shown one-based";
+
+    // A session's --zero-based holds for every line of its batch.
+    const CliRun z = cli({ "--json", "--zero-based", "batch" }, "read HR119 --format uint16\n");
+    EXPECT_EQ(json(z.out)["addresses"].toArray().first().toString(), "HR120") << z.out;
+
+    const CliRun t = cli({ "--quiet", "read", "HR104SW", "--format", "uint32" });
+    EXPECT_EQ(t.out, "address          uint32:ABCD\nHR104SW          100000\n");
+}
+
+// Poll in a format, every cycle shown, every sample logged with its time.
+TEST(Cli, PollLogsEverySample)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string csv = dir.path().toStdString() + "/poll.csv";
+    const std::string jsonl = dir.path().toStdString() + "/poll.jsonl";
+    const std::vector<std::string> poll = { "--quiet", "--sim-fault", "noreply:at=IR1,times=1", "--retry",
+        "0", "--timeout", "100", "poll", "HR104SW:int32", "IR1:uint16:2", "HR1:binary", "--cycles", "2",
+        "--interval", "10", "--every", "--log" };
+    std::vector<std::string> args = poll;
+    args.push_back(csv);
+    const CliRun p = cli(args);
+    EXPECT_EQ(p.status, 1) << p.err;
+    std::vector<std::string> shown = lines(p.out);
+    ASSERT_EQ(shown.size(), 6u + 4u) << p.out; // every cycle, then the summary with the station's counts
+    EXPECT_NE(shown[1].find("IR1:uint16:2   error: PLC no response"), std::string::npos) << shown[1];
+    EXPECT_NE(shown[3].find("HR104SW:int32  100000"), std::string::npos) << shown[3];
+    EXPECT_NE(shown[4].find("IR1:uint16:2   1498 125"), std::string::npos) << shown[4];
+
+    std::ifstream in(csv);
+    std::vector<std::string> rows;
+    for (std::string line; std::getline(in, line);)
+        rows.push_back(line);
+    ASSERT_EQ(rows.size(), 1u + 7u) << p.out;
+    EXPECT_EQ(rows[0], "time,tag,address,value,error\r");
+    const std::vector<std::string> expected = {
+        "HR104SW:int32,HR104SW,100000,\r",
+        "IR1:uint16:2,,,PLC no response (read 2 word(s) from 1-IR1)\r",
+        "HR1:binary,HR1,0b0000000000000010,\r",
+        "HR104SW:int32,HR104SW,100000,\r",
+        "IR1:uint16:2,IR1,1498,\r",
+        "IR1:uint16:2,IR2,125,\r",
+        "HR1:binary,HR1,0b0000000000000010,\r",
+    };
+    for (size_t i = 0; i < expected.size(); ++i) {
+        SCOPED_TRACE(rows[i + 1]);
+        ASSERT_GT(rows[i + 1].size(), 25u);
+        EXPECT_EQ(QDateTime::fromString(QString::fromStdString(rows[i + 1].substr(0, 24)), Qt::ISODateWithMs)
+                      .isValid(),
+            true);
+        EXPECT_EQ(rows[i + 1].substr(24, 1), ",");
+        EXPECT_EQ(rows[i + 1].substr(25), expected[i]);
+    }
+
+    args = poll;
+    args.push_back(jsonl);
+    args.push_back("--json");
+    const CliRun j = cli(args);
+    EXPECT_EQ(j.status, 1) << j.err;
+    std::ifstream jin(jsonl);
+    std::vector<QJsonObject> samples;
+    for (std::string line; std::getline(jin, line);)
+        samples.push_back(json(line));
+    ASSERT_EQ(samples.size(), 6u);
+    EXPECT_EQ(samples[0]["values"].toArray().first().toInt(), 100000);
+    EXPECT_EQ(samples[1]["error"].toString(), "PLC no response (read 2 word(s) from 1-IR1)");
+    EXPECT_EQ(samples[2]["values"].toArray().first().toString(), "0b0000000000000010");
+    EXPECT_EQ(samples[4]["addresses"].toArray().last().toString(), "IR2");
+    EXPECT_TRUE(QDateTime::fromString(samples[5]["time"].toString(), Qt::ISODateWithMs).isValid());
+    // --every with --json: the same samples on standard output, then the summary.
+    EXPECT_EQ(lines(j.out).size(), 7u) << j.out;
+}
+
+TEST(Cli, StationZeroAndQuietRunWithTheirNotes)
+{
+    const CliRun b = cli({ "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" });
+    EXPECT_EQ(b.status, 1);
+    EXPECT_NE(b.err.find("teco-cli: note: station 0 is the broadcast address, which no drive answers"),
+        std::string::npos)
+        << b.err;
+    EXPECT_NE(b.err.find("teco-cli: PLC no response (read 1 word(s) from 0-HR100)"), std::string::npos)
+        << b.err;
+    const CliRun q
+        = cli({ "--quiet", "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" });
+    EXPECT_EQ(q.err, "teco-cli: PLC no response (read 1 word(s) from 0-HR100)\n") << "only the error stays";
+    const CliRun n = cli({ "--quiet", "write", "HR100", "-5" });
+    EXPECT_EQ(n.status, 0) << n.err;
+    EXPECT_EQ(n.err, "");
+}
+
+// The live status line of a poll fits the terminal that standard error is
+// on: here 40 columns, so each line is cut to 39 and ends in "...".
+TEST(Cli, TheStatusLineFitsTheTerminal)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    char name[128] = { 0 };
+    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0
+        && ptsname_r(master, name, sizeof name) == 0);
+    const int terminal = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0);
+    struct winsize size = {};
+    size.ws_col = 40;
+    size.ws_row = 24;
+    ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+    std::vector<std::string> words;
+    const QString emulator = TECO_EMULATOR;
+    for (const QString &w : emulator.split('|', Qt::SkipEmptyParts))
+        words.push_back(w.toStdString());
+    for (const char *w : { TECO_CLI_PATH, "--quiet", "poll", "HR1", "--cycles", "3", "--interval", "250" })
+        words.push_back(w);
+    std::vector<char *> argv;
+    for (std::string &w : words)
+        argv.push_back(&w[0]);
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const int null = ::open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        dup2(terminal, STDERR_FILENO);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    ::close(terminal);
+    std::string seen;
+    char buffer[512];
+    ssize_t n;
+    while ((n = ::read(master, buffer, sizeof buffer)) > 0) // EIO once the program has closed it
+        seen.append(buffer, size_t(n));
+    int status = 0;
+    waitpid(child, &status, 0);
+    ::close(master);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << seen;
+    const std::string clear = "\r\033[K";
+    int cut = 0;
+    for (size_t at = seen.find(clear); at != std::string::npos;) {
+        const size_t next = seen.find(clear, at + clear.size());
+        const std::string line
+            = seen.substr(at + clear.size(), next == std::string::npos ? next : next - at - clear.size());
+        EXPECT_LE(line.size(), 39u) << line;
+        cut += line.size() > 3 && line.compare(line.size() - 3, 3, "...") == 0 ? 1 : 0;
+        at = next;
+    }
+    EXPECT_GE(cut, 2) << seen;
 }
 
 } // namespace

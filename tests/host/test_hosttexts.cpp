@@ -54,6 +54,10 @@ TEST(LinkText, RefusesMalformedLinesWithOneSentence)
         { "RS485,9600,NONE,8,2,1", "malformed link" },
         { "CAN,9600,NONE,8,2", "unknown interface \"CAN\"" },
         { "RS485,9601,NONE,8,2", "unsupported baud rate \"9601\"" },
+        { "RS485,14400,NONE,8,2",
+            "unsupported baud rate \"14400\" in link \"RS485,14400,NONE,8,2\" (the port takes 300, 600, "
+            "1200, "
+            "2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)" },
         { "RS485,-9600,NONE,8,2", "unsupported baud rate \"-9600\"" },
         { "RS485,99999999999,NONE,8,2", "unsupported baud rate" },
         { "RS485,9600,MARK,8,2", "unknown parity \"MARK\"" },
@@ -80,8 +84,21 @@ TEST(AddressTexts, AcceptThePanelsForms)
         int wire;
         int bit;
         bool swap;
+        bool zeroBased = false; // the number typed is the wire number
     } rows[] = {
         { "HR100", "HR100", Area::HoldingRegisters, 99, -1, false },
+        // Hexadecimal: the same one-based number.
+        { "HR0x0063", "HR99", Area::HoldingRegisters, 98, -1, false },
+        { "hr0x64.3", "HR100.3", Area::HoldingRegisters, 99, 3, false },
+        { "HR0x100", "HR256", Area::HoldingRegisters, 255, -1, false },
+        { "HR0x10000", "HR65536", Area::HoldingRegisters, 65535, -1, false },
+        { "IR0xaSW", "IR10SW", Area::InputRegisters, 9, -1, true },
+        { "FN6HR0X4B0", "FN6HR1200", Area::HoldingRegisters, 1199, -1, false },
+        // Wire numbers, as mbpoll counts: the text shown is still the panel's.
+        { "HR0", "HR1", Area::HoldingRegisters, 0, -1, false, true },
+        { "HR99.3", "HR100.3", Area::HoldingRegisters, 99, 3, false, true },
+        { "DO65535", "DO65536", Area::Coils, 65535, -1, false, true },
+        { "HR0x63SW", "HR100SW", Area::HoldingRegisters, 99, -1, true, true },
         { "hr100.3", "HR100.3", Area::HoldingRegisters, 99, 3, false },
         { "FN6HR1200", "FN6HR1200", Area::HoldingRegisters, 1199, -1, false },
         { "fn5do5", "FN5DO5", Area::Coils, 4, -1, false },
@@ -94,7 +111,7 @@ TEST(AddressTexts, AcceptThePanelsForms)
         SCOPED_TRACE(row.text);
         AddressText a;
         std::string error;
-        ASSERT_TRUE(AddressText::parse(row.text, a, error)) << error;
+        ASSERT_TRUE(AddressText::parse(row.text, a, error, row.zeroBased)) << error;
         EXPECT_EQ(a.text(), row.canonical);
         EXPECT_EQ(a.area, row.area);
         EXPECT_EQ(a.wireNumber(), row.wire);
@@ -109,12 +126,24 @@ TEST(AddressTexts, RefuseTypingErrors)
     {
         const char *text;
         const char *error;
+        bool zeroBased = false;
     } rows[] = {
         { "", "unknown address \"\"" },
+        { "HR0",
+            "address \"HR0\" is out of range: numbers run from 1 to 65536 (one-based: HR1 is the first" },
+        { "HR0x0", "address \"HR0x0\" is out of range" },
+        { "HR0x10001", "address \"HR0x10001\" is out of range" },
+        { "HR0x", "unknown address \"HR0x\"" },
+        { "HR0x100000", "unknown address" },
+        { "HR0xG1", "unknown address" },
+        { "HR0x-1", "unknown address" },
+        { "HR65536", "address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535",
+            true },
+        { "HR-1", "unknown address \"HR-1\" (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number",
+            true },
         { "XR100", "unknown address \"XR100\"" },
         { "HR", "unknown address \"HR\"" },
         { "H100", "unknown address \"H100\"" },
-        { "HR0", "address \"HR0\" is out of range" },
         { "HR65537", "address \"HR65537\" is out of range" },
         { "HR123456", "unknown address" },
         { "HR100.16", "bad bit in address \"HR100.16\"" },
@@ -129,7 +158,7 @@ TEST(AddressTexts, RefuseTypingErrors)
         SCOPED_TRACE(row.text);
         AddressText a;
         std::string error;
-        EXPECT_FALSE(AddressText::parse(row.text, a, error));
+        EXPECT_FALSE(AddressText::parse(row.text, a, error, row.zeroBased));
         EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
     }
 }
@@ -519,8 +548,22 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
         bool good;
         ValueType type;
         int count;
+        const char *format = ""; // settled, with its word order
     } rows[] = {
         { "HR100", true, ValueType::Word, 1 },
+        { "HR100:float32", true, ValueType::Word, 1, "float32:CDAB" },
+        { "HR100:float32:2", true, ValueType::Word, 2, "float32:CDAB" },
+        { "HR100:int32:abcd", true, ValueType::Word, 1, "int32:ABCD" },
+        { "HR100:int32:BADC:4", true, ValueType::Word, 4, "int32:BADC" },
+        { "HR100SW:uint32", true, ValueType::Word, 1, "uint32:ABCD" },
+        { "HR100:string:8", true, ValueType::Word, 8, "string" },
+        { "IR1:hex:3", true, ValueType::Word, 3, "hex" },
+        { "HR100:int16:CDAB", false, ValueType::Word, 0 },
+        { "HR100:float32:XYZW", false, ValueType::Word, 0 },
+        { "HR100:3:float32", false, ValueType::Word, 0 },
+        { "DO1:int16", false, ValueType::Word, 0 },
+        { "HR100.2:hex", false, ValueType::Word, 0 },
+        { "HR65535:float64", false, ValueType::Word, 0 },
         { "HR100:3", true, ValueType::Word, 3 },
         { "HR100:dword", true, ValueType::DWord, 1 },
         { "DO1:bit:8", true, ValueType::Bit, 8 },
@@ -539,6 +582,7 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
         if (row.good) {
             EXPECT_EQ(t.type, row.type);
             EXPECT_EQ(t.count, row.count);
+            EXPECT_EQ(t.format ? t.format->text() : "", row.format);
         }
     }
 }

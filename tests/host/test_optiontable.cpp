@@ -67,7 +67,8 @@ TEST(OptionTable, SetsWhatEachRowNames)
         { { "--name=" }, {}, false, "", 0, 0, false },
         { { "--name", "--quiet" }, {}, false, "--quiet", 0, 0, false }, // a value may begin with "--"
         { { "read", "-5", "--count", "7", "HR1" }, { "read", "-5", "HR1" }, false, nullptr, 7, 0, false },
-        { { "-", "--", "-x" }, { "-", "--", "-x" }, false, nullptr, 0, 0, false },
+        { { "-", "--", "-1.5", "-.5", "-0x10", "-inf", "-NaN" },
+            { "-", "--", "-1.5", "-.5", "-0x10", "-inf", "-NaN" }, false, nullptr, 0, 0, false },
         { { "--rule", "a", "--rule=b" }, {}, false, nullptr, 0, 2, false },
         { { "--count", "3", "--count", "4" }, {}, false, nullptr, 4, 0, false }, // the last one counts
         { { "-h" }, {}, false, nullptr, 0, 0, true },
@@ -117,6 +118,10 @@ TEST(OptionTable, RefusesWithOneSentence)
         { { "--count", "--quiet" }, true, "option --count takes a number from 1 to 100, not \"--quiet\"" },
         { { "--even", "3" }, true, "odd \"3\"" },
         { { "stray" }, false, "unknown argument stray" },
+        { { "-s", "2" }, true, "unknown option -s (options begin with \"--\")" },
+        { { "read", "-x" }, true, "unknown option -x (options begin with \"--\")" },
+        { { "-help" }, true, "unknown option -help (options begin with \"--\")" },
+        { { "-inform" }, true, "unknown option -inform (options begin with \"--\")" },
         { { "--quiet", "-5" }, false, "unknown argument -5" },
     };
     for (const Row &row : rows) {

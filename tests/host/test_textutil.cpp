@@ -141,4 +141,27 @@ TEST(TextNumbers, IntegersTakeASignAndHex)
     }
 }
 
+TEST(TextColumns, LongLinesAreCutWithAnEllipsis)
+{
+    struct Row
+    {
+        const char *text;
+        int columns;
+        const char *fitted;
+    } rows[] = {
+        { "12.0 commands/s", 80, "12.0 commands/s" }, { "abcdef", 6, "abcdef" }, { "abcdefg", 6, "abc..." },
+        { "", 0, "" }, { "abcdef", 3, "..." }, { "abcdef", 0, "" },
+        { "ab\xc3\xa9"
+          "cd",
+            5,
+            "ab\xc3\xa9"
+            "cd" }, // a two-byte character counts once
+        { "a\xc3\xa9\xc3\xa9\xc3\xa9xyz", 5, "a\xc3\xa9..." }, // never cut inside one
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(fitColumns(row.text, row.columns), row.fitted);
+    }
+}
+
 } // namespace
