@@ -50,24 +50,27 @@ public:
             return s;
         }
         if (index.column() == TagModel::FormatColumn) {
+            // Editable, for a word order: "int32:ABCD".
             auto *c = new QComboBox(parent);
-            for (ShowAs f : allShowAs())
-                c->addItem(showAsName(f));
+            c->setEditable(true);
+            for (const std::string &f : formatChoices())
+                c->addItem(f.empty() ? "none" : QString::fromStdString(f));
             return c;
         }
         return QStyledItemDelegate::createEditor(parent, option, index);
     }
     void setEditorData(QWidget *editor, const QModelIndex &index) const override
     {
-        if (auto *c = qobject_cast<QComboBox *>(editor))
-            c->setCurrentText(index.data(Qt::EditRole).toString());
-        else
+        if (auto *c = qobject_cast<QComboBox *>(editor)) {
+            const QString f = index.data(Qt::EditRole).toString();
+            c->setCurrentText(f.isEmpty() ? "none" : f);
+        } else
             QStyledItemDelegate::setEditorData(editor, index);
     }
     void setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const override
     {
         if (auto *c = qobject_cast<QComboBox *>(editor))
-            model->setData(index, c->currentText(), Qt::EditRole);
+            model->setData(index, c->currentText() == "none" ? QString() : c->currentText(), Qt::EditRole);
         else if (auto *s = qobject_cast<QSpinBox *>(editor))
             model->setData(index, QString::number(s->value()), Qt::EditRole);
         else
@@ -285,8 +288,9 @@ QWidget *MainWindow::makeTagPanel()
 {
     auto *box = new QGroupBox("Tags");
     tagLine = new QLineEdit;
-    tagLine->setPlaceholderText("HR100, IR1:word:2, HR104SW station=2 format=signed");
-    tagLine->setToolTip("ADDRESS[:TYPE][:COUNT] [station=N] [format=unsigned|signed|hex|binary]");
+    tagLine->setPlaceholderText("HR100, IR1:word:2, HR200:float32 station=2");
+    tagLine->setToolTip("ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off], as teco-cli's poll tags;\n"
+                        "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
     auto *add = new QPushButton("Add");
     auto *remove = new QPushButton("Remove");
     auto *up = new QPushButton("Up");
@@ -304,11 +308,12 @@ QWidget *MainWindow::makeTagPanel()
     tagTable->horizontalHeader()->setStretchLastSection(true);
     const QFontMetrics m = tagTable->fontMetrics();
     const std::pair<int, const char *> widths[]
-        = { { TagModel::TagColumn, "MHR104SWM" }, { TagModel::StationColumn, "Station" },
-              { TagModel::TypeColumn, "dword" }, { TagModel::FormatColumn, "unsigned" },
+        = { { TagModel::TagColumn, "IR402SW:int32" }, { TagModel::StationColumn, "Station" },
+              { TagModel::TypeColumn, "2 words" }, { TagModel::FormatColumn, "int32:ABCD" },
               { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
         tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 24);
+    tagTable->setColumnWidth(TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 24); // the tick
 
     auto *addRow = new QHBoxLayout;
     addRow->addWidget(tagLine, 1);
@@ -422,10 +427,9 @@ void MainWindow::applyReading(const Reading &r)
     if (r.ok) {
         stats.addSuccess(r.latencyNs);
         const int row = tagModel->rowOf(r.id);
-        if (row >= 0 && !r.values.empty()) {
-            const MonitorTag &t = tagModel->tagAt(row);
-            trendView->addSample(r.id, r.timeMs, plotValue(r.values[0], t.tag.type, t.format));
-        }
+        double value = 0;
+        if (row >= 0 && !r.values.empty() && plotValue(tagModel->tagAt(row).tag, r.values[0], value))
+            trendView->addSample(r.id, r.timeMs, value);
     } else {
         stats.addFailure(classifyDriverError(r.error.toStdString()).text);
     }

@@ -30,7 +30,7 @@ struct Reading
     int id = 0;
     int revision = 0; // the tag's when it was read
     bool ok = false;
-    std::vector<uint32_t> values; // one per value of the tag, when ok
+    std::vector<std::string> values; // one text per value of the tag (in its format), when ok
     QString error; // the driver's text, when not ok
     qint64 timeMs = 0; // wall clock, ms since the epoch
     qint64 latencyNs = 0;

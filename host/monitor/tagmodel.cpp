@@ -21,8 +21,8 @@ QString TagModel::valueText(int row) const
     if (!r.hasValue)
         return QString();
     QStringList parts;
-    for (uint32_t v : r.values)
-        parts << QString::fromStdString(showValue(v, r.tag.tag.type, r.tag.format));
+    for (const std::string &v : r.values)
+        parts << QString::fromStdString(v);
     return parts.join(' ');
 }
 
@@ -40,9 +40,15 @@ QVariant TagModel::data(const QModelIndex &index, int role) const
             return role == Qt::EditRole ? QVariant(r.tag.station)
                                         : QVariant(r.tag.station ? QString::number(r.tag.station) : "link");
         case TypeColumn:
+            if (t.format) {
+                const int words = t.format->number == NumberFormat::String
+                    ? t.count
+                    : t.count * t.format->registersPerValue();
+                return QString("%1 word%2").arg(words).arg(words == 1 ? "" : "s");
+            }
             return QString(valueTypeName(t.type)) + (t.count > 1 ? " x" + QString::number(t.count) : "");
         case FormatColumn:
-            return showAsName(r.tag.format);
+            return t.format ? QString::fromStdString(t.format->text()) : QString();
         case ValueColumn:
             return valueText(index.row());
         case UpdatedColumn:
@@ -72,6 +78,8 @@ QVariant TagModel::data(const QModelIndex &index, int role) const
                            : QString("double-click to write");
         if (index.column() == TagColumn)
             return "ticked: shown in the trend";
+        if (index.column() == FormatColumn && takesFormat(t))
+            return "double-click to choose a number format";
         if (index.column() == ErrorColumn)
             return r.error;
     }
@@ -93,8 +101,10 @@ Qt::ItemFlags TagModel::flags(const QModelIndex &index) const
     switch (index.column()) {
     case TagColumn:
         return f | Qt::ItemIsUserCheckable;
-    case StationColumn:
     case FormatColumn:
+        return index.row() < rows.size() && takesFormat(rows[index.row()].tag.tag) ? f | Qt::ItemIsEditable
+                                                                                   : f;
+    case StationColumn:
     case ValueColumn:
         return f | Qt::ItemIsEditable;
     }
@@ -132,17 +142,24 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
         emit trendChanged();
         return true;
     }
-    case FormatColumn:
-        if (!parseShowAs(value.toString().toStdString(), r.tag.format)) {
-            emit message("unknown format \"" + value.toString() + "\" (unsigned, signed, hex or binary)");
+    case FormatColumn: {
+        Tag t = r.tag.tag;
+        if (!setTagFormat(t, value.toString().toStdString(), error)) {
+            emit message(QString::fromStdString(error));
             return false;
         }
-        rowChanged(index.row());
-        emit trendChanged();
+        if (t.text != r.tag.tag.text) {
+            r.tag.tag = t;
+            forgetValue(r); // what it shows is in the old format
+            rowChanged(index.row());
+            emit tagsChanged();
+            emit trendChanged();
+        }
         return true;
+    }
     case ValueColumn: {
         std::vector<uint32_t> values;
-        if (!parseWriteValues(value.toString().toStdString(), r.tag, values, error)) {
+        if (!parseWriteValues(value.toString().toStdString(), r.tag.tag, values, error)) {
             emit message(QString::fromStdString(error));
             return false;
         }

@@ -37,7 +37,7 @@ public:
     bool setData(const QModelIndex &index, const QVariant &value, int role) override;
     bool removeRows(int row, int count, const QModelIndex &parent = QModelIndex()) override;
 
-    // Adds a tag from its line ("HR100:word station=2"); false with one
+    // Adds a tag from its line ("HR100:float32 station=2"); false with one
     // sentence in error.
     bool addTag(const QString &line, QString &error);
     void addTag(const MonitorTag &tag);
@@ -74,7 +74,7 @@ private:
         int id = 0;
         int revision = 0;
         MonitorTag tag;
-        std::vector<uint32_t> values;
+        std::vector<std::string> values; // as shown
         bool hasValue = false;
         bool stale = false; // the last read failed
         QDateTime updated;

@@ -1,40 +1,15 @@
 #include "tagvalues.h"
 
+#include "formattedio.h"
 #include "textfile.h"
 #include "textutil.h"
+
+#include <QString>
 
 #include <cstdio>
 #include <sstream>
 
 namespace {
-
-struct ShowAsRow
-{
-    ShowAs format;
-    const char *name;
-};
-
-const ShowAsRow showAsRows[] = {
-    { ShowAs::Unsigned, "unsigned" },
-    { ShowAs::Signed, "signed" },
-    { ShowAs::Hex, "hex" },
-    { ShowAs::Binary, "binary" },
-};
-
-int bitsOf(ValueType type)
-{
-    switch (type) {
-    case ValueType::Bit:
-        return 1;
-    case ValueType::Byte:
-        return 8;
-    case ValueType::Word:
-        return 16;
-    case ValueType::DWord:
-        return 32;
-    }
-    return 16;
-}
 
 std::vector<std::string> words(const std::string &text)
 {
@@ -45,85 +20,92 @@ std::vector<std::string> words(const std::string &text)
     return out;
 }
 
+bool isString(const Tag &tag) { return tag.format && tag.format->number == NumberFormat::String; }
+
 } // namespace
 
-const char *showAsName(ShowAs format)
-{
-    for (const ShowAsRow &r : showAsRows)
-        if (r.format == format)
-            return r.name;
-    return "unsigned";
-}
+bool takesFormat(const Tag &tag) { return tag.address.isRegister() && tag.address.bit < 0; }
 
-bool parseShowAs(const std::string &text, ShowAs &format)
+const std::vector<std::string> &formatChoices()
 {
-    const std::string t = lowerCase(text);
-    for (const ShowAsRow &r : showAsRows)
-        if (t == r.name) {
-            format = r.format;
-            return true;
-        }
-    return false;
-}
-
-const std::vector<ShowAs> &allShowAs()
-{
-    static const std::vector<ShowAs> all { ShowAs::Unsigned, ShowAs::Signed, ShowAs::Hex, ShowAs::Binary };
+    static const std::vector<std::string> all { "", "int16", "uint16", "hex", "binary", "int32", "uint32",
+        "float32", "float64", "string" };
     return all;
 }
 
-std::string showValue(uint32_t value, ValueType type, ShowAs format)
+bool setTagFormat(Tag &tag, const std::string &format, std::string &error)
 {
-    const int bits = bitsOf(type);
-    char text[48];
-    switch (format) {
-    case ShowAs::Signed:
-        return std::to_string(signedValue(value, type));
-    case ShowAs::Hex:
-        std::snprintf(text, sizeof text, "0x%0*X", (bits + 3) / 4, value);
-        return text;
-    case ShowAs::Binary: {
-        std::string out = "0b";
-        for (int b = bits - 1; b >= 0; --b)
-            out += (value >> b) & 1 ? '1' : '0';
-        return out;
-    }
-    case ShowAs::Unsigned:
-        break;
-    }
-    return std::to_string(value);
-}
-
-double plotValue(uint32_t value, ValueType type, ShowAs format)
-{
-    return format == ShowAs::Signed ? double(signedValue(value, type)) : double(value);
-}
-
-bool parseWriteValues(
-    const std::string &text, const MonitorTag &tag, std::vector<uint32_t> &values, std::string &error)
-{
-    const std::vector<std::string> typed = words(text);
-    if (typed.size() != size_t(tag.tag.count)) {
-        error = tag.tag.text + " takes " + std::to_string(tag.tag.count) + " value"
-            + (tag.tag.count == 1 ? "" : "s") + ", separated by spaces";
-        return false;
-    }
-    std::vector<uint32_t> parsed;
-    for (const std::string &w : typed) {
-        uint32_t v = 0;
-        // Binary as shown: 0b0101.
-        if (w.size() > 2 && lowerCase(w.substr(0, 2)) == "0b"
-            && w.find_first_not_of("01", 2) == std::string::npos
-            && w.size() - 2 <= size_t(bitsOf(tag.tag.type))) {
-            for (size_t i = 2; i < w.size(); ++i)
-                v = (v << 1) | uint32_t(w[i] == '1');
-        } else if (!parseValue(w, tag.tag.type, v, error)) {
+    Tag t = tag;
+    const std::string name = trimmed(format);
+    std::string text = t.address.text();
+    if (name.empty()) {
+        t.format.reset();
+        t.type = defaultType(t.address);
+    } else {
+        ValueFormat f;
+        int registers = 0;
+        if (!takesFormat(t)) {
+            error = "formats apply to whole registers, not to " + t.address.text();
             return false;
         }
-        parsed.push_back(v);
+        if (!ValueFormat::parse(name, f, error) || !settleFormat(t.address, f, error)
+            || !formattedRegisterCount(t.address, f, t.count, registers, error))
+            return false;
+        t.format = f;
+        t.type = ValueType::Word;
+        text += ":" + f.text();
     }
-    values = parsed;
+    if (t.count > 1)
+        text += ":" + std::to_string(t.count);
+    t.text = text;
+    tag = t;
     return true;
+}
+
+bool parseWriteValues(const std::string &text, const Tag &tag, std::vector<uint32_t> &out, std::string &error)
+{
+    // The same command teco-cli prepares for "write ADDRESS VALUE...".
+    CliOptions o;
+    o.arguments = { "write", tag.address.text() };
+    if (isString(tag)) {
+        o.arguments.push_back(trimmed(text));
+        o.count = tag.count; // the registers to fill
+    } else {
+        const std::vector<std::string> typed = words(text);
+        if (typed.size() != size_t(tag.count)) {
+            error = tag.text + " takes " + std::to_string(tag.count) + " value" + (tag.count == 1 ? "" : "s")
+                + ", separated by spaces";
+            return false;
+        }
+        o.arguments.insert(o.arguments.end(), typed.begin(), typed.end());
+    }
+    if (tag.format)
+        o.format = tag.format->text();
+    else
+        o.type = valueTypeName(tag.type);
+    Command c;
+    if (!prepareCommand(o, false, c, error))
+        return false;
+    if (tag.format)
+        out.assign(c.registers.begin(), c.registers.end());
+    else
+        out = c.values;
+    return true;
+}
+
+bool plotValue(const Tag &tag, const std::string &shown, double &value)
+{
+    if (isString(tag) || shown.empty())
+        return false;
+    const QString text = QString::fromStdString(shown);
+    bool ok = false;
+    if (text.startsWith("0x"))
+        value = double(text.mid(2).toULongLong(&ok, 16));
+    else if (text.startsWith("0b"))
+        value = double(text.mid(2).toULongLong(&ok, 2));
+    else
+        value = text.toDouble(&ok);
+    return ok;
 }
 
 bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &error)
@@ -146,11 +128,6 @@ bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &erro
                 error = "bad station \"" + value + "\" (0 for the connection's, or 1 to 247)";
                 return false;
             }
-        } else if (key == "format") {
-            if (!parseShowAs(value, t.format)) {
-                error = "unknown format \"" + value + "\" (unsigned, signed, hex or binary)";
-                return false;
-            }
         } else if (key == "trend") {
             if (value != "on" && value != "off") {
                 error = "trend is on or off, not \"" + value + "\"";
@@ -158,7 +135,7 @@ bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &erro
             }
             t.trend = value == "on";
         } else {
-            error = "unknown field \"" + f + "\" (station=N, format=F, trend=on|off)";
+            error = "unknown field \"" + f + "\" (station=N or trend=on|off)";
             return false;
         }
     }
@@ -171,8 +148,6 @@ std::string monitorTagLine(const MonitorTag &t)
     std::string line = t.tag.text;
     if (t.station)
         line += " station=" + std::to_string(t.station);
-    if (t.format != ShowAs::Unsigned)
-        line += std::string(" format=") + showAsName(t.format);
     if (!t.trend)
         line += " trend=off";
     return line;
@@ -199,7 +174,7 @@ bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::s
 
 std::string tagListText(const std::vector<MonitorTag> &tags)
 {
-    std::string text = "# teco-monitor tags: TAG [station=N] [format=F] [trend=on|off]\n";
+    std::string text = "# teco-monitor tags: ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=on|off]\n";
     for (const MonitorTag &t : tags)
         text += monitorTagLine(t) + "\n";
     return text;

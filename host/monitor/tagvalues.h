@@ -1,14 +1,12 @@
 #ifndef HOST_MONITOR_TAGVALUES_H
 #define HOST_MONITOR_TAGVALUES_H
 
-// A monitor tag: teco-cli's poll tag with a station, the form its values
-// are shown in and whether it is trended; the tag list file; values shown
-// and typed.
+// A monitor tag: teco-cli's poll tag (ADDRESS[:TYPE|FORMAT][:COUNT], such as
+// HR100, IR1:word:2, HR200:float32) with a station and whether it is
+// trended; the tag list file; values typed for writes and values plotted.
 //
-// A tag list file has one tag per line, "TAG [station=N] [format=F]
-// [trend=on|off]", with TAG as teco-cli's poll takes it
-// (ADDRESS[:TYPE][:COUNT]); blank lines and lines starting with "#" are
-// skipped.
+// A tag list file has one tag per line, "TAG [station=N] [trend=on|off]";
+// blank lines and lines starting with "#" are skipped.
 
 #include "command.h"
 
@@ -16,31 +14,31 @@
 #include <string>
 #include <vector>
 
-enum class ShowAs { Unsigned, Signed, Hex, Binary };
-
 struct MonitorTag
 {
     Tag tag;
     int station = 0; // 0: the connection's
-    ShowAs format = ShowAs::Unsigned;
     bool trend = true;
 };
 
-const char *showAsName(ShowAs format);
-bool parseShowAs(const std::string &text, ShowAs &format);
-const std::vector<ShowAs> &allShowAs();
+// Whether a format can be given to the tag: whole registers only.
+bool takesFormat(const Tag &tag);
+// Gives the tag a number format ("float32", "int32:ABCD"), or none (""),
+// with its text to match; checked as teco-cli checks --format.
+bool setTagFormat(Tag &tag, const std::string &format, std::string &error);
+// The formats offered for a tag: "" (none), then every format's name.
+const std::vector<std::string> &formatChoices();
 
-// One value in the tag's type and format: "1500", "-1", "0x05DC", "0b0101".
-std::string showValue(uint32_t value, ValueType type, ShowAs format);
-// The value as a number for a trend: signed for the Signed format.
-double plotValue(uint32_t value, ValueType type, ShowAs format);
-
-// The values typed for a write: as many as the tag has, separated by
-// spaces, each as teco-cli's write takes it (values.h parseValue).
+// The values typed for a write (separated by spaces; a string tag takes the
+// whole text), as many as the tag has, checked as teco-cli's write checks
+// them: the words to write (the registers, for a tag with a format).
 bool parseWriteValues(
-    const std::string &text, const MonitorTag &tag, std::vector<uint32_t> &values, std::string &error);
+    const std::string &text, const Tag &tag, std::vector<uint32_t> &words, std::string &error);
 
-// A tag from its fields: "HR100:word station=2 format=hex".
+// A value as shown, as a number for a trend; false for text (strings).
+bool plotValue(const Tag &tag, const std::string &shown, double &value);
+
+// A tag from its fields: "HR100:hex station=2 trend=off".
 bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &error);
 std::string monitorTagLine(const MonitorTag &tag);
 

@@ -1,6 +1,7 @@
 #include "worker.h"
 
 #include "faultrule.h"
+#include "formattedio.h"
 #include "scanprobe.h"
 
 #include <QDateTime>
@@ -155,16 +156,24 @@ void MonitorWorker::pollNext()
     r.id = t.id;
     r.revision = t.revision;
     const int64_t t0 = monotonicNs();
-    const DriverHost::Result result = host.read(link, t.tag.address, t.tag.type, t.tag.count);
+    if (t.tag.format) {
+        const FormattedResult f = readFormatted(host, link, t.tag.address, *t.tag.format, t.tag.count);
+        r.ok = f.ok;
+        r.values = f.values;
+        r.error = QString::fromStdString(f.errorText);
+    } else {
+        const DriverHost::Result d = host.read(link, t.tag.address, t.tag.type, t.tag.count);
+        r.ok = d.ok;
+        for (const Element &e : d.elements)
+            r.values.push_back(std::to_string(e.value));
+        r.error = QString::fromStdString(d.errorText);
+    }
     r.latencyNs = monotonicNs() - t0;
     r.timeMs = QDateTime::currentMSecsSinceEpoch();
-    r.ok = result.ok;
-    if (result.ok) {
-        for (const Element &e : result.elements)
-            r.values.push_back(e.value);
-    } else {
-        r.error = QString::fromStdString(result.errorText);
-    }
+    if (r.ok)
+        r.error.clear();
+    else
+        r.values.clear();
     flushTraffic();
     emit reading(r);
     if (++nextTag < tags.size()) {
@@ -183,8 +192,9 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
         return;
     }
     useStation(t.station);
-    const std::vector<uint32_t> v(values.begin(), values.end());
-    const DriverHost::Result result = host.write(link, t.tag.address, t.tag.type, v);
+    const DriverHost::Result result = t.tag.format
+        ? writeRegisters(host, link, t.tag.address, std::vector<uint16_t>(values.begin(), values.end()))
+        : host.write(link, t.tag.address, t.tag.type, std::vector<uint32_t>(values.begin(), values.end()));
     flushTraffic();
     emit written(t.id, result.ok, QString::fromStdString(result.errorText));
 }

@@ -33,7 +33,8 @@ public slots:
     void close();
     void setTags(const QVector<PollTag> &tags);
     void setPolling(bool on, int intervalMs);
-    // Writes values (parsed and checked by the window) to a tag.
+    // Writes to a tag what the window parsed and checked: its values, or for
+    // a tag with a format the registers that hold them.
     void write(const PollTag &tag, const QVector<uint> &values);
     // Probes stations from..to with one read of address each.
     void startScan(int from, int to, const QString &address);

@@ -93,15 +93,15 @@ private slots:
         QTest::addColumn<QString>("error"); // empty: loads, and saves back as canonical
         QTest::addColumn<QString>("saved");
         QTest::newRow("comments and blank lines skipped, fields kept")
-            << QByteArray("# tags\n\nHR100\r\n  IR1:word:2 station=2 format=hex\nDO1 trend=off\n")
-            << QString() << QString("HR100\nIR1:word:2 station=2 format=hex\nDO1 trend=off\n");
+            << QByteArray("# tags\n\nHR100\r\n  IR1:hex:2 station=2\nDO1 trend=off\n") << QString()
+            << QString("HR100\nIR1:hex:2 station=2\nDO1 trend=off\n");
         QTest::newRow("station beyond 247")
             << QByteArray("HR100 station=248\n")
             << "line 1: bad station \"248\" (0 for the connection's, or 1 to 247)" << QString();
         QTest::newRow("bad address names its line") << QByteArray("HR100\nXY5\n") << "line 2: " << QString();
         QTest::newRow("unknown field")
             << QByteArray("HR100 colour=red\n")
-            << "line 1: unknown field \"colour=red\" (station=N, format=F, trend=on|off)" << QString();
+            << "line 1: unknown field \"colour=red\" (station=N or trend=on|off)" << QString();
         QTest::newRow("type that does not fit the address")
             << QByteArray("DO1:word\n") << "line 1: DO1 is a coil: it holds bits, not words" << QString();
     }
@@ -143,6 +143,9 @@ private slots:
         QTest::newRow("fewer values than the tag has") << "HR100:word:2"
                                                        << "5"
                                                        << "HR100:word:2 takes 2 values, separated by spaces";
+        QTest::newRow("format's range") << "HR100:int16"
+                                        << "40000"
+                                        << "value 40000 does not fit in int16 (-32768 to 32767)";
         QTest::newRow("binary wider than the type") << "HR100:byte"
                                                     << "0b101010101"
                                                     << "\"0b101010101\" is not a number";
@@ -188,13 +191,14 @@ private slots:
     {
         QVERIFY(window->addTagLine("HR100"));
         QVERIFY(window->addTagLine("IR1"));
-        QVERIFY(window->addTagLine("HR101 format=hex"));
+        QVERIFY(window->addTagLine("HR101:hex"));
+        QVERIFY(window->addTagLine("HR200:float32"));
         QVERIFY(!window->addTagLine("HR0")); // refused, nothing added
-        QCOMPARE(window->tags()->rowCount(), 3);
+        QCOMPARE(window->tags()->rowCount(), 4);
         // The built-in map of the simulated drive.
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1500"), waitMs);
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("IR1"), QString("1498"), waitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR101"), QString("0x012C"), waitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR101:hex"), QString("0x012C"), waitMs);
 
         // A write by editing the value cell, as a user does.
         QSignalSpy written(window, &MainWindow::writeFinished);
@@ -209,21 +213,31 @@ private slots:
         QVERIFY(written.wait(waitMs));
         QVERIFY2(written.first().at(1).toBool(), qPrintable(written.first().at(2).toString()));
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1234"), waitMs);
+        // A format: two registers written, read back as one value.
+        TagModel *m = window->tags();
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR200:float32"), QString("0"), waitMs);
+        m->setData(m->index(rowOf("HR200:float32"), TagModel::ValueColumn), "-2.5", Qt::EditRole);
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR200:float32"), QString("-2.5"), waitMs);
+        // Another format shows nothing in the old one.
+        QVERIFY(m->setData(m->index(rowOf("IR1"), TagModel::FormatColumn), "hex", Qt::EditRole));
+        QCOMPARE(valueOf("IR1:hex"), QString());
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("IR1:hex"), QString("0x05DA"), waitMs);
 
         // Every tag is trended; the samples export as CSV.
         TrendView *trends = window->trends();
-        for (const char *tag : { "HR100", "IR1", "HR101" })
+        for (const char *tag : { "HR100", "IR1:hex", "HR101:hex", "HR200:float32" })
             QTRY_VERIFY_WITH_TIMEOUT(trends->samples(window->tags()->idAt(rowOf(tag))) >= 2, waitMs);
         trends->refresh();
-        QVERIFY(trends->plottedPoints() >= 6);
+        QVERIFY(trends->plottedPoints() >= 8);
         QString error;
         const QString path = dir.filePath("trend.csv");
         QVERIFY2(trends->exportCsv(path, error), qPrintable(error));
         const QString csv = readAll(path);
         QVERIFY(csv.startsWith("time,tag,value\n"));
         QVERIFY(csv.contains(",HR100,1234\n"));
-        QVERIFY(csv.contains(",IR1,1498\n"));
-        QVERIFY(csv.contains(",HR101,300\n"));
+        QVERIFY(csv.contains(",IR1:hex,1498\n"));
+        QVERIFY(csv.contains(",HR101:hex,300\n"));
+        QVERIFY(csv.contains(",HR200:float32,-2.5\n"));
     }
 
     void anotherStationStartsAfresh()
@@ -288,7 +302,7 @@ private slots:
         QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
         QVERIFY(answered.wait(waitMs));
         TagModel *m = window->tags();
-        const int row = rowOf("HR101");
+        const int row = rowOf("HR101:hex");
         QTRY_VERIFY_WITH_TIMEOUT(
             m->index(row, TagModel::ErrorColumn).data().toString().contains("exception"), waitMs);
         QTRY_VERIFY_WITH_TIMEOUT(traffic->health(1).exceptions >= 1, waitMs);
@@ -298,7 +312,7 @@ private slots:
         QCOMPARE(value.data(Qt::ForegroundRole).value<QBrush>().color(), QColor(Qt::gray));
         QVERIFY(value.data(Qt::ToolTipRole).toString().startsWith("the last read failed"));
         // The other tags are still good.
-        QCOMPARE(m->index(rowOf("IR1"), TagModel::ErrorColumn).data().toString(), QString());
+        QCOMPARE(m->index(rowOf("IR1:hex"), TagModel::ErrorColumn).data().toString(), QString());
     }
 
     void scanFindsStations()
@@ -322,7 +336,7 @@ private slots:
     void screenshotIsNotBlank()
     {
         const QString tags = dir.filePath("shot.tags");
-        QVERIFY(writeFile(tags, "HR100\nIR1\nHR101 format=hex\n"));
+        QVERIFY(writeFile(tags, "HR100\nIR1\nHR101:hex\n"));
         const QString png = dir.filePath("shot.png");
         QProcess p;
         p.start(TECO_MONITOR_PATH, { "--screenshot", png, "--tags", tags, "--seconds", "3" });
