@@ -5,7 +5,6 @@
 #include "framedecoder.h"
 #include "installation.h"
 #include "output.h"
-#include "textfile.h"
 
 Session::Session(const CliOptions &sessionOptions)
     : session(sessionOptions)
@@ -88,16 +87,8 @@ int Session::openLine()
             return usage("the --sim-... options are for the simulated drive, which runs only without --port");
     } else {
         so.link = settings;
-        if (session.simStations && !SimDrive::parseStations(*session.simStations, so.stations, error))
+        if (!SimDrive::optionsFrom(session.simStations, session.simFaults, session.simMap, so, error))
             return usage(error);
-        for (const std::string &text : session.simFaults) {
-            FaultRule rule;
-            if (!FaultRule::parse(text, rule, error))
-                return usage(error);
-            so.faults.push_back(rule);
-        }
-        if (session.simMap && !readTextFile(*session.simMap, userTextFileLimit, so.map.emplace(), error))
-            return usage("cannot read the map " + *session.simMap + ": " + error);
     }
     TraceFormat traceFormat = TraceFormat::Decoded;
     if (session.traceFormat)

@@ -25,6 +25,7 @@ const char usageText[] = "usage: teco-monitor [options]\n"
                          "                      teco-monitor, else the one built with it)\n"
                          "  --sim-fault RULE    a fault for the simulated drive from the start; repeatable\n"
                          "                      (as teco-sim --fault takes it)\n"
+                         "  --sim-map FILE      the simulated drive's map (teco-sim --print-map shows it)\n"
                          "  --tab NAME          the tab shown first: trends, traffic or scan\n"
                          "  --screenshot FILE   poll the simulated drive, save the window as a PNG and exit\n"
                          "  --seconds N         how long to poll before the screenshot (default 3)\n"
@@ -32,7 +33,7 @@ const char usageText[] = "usage: teco-monitor [options]\n"
 
 struct MonitorArguments
 {
-    std::optional<std::string> tags, plugin, screenshot, tab;
+    std::optional<std::string> tags, plugin, screenshot, tab, simMap;
     QStringList simFaults;
     std::optional<int> seconds;
     bool help = false;
@@ -56,6 +57,7 @@ int main(int argc, char **argv)
                 a.simFaults << QString::fromStdString(text);
                 return true;
             }),
+        OptionTable::text("sim-map", a.simMap),
         OptionTable::checked("tab",
             [&a](const std::string &text, std::string &error) {
                 if (text != "trends" && text != "traffic" && text != "scan") {
@@ -104,6 +106,8 @@ int main(int argc, char **argv)
 
     MainWindow window(QString::fromStdString(plugin));
     window.setSimFaults(a.simFaults);
+    if (a.simMap)
+        window.setSimMap(QString::fromStdString(*a.simMap));
     if (a.tab)
         window.tabs()->setCurrentIndex(*a.tab == "trends" ? 0 : *a.tab == "traffic" ? 1 : 2);
     if (a.tags) {
@@ -123,6 +127,11 @@ int main(int argc, char **argv)
         }
     });
     if (a.screenshot) {
+        QObject::connect(&window, &MainWindow::connectFailed, &app, [&](const QString &e) {
+            std::fprintf(stderr, "teco-monitor: cannot connect: %s\n", e.toLocal8Bit().constData());
+            status = 1;
+            app.quit();
+        });
         const QString path = QString::fromStdString(*a.screenshot);
         QTimer::singleShot((a.seconds ? *a.seconds : 3) * 1000, &app, [&, path] {
             window.trends()->refresh();

@@ -198,6 +198,12 @@ QWidget *MainWindow::makeConnectionPanel()
     simFaults->setPlaceholderText("none");
     simFaults->setToolTip("faults for the simulated drive from the start, separated by \";\", "
                           "such as late:at=HR200,ms=800");
+    simMap = new QLineEdit;
+    simMap->setPlaceholderText("built-in");
+    simMap->setToolTip(
+        "the simulated drive's initial values and motor (teco-sim --print-map shows the form)");
+    auto *browseMap = new QPushButton("...");
+    browseMap->setToolTip("choose a map file");
     connectButton = new QPushButton("Connect");
     connectButton->setEnabled(false);
 
@@ -223,14 +229,19 @@ QWidget *MainWindow::makeConnectionPanel()
     grid->addWidget(simStations, 4, 3);
     grid->addWidget(new QLabel("Sim faults"), 5, 0);
     grid->addWidget(simFaults, 5, 1, 1, 3);
+    auto *mapRow = new QHBoxLayout;
+    mapRow->addWidget(simMap, 1);
+    mapRow->addWidget(browseMap);
+    grid->addWidget(new QLabel("Sim map"), 6, 0);
+    grid->addLayout(mapRow, 6, 1, 1, 3);
     pollBox = new QCheckBox("Poll every");
     pollBox->setChecked(true);
     interval = spin(10, 3600000, " ms");
     interval->setValue(500);
     interval->setSingleStep(100);
-    grid->addWidget(pollBox, 6, 0);
-    grid->addWidget(interval, 6, 1);
-    grid->addWidget(connectButton, 6, 2, 1, 2);
+    grid->addWidget(pollBox, 7, 0);
+    grid->addWidget(interval, 7, 1);
+    grid->addWidget(connectButton, 7, 2, 1, 2);
     grid->setColumnStretch(1, 1);
     grid->setColumnStretch(3, 1);
 
@@ -239,7 +250,13 @@ QWidget *MainWindow::makeConnectionPanel()
         const bool sim = port->currentData().toString().isEmpty();
         simStations->setEnabled(sim);
         simFaults->setEnabled(sim);
+        simMap->setEnabled(sim);
     };
+    connect(browseMap, &QPushButton::clicked, this, [this] {
+        const QString path = QFileDialog::getOpenFileName(this, "Map of the simulated drive");
+        if (!path.isEmpty())
+            simMap->setText(path);
+    });
     connect(port, QOverload<int>::of(&QComboBox::currentIndexChanged), this, simOnly);
     connect(rescan, &QPushButton::clicked, this, &MainWindow::refreshPorts);
     connect(connectButton, &QPushButton::clicked, this, [this] {
@@ -272,6 +289,8 @@ QStringList MainWindow::portChoices() const
 }
 
 void MainWindow::setSimFaults(const QStringList &rules) { simFaults->setText(rules.join("; ")); }
+
+void MainWindow::setSimMap(const QString &path) { simMap->setText(path); }
 
 void MainWindow::refreshPorts()
 {
@@ -313,7 +332,8 @@ QWidget *MainWindow::makeTagPanel()
               { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
         tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 24);
-    tagTable->setColumnWidth(TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 24); // the tick
+    tagTable->setColumnWidth(
+        TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 24); // the tick
 
     auto *addRow = new QHBoxLayout;
     addRow->addWidget(tagLine, 1);
@@ -383,6 +403,7 @@ void MainWindow::connectLine()
     s.options.delayMs = (unsigned long)delay->value();
     s.options.lateGuardMs = lateGuard->value();
     s.simStations = simStations->text().trimmed();
+    s.simMap = simMap->text().trimmed();
     for (const QString &f : simFaults->text().split(';', Qt::SkipEmptyParts))
         if (!f.trimmed().isEmpty())
             s.simFaults << f.trimmed();
@@ -407,6 +428,8 @@ void MainWindow::opened(bool ok, const QString &message)
     openedMs = QDateTime::currentMSecsSinceEpoch();
     showMessage(ok ? "connected" : "cannot connect: " + message);
     emit connectionChanged(ok, message);
+    if (!ok)
+        emit connectFailed(message);
 }
 
 void MainWindow::closed()

@@ -53,6 +53,8 @@ public:
     QStringList portChoices() const;
     // Faults the simulated drive starts with (the Sim faults field).
     void setSimFaults(const QStringList &rules);
+    // The simulated drive's map file; empty: the built-in map.
+    void setSimMap(const QString &path);
 
 public slots:
     void connectLine();
@@ -62,6 +64,7 @@ public slots:
 signals:
     void driverReady(bool ok, const QString &error);
     void connectionChanged(bool connected, const QString &message);
+    void connectFailed(const QString &message);
     void readingShown(const Reading &reading);
     void writeFinished(int id, bool ok, const QString &error);
     void faultAnswered(bool ok, const QString &message);
@@ -104,7 +107,7 @@ private:
     QComboBox *port;
     QLineEdit *linkText;
     QSpinBox *station, *timeout, *retry, *delay, *lateGuard;
-    QLineEdit *simStations, *simFaults;
+    QLineEdit *simStations, *simFaults, *simMap;
     QPushButton *connectButton;
 
     // Tags.

@@ -44,6 +44,7 @@ struct ConnectSettings
     LinkOptions options;
     QString simStations = "1,2,3";
     QStringList simFaults;
+    QString simMap; // a map file; empty: the built-in map
 };
 
 // The driver's defaults, as a new panel project takes them.

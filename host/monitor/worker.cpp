@@ -77,14 +77,14 @@ void MonitorWorker::open(const ConnectSettings &s)
     if (port.empty()) {
         SimDrive::Options so;
         so.link = settings;
-        if (!SimDrive::parseStations(s.simStations.toStdString(), so.stations, error))
+        std::vector<std::string> faults;
+        for (const QString &text : s.simFaults)
+            faults.push_back(text.toStdString());
+        std::optional<std::string> map;
+        if (!s.simMap.isEmpty())
+            map = s.simMap.toStdString();
+        if (!SimDrive::optionsFrom(s.simStations.toStdString(), faults, map, so, error))
             return fail(error);
-        for (const QString &text : s.simFaults) {
-            FaultRule rule;
-            if (!FaultRule::parse(text.toStdString(), rule, error))
-                return fail(error);
-            so.faults.push_back(rule);
-        }
         if (!sim.start(so, error))
             return fail("cannot start the simulated drive: " + error);
         port = sim.devicePath();

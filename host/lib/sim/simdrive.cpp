@@ -1,6 +1,7 @@
 #include "simdrive.h"
 
 #include "registermap.h"
+#include "textfile.h"
 #include "textutil.h"
 
 #include <modbus.h>
@@ -128,6 +129,24 @@ void setCell(modbus_mapping_t *m, Area area, int address, uint16_t v)
 SimDrive::SimDrive() = default;
 
 SimDrive::~SimDrive() { stop(); }
+
+bool SimDrive::optionsFrom(const std::optional<std::string> &stations, const std::vector<std::string> &faults,
+    const std::optional<std::string> &mapPath, Options &options, std::string &error)
+{
+    if (stations && !parseStations(*stations, options.stations, error))
+        return false;
+    for (const std::string &text : faults) {
+        FaultRule rule;
+        if (!FaultRule::parse(text, rule, error))
+            return false;
+        options.faults.push_back(rule);
+    }
+    if (mapPath && !readTextFile(*mapPath, userTextFileLimit, options.map.emplace(), error)) {
+        error = "cannot read the map " + *mapPath + ": " + error;
+        return false;
+    }
+    return true;
+}
 
 bool SimDrive::parseStations(const std::string &text, std::vector<int> &stations, std::string &error)
 {

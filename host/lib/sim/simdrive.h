@@ -84,6 +84,13 @@ public:
 
     // Parses "1,2,5-7" into station numbers 1..247.
     static bool parseStations(const std::string &text, std::vector<int> &stations, std::string &error);
+    // The drive's stations, faults and map as people give them (a station
+    // list, fault rules, the path of a map file) into options; each is
+    // optional. False with one sentence in error: a bad list or rule, or a
+    // map that is not a regular file of at most 1 MiB.
+    static bool optionsFrom(const std::optional<std::string> &stations,
+        const std::vector<std::string> &faults, const std::optional<std::string> &mapPath, Options &options,
+        std::string &error);
 
 private:
     void run();
