@@ -3,6 +3,8 @@
 #include "faultrule.h"
 #include "textutil.h"
 
+#include <cctype>
+
 namespace {
 
 bool typeAndCount(const std::string &text, Tag &tag, const std::optional<std::string> &typeName,
@@ -160,6 +162,12 @@ bool prepareBatch(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+bool prepareShell(const Given &g, Command &, std::string &error)
+{
+    return require(!g.batchLine, "a batch cannot start a shell", error)
+        && require(g.args.empty(), "usage: shell (commands typed one per line, on one link)", error);
+}
+
 bool prepareTrace(const Given &g, Command &c, std::string &error)
 {
     if (!require(
@@ -179,23 +187,28 @@ bool prepareFault(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+// Where a command may stand: on the command line, on a line of a batch or
+// the shell, or both.
+enum Place : unsigned { CommandLine = 1, Line = 2 };
+
 struct CommandRow
 {
     const char *name;
-    bool batchOnly; // known only on a line of a batch
+    unsigned places; // Place
     unsigned accepts; // OptionGroup
     bool (*prepare)(const Given &, Command &, std::string &error);
 };
 
 const CommandRow commands[] = {
-    { "info", false, 0, prepareInfo },
-    { "read", false, TypeOption | CountOption, prepareRead },
-    { "write", false, TypeOption, prepareWrite },
-    { "poll", false, PollOptions, preparePoll },
-    { "scan", false, ScanOptions, prepareScan },
-    { "batch", false, 0, prepareBatch },
-    { "trace", true, 0, prepareTrace },
-    { "fault", true, 0, prepareFault },
+    { "info", CommandLine | Line, 0, prepareInfo },
+    { "read", CommandLine | Line, TypeOption | CountOption, prepareRead },
+    { "write", CommandLine | Line, TypeOption, prepareWrite },
+    { "poll", CommandLine | Line, PollOptions, preparePoll },
+    { "scan", CommandLine | Line, ScanOptions, prepareScan },
+    { "batch", CommandLine, 0, prepareBatch },
+    { "shell", CommandLine, 0, prepareShell },
+    { "trace", Line, 0, prepareTrace },
+    { "fault", Line, 0, prepareFault },
 };
 
 } // namespace
@@ -210,7 +223,7 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
     }
     c.name = o.arguments[0];
     for (const CommandRow &row : commands) {
-        if (c.name != row.name || (row.batchOnly && !batchLine))
+        if (c.name != row.name || (!(row.places & CommandLine) && !batchLine))
             continue;
         if (const char *refused = refusedOption(o, row.accepts)) {
             error = std::string("option ") + refused + " does not apply to " + c.name;
@@ -219,6 +232,44 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
         return row.prepare(Given { args, o, batchLine }, c, error);
     }
-    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan or batch)";
+    std::vector<std::string> known;
+    for (const CommandRow &row : commands)
+        if (row.places & (batchLine ? Line : CommandLine))
+            known.push_back(row.name);
+    error = "unknown command \"" + c.name + "\" (";
+    for (size_t i = 0; i < known.size(); ++i)
+        error += known[i] + (i + 2 < known.size() ? ", " : i + 2 == known.size() ? " or " : ")");
     return false;
+}
+
+std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word)
+{
+    std::vector<std::string> candidates;
+    const std::string command = before.empty() ? std::string() : before[0];
+    const std::string previous = before.empty() ? std::string() : before.back();
+    if (before.empty()) {
+        for (const CommandRow &row : commands)
+            if (row.places & Line)
+                candidates.push_back(row.name);
+        candidates.insert(candidates.end(), { "help", "quit", "exit" });
+    } else if (previous == "--type") {
+        candidates = { "bit", "byte", "word", "dword" };
+    } else if (word.compare(0, 1, "-") == 0) {
+        candidates = lineOptionNames();
+    } else if (command == "trace" && before.size() == 1) {
+        candidates = { "on", "off" };
+    } else if (previous == "--address"
+        || ((command == "read" || command == "write" || command == "poll")
+            && (command == "poll" || before.size() == 1))) {
+        candidates = addressPrefixes();
+    }
+    const std::string upperWord = upperCase(word);
+    std::vector<std::string> matches;
+    for (const std::string &c : candidates) {
+        const bool address = std::isupper(static_cast<unsigned char>(c[0])) != 0;
+        const std::string &typed = address ? upperWord : word;
+        if (c.compare(0, typed.size(), typed) == 0)
+            matches.push_back(c);
+    }
+    return matches;
 }

@@ -21,7 +21,7 @@ struct Tag
 
 struct Command
 {
-    std::string name; // info, read, write, poll, scan, batch; in batches also trace, fault
+    std::string name; // info, read, write, poll, scan, batch, shell; in batches also trace, fault
     CliOptions options;
 
     Tag target; // read, write
@@ -41,6 +41,12 @@ struct Command
 // Checks a parsed command line (or batch line); false with one sentence in
 // error for bad usage. batchLine allows the batch-only commands.
 bool prepareCommand(const CliOptions &options, bool batchLine, Command &command, std::string &error);
+
+// The words that may complete word on a line of the shell, given the words
+// before it: command names first, then option names for "-...", data types
+// after --type, on/off after trace and address prefixes where an address
+// goes. Address prefixes match in either case.
+std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word);
 
 // ADDRESS[:TYPE][:COUNT], such as HR100, HR100:dword, HR100:3, DO1:bit:8.
 bool parseTag(const std::string &text, Tag &tag, std::string &error);

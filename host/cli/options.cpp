@@ -76,12 +76,25 @@ bool parseCliArguments(
     });
 }
 
+std::vector<std::string> lineOptionNames()
+{
+    CliOptions unused;
+    const OptionTable table = cliOptionTable(unused);
+    std::vector<std::string> names;
+    for (const OptionTable::Row &r : table.allRows())
+        if (r.scope == Command)
+            names.push_back(std::string("--") + r.name);
+    return names;
+}
+
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error)
 {
     words.clear();
     std::string word;
     bool inWord = false, quoted = false;
     for (char c : line) {
+        if (c == '#' && !quoted && !inWord)
+            break; // a comment to the end of the line
         if (c == '"') {
             quoted = !quoted;
             inWord = true;

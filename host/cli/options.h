@@ -45,8 +45,12 @@ struct CliOptions
 bool parseCliArguments(
     const std::vector<std::string> &args, CliOptions &options, bool batchLine, std::string &error);
 
-// Splits a batch line into words; double quotes group words. False (with
-// error) for an unterminated quote.
+// The options a line of a batch or the shell may give, such as "--count".
+std::vector<std::string> lineOptionNames();
+
+// Splits a batch line into words; double quotes group words, and a "#" that
+// starts a word outside quotes starts a comment to the end of the line.
+// False (with error) for an unterminated quote.
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error);
 
 #endif // HOST_CLI_OPTIONS_H

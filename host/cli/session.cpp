@@ -122,6 +122,8 @@ int Session::run(const Command &c)
         return info(c);
     if (c.name == "batch")
         return batch(c);
+    if (c.name == "shell")
+        return shell(c);
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;

@@ -11,7 +11,8 @@ bool stderrIsTerminal();
 
 // While an InterruptScope lives, Ctrl-C sets interrupted() instead of ending
 // the program; waits without SA_RESTART end at once. The previous handler
-// comes back when the scope ends.
+// comes back when the scope ends. A scope inside another (a poll inside a
+// shell's command) sees a Ctrl-C that came before it began.
 class InterruptScope
 {
 public:

@@ -11,24 +11,25 @@ const char expected[] = " (expected HR, IR, DO, DI, FN5DO or FN6HR and a number 
 
 bool isDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
+const struct
+{
+    const char *prefix;
+    Area area;
+} prefixes[] = {
+    // Longer prefixes first: FN5DO before DO.
+    { "FN5DO", Area::Coils },
+    { "FN6HR", Area::HoldingRegisters },
+    { "HR", Area::HoldingRegisters },
+    { "IR", Area::InputRegisters },
+    { "DO", Area::Coils },
+    { "DI", Area::DiscreteInputs },
+};
+
 } // namespace
 
 bool AddressText::parse(const std::string &text, AddressText &address, std::string &error)
 {
     const std::string upper = upperCase(text);
-    static const struct
-    {
-        const char *prefix;
-        Area area;
-    } prefixes[] = {
-        // Longer prefixes first: FN5DO before DO.
-        { "FN5DO", Area::Coils },
-        { "FN6HR", Area::HoldingRegisters },
-        { "HR", Area::HoldingRegisters },
-        { "IR", Area::InputRegisters },
-        { "DO", Area::Coils },
-        { "DI", Area::DiscreteInputs },
-    };
     AddressText a;
     size_t pos = 0;
     for (const auto &p : prefixes) {
@@ -111,6 +112,14 @@ const char *areaName(Area area)
         return "input register";
     }
     return "?";
+}
+
+std::vector<std::string> addressPrefixes()
+{
+    std::vector<std::string> names;
+    for (const auto &p : prefixes)
+        names.push_back(p.prefix);
+    return names;
 }
 
 const char *areaPrefix(Area area)

@@ -7,11 +7,14 @@
 // before anything goes on the line.
 
 #include <string>
+#include <vector>
 
 enum class Area { Coils, DiscreteInputs, HoldingRegisters, InputRegisters };
 
 // The plain prefix of an area: DO, DI, HR or IR.
 const char *areaPrefix(Area area);
+// Every prefix an address text may start with: FN5DO, FN6HR, HR, IR, DO, DI.
+std::vector<std::string> addressPrefixes();
 
 struct AddressText
 {

@@ -17,6 +17,7 @@
 
 #include <fcntl.h>
 #include <fstream>
+#include <csignal>
 #include <poll.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -454,6 +455,122 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     const CliRun r = cli(with(port, { "--retry", "0", "--timeout", "50", "batch", link }));
     EXPECT_EQ(r.status, 1) << r.err;
     EXPECT_EQ(device.bytesArrived(), 8); // the read of HR1, unanswered
+}
+
+// A file batch is read and checked to its end first: a bad line anywhere is
+// reported with its number, and nothing is sent, started or shown.
+TEST(Cli, AFileBatchIsCheckedWholeBeforeAnythingIsSent)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    SilentDevice device;
+    struct Row
+    {
+        const char *name;
+        const char *batch;
+        bool simulated; // without --port
+        const char *message;
+    } rows[] = {
+        { "a bad value on the last line", "read HR1\nread HR2 # comment\n\nwrite HR1 70000\n", false,
+            "teco-cli: batch line 4: value 70000 does not fit in a word (-32768 to 65535)\n" },
+        { "a session option", "# first\nread HR1 --port /dev/ttyS0\nread HR2\n", false,
+            "teco-cli: batch line 2: option --port belongs on the command line, before the batch\n" },
+        { "a fault without the simulated drive", "read HR1\nfault noreply\n", false,
+            "teco-cli: batch line 2: fault needs the simulated drive (no --port)\n" },
+        { "an unterminated quote", "read HR1\r\nread \"HR2\r\n", false,
+            "teco-cli: batch line 2: unterminated quote\n" },
+        { "a command of the command line only", "read HR1\nshell\n", true,
+            "teco-cli: batch line 2: a batch cannot start a shell\n" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string path = dir.path().toStdString() + "/batch";
+        std::ofstream(path, std::ios::trunc) << row.batch;
+        std::vector<std::string> args = { "batch", path };
+        if (!row.simulated)
+            args.insert(args.begin(), { "--port", device.path });
+        const CliRun r = cli(args);
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err, row.message); // no simulated drive was started either
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(device.bytesArrived(), 0);
+}
+
+TEST(Cli, ABatchLineMayEndInAComment)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string path = dir.path().toStdString() + "/batch";
+    std::ofstream(path) << "write HR100 77 # the speed command\n  # a comment line\nread HR100 --json #\n";
+    const CliRun r = cli({ "batch", path });
+    EXPECT_EQ(r.status, 0) << r.err;
+    const std::vector<std::string> out = lines(r.out);
+    ASSERT_EQ(out.size(), 5u) << r.out;
+    EXPECT_EQ(out[0], "teco> write HR100 77 # the speed command");
+    EXPECT_EQ(out[2], "  # a comment line");
+    EXPECT_EQ(json(out[4])["values"].toArray().first().toDouble(), 77) << out[4];
+}
+
+// The shell with its lines from a pipe: each shown as it runs, a typing
+// error or a failed command reported on standard error and the shell going
+// on; quit ends it. The exit status is the worst of its lines.
+TEST(Cli, TheShellGoesOnAfterBadAndFailedLines)
+{
+    const std::string input = "read XR1\n"
+                              "write HR100 42 --json\n"
+                              "fault noreply:times=1\n"
+                              "read HR100 --retry 0 --timeout 100 --json\n"
+                              "help\n"
+                              "read HR100 --json # again\n"
+                              "quit\n"
+                              "read HR101 --json\n";
+    const CliRun r = cli({ "shell" }, input);
+    EXPECT_EQ(r.status, 2) << r.err;
+    const std::vector<std::string> out = lines(r.out);
+    std::vector<std::string> objects, shown;
+    for (const std::string &line : out) {
+        if (line.rfind("{", 0) == 0)
+            objects.push_back(line);
+        if (line.rfind("teco> ", 0) == 0)
+            shown.push_back(line.substr(6));
+    }
+    EXPECT_EQ(shown,
+        (std::vector<std::string> { "read XR1", "write HR100 42 --json", "fault noreply:times=1",
+            "read HR100 --retry 0 --timeout 100 --json", "help", "read HR100 --json # again", "quit" }));
+    ASSERT_EQ(objects.size(), 3u) << r.out;
+    EXPECT_EQ(json(objects[0])["ok"].toBool(), true);
+    EXPECT_EQ(
+        json(objects[1])["error"].toString().toStdString(), "PLC no response (read 1 word(s) from 1-HR100)");
+    EXPECT_EQ(json(objects[2])["values"].toArray().first().toDouble(), 42);
+    EXPECT_NE(r.out.find("quit, exit or Ctrl-D"), std::string::npos) << "help";
+    EXPECT_NE(r.err.find("teco-cli: unknown address \"XR1\""), std::string::npos) << r.err;
+}
+
+// Ctrl-C during a poll ends the poll, with its summary; the shell reads on.
+TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
+{
+    QProcess p;
+    p.start(TECO_CLI_PATH, { "shell" });
+    ASSERT_TRUE(p.waitForStarted(30000));
+    p.write("poll HR100 --interval 20\n");
+    std::string out;
+    for (int i = 0; i < 300 && out.find(" 1500\n") == std::string::npos; ++i) {
+        p.waitForReadyRead(100);
+        out += p.readAllStandardOutput().toStdString();
+    }
+    ASSERT_NE(out.find(" 1500\n"), std::string::npos) << "the poll did not start: " << out;
+    ::kill(pid_t(p.processId()), SIGINT);
+    p.write("read HR101 --json\n");
+    p.closeWriteChannel();
+    ASSERT_TRUE(p.waitForFinished(30000));
+    out += p.readAllStandardOutput().toStdString();
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+    EXPECT_NE(out.find("\npoll: "), std::string::npos) << out;
+    const std::vector<std::string> all = lines(out);
+    ASSERT_FALSE(all.empty());
+    EXPECT_EQ(json(all.back())["values"].toArray().first().toDouble(), 300) << out; // the built-in map
 }
 
 } // namespace

@@ -1,0 +1,224 @@
+// teco-cli shell: commands typed one per line on one link, the lines of a
+// batch run as they come. A typing error or a failed command is reported and
+// the shell goes on; Ctrl-C stops the command that runs, never the shell.
+//
+// On a terminal it edits lines with libedit (readline's interface), keeps a
+// history in ~/.teco_cli_history and completes commands, options and address
+// prefixes with Tab. Without a terminal (standard input from a pipe or a
+// file) it reads plain lines and shows each one before its output, as a
+// batch from standard input does, so that a script sees a transcript.
+
+#include "session.h"
+
+#include "batchlines.h"
+#include "output.h"
+#include "terminal.h"
+#include "textfile.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#ifdef TECO_HAVE_LIBEDIT
+#include <editline/readline.h>
+#endif
+
+namespace {
+
+const char shellHelp[]
+    = "commands, one per line, all on this link:\n"
+      "  read ADDRESS [--type T] [--count N]       T: bit, byte, word, dword\n"
+      "  write ADDRESS VALUE... [--type T]\n"
+      "  poll TAG... [--interval MS] [--cycles N] [--duration S]\n"
+      "  scan [--from N] [--to N] [--address ADDRESS] [--bauds LIST] [--parities LIST] [--stop-bits LIST]\n"
+      "  info\n"
+      "  trace on|off                              the frame trace, on standard error\n"
+      "  fault RULE                                a fault for the simulated drive\n"
+      "  help                                      this text\n"
+      "  quit, exit or Ctrl-D                      end the shell\n"
+      "each command also takes --station N, --timeout MS, --retry N, --delay MS, --late-guard MS\n"
+      "and --json. Ctrl-C stops a command (poll, scan); \"# ...\" is a comment.\n";
+
+const char prompt[] = "teco> ";
+
+#ifdef TECO_HAVE_LIBEDIT
+
+enum { HistoryLines = 1000 };
+
+// The completions of the word being typed, handed to libedit one by one.
+std::vector<std::string> completions;
+
+char *nextCompletion(const char *, int state)
+{
+    static size_t next;
+    if (state == 0)
+        next = 0;
+    return next < completions.size() ? strdup(completions[next++].c_str()) : nullptr;
+}
+
+char **complete(const char *text, int start, int)
+{
+    rl_attempted_completion_over = 1; // never file names
+    std::vector<std::string> before;
+    std::string error;
+    if (!splitWords(std::string(rl_line_buffer, size_t(std::max(start, 0))), before, error))
+        return nullptr;
+    completions = completeShellWord(before, text);
+    if (completions.empty())
+        return nullptr;
+    // An address prefix is followed by its number, not a blank.
+    const bool prefix = std::isupper(static_cast<unsigned char>(completions[0][0])) != 0;
+    rl_completion_append_character = prefix ? '\0' : ' ';
+    return rl_completion_matches(text, nextCompletion);
+}
+
+#endif
+
+// The lines typed: through libedit on a terminal, plain otherwise.
+class ShellInput
+{
+public:
+    ShellInput()
+        : terminal(isatty(STDIN_FILENO) == 1)
+    {
+#ifdef TECO_HAVE_LIBEDIT
+        if (!terminal)
+            return;
+        rl_readline_name = "teco-cli"; // for ~/.editrc
+        rl_catch_signals = 0; // Ctrl-C is ours: it drops the line typed so far
+        rl_attempted_completion_function = complete;
+        stifle_history(HistoryLines);
+        const char *home = std::getenv("HOME");
+        if (home && *home)
+            historyPath = std::string(home) + "/.teco_cli_history";
+        struct stat st;
+        if (historyPath.empty() || ::stat(historyPath.c_str(), &st) != 0)
+            return; // no history yet
+        std::string contents, error;
+        if (!readTextFile(historyPath, userTextFileLimit, contents, error)) {
+            std::fprintf(stderr, "teco-cli: not keeping a history: cannot read %s: %s\n", historyPath.c_str(),
+                error.c_str());
+            historyPath.clear();
+            return;
+        }
+        read_history(historyPath.c_str());
+#endif
+    }
+
+    ~ShellInput()
+    {
+#ifdef TECO_HAVE_LIBEDIT
+        if (historyPath.empty())
+            return;
+        // Written only where a trace could be: never through a symbolic
+        // link, never over another user's file.
+        std::string error;
+        FILE *f = createTextFile(historyPath, error);
+        if (!f) {
+            std::fprintf(
+                stderr, "teco-cli: cannot keep the history in %s: %s\n", historyPath.c_str(), error.c_str());
+            return;
+        }
+        std::fclose(f);
+        write_history(historyPath.c_str());
+#endif
+    }
+
+    // Whether a person types the lines (and sees them as typed).
+    bool interactive() const { return terminal; }
+
+    // The next line; false at the end (Ctrl-D, the end of the input), with
+    // error set if reading failed.
+    bool next(std::string &line, std::string &error)
+    {
+        error.clear();
+#ifdef TECO_HAVE_LIBEDIT
+        if (terminal)
+            return edited(line);
+#endif
+        if (terminal) {
+            std::fputs(prompt, stdout);
+            std::fflush(stdout);
+        }
+        const bool got = plain.next(line, error);
+        if (!got && terminal)
+            std::fputs("\n", stdout);
+        return got;
+    }
+
+private:
+#ifdef TECO_HAVE_LIBEDIT
+    bool edited(std::string &line)
+    {
+        for (;;) {
+            char *text = nullptr;
+            {
+                InterruptScope stop; // the wait for a key ends at Ctrl-C
+                text = readline(prompt);
+                if (!text && InterruptScope::interrupted()) {
+                    std::fputs("\n", stdout); // the line is dropped: a new prompt
+                    continue;
+                }
+            }
+            if (!text) {
+                std::fputs("\n", stdout); // Ctrl-D
+                return false;
+            }
+            line = text;
+            std::free(text);
+            const bool blank = line.find_first_not_of(" \t") == std::string::npos;
+            HIST_ENTRY *last = history_length > 0 ? history_get(history_base + history_length - 1) : nullptr;
+            if (!blank && !(last && last->line && line == last->line))
+                add_history(line.c_str());
+            return true;
+        }
+    }
+    std::string historyPath;
+#endif
+
+    bool terminal;
+    BatchLines plain;
+};
+
+} // namespace
+
+int Session::shell(const Command &)
+{
+    const int opened = openLine();
+    if (opened != ExitOk)
+        return opened;
+    ShellInput input;
+    if (input.interactive())
+        std::printf("teco-cli shell on %s: \"help\" lists the commands, Ctrl-D ends\n",
+            link.settings().text().c_str());
+    int worst = ExitOk; // a refused line (2) weighs more than a failed command (1)
+    std::string text, error;
+    while (input.next(text, error)) {
+        if (!input.interactive())
+            echoLine(text);
+        std::vector<std::string> words;
+        if (splitWords(text, words, error) && !words.empty()) {
+            if (words[0] == "quit" || words[0] == "exit")
+                break;
+            if (words[0] == "help") {
+                std::fputs(shellHelp, stdout);
+                std::fflush(stdout);
+                continue;
+            }
+        }
+        Line line;
+        int rc = ExitOk;
+        if (!prepareLine(text, line, error)) {
+            rc = usage(error);
+        } else {
+            InterruptScope stop; // Ctrl-C ends the command, not the shell
+            rc = runLine(line);
+        }
+        worst = std::max(worst, rc);
+    }
+    if (!error.empty())
+        return usage(error);
+    return worst;
+}
