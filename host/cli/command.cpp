@@ -1,9 +1,12 @@
 #include "command.h"
 
 #include "faultrule.h"
+#include "seriallink.h"
 #include "textutil.h"
 
+#include <algorithm>
 #include <cctype>
+#include <functional>
 
 namespace {
 
@@ -71,8 +74,13 @@ const char *refusedOption(const CliOptions &o, unsigned accepted)
         return "--count";
     if (!(accepted & PollOptions) && (o.interval || o.cycles || o.duration))
         return o.interval ? "--interval" : o.cycles ? "--cycles" : "--duration";
-    if (!(accepted & ScanOptions) && (o.from || o.to || o.address))
-        return o.from ? "--from" : o.to ? "--to" : "--address";
+    if (!(accepted & ScanOptions) && (o.from || o.to || o.address || o.bauds || o.parities || o.stopBits))
+        return o.from    ? "--from"
+            : o.to       ? "--to"
+            : o.address  ? "--address"
+            : o.bauds    ? "--bauds"
+            : o.parities ? "--parities"
+                         : "--stop-bits";
     return nullptr;
 }
 
@@ -137,9 +145,54 @@ bool preparePoll(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+// A comma-separated list of the option (such as "--bauds 9600,19200"); each
+// item goes through read, which gives false for an item it refuses. Items
+// given twice count once. False with one sentence naming what it takes.
+template <typename T>
+bool settingsList(const std::optional<std::string> &text, const char *option, const char *takes,
+    const std::function<bool(const std::string &, T &)> &read, std::vector<T> &list, std::string &error)
+{
+    if (!text)
+        return true;
+    for (const std::string &item : splitFields(*text, ',')) {
+        T value {};
+        if (!read(item, value)) {
+            error = std::string("option ") + option + " takes " + takes + ", not \"" + item + "\"";
+            return false;
+        }
+        if (std::find(list.begin(), list.end(), value) == list.end())
+            list.push_back(value);
+    }
+    return true;
+}
+
+bool lineSettingsToTry(const CliOptions &o, Command &c, std::string &error)
+{
+    const std::function<bool(const std::string &, int &)> baud = [](const std::string &t, int &rate) {
+        return parseWholeNumber(t, 1, 921600, rate) && LinkSettings::supportedBaudRate(rate);
+    };
+    const std::function<bool(const std::string &, char &)> parity = [](const std::string &t, char &p) {
+        const std::string u = upperCase(t);
+        p = u == "N" || u == "NONE" ? 'N' : u == "E" || u == "EVEN" ? 'E' : u == "O" || u == "ODD" ? 'O' : 0;
+        return p != 0;
+    };
+    const std::function<bool(const std::string &, int &)> stop
+        = [](const std::string &t, int &bits) { return parseWholeNumber(t, 1, 2, bits); };
+    return settingsList(
+               o.bauds, "--bauds", "baud rates such as 9600,19200 (300 to 921600)", baud, c.bauds, error)
+        && settingsList(
+            o.parities, "--parities", "parities such as N,E (N, E or O)", parity, c.parities, error)
+        && settingsList(o.stopBits, "--stop-bits", "stop bits such as 1,2", stop, c.stopBits, error);
+}
+
 bool prepareScan(const Given &g, Command &c, std::string &error)
 {
-    if (!require(g.args.empty(), "usage: scan [--from N] [--to N] [--address ADDRESS]", error))
+    if (!lineSettingsToTry(g.o, c, error))
+        return false;
+    if (!require(g.args.empty(),
+            "usage: scan [--from N] [--to N] [--address ADDRESS] [--bauds LIST] [--parities LIST] "
+            "[--stop-bits LIST]",
+            error))
         return false;
     c.from = g.o.from ? *g.o.from : 1;
     c.to = g.o.to ? *g.o.to : 247;

@@ -34,6 +34,10 @@ struct Command
 
     int from = 1, to = 247; // scan
     AddressText probe;
+    // scan: the line settings to try, every combination; empty: the link's own
+    std::vector<int> bauds;
+    std::vector<char> parities; // 'N', 'E', 'O'
+    std::vector<int> stopBits;
 
     std::string argument; // batch: the file; trace: on/off; fault: the rule
 };

@@ -61,6 +61,9 @@ OptionTable cliOptionTable(CliOptions &o)
         T::integer("from", 0, 255, o.from, Command),
         T::integer("to", 0, 255, o.to, Command),
         T::text("address", o.address, Command),
+        T::text("bauds", o.bauds, Command),
+        T::text("parities", o.parities, Command),
+        T::text("stop-bits", o.stopBits, Command),
     });
 }
 

@@ -35,6 +35,7 @@ struct CliOptions
     std::optional<int> count, interval, cycles, from, to;
     std::optional<double> duration;
     std::optional<std::string> address;
+    std::optional<std::string> bauds, parities, stopBits; // scan: lists of line settings to try
 
     std::vector<std::string> arguments; // the command and its arguments
 };

@@ -31,11 +31,15 @@ struct ScanSummary
     {
         int station;
         std::string status;
+        std::string link; // the line settings it answered at
     };
     int from = 1, to = 247, answering = 0;
     std::vector<Station> stations; // those that answered in any way
     ValueType type = ValueType::Word;
     std::string probe;
+    int settings = 1; // line settings tried (--bauds, --parities, --stop-bits)
+    int probes = 0, probed = 0; // stations times settings; those probed
+    bool interrupted = false; // by Ctrl-C
 };
 
 class Output
@@ -51,6 +55,8 @@ public:
     // A poll tag whose shown value changed.
     virtual void pollChange(double seconds, const Tag &tag, const std::string &shown) = 0;
     virtual void pollDone(const PollSummary &summary) = 0;
+    // A station that answered, as soon as it did; then the whole scan.
+    virtual void scanFound(const ScanSummary &summary, const ScanSummary::Station &station) = 0;
     virtual void scanDone(const ScanSummary &summary) = 0;
     // A batch line as it is run, and a comment line of a batch.
     virtual void batchLine(const std::string &text) = 0;

@@ -573,4 +573,60 @@ TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
     EXPECT_EQ(json(all.back())["values"].toArray().first().toDouble(), 300) << out; // the built-in map
 }
 
+// A scan over line settings finds the simulated drive at its own speed and
+// stop bits and leaves the link at its own settings for the next command. A
+// pseudo-terminal keeps no parity, so the drive answers at every parity tried.
+TEST(Cli, AScanOverLineSettingsFindsTheDriveAtItsOwn)
+{
+    struct Row
+    {
+        const char *lists;
+        std::vector<std::string> found;
+    } rows[] = {
+        { "--bauds 9600,19200 --stop-bits 1,2", { "RS485,19200,EVEN,8,1" } },
+        { "--bauds 4800,9600 --stop-bits 1,2", {} },
+        { "--bauds 19200 --parities N,E", { "RS485,19200,NONE,8,1", "RS485,19200,EVEN,8,1" } },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.lists);
+        const CliRun r = cli(
+            { "--json", "--link", "RS485,19200,EVEN,8,1", "--sim-stations", "2", "--station", "2", "batch" },
+            std::string("scan --to 3 ") + row.lists + "\nread HR1\n");
+        const std::vector<std::string> out = lines(r.out);
+        ASSERT_EQ(out.size(), 2u) << r.out << r.err;
+        std::vector<std::string> found;
+        for (const QJsonValue &v : json(out[0])["stations"].toArray()) {
+            EXPECT_EQ(v.toObject()["station"].toInt(), 2);
+            found.push_back(v.toObject()["link"].toString().toStdString());
+        }
+        EXPECT_EQ(found, row.found);
+        EXPECT_EQ(json(out[1])["ok"].toBool(), true) << "the link is back at its own settings: " << out[1];
+        EXPECT_EQ(r.status, row.found.empty() ? 1 : 0) << r.err;
+    }
+}
+
+// A scan shows each station as it answers, and on Ctrl-C ends with what it
+// found so far.
+TEST(Cli, AScanShowsStationsAsTheyAnswerAndKeepsThemOnCtrlC)
+{
+    QProcess p;
+    p.start(TECO_CLI_PATH, { "--sim-stations", "2", "scan", "--timeout", "50" });
+    ASSERT_TRUE(p.waitForStarted(30000));
+    std::string out;
+    for (int i = 0; i < 300 && out.find("\n") == std::string::npos; ++i) {
+        p.waitForReadyRead(100);
+        out += p.readAllStandardOutput().toStdString();
+    }
+    EXPECT_EQ(out, "station   2  answers\n");
+    ::kill(pid_t(p.processId()), SIGINT);
+    ASSERT_TRUE(p.waitForFinished(30000));
+    out += p.readAllStandardOutput().toStdString();
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 0);
+    const std::vector<std::string> all = lines(out);
+    ASSERT_EQ(all.size(), 2u) << out;
+    EXPECT_EQ(all[1].rfind("scan: interrupted after ", 0), 0u) << out;
+    EXPECT_NE(all[1].find(" of 247 probes; 1 answered (word at HR1)"), std::string::npos) << out;
+}
+
 } // namespace

@@ -10,6 +10,10 @@
 // libmodbus, which checks and parses them with its own code and builds the
 // answer from the station's data; the drive only routes the answer through
 // the fault rules. It runs on its own thread between start() and stop().
+// On its own pseudo-terminal it answers only a master whose speed and stop
+// bits are its own, as a drive on a wire would; the rest it drops as
+// garbage. The parity a master sets cannot be seen there (Linux keeps none
+// on a pseudo-terminal): any parity is answered.
 
 #include "addresstext.h"
 #include "faultrule.h"
@@ -50,7 +54,7 @@ public:
         uint64_t requests = 0; // well-formed requests to a served station
         uint64_t replies = 0; // answers put on the line
         uint64_t ignored = 0; // requests to stations that are not served here
-        uint64_t badFrames = 0; // what libmodbus refused (CRC, length, garbage)
+        uint64_t badFrames = 0; // what libmodbus refused (CRC, length, garbage), or sent at another speed or stop bits
         uint64_t faults[FaultRule::KindCount] = {};
         uint64_t lateRepliesSent = 0;
         uint64_t noiseBytesSent = 0;
