@@ -149,6 +149,25 @@ bool LinkSettings::speedAndStopBitsSetIn(const struct termios &t) const
     return (wanted.c_cflag & CSTOPB) == (t.c_cflag & CSTOPB) && cfgetospeed(&wanted) == cfgetospeed(&t);
 }
 
+namespace {
+
+// Sets t on fd. tcsetattr fails when none of the changes took: so does a
+// parity alone on a pseudo-terminal, which keeps none. What counts is that
+// the line has the speed and stop bits asked for. False with errno set.
+bool applyLine(int fd, int when, const struct termios &t, const LinkSettings &settings)
+{
+    if (tcsetattr(fd, when, &t) == 0)
+        return true;
+    const int e = errno;
+    struct termios now;
+    if (e == EINVAL && tcgetattr(fd, &now) == 0 && settings.speedAndStopBitsSetIn(now))
+        return true;
+    errno = e;
+    return false;
+}
+
+} // namespace
+
 int LinkSettings::bitsPerCharacter() const { return 1 + dataBits + (parity == 'N' ? 0 : 1) + stopBits; }
 
 int64_t LinkSettings::characterNs() const { return int64_t(bitsPerCharacter()) * 1000000000 / baudRate; }
@@ -197,7 +216,7 @@ bool SerialLink::open(
     // non-blocking); with VMIN 0 it would return 0, like a hang-up.
     t.c_cc[VMIN] = 1;
     t.c_cc[VTIME] = 0;
-    if (tcsetattr(d, TCSANOW, &t) < 0)
+    if (!applyLine(d, TCSANOW, t, settings))
         return fail("cannot configure " + device + " as " + settings.text() + ": " + systemError(errno));
     if (options.rs485) {
         struct serial_rs485 rs;
@@ -233,16 +252,9 @@ bool SerialLink::setLine(const LinkSettings &settings, std::string &error)
         return false;
     }
     setLineBits(t, settings);
-    // tcsetattr fails when none of the changes took: so does a parity alone
-    // on a pseudo-terminal, which keeps none. What counts is that the line
-    // now has the speed and stop bits asked for.
-    if (tcsetattr(fd, TCSADRAIN, &t) < 0) {
-        const int e = errno;
-        struct termios now;
-        if (!(e == EINVAL && tcgetattr(fd, &now) == 0 && settings.speedAndStopBitsSetIn(now))) {
-            error = "cannot configure " + devicePath + " as " + settings.text() + ": " + systemError(e);
-            return false;
-        }
+    if (!applyLine(fd, TCSADRAIN, t, settings)) {
+        error = "cannot configure " + devicePath + " as " + settings.text() + ": " + systemError(errno);
+        return false;
     }
     // Whatever arrived at the old settings is noise at the new ones.
     tcflush(fd, TCIOFLUSH);
