@@ -16,8 +16,11 @@
 #include "textfile.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,6 +77,48 @@ char **complete(const char *text, int start, int)
     return rl_completion_matches(text, nextCompletion);
 }
 
+// A key for libedit: the next character on standard input, decoded from
+// UTF-8 (libedit takes code points from this hook), or EOF at the end of the
+// input and at Ctrl-C, which makes readline drop the line typed. SIGINT is
+// blocked but for the wait itself, so a Ctrl-C that comes just before the
+// wait ends it rather than being slept through.
+int readKey(FILE *)
+{
+    sigset_t interrupt, previous;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    sigprocmask(SIG_BLOCK, &interrupt, &previous);
+    int key = EOF;
+    unsigned char bytes[4];
+    while (!InterruptScope::interrupted()) {
+        struct pollfd p = { STDIN_FILENO, POLLIN, 0 };
+        if (ppoll(&p, 1, nullptr, &previous) < 0 && errno != EINTR)
+            break;
+        const ssize_t n = p.revents ? ::read(STDIN_FILENO, bytes, 1) : -1;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || !p.revents))
+            continue;
+        if (n <= 0)
+            break; // the end of the input, or the terminal is gone
+        const unsigned char lead = bytes[0];
+        const int length = lead < 0x80 ? 1
+            : (lead & 0xE0) == 0xC0    ? 2
+            : (lead & 0xF0) == 0xE0    ? 3
+            : (lead & 0xF8) == 0xF0    ? 4
+                                       : 1;
+        key = length == 1 ? lead : lead & (0x7F >> length);
+        for (int i = 1; i < length; ++i) {
+            if (::read(STDIN_FILENO, bytes + i, 1) != 1 || (bytes[i] & 0xC0) != 0x80) {
+                key = lead; // not UTF-8: the byte as it is
+                break;
+            }
+            key = (key << 6) | (bytes[i] & 0x3F);
+        }
+        break;
+    }
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+    return key;
+}
+
 #endif
 
 // The lines typed: through libedit on a terminal, plain otherwise.
@@ -89,6 +134,7 @@ public:
         rl_readline_name = "teco-cli"; // for ~/.editrc
         rl_catch_signals = 0; // Ctrl-C is ours: it drops the line typed so far
         rl_attempted_completion_function = complete;
+        rl_getc_function = readKey;
         stifle_history(HistoryLines);
         const char *home = std::getenv("HOME");
         if (home && *home)
@@ -153,14 +199,11 @@ private:
     bool edited(std::string &line)
     {
         for (;;) {
-            char *text = nullptr;
-            {
-                InterruptScope stop; // the wait for a key ends at Ctrl-C
-                text = readline(prompt);
-                if (!text && InterruptScope::interrupted()) {
-                    std::fputs("\n", stdout); // the line is dropped: a new prompt
-                    continue;
-                }
+            InterruptScope::reset(); // the wait for a key ends at Ctrl-C
+            char *text = readline(prompt);
+            if (!text && InterruptScope::interrupted()) {
+                std::fputs("\n", stdout); // the line is dropped: a new prompt
+                continue;
             }
             if (!text) {
                 std::fputs("\n", stdout); // Ctrl-D
@@ -189,6 +232,9 @@ int Session::shell(const Command &)
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
+    // Ctrl-C never ends the shell: at the prompt it drops the line typed, in
+    // a command it ends the command (poll, scan) or is let pass.
+    InterruptScope stop;
     ShellInput input;
     if (input.interactive())
         std::printf("teco-cli shell on %s: \"help\" lists the commands, Ctrl-D ends\n",
@@ -213,7 +259,7 @@ int Session::shell(const Command &)
         if (!prepareLine(text, line, error)) {
             rc = usage(error);
         } else {
-            InterruptScope stop; // Ctrl-C ends the command, not the shell
+            InterruptScope::reset();
             rc = runLine(line);
         }
         worst = std::max(worst, rc);

@@ -31,3 +31,5 @@ InterruptScope::~InterruptScope()
 }
 
 bool InterruptScope::interrupted() { return interruptFlag != 0; }
+
+void InterruptScope::reset() { interruptFlag = 0; }

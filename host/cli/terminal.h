@@ -22,6 +22,9 @@ public:
     InterruptScope &operator=(const InterruptScope &) = delete;
 
     static bool interrupted();
+    // Forgets a Ctrl-C that came before, for a scope over several steps
+    // (the shell's, over its prompts and commands).
+    static void reset();
 
 private:
     struct sigaction previous;

@@ -15,10 +15,15 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fcntl.h>
 #include <fstream>
 #include <csignal>
 #include <poll.h>
+#include <pty.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -571,6 +576,91 @@ TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
     const std::vector<std::string> all = lines(out);
     ASSERT_FALSE(all.empty());
     EXPECT_EQ(json(all.back())["values"].toArray().first().toDouble(), 300) << out; // the built-in map
+}
+
+// The shell on a terminal: Tab completes, Ctrl-C at the prompt drops the
+// line typed, Ctrl-D ends it, and the lines run are kept as its history.
+TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
+{
+    QTemporaryDir home;
+    ASSERT_TRUE(home.isValid());
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        setenv("HOME", home.path().toLocal8Bit().constData(), 1);
+        execl(TECO_CLI_PATH, TECO_CLI_PATH, "shell", static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    // A shell still running when the test ends (or fails) is killed.
+    struct End
+    {
+        pid_t pid;
+        int terminal;
+        ~End()
+        {
+            if (pid > 0 && ::kill(pid, SIGKILL) == 0)
+                waitpid(pid, nullptr, 0);
+            ::close(terminal);
+        }
+    } end { child, terminal };
+    std::string seen;
+    // What the terminal shows until it shows text (or 20 s pass).
+    auto waitFor = [&](const std::string &text) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (seen.find(text) == std::string::npos && std::chrono::steady_clock::now() < until) {
+            struct pollfd p = { terminal, POLLIN, 0 };
+            char buffer[512];
+            ssize_t n = 0;
+            if (poll(&p, 1, 100) > 0 && (n = ::read(terminal, buffer, sizeof buffer)) > 0)
+                seen.append(buffer, size_t(n));
+            else if (n < 0)
+                break;
+        }
+        return seen.find(text) != std::string::npos;
+    };
+    auto type = [&](const std::string &keys) {
+        ASSERT_EQ(::write(terminal, keys.data(), keys.size()), ssize_t(keys.size()));
+    };
+    // The prompt is shown and the line editor waits for keys: the terminal
+    // is out of canonical mode (as it is not while a command runs).
+    auto atPrompt = [&]() {
+        if (!waitFor("teco> "))
+            return false;
+        seen.clear();
+        struct termios t;
+        for (int i = 0; i < 2000; ++i) {
+            if (tcgetattr(terminal, &t) == 0 && !(t.c_lflag & ICANON))
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    };
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("re\tHR10\t0\r"); // "read " completed; nothing completes after HR10
+    EXPECT_TRUE(waitFor("HR100                   1500")) << seen;
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("write HR100 9");
+    EXPECT_TRUE(waitFor("write HR100 9")) << seen;
+    type("\x03");
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("read HR100 --json\r");
+    EXPECT_TRUE(waitFor("\"values\":[1500]")) << seen << " (the write was dropped with its line)";
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("\x04");
+    waitFor(std::string(1, '\0')); // drains the terminal until the shell closes it
+    int status = -1;
+    for (int i = 0; i < 100 && waitpid(child, &status, WNOHANG) == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    end.pid = status == -1 ? child : 0;
+    ASSERT_NE(status, -1) << "the shell did not end at Ctrl-D: " << seen;
+    ASSERT_TRUE(WIFEXITED(status)) << seen;
+    EXPECT_EQ(WEXITSTATUS(status), 0) << seen;
+    std::ifstream history(home.path().toStdString() + "/.teco_cli_history");
+    std::stringstream kept;
+    kept << history.rdbuf();
+    EXPECT_NE(kept.str().find("HR100"), std::string::npos) << kept.str();
+    EXPECT_EQ(kept.str().find("HR100 9"), std::string::npos) << kept.str();
 }
 
 // A scan over line settings finds the simulated drive at its own speed and
