@@ -306,7 +306,8 @@ std::vector<std::string> completeShellWord(const std::vector<std::string> &befor
                 candidates.push_back(row.name);
         candidates.insert(candidates.end(), { "help", "quit", "exit" });
     } else if (previous == "--type") {
-        candidates = { "bit", "byte", "word", "dword" };
+        for (ValueType t : { ValueType::Bit, ValueType::Byte, ValueType::Word, ValueType::DWord })
+            candidates.push_back(valueTypeName(t));
     } else if (word.compare(0, 1, "-") == 0) {
         candidates = lineOptionNames();
     } else if (command == "trace" && before.size() == 1) {

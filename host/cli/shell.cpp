@@ -16,6 +16,7 @@
 #include "textfile.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -245,7 +246,8 @@ int Session::shell(const Command &)
         if (!input.interactive())
             echoLine(text);
         std::vector<std::string> words;
-        if (splitWords(text, words, error) && !words.empty()) {
+        std::string lineError;
+        if (splitWords(text, words, lineError) && !words.empty()) {
             if (words[0] == "quit" || words[0] == "exit")
                 break;
             if (words[0] == "help") {
@@ -256,8 +258,8 @@ int Session::shell(const Command &)
         }
         Line line;
         int rc = ExitOk;
-        if (!prepareLine(text, line, error)) {
-            rc = usage(error);
+        if (!prepareLine(text, line, lineError)) {
+            rc = usage(lineError);
         } else {
             InterruptScope::reset();
             rc = runLine(line);
