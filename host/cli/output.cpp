@@ -104,7 +104,7 @@ public:
 
     void scanFound(const ScanSummary &s, const ScanSummary::Station &f) override
     {
-        if (s.settings > 1)
+        if (s.settingsListed)
             std::printf("station %3d  %s at %s\n", f.station, f.status.c_str(), f.link.c_str());
         else
             std::printf("station %3d  %s\n", f.station, f.status.c_str());
@@ -117,9 +117,10 @@ public:
         if (s.interrupted)
             std::printf("scan: interrupted after %d of %d probes; %d answered (%s at %s)\n", s.probed,
                 s.probes, s.answering, valueTypeName(s.type), s.probe.c_str());
-        else if (s.settings > 1)
-            std::printf("scan: %d answers from %d stations at %d line settings (%s at %s)\n", s.answering,
-                stations, s.settings, valueTypeName(s.type), s.probe.c_str());
+        else if (s.settingsListed)
+            std::printf("scan: %d answer%s from %d stations at %d line setting%s (%s at %s)\n", s.answering,
+                s.answering == 1 ? "" : "s", stations, s.settings, s.settings == 1 ? "" : "s",
+                valueTypeName(s.type), s.probe.c_str());
         else
             std::printf("scan: %d of %d stations answer (%s at %s)\n", s.answering, stations,
                 valueTypeName(s.type), s.probe.c_str());

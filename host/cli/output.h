@@ -37,7 +37,8 @@ struct ScanSummary
     std::vector<Station> stations; // those that answered in any way
     ValueType type = ValueType::Word;
     std::string probe;
-    int settings = 1; // line settings tried (--bauds, --parities, --stop-bits)
+    int settings = 1; // line settings tried
+    bool settingsListed = false; // by --bauds, --parities or --stop-bits: each station shows its own
     int probes = 0, probed = 0; // stations times settings; those probed
     bool interrupted = false; // by Ctrl-C
 };

@@ -58,7 +58,8 @@ int Session::scan(const Command &c)
     summary.to = c.to;
     summary.type = type;
     summary.probe = c.probe.text();
-    summary.settings = switching ? int(lines.size()) : 1;
+    summary.settings = int(lines.size());
+    summary.settingsListed = switching;
     const int stations = c.to - c.from + 1;
     summary.probes = stations * int(lines.size());
     auto clearProgress = [&]() {
