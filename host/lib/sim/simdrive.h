@@ -54,7 +54,7 @@ public:
         uint64_t requests = 0; // well-formed requests to a served station
         uint64_t replies = 0; // answers put on the line
         uint64_t ignored = 0; // requests to stations that are not served here
-        uint64_t badFrames = 0; // what libmodbus refused (CRC, length, garbage), or sent at another speed or stop bits
+        uint64_t badFrames = 0; // refused by libmodbus (CRC, length, garbage) or sent at other line settings
         uint64_t faults[FaultRule::KindCount] = {};
         uint64_t lateRepliesSent = 0;
         uint64_t noiseBytesSent = 0;
