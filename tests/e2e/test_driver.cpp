@@ -30,18 +30,12 @@ TEST(EndToEnd, ReadsEveryDataTypeAndPrefix)
         const char *expected;
         int functionCode;
     } rows[] = {
-        { Word, 2, "HR100", "34 12 79 56", 3 },
         { Word, 2, "FN6HR100", "34 12 79 56", 3 },
         { Word, 2, "IR10", "CD AB 02 01", 4 },
         { DoubleWord, 1, "HR100", "34 12 79 56", 3 }, // first register is the low half
-        { DoubleWord, 1, "HR100SW", "79 56 34 12", 3 }, // first register is the high half
-        { DoubleWord, 1, "IR10SW", "02 01 CD AB", 4 },
+        { DoubleWord, 1, "IR10SW", "02 01 CD AB", 4 }, // first register is the high half
         { Byte, 3, "HR100", "34 12 79", 3 },
-        { Block, 3, "HR100", "34 12 79", 3 },
-        { Bit, 4, "HR100.4", "03", 3 }, // 0x1234: bits 4..7 are 1 1 0 0
         { Bit, 2, "HR100.15", "02", 3 }, // bit 15 of 0x1234, then bit 0 of 0x5679
-        { Bit, 1, "IR10.0", "01", 4 },
-        { Bit, 3, "DO5", "05", 1 },
         { BitBlock, 3, "FN5DO5", "05", 1 },
         { Bit, 2, "DI3", "01", 2 },
     };
@@ -67,13 +61,10 @@ TEST(EndToEnd, WritesEveryDataTypeAndPrefix)
         int functionCode;
         int requests;
     } rows[] = {
-        { Word, "HR200", "34 12 78 56", 0x1234, 0x5678, 16, 1 },
         { Word, "FN6HR200", "34 12 78 56", 0x1234, 0x5678, 6, 2 },
         { DoubleWord, "HR200", "78 56 34 12", 0x5678, 0x1234, 16, 1 },
-        { DoubleWord, "HR200SW", "78 56 34 12", 0x1234, 0x5678, 16, 1 },
         { DoubleWord, "FN6HR200SW", "78 56 34 12", 0x1234, 0x5678, 6, 2 },
         { Byte, "HR200", "11 22 33", 0x2211, 0x0033, 16, 1 },
-        { Block, "FN6HR200", "11 22 33", 0x2211, 0x0033, 6, 2 },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.address) + " " + row.data);
@@ -108,15 +99,6 @@ TEST(EndToEnd, WritesCoilsAndRegisterBits)
     EXPECT_EQ(rig.registerAt(1, 299), 0x0009);
     EXPECT_EQ(rig.sim.requests(1, 6), 1u);
     EXPECT_EQ(rig.sim.requests(1, 3), 2u);
-}
-
-TEST(EndToEnd, RefusedWritesSendNothing)
-{
-    E2eRig rig(AnswerTimeoutMs, 2);
-    EXPECT_FALSE(rig.write(Word, "IR5", hex("01 00")));
-    EXPECT_EQ(rig.error(), "can't write any word to IR5 (write 1 word to 1-IR5)");
-    EXPECT_FALSE(rig.write(Bit, "DI5", hex("01")));
-    EXPECT_EQ(rig.link.counters().requests, 0u);
 }
 
 // ---------------------------------------------------------------- relay window
@@ -185,7 +167,7 @@ TEST(EndToEnd, RelayFailureIsReportedAndTheNextCommandStartsAnew)
 
 TEST(EndToEnd, ASilentStationCostsOneAttemptPerRetry)
 {
-    for (int retry : { 0, 1, 2 }) {
+    for (int retry : { 0, 2 }) {
         SCOPED_TRACE("retry " + std::to_string(retry));
         E2eRig rig(FailureTimeoutMs, retry, { fault("noreply:station=1") });
         const auto start = std::chrono::steady_clock::now();
@@ -225,16 +207,6 @@ TEST(EndToEnd, EveryFaultHasItsTextAndTheNextCommandGetsItsOwnAnswer)
         EXPECT_EQ(toHex(rig.read(Word, 1, "HR200")), "22 22");
         EXPECT_FALSE(rig.failed()) << rig.error();
     }
-}
-
-TEST(EndToEnd, ARetryRepairsAFault)
-{
-    E2eRig rig(FailureTimeoutMs, 1, { fault("truncate:at=HR100,times=1") });
-    rig.setRegister(1, 99, 0x1111);
-    EXPECT_EQ(toHex(rig.read(Word, 1, "HR100")), "11 11");
-    EXPECT_FALSE(rig.failed());
-    EXPECT_EQ(rig.error(), "packet loss") << "the first attempt's text stays readable";
-    EXPECT_EQ(rig.sim.requests(1, 3), 2u);
 }
 
 TEST(EndToEnd, ALateAnswerIsNeverTakenForTheNextCommand)
