@@ -112,11 +112,7 @@ public:
     {
         LinkDouble::send(frame, length);
         const QByteArray f(frame, length);
-        QByteArray reply = answer(f);
-        const quint16 crc = bitwiseCrc16(reply);
-        reply.append(char(crc & 0xFF));
-        reply.append(char(crc >> 8));
-        line(reply);
+        line(withCrc(answer(f)));
         return length;
     }
 
@@ -555,11 +551,6 @@ private:
 
 // ------------------------------------------------------------------ the input
 
-const int counts[] = { 0, 1, 2, 3, 7, 8, 9, 10, 11, 12, 15, 16, 17, 61, 62, 63, 123, 124, 125, 126, 249, 250,
-    251, 1976, 1977, 2008, 2009, -1, -2, 65536, 65537, INT32_MIN };
-const int countTableSize = int(sizeof counts / sizeof *counts);
-const int longLengths[] = { 246, 247, 248, 250, 1976, 1977 };
-
 struct Command
 {
     bool read;
@@ -574,17 +565,10 @@ Command takeCommand(Input &in)
     Command c;
     c.read = in.byte() % 2 == 0;
     c.type = in.byte() % 9;
-    const uint8_t countByte = in.byte();
-    c.count = countByte < countTableSize ? counts[countByte] : countByte - countTableSize;
+    c.count = in.count();
     c.text = in.bytes(in.byte() % 33);
-    if (!c.read) {
-        const uint8_t lengthByte = in.byte();
-        const int length = lengthByte < 250 ? lengthByte : longLengths[(lengthByte - 250) % 6];
-        c.data = in.bytes(size_t(length < 64 ? length : 64));
-        const QByteArray unit = c.data.isEmpty() ? QByteArray(1, 1) : c.data;
-        while (c.data.size() < length)
-            c.data.append(unit.left(length - c.data.size()));
-    }
+    if (!c.read)
+        c.data = in.writeData();
     return c;
 }
 

@@ -53,14 +53,6 @@ const char *const prefixes[]
 const char *const numbers[] = { "60000", "60001", "60002", "60003", "60004", "60005", "60006", "60007",
     "60008", "60009", "60010", "59999", "60011", "1", "100", "1300", "65535", "65536", "0", "65537", "" };
 const char *const suffixes[] = { "", ".3", ".15", ".16", ".20", ".255", "SW", "sw", ".", ".300" };
-// Counts at and around every limit of the operations; a count byte beyond
-// the table stands for itself minus the table's size.
-const int counts[] = { 0, 1, 2, 3, 7, 8, 9, 10, 11, 12, 15, 16, 17, 61, 62, 63, 123, 124, 125, 126, 249, 250,
-    251, 1976, 1977, 2008, 2009, -1, -2, 65536, 65537, INT32_MIN };
-const int countTableSize = int(sizeof counts / sizeof *counts);
-// Write data longer than a length byte says, each at a limit.
-const int longLengths[] = { 246, 247, 248, 250, 1976, 1977 };
-
 template <typename T, size_t N> const T &pick(const T (&table)[N], uint8_t byte) { return table[byte % N]; }
 
 struct Command
@@ -84,25 +76,10 @@ Command takeCommand(Input &in)
     const char *suffix = pick(suffixes, in.byte());
     c.address
         = QString::fromLatin1(prefixes[c.prefix]) + QLatin1String(numbers[c.number]) + QLatin1String(suffix);
-    const uint8_t countByte = in.byte();
-    c.count = countByte < countTableSize ? counts[countByte] : countByte - countTableSize;
-    if (!c.read) {
-        const uint8_t lengthByte = in.byte();
-        const int length = lengthByte < 250 ? lengthByte : pick(longLengths, lengthByte - 250);
-        c.data = in.bytes(size_t(length < 64 ? length : 64));
-        // Long data repeats what the input gave, or is all ones.
-        const QByteArray unit = c.data.isEmpty() ? QByteArray(1, 1) : c.data;
-        while (c.data.size() < length)
-            c.data.append(unit.left(length - c.data.size()));
-    }
+    c.count = in.count();
+    if (!c.read)
+        c.data = in.writeData();
     return c;
-}
-
-void appendCrc(QByteArray &bytes)
-{
-    const quint16 crc = bitwiseCrc16(bytes);
-    bytes.append(char(crc & 0xFF));
-    bytes.append(char(crc >> 8));
 }
 
 // Queues the rest of the input as what the line serves.
@@ -112,7 +89,7 @@ void script(LinkDouble &link, Input &in)
         const uint8_t control = in.byte();
         QByteArray bytes = in.bytes(in.byte());
         if (control & 0x08)
-            appendCrc(bytes);
+            bytes = withCrc(bytes);
         const QByteArray text = bytes.toHex();
         switch (control & 0x07) {
         case 0:

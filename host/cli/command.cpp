@@ -3,7 +3,12 @@
 #include "faultrule.h"
 #include "formattedio.h"
 #include "framedecoder.h"
+#include "seriallink.h"
 #include "textutil.h"
+
+#include <algorithm>
+#include <cctype>
+#include <functional>
 
 namespace {
 
@@ -115,8 +120,13 @@ const char *refusedOption(const CliOptions &o, unsigned accepted)
             : o.duration  ? "--duration"
             : o.log       ? "--log"
                           : "--every";
-    if (!(accepted & ScanOptions) && (o.from || o.to || o.address))
-        return o.from ? "--from" : o.to ? "--to" : "--address";
+    if (!(accepted & ScanOptions) && (o.from || o.to || o.address || o.bauds || o.parities || o.stopBits))
+        return o.from    ? "--from"
+            : o.to       ? "--to"
+            : o.address  ? "--address"
+            : o.bauds    ? "--bauds"
+            : o.parities ? "--parities"
+                         : "--stop-bits";
     return nullptr;
 }
 
@@ -201,9 +211,54 @@ bool preparePoll(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+// A comma-separated list of the option (such as "--bauds 9600,19200"); each
+// item goes through read, which gives false for an item it refuses. Items
+// given twice count once. False with one sentence naming what it takes.
+template <typename T>
+bool settingsList(const std::optional<std::string> &text, const char *option, const char *takes,
+    const std::function<bool(const std::string &, T &)> &read, std::vector<T> &list, std::string &error)
+{
+    if (!text)
+        return true;
+    for (const std::string &item : splitFields(*text, ',')) {
+        T value {};
+        if (!read(item, value)) {
+            error = std::string("option ") + option + " takes " + takes + ", not \"" + item + "\"";
+            return false;
+        }
+        if (std::find(list.begin(), list.end(), value) == list.end())
+            list.push_back(value);
+    }
+    return true;
+}
+
+bool lineSettingsToTry(const CliOptions &o, Command &c, std::string &error)
+{
+    const std::function<bool(const std::string &, int &)> baud = [](const std::string &t, int &rate) {
+        return parseWholeNumber(t, 1, 921600, rate) && LinkSettings::supportedBaudRate(rate);
+    };
+    const std::function<bool(const std::string &, char &)> parity = [](const std::string &t, char &p) {
+        const std::string u = upperCase(t);
+        p = u == "N" || u == "NONE" ? 'N' : u == "E" || u == "EVEN" ? 'E' : u == "O" || u == "ODD" ? 'O' : 0;
+        return p != 0;
+    };
+    const std::function<bool(const std::string &, int &)> stop
+        = [](const std::string &t, int &bits) { return parseWholeNumber(t, 1, 2, bits); };
+    return settingsList(
+               o.bauds, "--bauds", "baud rates such as 9600,19200 (300 to 921600)", baud, c.bauds, error)
+        && settingsList(
+            o.parities, "--parities", "parities such as N,E (N, E or O)", parity, c.parities, error)
+        && settingsList(o.stopBits, "--stop-bits", "stop bits such as 1,2", stop, c.stopBits, error);
+}
+
 bool prepareScan(const Given &g, Command &c, std::string &error)
 {
-    if (!require(g.args.empty(), "usage: scan [--from N] [--to N] [--address ADDRESS]", error))
+    if (!lineSettingsToTry(g.o, c, error))
+        return false;
+    if (!require(g.args.empty(),
+            "usage: scan [--from N] [--to N] [--address ADDRESS] [--bauds LIST] [--parities LIST] "
+            "[--stop-bits LIST]",
+            error))
         return false;
     c.from = g.o.from ? *g.o.from : 1;
     c.to = g.o.to ? *g.o.to : 247;
@@ -237,6 +292,12 @@ bool prepareDecode(const Given &g, Command &c, std::string &error)
     return parseHexBytes(text, c.argument, error);
 }
 
+bool prepareShell(const Given &g, Command &, std::string &error)
+{
+    return require(!g.batchLine, "a batch cannot start a shell", error)
+        && require(g.args.empty(), "usage: shell (commands typed one per line, on one link)", error);
+}
+
 bool prepareTrace(const Given &g, Command &c, std::string &error)
 {
     if (!require(
@@ -256,10 +317,14 @@ bool prepareFault(const Given &g, Command &c, std::string &error)
     return true;
 }
 
+// Where a command may stand: on the command line, on a line of a batch or
+// the shell, or both.
+enum Place : unsigned { CommandLine = 1, Line = 2 };
+
 struct CommandRow
 {
     const char *name;
-    bool batchOnly; // known only on a line of a batch
+    unsigned places; // Place
     unsigned accepts; // OptionGroup
     bool (*prepare)(const Given &, Command &, std::string &error);
     // For shell completion: "address" (the first argument is one),
@@ -269,15 +334,16 @@ struct CommandRow
 };
 
 const CommandRow commands[] = {
-    { "info", false, 0, prepareInfo, "" },
-    { "read", false, TypeOption | CountOption | FormatOption, prepareRead, "address" },
-    { "write", false, TypeOption | CountOption | FormatOption, prepareWrite, "address" },
-    { "poll", false, PollOptions | FormatOption, preparePoll, "addresses" },
-    { "scan", false, ScanOptions, prepareScan, "" },
-    { "batch", false, 0, prepareBatch, "file" },
-    { "decode", false, 0, prepareDecode, "" },
-    { "trace", true, 0, prepareTrace, "" },
-    { "fault", true, 0, prepareFault, "" },
+    { "info", CommandLine | Line, 0, prepareInfo, "" },
+    { "read", CommandLine | Line, TypeOption | CountOption | FormatOption, prepareRead, "address" },
+    { "write", CommandLine | Line, TypeOption | CountOption | FormatOption, prepareWrite, "address" },
+    { "poll", CommandLine | Line, PollOptions | FormatOption, preparePoll, "addresses" },
+    { "scan", CommandLine | Line, ScanOptions, prepareScan, "" },
+    { "batch", CommandLine, 0, prepareBatch, "file" },
+    { "shell", CommandLine, 0, prepareShell, "" },
+    { "decode", CommandLine | Line, 0, prepareDecode, "" },
+    { "trace", Line, 0, prepareTrace, "" },
+    { "fault", Line, 0, prepareFault, "" },
 };
 
 } // namespace
@@ -292,7 +358,7 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
     }
     c.name = o.arguments[0];
     for (const CommandRow &row : commands) {
-        if (c.name != row.name || (row.batchOnly && !batchLine))
+        if (c.name != row.name || (!(row.places & CommandLine) && !batchLine))
             continue;
         if (const char *refused = refusedOption(o, row.accepts)) {
             error = std::string("option ") + refused + " does not apply to " + c.name;
@@ -301,15 +367,54 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
         return row.prepare(Given { args, o, batchLine }, c, error);
     }
-    error = "unknown command \"" + c.name + "\" (info, read, write, poll, scan, batch or decode)";
+    std::vector<std::string> known;
+    for (const CommandRow &row : commands)
+        if (row.places & (batchLine ? Line : CommandLine))
+            known.push_back(row.name);
+    error = "unknown command \"" + c.name + "\" (";
+    for (size_t i = 0; i < known.size(); ++i)
+        error += known[i] + (i + 2 < known.size() ? ", " : i + 2 == known.size() ? " or " : ")");
     return false;
+}
+
+std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word)
+{
+    std::vector<std::string> candidates;
+    const std::string command = before.empty() ? std::string() : before[0];
+    const std::string previous = before.empty() ? std::string() : before.back();
+    if (before.empty()) {
+        for (const CommandRow &row : commands)
+            if (row.places & Line)
+                candidates.push_back(row.name);
+        candidates.insert(candidates.end(), { "help", "quit", "exit" });
+    } else if (previous == "--type") {
+        for (ValueType t : { ValueType::Bit, ValueType::Byte, ValueType::Word, ValueType::DWord })
+            candidates.push_back(valueTypeName(t));
+    } else if (word.compare(0, 1, "-") == 0) {
+        candidates = lineOptionNames();
+    } else if (command == "trace" && before.size() == 1) {
+        candidates = { "on", "off" };
+    } else if (previous == "--address"
+        || ((command == "read" || command == "write" || command == "poll")
+            && (command == "poll" || before.size() == 1))) {
+        candidates = addressPrefixes();
+    }
+    const std::string upperWord = upperCase(word);
+    std::vector<std::string> matches;
+    for (const std::string &c : candidates) {
+        const bool address = std::isupper(static_cast<unsigned char>(c[0])) != 0;
+        const std::string &typed = address ? upperWord : word;
+        if (c.compare(0, typed.size(), typed) == 0)
+            matches.push_back(c);
+    }
+    return matches;
 }
 
 std::string commandCompletionList()
 {
     std::string list;
     for (const CommandRow &row : commands)
-        if (!row.batchOnly)
+        if (row.places & CommandLine)
             list += std::string("command ") + row.name
                 + (row.arguments && *row.arguments ? std::string(" ") + row.arguments : std::string()) + "\n";
     return list;

@@ -25,7 +25,7 @@ struct Tag
 
 struct Command
 {
-    std::string name; // info, read, write, poll, scan, batch; in batches also trace, fault
+    std::string name; // info, read, write, poll, scan, batch, shell; in batches also trace, fault
     CliOptions options;
 
     Tag target; // read, write
@@ -40,6 +40,10 @@ struct Command
 
     int from = 1, to = 247; // scan
     AddressText probe;
+    // scan: the line settings to try, every combination; empty: the link's own
+    std::vector<int> bauds;
+    std::vector<char> parities; // 'N', 'E', 'O'
+    std::vector<int> stopBits;
 
     std::string argument; // batch: the file; trace: on/off; fault: the rule; decode: the bytes
 };
@@ -51,6 +55,12 @@ bool prepareCommand(const CliOptions &options, bool batchLine, Command &command,
 // The commands of the command line for a shell's completion
 // (host/teco.bash-completion), one line each: "command NAME [ARGUMENTS]".
 std::string commandCompletionList();
+
+// The words that may complete word on a line of the shell, given the words
+// before it: command names first, then option names for "-...", data types
+// after --type, on/off after trace and address prefixes where an address
+// goes. Address prefixes match in either case.
+std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word);
 
 // ADDRESS[:TYPE|FORMAT][:COUNT], such as HR100, HR100:dword, HR100:3,
 // DO1:bit:8, HR100:float32:2, HR100:int32:CDAB. zeroBased: the address's

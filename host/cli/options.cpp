@@ -92,6 +92,9 @@ OptionTable cliOptionTable(CliOptions &o)
         T::integer("from", 0, 255, o.from, Command),
         T::integer("to", 0, 255, o.to, Command),
         T::text("address", o.address, Command).completing("address"),
+        T::text("bauds", o.bauds, Command),
+        T::text("parities", o.parities, Command),
+        T::text("stop-bits", o.stopBits, Command),
     });
 }
 
@@ -113,12 +116,25 @@ std::string cliCompletionList()
     return cliOptionTable(unused).completionList();
 }
 
+std::vector<std::string> lineOptionNames()
+{
+    CliOptions unused;
+    const OptionTable table = cliOptionTable(unused);
+    std::vector<std::string> names;
+    for (const OptionTable::Row &r : table.allRows())
+        if (r.scope == Command)
+            names.push_back(std::string("--") + r.name);
+    return names;
+}
+
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error)
 {
     words.clear();
     std::string word;
     bool inWord = false, quoted = false;
     for (char c : line) {
+        if (c == '#' && !quoted && !inWord)
+            break; // a comment to the end of the line
         if (c == '"') {
             quoted = !quoted;
             inWord = true;

@@ -43,6 +43,7 @@ struct CliOptions
     std::optional<int> count, interval, cycles, from, to;
     std::optional<double> duration;
     std::optional<std::string> address;
+    std::optional<std::string> bauds, parities, stopBits; // scan: lists of line settings to try
 
     std::vector<std::string> arguments; // the command and its arguments
 };
@@ -56,8 +57,12 @@ bool parseCliArguments(
 // The options for a shell's completion (OptionTable::completionList).
 std::string cliCompletionList();
 
-// Splits a batch line into words; double quotes group words. False (with
-// error) for an unterminated quote.
+// The options a line of a batch or the shell may give, such as "--count".
+std::vector<std::string> lineOptionNames();
+
+// Splits a batch line into words; double quotes group words, and a "#" that
+// starts a word outside quotes starts a comment to the end of the line.
+// False (with error) for an unterminated quote.
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error);
 
 #endif // HOST_CLI_OPTIONS_H

@@ -138,12 +138,28 @@ public:
         std::fflush(stdout);
     }
 
+    void scanFound(const ScanSummary &s, const ScanSummary::Station &f) override
+    {
+        if (s.settingsListed)
+            std::printf("station %3d  %s at %s\n", f.station, f.status.c_str(), f.link.c_str());
+        else
+            std::printf("station %3d  %s\n", f.station, f.status.c_str());
+        std::fflush(stdout);
+    }
+
     void scanDone(const ScanSummary &s) override
     {
-        for (const ScanSummary::Station &f : s.stations)
-            std::printf("station %3d  %s\n", f.station, f.status.c_str());
-        std::printf("scan: %d of %d stations answer (%s at %s)\n", s.answering, s.to - s.from + 1,
-            valueTypeName(s.type), s.probe.c_str());
+        const int stations = s.to - s.from + 1;
+        if (s.interrupted)
+            std::printf("scan: interrupted after %d of %d probes; %d answered (%s at %s)\n", s.probed,
+                s.probes, s.answering, valueTypeName(s.type), s.probe.c_str());
+        else if (s.settingsListed)
+            std::printf("scan: %d answer%s from %d stations at %d line setting%s (%s at %s)\n", s.answering,
+                s.answering == 1 ? "" : "s", stations, s.settings, s.settings == 1 ? "" : "s",
+                valueTypeName(s.type), s.probe.c_str());
+        else
+            std::printf("scan: %d of %d stations answer (%s at %s)\n", s.answering, stations,
+                valueTypeName(s.type), s.probe.c_str());
         std::fflush(stdout);
     }
 
@@ -304,6 +320,8 @@ public:
         print(o);
     }
 
+    void scanFound(const ScanSummary &, const ScanSummary::Station &) override { }
+
     void scanDone(const ScanSummary &s) override
     {
         QJsonObject o;
@@ -312,10 +330,12 @@ public:
         o["from"] = s.from;
         o["to"] = s.to;
         o["ok"] = s.answering > 0;
+        o["interrupted"] = s.interrupted;
         for (const ScanSummary::Station &f : s.stations) {
             QJsonObject station;
             station["station"] = f.station;
             station["status"] = QString::fromStdString(f.status);
+            station["link"] = QString::fromStdString(f.link);
             stations.append(station);
         }
         o["stations"] = stations;

@@ -38,11 +38,16 @@ struct ScanSummary
     {
         int station;
         std::string status;
+        std::string link; // the line settings it answered at
     };
     int from = 1, to = 247, answering = 0;
     std::vector<Station> stations; // those that answered in any way
     ValueType type = ValueType::Word;
     std::string probe;
+    int settings = 1; // line settings tried
+    bool settingsListed = false; // by --bauds, --parities or --stop-bits: each station shows its own
+    int probes = 0, probed = 0; // stations times settings; those probed
+    bool interrupted = false; // by Ctrl-C
 };
 
 class Output
@@ -65,6 +70,8 @@ public:
     // Every sample of a poll with --every: JSON shows each as a line of its own.
     virtual void pollSample(const Sample &sample) = 0;
     virtual void pollDone(const PollSummary &summary) = 0;
+    // A station that answered, as soon as it did; then the whole scan.
+    virtual void scanFound(const ScanSummary &summary, const ScanSummary::Station &station) = 0;
     virtual void scanDone(const ScanSummary &summary) = 0;
     // A batch line as it is run, and a comment line of a batch.
     virtual void batchLine(const std::string &text) = 0;

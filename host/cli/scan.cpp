@@ -5,40 +5,112 @@
 #include "scanprobe.h"
 #include "terminal.h"
 
+namespace {
+
+// Every combination of the settings to try, on the link's own interface and
+// data bits; a list not given keeps the link's own value.
+std::vector<LinkSettings> settingsToTry(const Command &c, const LinkSettings &own)
+{
+    const std::vector<int> bauds = c.bauds.empty() ? std::vector<int> { own.baudRate } : c.bauds;
+    const std::vector<char> parities = c.parities.empty() ? std::vector<char> { own.parity } : c.parities;
+    const std::vector<int> stopBits = c.stopBits.empty() ? std::vector<int> { own.stopBits } : c.stopBits;
+    std::vector<LinkSettings> all;
+    for (int baud : bauds)
+        for (char parity : parities)
+            for (int stop : stopBits) {
+                LinkSettings s = own;
+                s.baudRate = baud;
+                s.parity = parity;
+                s.stopBits = stop;
+                all.push_back(s);
+            }
+    return all;
+}
+
+std::string timeText(double seconds)
+{
+    const long s = long(seconds + 0.5);
+    char text[32];
+    if (s >= 60)
+        std::snprintf(text, sizeof text, "%ld min %02ld s", s / 60, s % 60);
+    else
+        std::snprintf(text, sizeof text, "%ld s", s);
+    return text;
+}
+
+} // namespace
+
 int Session::scan(const Command &c)
 {
+    InterruptScope stop; // Ctrl-C ends the scan; what it found is kept and shown
     LinkOptions &l = link.options();
     l.timeoutMs = c.options.timeout ? *c.options.timeout : scanTimeoutMs;
     l.retry = c.options.retry ? *c.options.retry : scanRetry;
     const bool live = stderrIsTerminal();
     const ValueType type = defaultType(c.probe);
+    const LinkSettings own = link.settings();
+    const std::vector<LinkSettings> lines = settingsToTry(c, own);
+    const bool switching = !c.bauds.empty() || !c.parities.empty() || !c.stopBits.empty();
+    Output &out = Output::forCommand(c);
     ScanSummary summary;
     summary.from = c.from;
     summary.to = c.to;
     summary.type = type;
     summary.probe = c.probe.text();
-    std::vector<ScanSummary::Station> &found = summary.stations;
-    int &answering = summary.answering;
-    const int total = c.to - c.from + 1;
-    for (int s = c.from; s <= c.to; ++s) {
-        l.station = s;
-        const ScanVerdict v = judgeScanProbe(host.read(link, c.probe, type, 1));
-        if (v.heard)
-            found.push_back({ s, v.text });
-        answering += v.answers ? 1 : 0;
-        if (live) {
-            const int done = s - c.from + 1;
-            const int width = 30, filled = done * width / total;
-            std::fprintf(stderr, "\r\033[Kscan [%s%s] %d/%d stations, %d answering",
-                std::string(size_t(filled), '#').c_str(), std::string(size_t(width - filled), '.').c_str(),
-                done, total, answering);
-            std::fflush(stderr);
+    summary.settings = int(lines.size());
+    summary.settingsListed = switching;
+    const int stations = c.to - c.from + 1;
+    summary.probes = stations * int(lines.size());
+    auto clearProgress = [&]() {
+        if (live)
+            std::fputs("\r\033[K", stderr);
+    };
+    const int64_t start = monotonicNs();
+    std::string error;
+    for (size_t k = 0; k < lines.size() && !InterruptScope::interrupted() && error.empty(); ++k) {
+        const std::string linkText = lines[k].text();
+        if (switching && !link.setLine(lines[k], error))
+            break;
+        for (int s = c.from; s <= c.to; ++s) {
+            l.station = s;
+            const DriverHost::Result r = host.read(link, c.probe, type, 1);
+            if (InterruptScope::interrupted())
+                break; // this probe may have been cut short: it does not count
+            ++summary.probed;
+            const ScanVerdict v = judgeScanProbe(r);
+            if (v.heard) {
+                summary.stations.push_back({ s, v.text, linkText });
+                summary.answering += v.answers ? 1 : 0;
+                clearProgress();
+                out.scanFound(summary, summary.stations.back());
+            }
+            if (live) {
+                const int width = 30, filled = summary.probed * width / summary.probes;
+                const double elapsed = double(monotonicNs() - start) / 1e9;
+                const double left = elapsed / summary.probed * (summary.probes - summary.probed);
+                std::string where;
+                if (switching)
+                    where = ", " + linkText + " (" + std::to_string(k + 1) + " of "
+                        + std::to_string(lines.size()) + ")";
+                std::fprintf(stderr, "\r\033[Kscan [%s%s] %d/%d, %d answering%s, %s left",
+                    std::string(size_t(filled), '#').c_str(),
+                    std::string(size_t(width - filled), '.').c_str(), summary.probed, summary.probes,
+                    summary.answering, where.c_str(), timeText(left).c_str());
+                std::fflush(stderr);
+            }
         }
     }
-    if (live)
-        std::fputs("\r\033[K", stderr);
-    Output::forCommand(c).scanDone(summary);
-    if (answering == 0) {
+    clearProgress();
+    std::string restoreError;
+    if (switching && !link.setLine(own, restoreError) && error.empty())
+        error = restoreError;
+    summary.interrupted = InterruptScope::interrupted();
+    out.scanDone(summary);
+    if (!error.empty()) {
+        std::fprintf(stderr, "teco-cli: %s\n", error.c_str());
+        return ExitFailed;
+    }
+    if (summary.answering == 0) {
         std::fprintf(stderr, "teco-cli: no station answered between %d and %d\n", c.from, c.to);
         return ExitFailed;
     }

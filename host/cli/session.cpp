@@ -140,6 +140,8 @@ int Session::run(const Command &c)
     }
     if (c.name == "batch")
         return batch(c);
+    if (c.name == "shell")
+        return shell(c);
     // The log is created before the line opens: a refused path sends nothing.
     std::string error;
     if (c.name == "poll" && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))

@@ -29,6 +29,21 @@ public:
     // Runs one prepared command.
     int run(const Command &command);
 
+    // A line of a batch or of the shell, parsed and checked; nothing runs yet.
+    struct Line
+    {
+        bool blank = false; // nothing to run: empty, blanks or a "#" comment
+        Command command;
+    };
+    // Parses and checks a line with the session's options as its defaults;
+    // false with one sentence in error for bad usage.
+    bool prepareLine(const std::string &text, Line &line, std::string &error) const;
+    // Shows a line as it runs: "teco> LINE" (a comment as it stands) in a
+    // table, nothing in JSON.
+    void echoLine(const std::string &text) const;
+    // Runs a prepared line on the open link.
+    int runLine(const Line &line);
+
 private:
     int info(const Command &c);
     int read(const Command &c);
@@ -36,6 +51,7 @@ private:
     int poll(const Command &c);
     int scan(const Command &c);
     int batch(const Command &c);
+    int shell(const Command &c);
 
     // Applies a command's station, time-out, retry and delay to the link.
     void applyLinkOptions(const CliOptions &o);

@@ -7,6 +7,7 @@
 namespace {
 
 volatile std::sig_atomic_t interruptFlag = 0;
+int depth = 0; // scopes alive
 
 void onInterrupt(int) { interruptFlag = 1; }
 
@@ -29,9 +30,16 @@ InterruptScope::InterruptScope()
     std::memset(&action, 0, sizeof action);
     action.sa_handler = onInterrupt; // no SA_RESTART: a pause ends at once
     sigaction(SIGINT, &action, &previous);
-    interruptFlag = 0;
+    if (depth++ == 0)
+        interruptFlag = 0;
 }
 
-InterruptScope::~InterruptScope() { sigaction(SIGINT, &previous, nullptr); }
+InterruptScope::~InterruptScope()
+{
+    sigaction(SIGINT, &previous, nullptr);
+    --depth;
+}
 
 bool InterruptScope::interrupted() { return interruptFlag != 0; }
+
+void InterruptScope::reset() { interruptFlag = 0; }

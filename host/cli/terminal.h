@@ -14,7 +14,8 @@ int stderrColumns();
 
 // While an InterruptScope lives, Ctrl-C sets interrupted() instead of ending
 // the program; waits without SA_RESTART end at once. The previous handler
-// comes back when the scope ends.
+// comes back when the scope ends. A scope inside another (a poll inside a
+// shell's command) sees a Ctrl-C that came before it began.
 class InterruptScope
 {
 public:
@@ -24,6 +25,9 @@ public:
     InterruptScope &operator=(const InterruptScope &) = delete;
 
     static bool interrupted();
+    // Forgets a Ctrl-C that came before, for a scope over several steps
+    // (the shell's, over its prompts and commands).
+    static void reset();
 
 private:
     struct sigaction previous;

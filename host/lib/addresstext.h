@@ -20,6 +20,8 @@ enum class Area { Coils, DiscreteInputs, HoldingRegisters, InputRegisters };
 
 // The plain prefix of an area: DO, DI, HR or IR.
 const char *areaPrefix(Area area);
+// Every prefix an address text may start with: FN5DO, FN6HR, HR, IR, DO, DI.
+std::vector<std::string> addressPrefixes();
 
 struct AddressText
 {
@@ -40,9 +42,6 @@ struct AddressText
     // Zero-based register or coil number on the wire.
     int wireNumber() const { return number - 1; }
 };
-
-// Every prefix an address text may begin with: HR, IR, DO, DI, FN5DO, FN6HR.
-std::vector<std::string> addressPrefixes();
 
 // Area names as the programs print them.
 const char *areaName(Area area);

@@ -62,6 +62,8 @@ public:
 
     // The row of an option, or nullptr.
     const Row *find(const std::string &name) const;
+    // Every row, in the table's order.
+    const std::vector<Row> &allRows() const { return rows; }
 
     // A sentence refusing an option that this table knows but the place
     // being parsed does not allow, or "" to allow it.

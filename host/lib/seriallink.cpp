@@ -81,9 +81,7 @@ bool LinkSettings::parse(const std::string &text, LinkSettings &settings, std::s
         error = "unknown interface \"" + fields[0] + "\" in link \"" + text + "\" (RS232, RS422 or RS485)";
         return false;
     }
-    const bool known = parseWholeNumber(fields[1], 0, 921600, s.baudRate)
-        && std::any_of(std::begin(baudRates), std::end(baudRates),
-            [&](const BaudRate &b) { return b.rate == s.baudRate; });
+    const bool known = parseWholeNumber(fields[1], 0, 921600, s.baudRate) && supportedBaudRate(s.baudRate);
     if (!known) {
         std::string rates;
         for (const BaudRate &b : baudRates)
@@ -121,6 +119,59 @@ std::string LinkSettings::text() const
     return interface + "," + std::to_string(baudRate) + "," + parityName + "," + std::to_string(dataBits)
         + "," + std::to_string(stopBits);
 }
+
+bool LinkSettings::supportedBaudRate(int rate)
+{
+    return std::any_of(
+        std::begin(baudRates), std::end(baudRates), [&](const BaudRate &b) { return b.rate == rate; });
+}
+
+namespace {
+
+// Puts a line's character format and speed into t, leaving the rest.
+void setLineBits(struct termios &t, const LinkSettings &settings)
+{
+    t.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
+    t.c_cflag |= CLOCAL | CREAD | (settings.dataBits == 7 ? CS7 : CS8);
+    if (settings.parity != 'N')
+        t.c_cflag |= PARENB | (settings.parity == 'O' ? PARODD : 0);
+    if (settings.stopBits == 2)
+        t.c_cflag |= CSTOPB;
+    speed_t speed = B9600;
+    for (const BaudRate &b : baudRates)
+        if (b.rate == settings.baudRate)
+            speed = b.code;
+    cfsetispeed(&t, speed);
+    cfsetospeed(&t, speed);
+}
+
+} // namespace
+
+bool LinkSettings::speedAndStopBitsSetIn(const struct termios &t) const
+{
+    struct termios wanted = t;
+    setLineBits(wanted, *this);
+    return (wanted.c_cflag & CSTOPB) == (t.c_cflag & CSTOPB) && cfgetospeed(&wanted) == cfgetospeed(&t);
+}
+
+namespace {
+
+// Sets t on fd. tcsetattr fails when none of the changes took: so does a
+// parity alone on a pseudo-terminal, which keeps none. What counts is that
+// the line has the speed and stop bits asked for. False with errno set.
+bool applyLine(int fd, int when, const struct termios &t, const LinkSettings &settings)
+{
+    if (tcsetattr(fd, when, &t) == 0)
+        return true;
+    const int e = errno;
+    struct termios now;
+    if (e == EINVAL && tcgetattr(fd, &now) == 0 && settings.speedAndStopBitsSetIn(now))
+        return true;
+    errno = e;
+    return false;
+}
+
+} // namespace
 
 int LinkSettings::bitsPerCharacter() const { return 1 + dataBits + (parity == 'N' ? 0 : 1) + stopBits; }
 
@@ -164,24 +215,13 @@ bool SerialLink::open(
         return fail("cannot read the settings of " + device + ": " + systemError(errno));
     savedTermios = t;
     cfmakeraw(&t);
-    t.c_cflag &= ~(CSIZE | PARENB | PARODD | CSTOPB | CRTSCTS);
-    t.c_cflag |= CLOCAL | CREAD | (settings.dataBits == 7 ? CS7 : CS8);
-    if (settings.parity != 'N')
-        t.c_cflag |= PARENB | (settings.parity == 'O' ? PARODD : 0);
-    if (settings.stopBits == 2)
-        t.c_cflag |= CSTOPB;
+    setLineBits(t, settings);
     t.c_iflag &= ~(IXON | IXOFF | IXANY | INPCK);
     // With VMIN 1 a read without data fails with EAGAIN (the descriptor is
     // non-blocking); with VMIN 0 it would return 0, like a hang-up.
     t.c_cc[VMIN] = 1;
     t.c_cc[VTIME] = 0;
-    speed_t speed = B9600;
-    for (const BaudRate &b : baudRates)
-        if (b.rate == settings.baudRate)
-            speed = b.code;
-    cfsetispeed(&t, speed);
-    cfsetospeed(&t, speed);
-    if (tcsetattr(d, TCSANOW, &t) < 0)
+    if (!applyLine(d, TCSANOW, t, settings))
         return fail("cannot configure " + device + " as " + settings.text() + ": " + systemError(errno));
     if (options.rs485) {
         struct serial_rs485 rs;
@@ -205,6 +245,26 @@ bool SerialLink::open(
     openedNs = monotonicNs();
     lineQuietSinceNs = openedNs;
     count = Counters();
+    return true;
+}
+
+bool SerialLink::setLine(const LinkSettings &settings, std::string &error)
+{
+    struct termios t;
+    if (fd < 0 || tcgetattr(fd, &t) < 0) {
+        error = fd < 0 ? "the link is not open"
+                       : "cannot read the settings of " + devicePath + ": " + systemError(errno);
+        return false;
+    }
+    setLineBits(t, settings);
+    if (!applyLine(fd, TCSADRAIN, t, settings)) {
+        error = "cannot configure " + devicePath + " as " + settings.text() + ": " + systemError(errno);
+        return false;
+    }
+    // Whatever arrived at the old settings is noise at the new ones.
+    tcflush(fd, TCIOFLUSH);
+    line = settings;
+    lineQuietSinceNs = monotonicNs();
     return true;
 }
 

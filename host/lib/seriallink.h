@@ -62,6 +62,12 @@ struct LinkSettings
     int64_t characterNs() const;
     // The RTU inter-frame silence: 3.5 characters, or 1.75 ms above 19200 baud.
     int64_t silenceNs() const;
+    // Whether a terminal's settings give this line's speed and stop bits.
+    // (A pseudo-terminal keeps no more: Linux clears the parity and forces
+    // 8 data bits on it.)
+    bool speedAndStopBitsSetIn(const struct termios &t) const;
+    // The baud rates a link may take, 300 to 921600.
+    static bool supportedBaudRate(int rate);
 };
 
 // The per-link protocol settings and the line options of this host link.
@@ -94,6 +100,9 @@ public:
     bool open(const std::string &device, const LinkSettings &settings, const LinkOptions &options,
         std::string &error);
     void close();
+    // Changes the speed and character format of the open line, dropping
+    // what is waiting on it; false with one sentence in error.
+    bool setLine(const LinkSettings &settings, std::string &error);
     bool isOpen() const { return fd >= 0; }
     // The open device, for programs that serve the line themselves.
     int descriptor() const { return fd; }

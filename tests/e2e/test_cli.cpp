@@ -17,10 +17,16 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <chrono>
 #include <fcntl.h>
 #include <fstream>
+#include <csignal>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <pty.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -771,6 +777,263 @@ TEST(Cli, TheStatusLineFitsTheTerminal)
         at = next;
     }
     EXPECT_GE(cut, 2) << seen;
+}
+
+// A file batch is read and checked to its end first: a bad line anywhere is
+// reported with its number, and nothing is sent, started or shown.
+TEST(Cli, AFileBatchIsCheckedWholeBeforeAnythingIsSent)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    SilentDevice device;
+    struct Row
+    {
+        const char *name;
+        const char *batch;
+        bool simulated; // without --port
+        const char *message;
+    } rows[] = {
+        { "a bad value on the last line", "read HR1\nread HR2 # comment\n\nwrite HR1 70000\n", false,
+            "teco-cli: batch line 4: value 70000 does not fit in a word (-32768 to 65535)\n" },
+        { "a session option", "# first\nread HR1 --port /dev/ttyS0\nread HR2\n", false,
+            "teco-cli: batch line 2: option --port belongs on the command line, before the batch\n" },
+        { "a fault without the simulated drive", "read HR1\nfault noreply\n", false,
+            "teco-cli: batch line 2: fault needs the simulated drive (no --port)\n" },
+        { "an unterminated quote", "read HR1\r\nread \"HR2\r\n", false,
+            "teco-cli: batch line 2: unterminated quote\n" },
+        { "a command of the command line only", "read HR1\nshell\n", true,
+            "teco-cli: batch line 2: a batch cannot start a shell\n" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string path = dir.path().toStdString() + "/batch";
+        std::ofstream(path, std::ios::trunc) << row.batch;
+        std::vector<std::string> args = { "batch", path };
+        if (!row.simulated)
+            args.insert(args.begin(), { "--port", device.path });
+        const CliRun r = cli(args);
+        EXPECT_EQ(r.status, 2);
+        EXPECT_EQ(r.err, row.message); // no simulated drive was started either
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(device.bytesArrived(), 0);
+}
+
+TEST(Cli, ABatchLineMayEndInAComment)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string path = dir.path().toStdString() + "/batch";
+    std::ofstream(path) << "write HR100 77 # the speed command\n  # a comment line\nread HR100 --json #\n";
+    const CliRun r = cli({ "batch", path });
+    EXPECT_EQ(r.status, 0) << r.err;
+    const std::vector<std::string> out = lines(r.out);
+    ASSERT_EQ(out.size(), 5u) << r.out;
+    EXPECT_EQ(out[0], "teco> write HR100 77 # the speed command");
+    EXPECT_EQ(out[2], "  # a comment line");
+    EXPECT_EQ(json(out[4])["values"].toArray().first().toDouble(), 77) << out[4];
+}
+
+// The shell with its lines from a pipe: each shown as it runs, a typing
+// error or a failed command reported on standard error and the shell going
+// on; quit ends it. The exit status is the worst of its lines.
+TEST(Cli, TheShellGoesOnAfterBadAndFailedLines)
+{
+    const std::string input = "read XR1\n"
+                              "write HR100 42 --json\n"
+                              "fault noreply:times=1\n"
+                              "read HR100 --retry 0 --timeout 100 --json\n"
+                              "help\n"
+                              "read HR100 --json # again\n"
+                              "quit\n"
+                              "read HR101 --json\n";
+    const CliRun r = cli({ "shell" }, input);
+    EXPECT_EQ(r.status, 2) << r.err;
+    const std::vector<std::string> out = lines(r.out);
+    std::vector<std::string> objects, shown;
+    for (const std::string &line : out) {
+        if (line.rfind("{", 0) == 0)
+            objects.push_back(line);
+        if (line.rfind("teco> ", 0) == 0)
+            shown.push_back(line.substr(6));
+    }
+    EXPECT_EQ(shown,
+        (std::vector<std::string> { "read XR1", "write HR100 42 --json", "fault noreply:times=1",
+            "read HR100 --retry 0 --timeout 100 --json", "help", "read HR100 --json # again", "quit" }));
+    ASSERT_EQ(objects.size(), 3u) << r.out;
+    EXPECT_EQ(json(objects[0])["ok"].toBool(), true);
+    EXPECT_EQ(
+        json(objects[1])["error"].toString().toStdString(), "PLC no response (read 1 word(s) from 1-HR100)");
+    EXPECT_EQ(json(objects[2])["values"].toArray().first().toDouble(), 42);
+    EXPECT_NE(r.out.find("quit, exit or Ctrl-D"), std::string::npos) << "help";
+    EXPECT_NE(r.err.find("teco-cli: unknown address \"XR1\""), std::string::npos) << r.err;
+}
+
+// Ctrl-C during a poll ends the poll, with its summary; the shell reads on.
+TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
+{
+    QProcess p;
+    p.start(TECO_CLI_PATH, { "shell" });
+    ASSERT_TRUE(p.waitForStarted(30000));
+    p.write("poll HR100 --interval 20\n");
+    std::string out;
+    for (int i = 0; i < 300 && out.find(" 1500\n") == std::string::npos; ++i) {
+        p.waitForReadyRead(100);
+        out += p.readAllStandardOutput().toStdString();
+    }
+    ASSERT_NE(out.find(" 1500\n"), std::string::npos) << "the poll did not start: " << out;
+    ::kill(pid_t(p.processId()), SIGINT);
+    p.write("read HR101 --json\n");
+    p.closeWriteChannel();
+    ASSERT_TRUE(p.waitForFinished(30000));
+    out += p.readAllStandardOutput().toStdString();
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+    EXPECT_NE(out.find("\npoll: "), std::string::npos) << out;
+    const std::vector<std::string> all = lines(out);
+    ASSERT_FALSE(all.empty());
+    EXPECT_EQ(json(all.back())["values"].toArray().first().toDouble(), 300) << out; // the built-in map
+}
+
+// The shell on a terminal: Tab completes, Ctrl-C at the prompt drops the
+// line typed, Ctrl-D ends it, and the lines run are kept as its history.
+TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
+{
+    QTemporaryDir home;
+    ASSERT_TRUE(home.isValid());
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        setenv("HOME", home.path().toLocal8Bit().constData(), 1);
+        execl(TECO_CLI_PATH, TECO_CLI_PATH, "shell", static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    // A shell still running when the test ends (or fails) is killed.
+    struct End
+    {
+        pid_t pid;
+        int terminal;
+        ~End()
+        {
+            if (pid > 0 && ::kill(pid, SIGKILL) == 0)
+                waitpid(pid, nullptr, 0);
+            ::close(terminal);
+        }
+    } end { child, terminal };
+    std::string seen;
+    // What the terminal shows until it shows text (or 20 s pass).
+    auto waitFor = [&](const std::string &text) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (seen.find(text) == std::string::npos && std::chrono::steady_clock::now() < until) {
+            struct pollfd p = { terminal, POLLIN, 0 };
+            char buffer[512];
+            ssize_t n = 0;
+            if (poll(&p, 1, 100) > 0 && (n = ::read(terminal, buffer, sizeof buffer)) > 0)
+                seen.append(buffer, size_t(n));
+            else if (n < 0)
+                break;
+        }
+        return seen.find(text) != std::string::npos;
+    };
+    auto type = [&](const std::string &keys) {
+        ASSERT_EQ(::write(terminal, keys.data(), keys.size()), ssize_t(keys.size()));
+    };
+    // The prompt is shown and the line editor waits for keys: the terminal
+    // is out of canonical mode (as it is not while a command runs).
+    auto atPrompt = [&]() {
+        if (!waitFor("teco> "))
+            return false;
+        seen.clear();
+        struct termios t;
+        for (int i = 0; i < 2000; ++i) {
+            if (tcgetattr(terminal, &t) == 0 && !(t.c_lflag & ICANON))
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    };
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("re\tHR10\t0\r"); // "read " completed; nothing completes after HR10
+    EXPECT_TRUE(waitFor("HR100                   1500")) << seen;
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("write HR100 9");
+    EXPECT_TRUE(waitFor("write HR100 9")) << seen;
+    type("\x03");
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("read HR100 --json\r");
+    EXPECT_TRUE(waitFor("\"values\":[1500]")) << seen << " (the write was dropped with its line)";
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("\x04");
+    waitFor(std::string(1, '\0')); // drains the terminal until the shell closes it
+    int status = -1;
+    for (int i = 0; i < 100 && waitpid(child, &status, WNOHANG) == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    end.pid = status == -1 ? child : 0;
+    ASSERT_NE(status, -1) << "the shell did not end at Ctrl-D: " << seen;
+    ASSERT_TRUE(WIFEXITED(status)) << seen;
+    EXPECT_EQ(WEXITSTATUS(status), 0) << seen;
+    std::ifstream history(home.path().toStdString() + "/.teco_cli_history");
+    std::stringstream kept;
+    kept << history.rdbuf();
+    EXPECT_NE(kept.str().find("HR100"), std::string::npos) << kept.str();
+    EXPECT_EQ(kept.str().find("HR100 9"), std::string::npos) << kept.str();
+}
+
+// A scan over line settings finds the simulated drive at its own speed and
+// stop bits and leaves the link at its own settings for the next command. A
+// pseudo-terminal keeps no parity, so the drive answers at every parity tried.
+TEST(Cli, AScanOverLineSettingsFindsTheDriveAtItsOwn)
+{
+    struct Row
+    {
+        const char *lists;
+        std::vector<std::string> found;
+    } rows[] = {
+        { "--bauds 9600,19200 --stop-bits 1,2", { "RS485,19200,EVEN,8,1" } },
+        { "--bauds 4800,9600 --stop-bits 1,2", {} },
+        { "--bauds 19200 --parities N,E", { "RS485,19200,NONE,8,1", "RS485,19200,EVEN,8,1" } },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.lists);
+        const CliRun r = cli(
+            { "--json", "--link", "RS485,19200,EVEN,8,1", "--sim-stations", "2", "--station", "2", "batch" },
+            std::string("scan --to 3 ") + row.lists + "\nread HR1\n");
+        const std::vector<std::string> out = lines(r.out);
+        ASSERT_EQ(out.size(), 2u) << r.out << r.err;
+        std::vector<std::string> found;
+        for (const QJsonValue &v : json(out[0])["stations"].toArray()) {
+            EXPECT_EQ(v.toObject()["station"].toInt(), 2);
+            found.push_back(v.toObject()["link"].toString().toStdString());
+        }
+        EXPECT_EQ(found, row.found);
+        EXPECT_EQ(json(out[1])["ok"].toBool(), true) << "the link is back at its own settings: " << out[1];
+        EXPECT_EQ(r.status, row.found.empty() ? 1 : 0) << r.err;
+    }
+}
+
+// A scan shows each station as it answers, and on Ctrl-C ends with what it
+// found so far.
+TEST(Cli, AScanShowsStationsAsTheyAnswerAndKeepsThemOnCtrlC)
+{
+    QProcess p;
+    p.start(TECO_CLI_PATH, { "--sim-stations", "2", "scan", "--timeout", "50" });
+    ASSERT_TRUE(p.waitForStarted(30000));
+    std::string out;
+    for (int i = 0; i < 300 && out.find("\n") == std::string::npos; ++i) {
+        p.waitForReadyRead(100);
+        out += p.readAllStandardOutput().toStdString();
+    }
+    EXPECT_EQ(out, "station   2  answers\n");
+    ::kill(pid_t(p.processId()), SIGINT);
+    ASSERT_TRUE(p.waitForFinished(30000));
+    out += p.readAllStandardOutput().toStdString();
+    EXPECT_EQ(p.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.exitCode(), 0);
+    const std::vector<std::string> all = lines(out);
+    ASSERT_EQ(all.size(), 2u) << out;
+    EXPECT_EQ(all[1].rfind("scan: interrupted after ", 0), 0u) << out;
+    EXPECT_NE(all[1].find(" of 247 probes; 1 answered (word at HR1)"), std::string::npos) << out;
 }
 
 } // namespace

@@ -30,18 +30,12 @@ TEST(EndToEnd, ReadsEveryDataTypeAndPrefix)
         const char *expected;
         int functionCode;
     } rows[] = {
-        { Word, 2, "HR100", "34 12 79 56", 3 },
         { Word, 2, "FN6HR100", "34 12 79 56", 3 },
         { Word, 2, "IR10", "CD AB 02 01", 4 },
         { DoubleWord, 1, "HR100", "34 12 79 56", 3 }, // first register is the low half
-        { DoubleWord, 1, "HR100SW", "79 56 34 12", 3 }, // first register is the high half
-        { DoubleWord, 1, "IR10SW", "02 01 CD AB", 4 },
+        { DoubleWord, 1, "IR10SW", "02 01 CD AB", 4 }, // first register is the high half
         { Byte, 3, "HR100", "34 12 79", 3 },
-        { Block, 3, "HR100", "34 12 79", 3 },
-        { Bit, 4, "HR100.4", "03", 3 }, // 0x1234: bits 4..7 are 1 1 0 0
         { Bit, 2, "HR100.15", "02", 3 }, // bit 15 of 0x1234, then bit 0 of 0x5679
-        { Bit, 1, "IR10.0", "01", 4 },
-        { Bit, 3, "DO5", "05", 1 },
         { BitBlock, 3, "FN5DO5", "05", 1 },
         { Bit, 2, "DI3", "01", 2 },
     };
@@ -67,13 +61,10 @@ TEST(EndToEnd, WritesEveryDataTypeAndPrefix)
         int functionCode;
         int requests;
     } rows[] = {
-        { Word, "HR200", "34 12 78 56", 0x1234, 0x5678, 16, 1 },
         { Word, "FN6HR200", "34 12 78 56", 0x1234, 0x5678, 6, 2 },
         { DoubleWord, "HR200", "78 56 34 12", 0x5678, 0x1234, 16, 1 },
-        { DoubleWord, "HR200SW", "78 56 34 12", 0x1234, 0x5678, 16, 1 },
         { DoubleWord, "FN6HR200SW", "78 56 34 12", 0x1234, 0x5678, 6, 2 },
         { Byte, "HR200", "11 22 33", 0x2211, 0x0033, 16, 1 },
-        { Block, "FN6HR200", "11 22 33", 0x2211, 0x0033, 6, 2 },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.address) + " " + row.data);
@@ -110,15 +101,6 @@ TEST(EndToEnd, WritesCoilsAndRegisterBits)
     EXPECT_EQ(rig.sim.requests(1, 3), 2u);
 }
 
-TEST(EndToEnd, RefusedWritesSendNothing)
-{
-    E2eRig rig(AnswerTimeoutMs, 2);
-    EXPECT_FALSE(rig.write(Word, "IR5", hex("01 00")));
-    EXPECT_EQ(rig.error(), "can't write any word to IR5 (write 1 word to 1-IR5)");
-    EXPECT_FALSE(rig.write(Bit, "DI5", hex("01")));
-    EXPECT_EQ(rig.link.counters().requests, 0u);
-}
-
 // ---------------------------------------------------------------- relay window
 
 void listStations(E2eRig &rig, const char *countAndList)
@@ -152,40 +134,34 @@ TEST(EndToEnd, RelayWindowWritesOneValueToEveryListedStation)
     }
 }
 
-TEST(EndToEnd, RelayResumesAtTheStationThatFailed)
+TEST(EndToEnd, RelayResumesAtTheStationThatFailedAndTheNextCommandStartsAnew)
 {
-    // Station 3 misses the first relay write; the next attempt of the same
-    // command writes to station 3 only, not to station 2 again.
-    E2eRig rig(FailureTimeoutMs, 1, { fault("noreply:station=3,times=1") });
-    listStations(rig, "02 00 02 00 03 00");
-    EXPECT_TRUE(rig.write(Word, "HR60010", hex("34 12"))) << rig.error();
-    EXPECT_FALSE(rig.failed());
-    EXPECT_EQ(rig.sim.requests(2, 16), 1u);
-    EXPECT_EQ(rig.sim.requests(3, 16), 2u);
-    EXPECT_EQ(rig.registerAt(2, 1299), 0x1234);
-    EXPECT_EQ(rig.registerAt(3, 1299), 0x1234);
-}
-
-TEST(EndToEnd, RelayFailureIsReportedAndTheNextCommandStartsAnew)
-{
-    E2eRig rig(FailureTimeoutMs, 0, { fault("noreply:station=3,times=1") });
-    listStations(rig, "02 00 02 00 03 00");
-    EXPECT_FALSE(rig.write(Word, "HR60010", hex("34 12")));
-    EXPECT_EQ(rig.error(), "PLC no response (write 1 word to 1-HR60010)");
-    EXPECT_EQ(rig.registerAt(2, 1299), 0x1234);
-    EXPECT_EQ(rig.registerAt(3, 1299), 0x0000);
-
-    EXPECT_TRUE(rig.write(Word, "HR60010", hex("35 12"))) << rig.error();
-    EXPECT_EQ(rig.sim.requests(2, 16), 2u);
-    EXPECT_EQ(rig.registerAt(2, 1299), 0x1235);
-    EXPECT_EQ(rig.registerAt(3, 1299), 0x1235);
+    // Station 3 misses the first relay write. With a retry, the next attempt
+    // of the same command writes to station 3 only, not to station 2 again;
+    // without one the failure is reported, and the next command starts anew.
+    for (int retry : { 1, 0 }) {
+        SCOPED_TRACE("retry " + std::to_string(retry));
+        E2eRig rig(FailureTimeoutMs, retry, { fault("noreply:station=3,times=1") });
+        listStations(rig, "02 00 02 00 03 00");
+        EXPECT_EQ(rig.write(Word, "HR60010", hex("34 12")), retry == 1) << rig.error();
+        EXPECT_EQ(rig.registerAt(2, 1299), 0x1234);
+        EXPECT_EQ(rig.registerAt(3, 1299), retry == 1 ? 0x1234 : 0);
+        EXPECT_EQ(rig.sim.requests(2, 16), 1u);
+        EXPECT_EQ(rig.sim.requests(3, 16), uint64_t(1 + retry));
+        if (retry == 1)
+            continue;
+        EXPECT_EQ(rig.error(), "PLC no response (write 1 word to 1-HR60010)");
+        EXPECT_TRUE(rig.write(Word, "HR60010", hex("35 12"))) << rig.error();
+        EXPECT_EQ(rig.sim.requests(2, 16), 2u);
+        EXPECT_EQ(rig.registerAt(3, 1299), 0x1235);
+    }
 }
 
 // ---------------------------------------------------------------- time-outs and faults
 
 TEST(EndToEnd, ASilentStationCostsOneAttemptPerRetry)
 {
-    for (int retry : { 0, 1, 2 }) {
+    for (int retry : { 0, 2 }) {
         SCOPED_TRACE("retry " + std::to_string(retry));
         E2eRig rig(FailureTimeoutMs, retry, { fault("noreply:station=1") });
         const auto start = std::chrono::steady_clock::now();
@@ -225,16 +201,6 @@ TEST(EndToEnd, EveryFaultHasItsTextAndTheNextCommandGetsItsOwnAnswer)
         EXPECT_EQ(toHex(rig.read(Word, 1, "HR200")), "22 22");
         EXPECT_FALSE(rig.failed()) << rig.error();
     }
-}
-
-TEST(EndToEnd, ARetryRepairsAFault)
-{
-    E2eRig rig(FailureTimeoutMs, 1, { fault("truncate:at=HR100,times=1") });
-    rig.setRegister(1, 99, 0x1111);
-    EXPECT_EQ(toHex(rig.read(Word, 1, "HR100")), "11 11");
-    EXPECT_FALSE(rig.failed());
-    EXPECT_EQ(rig.error(), "packet loss") << "the first attempt's text stays readable";
-    EXPECT_EQ(rig.sim.requests(1, 3), 2u);
 }
 
 TEST(EndToEnd, ALateAnswerIsNeverTakenForTheNextCommand)

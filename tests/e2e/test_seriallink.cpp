@@ -155,6 +155,46 @@ TEST(SerialLink, KeepsTheRtuSilenceAfterTheLastFrameOnTheLine)
     EXPECT_EQ(device.take(8), "01 03 00 63 00 01 74 14");
 }
 
+// The line's settings, at open and changed while open. A pseudo-terminal
+// keeps no parity, so a change of parity alone changes nothing there: the
+// link still takes the line at its speed and stop bits.
+TEST(SerialLink, TakesTheLineAtItsSettingsAndChangesThemWhileOpen)
+{
+    struct Row
+    {
+        const char *opened, *changed;
+    } rows[] = {
+        { "RS485,38400,EVEN,8,1", "RS485,38400,NONE,8,1" }, // the device starts at 38400 8N1
+        { "RS485,38400,NONE,8,1", "RS485,38400,EVEN,8,1" },
+        { "RS485,38400,NONE,8,1", "RS485,19200,EVEN,8,2" },
+        { "RS232,9600,ODD,8,2", "RS232,9600,EVEN,8,2" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(std::string(row.opened) + " then " + row.changed);
+        Device device;
+        struct termios t;
+        ASSERT_EQ(tcgetattr(device.fd, &t), 0);
+        t.c_cflag |= CLOCAL | CREAD; // raw as the simulated drive leaves it: only the parity differs
+        ASSERT_EQ(tcsetattr(device.fd, TCSANOW, &t), 0);
+        SerialLink link;
+        std::string error;
+        LinkSettings opened, changed;
+        ASSERT_TRUE(LinkSettings::parse(row.opened, opened, error)
+            && LinkSettings::parse(row.changed, changed, error));
+        ASSERT_TRUE(link.open(device.path, opened, options(), error)) << error;
+        ASSERT_EQ(tcgetattr(device.fd, &t), 0);
+        EXPECT_TRUE(opened.speedAndStopBitsSetIn(t));
+        ASSERT_TRUE(link.setLine(changed, error)) << error;
+        ASSERT_EQ(tcgetattr(device.fd, &t), 0);
+        EXPECT_TRUE(changed.speedAndStopBitsSetIn(t));
+        EXPECT_FALSE(opened.speedAndStopBitsSetIn(t) && opened.baudRate != changed.baudRate);
+        EXPECT_EQ(link.settings().text(), row.changed);
+        const QByteArray request = hex("01 03 00 63 00 01 74 14");
+        link.send(request.constData(), request.size());
+        EXPECT_EQ(device.take(8), "01 03 00 63 00 01 74 14");
+    }
+}
+
 TEST(SerialLink, TheLocalEchoOfARequestIsReadBackAndDropped)
 {
     struct Row

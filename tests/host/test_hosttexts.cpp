@@ -509,10 +509,17 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "scan", "--address", "HR1.2" }, false, "scan probes with one word or bit read" },
         { { "scan", "--cycles", "2" }, false, "option --cycles does not apply to scan" },
         { { "scan", "x" }, false, "usage: scan" },
+        { { "scan", "--bauds", "9600,19200", "--parities", "n,EVEN", "--stop-bits", "2,1" }, false, "" },
+        { { "scan", "--bauds", "9600,9601" }, false, "option --bauds takes baud rates such as 9600,19200" },
+        { { "scan", "--bauds", "" }, false, "option --bauds takes baud rates" },
+        { { "scan", "--parities", "N,M" }, false, "option --parities takes parities such as N,E" },
+        { { "scan", "--stop-bits", "1.5" }, false, "option --stop-bits takes stop bits such as 1,2" },
+        { { "read", "HR1", "--bauds", "9600" }, false, "option --bauds does not apply to read" },
         { { "batch" }, false, "" },
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
-        { { "trace", "on" }, false, "unknown command \"trace\" (info, read, write, poll, scan, batch or decode)" },
+        { { "trace", "on" }, false,
+            "unknown command \"trace\" (info, read, write, poll, scan, batch, shell or decode)" },
         { { "fault", "noreply" }, false, "unknown command \"fault\"" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
@@ -521,6 +528,11 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "fault", "late", "--count", "2" }, true, "option --count does not apply to fault" },
         { { "--json", "--station", "3" }, false, "no command given" },
         { { "READ", "HR1" }, false, "unknown command \"READ\"" },
+        { { "shell" }, true, "a batch cannot start a shell" },
+        { { "shell", "x" }, false, "usage: shell" },
+        { { "shell" }, false, "" },
+        { { "help" }, true,
+            "unknown command \"help\" (info, read, write, poll, scan, decode, trace or fault)" },
     };
     for (const Row &row : rows) {
         std::string shown;
@@ -584,6 +596,66 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
             EXPECT_EQ(t.count, row.count);
             EXPECT_EQ(t.format ? t.format->text() : "", row.format);
         }
+    }
+}
+
+TEST(CommandLine, BatchLinesSplitIntoWordsUpToAComment)
+{
+    struct Row
+    {
+        const char *line;
+        std::vector<std::string> words;
+    } rows[] = {
+        { "read HR100 --count 2", { "read", "HR100", "--count", "2" } },
+        { "read HR100 # the speed command", { "read", "HR100" } },
+        { "read HR100 #", { "read", "HR100" } },
+        { "  # only a comment", {} },
+        { "fault \"late:at=HR1 #5\"", { "fault", "late:at=HR1 #5" } },
+        { "write HR1 5#6", { "write", "HR1", "5#6" } },
+        { "write HR1 \"\"#6", { "write", "HR1", "#6" } },
+        { "read HR100\r", { "read", "HR100" } },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.line);
+        std::vector<std::string> words;
+        std::string error;
+        EXPECT_TRUE(splitWords(row.line, words, error)) << error;
+        EXPECT_EQ(words, row.words);
+    }
+}
+
+TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
+{
+    using Words = std::vector<std::string>;
+    struct Row
+    {
+        Words before;
+        const char *word;
+        Words completions;
+    } rows[] = {
+        { {}, "re", { "read" } },
+        { {}, "",
+            { "info", "read", "write", "poll", "scan", "decode", "trace", "fault", "help", "quit", "exit" } },
+        { {}, "ba", {} }, // not on a line
+        { { "read" }, "f", { "FN5DO", "FN6HR" } },
+        { { "read" }, "d", { "DO", "DI" } },
+        { { "read", "HR1" }, "H", {} }, // the value goes there
+        { { "poll", "HR1" }, "i", { "IR" } },
+        { { "write" }, "FN6", { "FN6HR" } },
+        { { "read", "HR1" }, "--co", { "--count" } },
+        { { "scan" }, "--st", { "--station", "--stop-bits" } },
+        { { "read", "HR1" }, "--po", {} }, // for the command line only
+        { { "read", "HR1", "--type" }, "d", { "dword" } },
+        { { "scan", "--address" }, "D", { "DO", "DI" } },
+        { { "trace" }, "o", { "on", "off" } },
+        { { "trace", "on" }, "o", {} },
+    };
+    for (const Row &row : rows) {
+        std::string shown;
+        for (const std::string &w : row.before)
+            shown += w + " ";
+        SCOPED_TRACE(shown + "[" + row.word + "]");
+        EXPECT_EQ(completeShellWord(row.before, row.word), row.completions);
     }
 }
 

@@ -27,7 +27,7 @@ check()
     fi
 }
 
-check "options by their start" "--plugin --port" "$cli" --p
+check "options by their start" "--plugin --port --parities" "$cli" --p
 check "a new option of the table" "--version" "$cli" --vers
 check "commands before the command" "read" "$cli" re
 check "an integer option's value is skipped" "write" "$cli" --station 2 wr

@@ -37,6 +37,30 @@ QByteArray withCrc(const QByteArray &frame)
     return out;
 }
 
+std::vector<std::string> framesWithCrc(const std::vector<std::string> &frames)
+{
+    std::vector<std::string> out;
+    for (const std::string &f : frames)
+        out.push_back(toHex(withCrc(f.c_str())));
+    return out;
+}
+
+QByteArray repeated(const char *bytes, int times)
+{
+    QByteArray out;
+    for (int i = 0; i < times; ++i)
+        out += hex(bytes);
+    return out;
+}
+
+QByteArray words(std::initializer_list<quint16> values)
+{
+    QByteArray out;
+    for (quint16 v : values)
+        out.append(char(v & 0xFF)).append(char(v >> 8));
+    return out;
+}
+
 QT_BEGIN_NAMESPACE
 void PrintTo(const QByteArray &bytes, std::ostream *os) { *os << "[" << toHex(bytes) << "]"; }
 

@@ -58,6 +58,8 @@ void LinkDouble::line(const char *hexText) { line(hex(hexText)); }
 
 void LinkDouble::line(const QByteArray &bytes) { script.push_back(Item { bytes, -2 }); }
 
+void LinkDouble::reply(const char *hexText) { line(withCrc(hexText)); }
+
 void LinkDouble::silence() { script.push_back(Item { QByteArray(), 0 }); }
 
 void LinkDouble::piece(const char *hexText, int count)

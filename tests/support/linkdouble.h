@@ -31,6 +31,8 @@ public:
     // Bytes that arrive on the line, in hex text or as an array.
     void line(const char *hexText);
     void line(const QByteArray &bytes);
+    // A reply on the line, in hex text without its CRC, which is appended.
+    void reply(const char *hexText);
     void silence();
     // One scripted receive: copies min(asked, bytes) and returns count
     // (count < 0 means "the number of bytes copied").

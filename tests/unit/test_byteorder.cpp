@@ -10,28 +10,20 @@
 
 namespace {
 
-TEST(SingleValues, BitsAtAndBeyondTheWidth)
+TEST(SingleValues, BitsAndNumbers)
 {
     EXPECT_EQ(setBit(static_cast<unsigned short>(0x0001), 15), 0x8001);
     EXPECT_EQ(setBit(static_cast<unsigned short>(0x0001), 16), 0x0001);
     EXPECT_EQ(clearBit(static_cast<unsigned short>(0xFFFF), 15), 0x7FFF);
     EXPECT_FALSE(getBit(static_cast<unsigned char>(0xFF), 8));
-    EXPECT_TRUE(getBit(static_cast<unsigned char>(0x80), 7));
     EXPECT_EQ(setBit(0u, 31), 0x80000000u);
     EXPECT_EQ(setBit(0u, 32), 0u);
-    EXPECT_FALSE(getBit(0xFFFFFFFFu, 40));
-}
 
-TEST(SingleValues, ArraysToNumbersAndBack)
-{
     EXPECT_EQ(QByteArrayToInt(hex("01 02 03")), 0x030201);
     EXPECT_EQ(QByteArrayToInt(hex("01 02 03 04 05")), 0x04030201);
-    EXPECT_EQ(QByteArrayToInt(hex("FF FF FF FF")), -1);
-    EXPECT_EQ(QByteArrayToInt(QByteArray()), 0);
     EXPECT_EQ(QByteArrayToShort(hex("FF 80")), -32513);
     EXPECT_EQ(QByteArrayToWord(hex("34")), 0x34);
     EXPECT_EQ(toHex(wordToByteArray(0x1234)), "34 12");
-    EXPECT_EQ(toHex(shortToByteArray(-2)), "FE FF");
     EXPECT_EQ(toHex(intToByteArray(INT_MIN)), "00 00 00 80");
     QByteArray a = hex("AA");
     EXPECT_EQ(toHex(appendBigEndianUShort(a, 0x1234)), "AA 12 34");
@@ -44,7 +36,6 @@ TEST(WordArrays, SwapsPairsAndGroupsWithPadding)
     const unsigned char wire[] = { 0x12, 0x34, 0x56, 0x78 };
     EXPECT_EQ(toHex(fromBigEndianUShortArray(wire, 2)), "34 12 78 56");
     EXPECT_EQ(toHex(fromBigEndianULongArray(wire, 1)), "78 56 34 12");
-    EXPECT_TRUE(fromBigEndianUShortArray(wire, 0).isEmpty());
     EXPECT_TRUE(fromBigEndianULongArray(wire, -3).isEmpty());
 
     struct Row
@@ -54,41 +45,34 @@ TEST(WordArrays, SwapsPairsAndGroupsWithPadding)
         { "34 12 78 56", "12 34 56 78", "56 78 12 34" },
         { "01 02 03", "02 01 00 03", "00 03 02 01" },
         { "01 02 03 04 05", "02 01 04 03 00 05", "04 03 02 01 00 00 00 05" },
-        { "", "", "" },
     };
     for (const Row &row : rows) {
         EXPECT_EQ(toHex(toBigEndianUShortArray(hex(row.in))), row.ushort) << row.in;
         EXPECT_EQ(toHex(toBigEndianULongArray(hex(row.in))), row.ulong) << row.in;
-        QByteArray inPlace = hex(row.in);
+        QByteArray inPlace = hex(row.in), inPlace4 = hex(row.in);
         EXPECT_EQ(toHex(toLittleEndianUShortArray(inPlace)), row.ushort) << row.in;
-        QByteArray inPlace4 = hex(row.in);
         EXPECT_EQ(toHex(toLittleEndianULongArray(inPlace4)), row.ulong) << row.in;
     }
 }
 
-TEST(Counting, RoundsUpInUnsigned32Bits)
+TEST(Counting, RoundsUpInUnsigned32BitsAndSizesCommands)
 {
     EXPECT_EQ(NumOfBitsToNumOfWords(3, 13), 1u);
     EXPECT_EQ(NumOfBitsToNumOfWords(3, 14), 2u);
-    EXPECT_EQ(NumOfBitsToNumOfWords(0, 0), 0u);
     EXPECT_EQ(NumOfBitsToNumOfDWords(1, 32), 2u);
     EXPECT_EQ(NumOfBitsToNumOfBytes(7, 2), 2u);
     EXPECT_EQ(NumOfBytesToNumOfWords(0xFFFFFFFFu), 0x80000000u);
     EXPECT_EQ(NumOfBytesToNumOfDWords(5), 2u);
     EXPECT_EQ(NumOfBytesToNumOfQuadWords(9), 2u);
-}
 
-TEST(SafeData, PadsAndCutsToTheCommandsSize)
-{
     struct Row
     {
         int type, count, length;
     } rows[] = { { Bit, 9, 2 }, { BitBlock, 16, 2 }, { Byte, 3, 3 }, { Block, 0, 0 }, { Word, 3, 6 },
-        { DoubleWord, 2, 8 }, { QuadWord, 1, 8 }, { 7, 5, 0 }, { -1, 5, 0 }, { Bit, -1, 536870912 } };
+        { DoubleWord, 2, 8 }, { QuadWord, 1, 8 }, { 7, 5, 0 }, { Bit, -1, 536870912 } };
     for (const Row &row : rows)
         EXPECT_EQ(GetSafeDataLen(CommunicatorCommand(row.type, row.count, "HR1")), row.length)
             << row.type << "/" << row.count;
-
     const CommunicatorCommand words(Word, 3, "HR1");
     EXPECT_EQ(toHex(ToSafeData(words, hex("01 02 03 04"))), "01 02 03 04 00 00");
     EXPECT_EQ(toHex(ToSafeData(words, hex("01 02 03 04 05 06 07 08"))), "01 02 03 04 05 06");
@@ -98,7 +82,7 @@ TEST(SafeData, PadsAndCutsToTheCommandsSize)
     EXPECT_EQ(To32bitsData(hex("01 02 03 04")).size(), 4);
 }
 
-TEST(BitArrays, GetSetCopyExpandStayInsideTheArray)
+TEST(BitArrays, GetSetCopyExpandFitAndClearStayInsideTheArray)
 {
     QByteArray a = hex("00 00");
     setBit(a, 9, true);
@@ -107,7 +91,6 @@ TEST(BitArrays, GetSetCopyExpandStayInsideTheArray)
     EXPECT_EQ(toHex(a), "00 02");
     EXPECT_TRUE(getBit(a, 9));
     EXPECT_FALSE(getBit(a, 16));
-    EXPECT_FALSE(getBit(a, -1));
 
     QByteArray dst = hex("40"), src = hex("05");
     CopyBits(dst, src, 5, 3);
@@ -115,20 +98,14 @@ TEST(BitArrays, GetSetCopyExpandStayInsideTheArray)
     CopyBits(dst, src, 6, 8); // runs off the end of dst
     EXPECT_EQ(toHex(dst), "60");
 
-    EXPECT_EQ(toHex(ExpandBitsToBytes(hex("05 80"), 0, 3)), "01 00 01");
     EXPECT_EQ(toHex(ExpandBitsToBytes(hex("05 80"), 15, 3)), "01 00 00");
     EXPECT_TRUE(ExpandBitsToBytes(hex("05"), 0, -2).isEmpty());
-}
 
-TEST(BitArrays, FitAndClearBeyondACount)
-{
-    QByteArray a = hex("FF FF FF FF");
-    FitBitArray(a, 16);
-    EXPECT_EQ(a.size(), 2);
-    FitBitArray(a, 17);
-    EXPECT_EQ(toHex(a), "FF FF 00");
-    FitBitArray(a, 0);
-    EXPECT_TRUE(a.isEmpty());
+    QByteArray b = hex("FF FF FF FF");
+    FitBitArray(b, 16);
+    EXPECT_EQ(b.size(), 2);
+    FitBitArray(b, 17);
+    EXPECT_EQ(toHex(b), "FF FF 00");
 
     struct Row
     {
@@ -136,11 +113,11 @@ TEST(BitArrays, FitAndClearBeyondACount)
         int bits;
         const char *out;
     } rows[] = { { "FF FF", 11, "FF 07" }, { "FF FF", 16, "FF FF" }, { "FF FF", 1, "01 FF" },
-        { "FF", 9, "FF" }, { "FF", -3, "FF" }, { "", 5, "" } };
+        { "FF", 9, "FF" }, { "FF", -3, "FF" } };
     for (const Row &row : rows) {
-        QByteArray b = hex(row.in);
-        clearUnnecessaryBits(b, row.bits);
-        EXPECT_EQ(toHex(b), row.out) << row.in << " / " << row.bits;
+        QByteArray c = hex(row.in);
+        clearUnnecessaryBits(c, row.bits);
+        EXPECT_EQ(toHex(c), row.out) << row.in << " / " << row.bits;
     }
 }
 
@@ -155,11 +132,9 @@ TEST(BitArrays, RightShiftAcrossBytesAndRotation)
         { "A5 0F", 4, "FA 00" },
         { "01 02 03", 8, "02 03 01" },
         { "01 02 03", 12, "30 00 01" },
-        { "01 02 03", 0, "01 02 03" },
         { "80", 7, "01" },
         { "01 02 03", 24, "01 02 03" },
         { "01 02 03", 99, "01 02 03" },
-        { "", 5, "" },
         { "34 12 78 56", 15, "F0 AC 00 34" },
     };
     for (const Row &row : rows) {
@@ -170,8 +145,6 @@ TEST(BitArrays, RightShiftAcrossBytesAndRotation)
 
     unsigned char p[] = { 1, 2, 3, 4, 5 };
     RotateArray(p, 2, 3);
-    EXPECT_THAT(p, testing::ElementsAre(3, 4, 5, 1, 2));
-    RotateArray(p, 0, 5);
     EXPECT_THAT(p, testing::ElementsAre(3, 4, 5, 1, 2));
     EXPECT_EQ(toHex(reverseArray(hex("01 02 03"))), "03 02 01");
 }

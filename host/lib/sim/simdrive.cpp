@@ -358,6 +358,20 @@ void SimDrive::run()
 
 void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
 {
+    // No bits travel on a pseudo-terminal, so any speed would carry the
+    // bytes; but its two ends share one set of line settings. A master set
+    // to another speed or number of stop bits would reach a real drive as
+    // garbage: its frames are dropped as garbage here. (The parity cannot be
+    // told: Linux keeps none on a pseudo-terminal.)
+    struct termios master;
+    if (opts.device.empty() && tcgetattr(lineFd, &master) == 0 && !opts.link.speedAndStopBitsSetIn(master)) {
+        std::lock_guard<std::mutex> lock(mutex);
+        ++counts.badFrames;
+        if (opts.log)
+            std::fprintf(opts.log, "sim: dropped %zu bytes sent at another speed or stop bits than %s\n",
+                bytes.size(), opts.link.text().c_str());
+        return;
+    }
     // Feed the bytes to libmodbus and let it cut and check the requests.
     size_t fed = 0;
     while (fed < bytes.size()) {

@@ -15,6 +15,11 @@
 // every request first advances each station's motor to the time of the
 // request, with the commands its registers hold, and writes what the motor
 // shows into its registers; the answer then carries the new values.
+//
+// On its own pseudo-terminal it answers only a master whose speed and stop
+// bits are its own, as a drive on a wire would; the rest it drops as
+// garbage. The parity a master sets cannot be seen there (Linux keeps none
+// on a pseudo-terminal): any parity is answered.
 
 #include "addresstext.h"
 #include "faultrule.h"
@@ -56,7 +61,7 @@ public:
         uint64_t requests = 0; // well-formed requests to a served station
         uint64_t replies = 0; // answers put on the line
         uint64_t ignored = 0; // requests to stations that are not served here
-        uint64_t badFrames = 0; // what libmodbus refused (CRC, length, garbage)
+        uint64_t badFrames = 0; // refused by libmodbus (CRC, length, garbage) or sent at other line settings
         uint64_t faults[FaultRule::KindCount] = {};
         uint64_t lateRepliesSent = 0;
         uint64_t noiseBytesSent = 0;

@@ -1,0 +1,272 @@
+// teco-cli shell: commands typed one per line on one link, the lines of a
+// batch run as they come. A typing error or a failed command is reported and
+// the shell goes on; Ctrl-C stops the command that runs, never the shell.
+//
+// On a terminal it edits lines with libedit (readline's interface), keeps a
+// history in ~/.teco_cli_history and completes commands, options and address
+// prefixes with Tab. Without a terminal (standard input from a pipe or a
+// file) it reads plain lines and shows each one before its output, as a
+// batch from standard input does, so that a script sees a transcript.
+
+#include "session.h"
+
+#include "batchlines.h"
+#include "output.h"
+#include "terminal.h"
+#include "textfile.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#ifdef TECO_HAVE_LIBEDIT
+#include <editline/readline.h>
+#endif
+
+namespace {
+
+const char shellHelp[]
+    = "commands, one per line, all on this link:\n"
+      "  read ADDRESS [--type T] [--count N]       T: bit, byte, word, dword\n"
+      "  write ADDRESS VALUE... [--type T]\n"
+      "  poll TAG... [--interval MS] [--cycles N] [--duration S]\n"
+      "  scan [--from N] [--to N] [--address ADDRESS] [--bauds LIST] [--parities LIST] [--stop-bits LIST]\n"
+      "  info\n"
+      "  trace on|off                              the frame trace, on standard error\n"
+      "  fault RULE                                a fault for the simulated drive\n"
+      "  help                                      this text\n"
+      "  quit, exit or Ctrl-D                      end the shell\n"
+      "each command also takes --station N, --timeout MS, --retry N, --delay MS, --late-guard MS\n"
+      "and --json. Ctrl-C stops a command (poll, scan); \"# ...\" is a comment.\n";
+
+const char prompt[] = "teco> ";
+
+#ifdef TECO_HAVE_LIBEDIT
+
+enum { HistoryLines = 1000 };
+
+// The completions of the word being typed, handed to libedit one by one.
+std::vector<std::string> completions;
+
+char *nextCompletion(const char *, int state)
+{
+    static size_t next;
+    if (state == 0)
+        next = 0;
+    return next < completions.size() ? strdup(completions[next++].c_str()) : nullptr;
+}
+
+char **complete(const char *text, int start, int)
+{
+    rl_attempted_completion_over = 1; // never file names
+    std::vector<std::string> before;
+    std::string error;
+    if (!splitWords(std::string(rl_line_buffer, size_t(std::max(start, 0))), before, error))
+        return nullptr;
+    completions = completeShellWord(before, text);
+    if (completions.empty())
+        return nullptr;
+    // An address prefix is followed by its number, not a blank.
+    const bool prefix = std::isupper(static_cast<unsigned char>(completions[0][0])) != 0;
+    rl_completion_append_character = prefix ? '\0' : ' ';
+    return rl_completion_matches(text, nextCompletion);
+}
+
+// A key for libedit: the next character on standard input, decoded from
+// UTF-8 (libedit takes code points from this hook), or EOF at the end of the
+// input and at Ctrl-C, which makes readline drop the line typed. SIGINT is
+// blocked but for the wait itself, so a Ctrl-C that comes just before the
+// wait ends it rather than being slept through.
+int readKey(FILE *)
+{
+    sigset_t interrupt, previous;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    sigprocmask(SIG_BLOCK, &interrupt, &previous);
+    int key = EOF;
+    unsigned char bytes[4];
+    while (!InterruptScope::interrupted()) {
+        struct pollfd p = { STDIN_FILENO, POLLIN, 0 };
+        if (ppoll(&p, 1, nullptr, &previous) < 0 && errno != EINTR)
+            break;
+        const ssize_t n = p.revents ? ::read(STDIN_FILENO, bytes, 1) : -1;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || !p.revents))
+            continue;
+        if (n <= 0)
+            break; // the end of the input, or the terminal is gone
+        const unsigned char lead = bytes[0];
+        const int length = lead < 0x80 ? 1
+            : (lead & 0xE0) == 0xC0    ? 2
+            : (lead & 0xF0) == 0xE0    ? 3
+            : (lead & 0xF8) == 0xF0    ? 4
+                                       : 1;
+        key = length == 1 ? lead : lead & (0x7F >> length);
+        for (int i = 1; i < length; ++i) {
+            if (::read(STDIN_FILENO, bytes + i, 1) != 1 || (bytes[i] & 0xC0) != 0x80) {
+                key = lead; // not UTF-8: the byte as it is
+                break;
+            }
+            key = (key << 6) | (bytes[i] & 0x3F);
+        }
+        break;
+    }
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+    return key;
+}
+
+#endif
+
+// The lines typed: through libedit on a terminal, plain otherwise.
+class ShellInput
+{
+public:
+    ShellInput()
+        : terminal(isatty(STDIN_FILENO) == 1)
+    {
+#ifdef TECO_HAVE_LIBEDIT
+        if (!terminal)
+            return;
+        rl_readline_name = "teco-cli"; // for ~/.editrc
+        rl_catch_signals = 0; // Ctrl-C is ours: it drops the line typed so far
+        rl_attempted_completion_function = complete;
+        rl_getc_function = readKey;
+        stifle_history(HistoryLines);
+        const char *home = std::getenv("HOME");
+        if (home && *home)
+            historyPath = std::string(home) + "/.teco_cli_history";
+        struct stat st;
+        if (historyPath.empty() || ::stat(historyPath.c_str(), &st) != 0)
+            return; // no history yet
+        std::string contents, error;
+        if (!readTextFile(historyPath, userTextFileLimit, contents, error)) {
+            std::fprintf(stderr, "teco-cli: not keeping a history: cannot read %s: %s\n", historyPath.c_str(),
+                error.c_str());
+            historyPath.clear();
+            return;
+        }
+        read_history(historyPath.c_str());
+#endif
+    }
+
+    ~ShellInput()
+    {
+#ifdef TECO_HAVE_LIBEDIT
+        if (historyPath.empty())
+            return;
+        // Written only where a trace could be: never through a symbolic
+        // link, never over another user's file.
+        std::string error;
+        FILE *f = createTextFile(historyPath, error);
+        if (!f) {
+            std::fprintf(
+                stderr, "teco-cli: cannot keep the history in %s: %s\n", historyPath.c_str(), error.c_str());
+            return;
+        }
+        std::fclose(f);
+        write_history(historyPath.c_str());
+#endif
+    }
+
+    // Whether a person types the lines (and sees them as typed).
+    bool interactive() const { return terminal; }
+
+    // The next line; false at the end (Ctrl-D, the end of the input), with
+    // error set if reading failed.
+    bool next(std::string &line, std::string &error)
+    {
+        error.clear();
+#ifdef TECO_HAVE_LIBEDIT
+        if (terminal)
+            return edited(line);
+#endif
+        if (terminal) {
+            std::fputs(prompt, stdout);
+            std::fflush(stdout);
+        }
+        const bool got = plain.next(line, error);
+        if (!got && terminal)
+            std::fputs("\n", stdout);
+        return got;
+    }
+
+private:
+#ifdef TECO_HAVE_LIBEDIT
+    bool edited(std::string &line)
+    {
+        for (;;) {
+            InterruptScope::reset(); // the wait for a key ends at Ctrl-C
+            char *text = readline(prompt);
+            if (!text && InterruptScope::interrupted()) {
+                std::fputs("\n", stdout); // the line is dropped: a new prompt
+                continue;
+            }
+            if (!text) {
+                std::fputs("\n", stdout); // Ctrl-D
+                return false;
+            }
+            line = text;
+            std::free(text);
+            const bool blank = line.find_first_not_of(" \t") == std::string::npos;
+            HIST_ENTRY *last = history_length > 0 ? history_get(history_base + history_length - 1) : nullptr;
+            if (!blank && !(last && last->line && line == last->line))
+                add_history(line.c_str());
+            return true;
+        }
+    }
+    std::string historyPath;
+#endif
+
+    bool terminal;
+    BatchLines plain;
+};
+
+} // namespace
+
+int Session::shell(const Command &)
+{
+    const int opened = openLine();
+    if (opened != ExitOk)
+        return opened;
+    // Ctrl-C never ends the shell: at the prompt it drops the line typed, in
+    // a command it ends the command (poll, scan) or is let pass.
+    InterruptScope stop;
+    ShellInput input;
+    if (input.interactive())
+        std::printf("teco-cli shell on %s: \"help\" lists the commands, Ctrl-D ends\n",
+            link.settings().text().c_str());
+    int worst = ExitOk; // a refused line (2) weighs more than a failed command (1)
+    std::string text, error;
+    while (input.next(text, error)) {
+        if (!input.interactive())
+            echoLine(text);
+        std::vector<std::string> words;
+        std::string lineError;
+        if (splitWords(text, words, lineError) && !words.empty()) {
+            if (words[0] == "quit" || words[0] == "exit")
+                break;
+            if (words[0] == "help") {
+                std::fputs(shellHelp, stdout);
+                std::fflush(stdout);
+                continue;
+            }
+        }
+        Line line;
+        int rc = ExitOk;
+        if (!prepareLine(text, line, lineError)) {
+            rc = usage(lineError);
+        } else {
+            InterruptScope::reset();
+            rc = runLine(line);
+        }
+        worst = std::max(worst, rc);
+    }
+    if (!error.empty())
+        return usage(error);
+    return worst;
+}
