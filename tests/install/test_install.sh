@@ -22,6 +22,12 @@ version=$("$prefix/bin/teco-cli" --version)
 files=(share/bash-completion/completions/teco-cli share/bash-completion/completions/teco-sim
     share/doc/teco-servo/README.md)
 [[ $man == man ]] && files+=(share/man/man1/teco-cli.1.gz share/man/man1/teco-sim.1.gz)
+# teco-monitor is built where Qt Widgets and Charts are.
+if [[ -e $prefix/bin/teco-monitor ]]; then
+    version=$("$prefix/bin/teco-monitor" --version)
+    [[ $version == *"driver plug-in $plugin: "* ]] || fail "teco-monitor --version does not name $plugin: $version"
+    [[ $man == man ]] && files+=(share/man/man1/teco-monitor.1.gz)
+fi
 for f in "${files[@]}"; do
     [[ -f $prefix/$f ]] || fail "$f is not installed"
 done
