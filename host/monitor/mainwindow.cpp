@@ -204,6 +204,7 @@ QWidget *MainWindow::makeConnectionPanel()
         "the simulated drive's initial values and motor (teco-sim --print-map shows the form)");
     auto *browseMap = new QPushButton("...");
     browseMap->setToolTip("choose a map file");
+    browseMap->setMaximumWidth(browseMap->fontMetrics().horizontalAdvance("...") + 24);
     connectButton = new QPushButton("Connect");
     connectButton->setEnabled(false);
 
