@@ -57,7 +57,8 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "TECO servo Modbus RTU driver plug-in with
 set(CPACK_PACKAGE_DESCRIPTION
   "The driver plug-in that an HMI panel's runtime loads to reach TECO servo drives\n\
 over Modbus RTU, with teco-cli (runs the plug-in from a PC: read, write, poll,\n\
-scan, batch) and teco-sim (a simulated drive on a pseudo-terminal).")
+scan, batch, shell), teco-monitor (live tags, trends and the frame trace in a\n\
+window) and teco-sim (a simulated drive on a pseudo-terminal).")
 set(CPACK_PACKAGE_CONTACT "TECO servo driver maintainers <maintainers@example.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
