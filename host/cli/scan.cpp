@@ -4,6 +4,7 @@
 #include "output.h"
 #include "scanprobe.h"
 #include "terminal.h"
+#include "textutil.h"
 
 namespace {
 
@@ -92,10 +93,13 @@ int Session::scan(const Command &c)
                 if (switching)
                     where = ", " + linkText + " (" + std::to_string(k + 1) + " of "
                         + std::to_string(lines.size()) + ")";
-                std::fprintf(stderr, "\r\033[Kscan [%s%s] %d/%d, %d answering%s, %s left",
+                char text[160];
+                std::snprintf(text, sizeof text, "scan [%s%s] %d/%d, %d answering%s, %s left",
                     std::string(size_t(filled), '#').c_str(),
                     std::string(size_t(width - filled), '.').c_str(), summary.probed, summary.probes,
                     summary.answering, where.c_str(), timeText(left).c_str());
+                // Like poll's status line: one column short of the width, so it never wraps.
+                std::fprintf(stderr, "\r\033[K%s", fitColumns(text, stderrColumns() - 1).c_str());
                 std::fflush(stderr);
             }
         }
