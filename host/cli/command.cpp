@@ -178,7 +178,10 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
             || !require(c.registers.size() <= 2008, "too many values for one write", error))
             return false;
         c.target.count = string ? int(c.registers.size()) : int(c.texts.size());
-        return formattedRegisterCount(c.target.address, f, c.target.count, registers, error);
+        // What is shown as written is what the registers hold, as a read
+        // would show it: 16777217 goes into a float32 as 16777216.
+        return formattedRegisterCount(c.target.address, f, c.target.count, registers, error)
+            && formatRegisters(c.registers, f, c.texts, error);
     }
     for (size_t i = 1; i < g.args.size(); ++i) {
         uint32_t v = 0;

@@ -31,7 +31,7 @@ struct Command
     Tag target; // read, write
     std::vector<uint32_t> values; // write
     std::vector<uint16_t> registers; // write with a format: the registers that hold texts
-    std::vector<std::string> texts; // write with a format: the values as typed
+    std::vector<std::string> texts; // write with a format: the values as the registers hold them
 
     std::vector<Tag> tags; // poll
     int intervalMs = 1000;

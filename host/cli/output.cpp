@@ -289,7 +289,7 @@ public:
         const PollStats &stats = *p.stats;
         QJsonObject o, latency, errorCounts;
         o["command"] = "poll";
-        o["ok"] = stats.failed() == 0;
+        o["ok"] = stats.failed() == 0 && !p.logFailed;
         o["cycles"] = p.cycles;
         o["commands"] = double(stats.commands());
         o["errors"] = double(stats.failed());
@@ -310,6 +310,8 @@ public:
             if ((*p.tags)[i].format)
                 t["format"] = QString::fromStdString((*p.tags)[i].format->text());
             t["values"] = (*p.lastValues)[i];
+            if (!(*p.lastErrors)[i].empty())
+                t["error"] = QString::fromLocal8Bit((*p.lastErrors)[i].c_str());
             tags.append(t);
         }
         o["tags"] = tags;

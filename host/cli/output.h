@@ -29,7 +29,9 @@ struct PollSummary
     double seconds = 0;
     const PollStats *stats = nullptr;
     const std::vector<Tag> *tags = nullptr;
-    const std::vector<QJsonArray> *lastValues = nullptr; // per tag, the last values read
+    const std::vector<QJsonArray> *lastValues = nullptr; // per tag, the values of its last read, if good
+    const std::vector<std::string> *lastErrors = nullptr; // per tag, the error of its last read, if it failed
+    bool logFailed = false; // the sample log could not be written
 };
 
 struct ScanSummary

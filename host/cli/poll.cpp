@@ -57,9 +57,12 @@ int Session::poll(const Command &c)
     int cycle = 0;
     std::vector<std::string> last(c.tags.size());
     std::vector<QJsonArray> lastValues(c.tags.size());
+    std::vector<std::string> lastErrors(c.tags.size());
     const int64_t start = monotonicNs();
     int64_t next = start, lastStatus = 0;
     const std::map<int, SerialLink::StationHealth> healthAtStart = link.health();
+    for (const Tag &t : c.tags)
+        noteWindow(t);
     const SerialLink::StationHealth totalAtStart = link.totalHealth();
 
     auto ms = [&](double q) { return stats.percentileNs(q) / 1e6; };
@@ -100,7 +103,11 @@ int Session::poll(const Command &c)
             if (!sample.ok) {
                 stats.addFailure(error.text);
                 shown = "error: " + sample.error;
+                // The summary shows a tag's last read: no values when it failed.
+                lastValues[i] = QJsonArray();
+                lastErrors[i] = sample.error;
             } else {
+                lastErrors[i].clear();
                 stats.addSuccess(latencyNs);
                 for (const std::string &v : sample.values) {
                     shown += (shown.empty() ? "" : " ") + v;
@@ -151,7 +158,7 @@ int Session::poll(const Command &c)
         const auto before = healthAtStart.find(s.first);
         const SerialLink::StationHealth during
             = before == healthAtStart.end() ? s.second : s.second - before->second;
-        if (!healthText(during, true).empty() && (during.requests || !healthText(during).empty()))
+        if (during.requests || !healthText(during).empty())
             summary.health[s.first] = during; // only the stations this poll talked to or heard from
     }
     summary.cycles = cycle;
@@ -159,6 +166,8 @@ int Session::poll(const Command &c)
     summary.stats = &stats;
     summary.tags = &c.tags;
     summary.lastValues = &lastValues;
+    summary.lastErrors = &lastErrors;
+    summary.logFailed = logFailed;
     out.pollDone(summary);
     return stats.failed() || logFailed ? ExitFailed : ExitOk;
 }

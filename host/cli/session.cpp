@@ -176,9 +176,24 @@ void Session::showHealth(const Command &c)
     Output::forCommand(c).setLinkHealth(link.totalHealth() - healthBefore);
 }
 
+void Session::noteWindow(const Tag &t)
+{
+    int registers = t.count;
+    std::string ignored;
+    if (t.format && !formattedRegisterCount(t.address, *t.format, t.count, registers, ignored))
+        return;
+    const ValueType type = t.format ? ValueType::Word : t.type;
+    if (readPassesDriverWindow(t.address, type, registers)) // a warning: shown even with --quiet
+        std::fprintf(stderr,
+            "teco-cli: note: this read of %s goes to the drive: the driver serves HR60000 to HR60010 "
+            "itself only to word reads that begin there\n",
+            t.text.empty() ? t.address.text().c_str() : t.text.c_str());
+}
+
 int Session::read(const Command &c)
 {
     const Tag &t = c.target;
+    noteWindow(t);
     healthBefore = link.totalHealth();
     if (t.format) {
         const FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);

@@ -56,6 +56,8 @@ private:
     // Applies a command's station, time-out, retry and delay to the link.
     void applyLinkOptions(const CliOptions &o);
     int usage(const std::string &text);
+    // Says so when a read covers the driver's register window but goes to the drive.
+    void noteWindow(const Tag &t);
     // Hands the output what the line did since the command began.
     void showHealth(const Command &c);
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began

@@ -94,6 +94,18 @@ DriverHost::Result failedWith(DriverInterface &d, const std::string &fallback)
 
 } // namespace
 
+namespace {
+
+// Our own link counts a command's repeated requests as retries; it needs to
+// know where one command ends and the next begins.
+void commandBegins(AbstractDeviceInterface &link)
+{
+    if (SerialLink *serial = dynamic_cast<SerialLink *>(&link))
+        serial->commandBegins();
+}
+
+} // namespace
+
 DriverHost::Result DriverHost::read(
     AbstractDeviceInterface &link, const AddressText &address, ValueType type, int count) const
 {
@@ -101,6 +113,7 @@ DriverHost::Result DriverHost::read(
     if (!d)
         return Result();
     const CommunicatorCommand cmd(commandDataType(type), count, QString::fromStdString(address.text()));
+    commandBegins(link);
     const QByteArray data = d->read(&link, cmd);
     if (d->hasError())
         return failedWith(*d, std::string());
@@ -124,6 +137,7 @@ DriverHost::Result DriverHost::write(AbstractDeviceInterface &link, const Addres
         return Result();
     const CommunicatorCommand cmd(
         commandDataType(type), int(values.size()), QString::fromStdString(address.text()));
+    commandBegins(link);
     const bool ok = d->write(&link, cmd, packValues(values, type));
     if (d->hasError() || !ok)
         return failedWith(*d, "the driver did not write " + address.text());

@@ -393,12 +393,20 @@ SerialLink::StationHealth SerialLink::totalHealth() const
     return t;
 }
 
+void SerialLink::commandBegins()
+{
+    endExchange();
+    for (auto &s : stations)
+        s.second.lastFailed = false;
+}
+
 void SerialLink::endExchange()
 {
-    if (exchange == Exchange::Idle || requestStation < 0)
+    if (exchange == Exchange::Idle || requestStation < 0 || outcomeSettled)
         return;
     // A clean answer that the driver took whole, and not a refusal.
     stations[requestStation].lastFailed = !replyClean || replyTaken != replyHave || replyException;
+    outcomeSettled = true;
 }
 
 int SerialLink::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
@@ -602,6 +610,7 @@ int SerialLink::send(const char *frame, int length)
     state.lastRequest.assign(frame, size_t(length));
     state.lastFailed = false;
     replyException = false;
+    outcomeSettled = false;
     trace(TraceEvent::Kind::Sent, frame, sent, requestStation,
         sent < length ? "the line took only part of the frame" : "");
     if (opts.localEcho && sent > 0) {

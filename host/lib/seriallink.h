@@ -140,9 +140,13 @@ public:
     };
     const Counters &counters() const { return count; }
 
+    // A new command of the driver begins: its first request to a station is
+    // not a retry, whatever happened before (DriverHost calls this).
+    void commandBegins();
+
     // What the line did for one station. A retry is a request sent again,
-    // byte for byte, after the previous exchange with that station failed
-    // (no clean answer, or an exception). Late bytes count for the station
+    // byte for byte, within one command, after the previous exchange with
+    // that station failed (no clean answer, or an exception). Late bytes count for the station
     // whose answer they are (a dropped frame's own station byte, or the
     // station whose guard they arrived in), stale bytes for the station of
     // the request they preceded.
@@ -224,6 +228,7 @@ private:
     std::map<int, StationState> stations;
     int requestStation = -1; // the station of the last request
     bool replyException = false; // the collected answer is an exception
+    bool outcomeSettled = false; // the last exchange's outcome is in its station's lastFailed
 
     Counters count;
 };

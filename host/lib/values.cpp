@@ -124,6 +124,25 @@ QByteArray packValues(const std::vector<uint32_t> &values, ValueType type)
     return out;
 }
 
+bool readPassesDriverWindow(const AddressText &address, ValueType type, int count)
+{
+    const int windowFirst = 60000, windowLast = 60010;
+    if (address.area != Area::HoldingRegisters || count < 1)
+        return false;
+    int registers = count;
+    if (address.bit >= 0)
+        registers = (address.bit + count + 15) / 16;
+    else if (type == ValueType::DWord)
+        registers = 2 * count;
+    else if (type == ValueType::Byte)
+        registers = (count + 1) / 2;
+    const long long first = address.number, last = first + registers - 1;
+    if (last < windowFirst || first > windowLast)
+        return false;
+    const bool servedByWindow = type == ValueType::Word && address.bit < 0 && first >= windowFirst;
+    return !servedByWindow;
+}
+
 int expectedReadSize(ValueType type, int count)
 {
     switch (type) {

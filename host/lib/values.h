@@ -42,6 +42,14 @@ int expectedReadSize(ValueType type, int count);
 // The elements of a read result; stops at the end of data.
 std::vector<Element> unpackValues(
     const QByteArray &data, const AddressText &address, ValueType type, int count);
+// The driver serves holding registers HR60000 to HR60010 itself (a window
+// that relays writes to several stations), but only to word reads that begin
+// there: any other read covering them (bits, bytes, double words, a read that
+// begins before HR60000) goes to the drive and shows the drive's registers.
+// True for such a read of registers registers (count for words), so that a
+// front end can say so.
+bool readPassesDriverWindow(const AddressText &address, ValueType type, int count);
+
 // The value as a signed number of the type's width.
 long long signedValue(uint32_t value, ValueType type);
 

@@ -343,11 +343,55 @@ TEST(Cli, WhatTheLineDidIsCountedPerCommandAndPerStation)
         if (row.endsOutput)
             EXPECT_EQ(where.rfind(row.shown) + std::strlen(row.shown), where.size()) << where;
     }
+    // A poll's next cycle is a new command: its request is no retry.
+    const CliRun p = cli({ "--quiet", "--retry", "0", "--timeout", "50", "--sim-fault",
+        "noreply:at=HR104,times=1", "poll", "HR104", "--cycles", "2", "--interval", "10" });
+    EXPECT_NE(p.out.find("\nstation 1: 2 requests, 1 time-out\n"), std::string::npos) << p.out;
+    // The summary shows no values for a tag whose last read failed.
+    const CliRun s = cli({ "--json", "--quiet", "--retry", "0", "--timeout", "50", "--sim-fault",
+        "noreply:at=HR104,times=2", "poll", "HR104", "HR100", "--cycles", "2", "--interval", "10" });
+    const QJsonArray tags = json(s.out)["tags"].toArray();
+    ASSERT_EQ(tags.size(), 2) << s.out;
+    EXPECT_EQ(tags[0].toObject()["values"].toArray().size(), 0) << s.out;
+    EXPECT_EQ(tags[0].toObject()["error"].toString(), "PLC no response (read 1 word(s) from 1-HR104)");
+    EXPECT_EQ(tags[1].toObject()["values"].toArray().first().toInt(), 1500) << s.out;
+
     const CliRun j = cli({ "--json", "--sim-fault", "noreply:times=1", "--timeout", "50", "read", "HR100" });
     const QJsonObject link = json(j.out)["link"].toObject();
     EXPECT_EQ(link["requests"].toInt(), 2) << j.out;
     EXPECT_EQ(link["retries"].toInt(), 1) << j.out;
     EXPECT_EQ(link["timeOuts"].toInt(), 1) << j.out;
+}
+
+// The driver serves HR60000..HR60010 to word reads that begin there; any
+// other read covering them shows the drive's registers, and says so.
+TEST(Cli, AReadPastTheDriversWindowSaysWhereItsValuesComeFrom)
+{
+    struct Row
+    {
+        std::vector<std::string> read;
+        bool note;
+    } rows[] = {
+        { { "HR60001" }, false },
+        { { "HR60000", "--format", "uint32" }, false },
+        { { "HR60011" }, false },
+        { { "IR60000" }, false },
+        { { "HR60001.0" }, true },
+        { { "HR59999", "--count", "2" }, true },
+        { { "HR60000", "--type", "dword" }, true },
+        { { "HR59999", "--format", "uint32:ABCD" }, true },
+        { { "FN6HR60010", "--type", "byte" }, true },
+    };
+    for (const Row &row : rows) {
+        std::vector<std::string> args = { "--quiet", "read" };
+        args.insert(args.end(), row.read.begin(), row.read.end());
+        SCOPED_TRACE(row.read[0]);
+        const CliRun r = cli(args);
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(
+            r.err.find("teco-cli: note: this read of " + row.read[0] + " goes to the drive") == 0, row.note)
+            << r.err;
+    }
 }
 
 TEST(Cli, FramesAreShownWithTheirMeaning)
@@ -599,12 +643,13 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
                               "read HR0x78 --format hex --count 4\n"
                               "read HR119 --zero-based --format int16 --count 2\n"
                               "write HR130 1e300 --format float64:BADC\n"
-                              "read HR130 --format float64:BADC\n";
+                              "read HR130 --format float64:BADC\n"
+                              "write HR140 16777217 --format float32\n";
     const CliRun r = cli({ "--json", "--quiet", "batch" }, batch);
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     const std::vector<std::string> out = lines(r.out);
-    ASSERT_EQ(out.size(), 14u) << r.out;
+    ASSERT_EQ(out.size(), 15u) << r.out;
     auto values = [&](int line) {
         return QString::fromUtf8(
             QJsonDocument(json(out[size_t(line)])["values"].toArray()).toJson(QJsonDocument::Compact))
@@ -615,17 +660,12 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
         int line;
         const char *values;
     } rows[] = {
-        { 0, "[-1.5]" },
-        { 1, "[-1.5]" },
-        { 2, "[0,49088]" }, // 0xBFC0 0000, low word first
+        { 0, "[-1.5]" }, { 1, "[-1.5]" }, { 2, "[0,49088]" }, // 0xBFC0 0000, low word first
         { 4, "[16464,0]" }, // 0x4050 0000, high word first
-        { 5, "[\"servo 1\"]" },
-        { 6, "[\"servo 1\"]" },
+        { 5, "[\"servo 1\"]" }, { 6, "[\"servo 1\"]" },
         { 7, "[29541,29302,28448,12544]" }, // "se" "rv" "o " "1\0"
-        { 9, "[-2,3]" },
-        { 10, "[\"0xFFFF\",\"0xFFFE\",\"0x0000\",\"0x0003\"]" },
-        { 11, "[-1,-2]" },
-        { 13, "[1e+300]" },
+        { 9, "[-2,3]" }, { 10, "[\"0xFFFF\",\"0xFFFE\",\"0x0000\",\"0x0003\"]" }, { 11, "[-1,-2]" },
+        { 13, "[1e+300]" }, { 14, "[16777216]" }, // what the float32 holds, not what was typed
     };
     for (const Row &row : rows)
         EXPECT_EQ(values(row.line), row.values) << out[size_t(row.line)];
