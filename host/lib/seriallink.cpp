@@ -245,6 +245,9 @@ bool SerialLink::open(
     openedNs = monotonicNs();
     lineQuietSinceNs = openedNs;
     count = Counters();
+    stations.clear(); // the health of this line's stations, not of an earlier one's
+    requestStation = -1;
+    requestEndNs = -1;
     return true;
 }
 
@@ -561,6 +564,8 @@ int SerialLink::send(const char *frame, int length)
         owesGuard(expected.known ? expected.station : -1, std::max(monotonicNs(), replyDeadlineNs));
     endExchange();
     exchange = Exchange::Idle;
+    // From here on, bytes dropped before this request count for its station.
+    requestStation = static_cast<unsigned char>(frame[0]);
     // Timed waits of this thread end within a microsecond, not within the
     // default 50 us timer slack: the silence before a request and the
     // driver's own (often zero) delay before each attempt.
@@ -601,7 +606,6 @@ int SerialLink::send(const char *frame, int length)
     requestEndNs = lineQuietSinceNs;
     ++count.requests;
     count.bytesSent += uint64_t(sent);
-    requestStation = static_cast<unsigned char>(frame[0]);
     StationState &state = stations[requestStation];
     ++state.health.requests;
     if (state.lastFailed && state.lastRequest.size() == size_t(length)

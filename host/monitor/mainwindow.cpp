@@ -156,6 +156,8 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     connect(tagModel, &TagModel::writeRequested, this, &MainWindow::requestWrite);
     connect(tagModel, &TagModel::message, this, &MainWindow::showMessage);
     connect(scanView, &ScanView::startRequested, this, &MainWindow::requestScan);
+    connect(scanView, &ScanView::startRequested, this,
+        [this] { tagModel->markAllStale("not polled while the scan holds the line"); });
     connect(scanView, &ScanView::stopRequested, this, &MainWindow::requestStopScan);
     connect(scanView, &ScanView::message, this, &MainWindow::showMessage);
     connect(trafficView, &TrafficView::faultRequested, this, &MainWindow::requestFault);
@@ -365,6 +367,10 @@ QWidget *MainWindow::makeTagPanel()
     connect(load, &QPushButton::clicked, this, &MainWindow::chooseLoad);
     connect(save, &QPushButton::clicked, this, &MainWindow::chooseSave);
     connect(pollBox, &QCheckBox::toggled, this, &MainWindow::sendPolling);
+    connect(pollBox, &QCheckBox::toggled, this, [this](bool on) {
+        if (!on)
+            tagModel->markAllStale("not polled: polling is off");
+    });
     connect(interval, QOverload<int>::of(&QSpinBox::valueChanged), this, &MainWindow::sendPolling);
     return box;
 }
@@ -408,6 +414,8 @@ void MainWindow::connectLine()
     for (const QString &f : simFaults->text().split(';', Qt::SkipEmptyParts))
         if (!f.trimmed().isEmpty())
             s.simFaults << f.trimmed();
+    connectionAsked = s.port + '|' + s.link + '|' + QString::number(s.options.station) + '|' + s.simStations
+        + '|' + s.simMap;
     connecting = true;
     connectButton->setText("Connecting...");
     lineLabel->setText("connecting");
@@ -422,6 +430,14 @@ void MainWindow::opened(bool ok, const QString &message)
 {
     connecting = false;
     connected = ok;
+    if (ok && connectionAsked != connectionShown) {
+        // Another drive (or another view of it) may stand behind the same tags.
+        if (!connectionShown.isEmpty()) {
+            tagModel->forgetAllValues();
+            trendView->clearSamples();
+        }
+        connectionShown = connectionAsked;
+    }
     connectButton->setText(ok ? "Disconnect" : "Connect");
     lineLabel->setText(ok ? message : "not connected");
     scanView->setConnected(ok);
@@ -435,7 +451,7 @@ void MainWindow::opened(bool ok, const QString &message)
 
 void MainWindow::closed()
 {
-    tagModel->markAllStale();
+    tagModel->markAllStale("the line is closed");
     connected = connecting = false;
     connectButton->setText("Connect");
     lineLabel->setText("not connected");
@@ -456,6 +472,7 @@ void MainWindow::applyReading(const Reading &r)
             trendView->addSample(r.id, r.timeMs, value);
     } else {
         stats.addFailure(classifyDriverError(r.error.toStdString()).text);
+        trendView->addGap(r.id, r.timeMs); // the line breaks: no value is drawn across a failed read
     }
     emit readingShown(r);
 }

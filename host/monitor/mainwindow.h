@@ -102,6 +102,10 @@ private:
     bool driverOk = false;
     bool connected = false;
     bool connecting = false;
+    // The drive behind the tags: port, link and station of the connection
+    // asked for and of the last one that opened. Another one forgets every
+    // value and trend sample.
+    QString connectionAsked, connectionShown;
 
     // Connection panel.
     QComboBox *port;

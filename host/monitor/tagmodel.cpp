@@ -74,7 +74,7 @@ QVariant TagModel::data(const QModelIndex &index, int role) const
         return int(Qt::AlignRight | Qt::AlignVCenter);
     if (role == Qt::ToolTipRole) {
         if (index.column() == ValueColumn)
-            return r.stale ? "the last read failed: this value is from " + r.updated.toString("HH:mm:ss.zzz")
+            return r.stale ? r.staleWhy + ": this value is from " + r.updated.toString("HH:mm:ss.zzz")
                            : QString("double-click to write");
         if (index.column() == TagColumn)
             return "ticked: shown in the trend";
@@ -181,12 +181,24 @@ void TagModel::forgetValue(Row &r)
     r.error.clear();
 }
 
-void TagModel::markAllStale()
+void TagModel::markAllStale(const QString &why)
 {
     for (Row &r : rows)
-        r.stale = r.hasValue;
+        if (r.hasValue && !r.stale) {
+            r.stale = true;
+            r.staleWhy = why;
+        }
     if (!rows.isEmpty())
         emit dataChanged(index(0, 0), index(rows.size() - 1, ColumnCount - 1));
+}
+
+void TagModel::forgetAllValues()
+{
+    for (Row &r : rows)
+        forgetValue(r);
+    if (!rows.isEmpty())
+        emit dataChanged(index(0, 0), index(rows.size() - 1, ColumnCount - 1));
+    emit tagsChanged(); // the new revisions: readings from before are dropped
 }
 
 void TagModel::rowChanged(int row) { emit dataChanged(index(row, 0), index(row, ColumnCount - 1)); }
@@ -304,6 +316,7 @@ bool TagModel::applyReading(const Reading &reading)
         r.error.clear();
     } else {
         r.stale = r.hasValue;
+        r.staleWhy = "the last read failed";
         r.error = reading.error;
     }
     rowChanged(row);
@@ -317,6 +330,12 @@ void TagModel::applyWrite(int id, bool ok, const QString &error)
         return;
     const QString name = QString::fromStdString(rows[row].tag.tag.text);
     if (ok) {
+        // Until a read brings it back, the value shown is from before the write.
+        if (rows[row].hasValue) {
+            rows[row].stale = true;
+            rows[row].staleWhy = "written since";
+            rowChanged(row);
+        }
         emit message("wrote " + name);
     } else {
         rows[row].error = error;

@@ -58,7 +58,11 @@ public slots:
     // False for a reading of a tag that is gone or has changed since.
     bool applyReading(const Reading &reading);
     // The line closed or opened again: every value shown is from before.
-    void markAllStale();
+    // Every value shown turns grey with why it may no longer hold: the line
+    // closed, polling stopped, a scan holds the line.
+    void markAllStale(const QString &why);
+    // Forgets every value (another drive may be behind the same tags now).
+    void forgetAllValues();
     void applyWrite(int id, bool ok, const QString &error);
 
 signals:
@@ -76,7 +80,8 @@ private:
         MonitorTag tag;
         std::vector<std::string> values; // as shown
         bool hasValue = false;
-        bool stale = false; // the last read failed
+        bool stale = false; // the value may no longer hold: staleWhy says why
+        QString staleWhy;
         QDateTime updated;
         QString error;
     };

@@ -37,6 +37,8 @@ bool setTagFormat(Tag &tag, const std::string &format, std::string &error)
 {
     Tag t = tag;
     const std::string name = trimmed(format);
+    if (name.empty() && !t.format)
+        return true; // no format before and none now: the tag keeps its type
     std::string text = t.address.text();
     if (name.empty()) {
         t.format.reset();

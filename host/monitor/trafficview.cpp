@@ -135,7 +135,16 @@ bool TraceFilter::filterAcceptsRow(int row, const QModelIndex &) const
     case Received:
         return e.kind == TraceEvent::Kind::Received;
     case Problems:
-        return e.kind != TraceEvent::Kind::Sent && e.kind != TraceEvent::Kind::Received;
+        if (e.kind == TraceEvent::Kind::Received) {
+            // A reply is a problem when it is an exception, fails its CRC,
+            // or the link had something to say about it.
+            const auto *bytes = reinterpret_cast<const uint8_t *>(e.bytes.data());
+            const int length = int(e.bytes.size());
+            return !e.note.empty() || (length >= 2 && (bytes[1] & 0x80)) || !modbusCrcOk(bytes, length);
+        }
+        if (e.kind == TraceEvent::Kind::Sent)
+            return !e.note.empty(); // the line took only part of the request
+        return true;
     }
     return true;
 }
@@ -174,7 +183,8 @@ TrafficView::TrafficView(QWidget *parent)
     directionBox->addItem("sent", TraceFilter::Sent);
     directionBox->addItem("received", TraceFilter::Received);
     directionBox->addItem("problems", TraceFilter::Problems);
-    directionBox->setToolTip("problems: stale and late bytes, echoes and time-outs");
+    directionBox->setToolTip("problems: exceptions, CRC errors, time-outs, stale and late bytes, echoes, and "
+                             "sends the line cut short");
     freeze = new QCheckBox("Freeze");
     freeze->setToolTip("stop adding new frames to the list");
     auto *clearButton = new QPushButton("Clear");

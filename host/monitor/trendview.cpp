@@ -16,6 +16,8 @@
 #include <QtCharts/QChart>
 #include <QtCharts/QChartView>
 #include <QtCharts/QDateTimeAxis>
+#include <QtCharts/QLegend>
+#include <QtCharts/QLegendMarker>
 #include <QtCharts/QLineSeries>
 #include <QtCharts/QValueAxis>
 
@@ -178,8 +180,10 @@ void TrendView::setTags(const QVector<TrendTag> &tags)
         ids.push_back(t.id);
     for (auto it = traces.begin(); it != traces.end();) {
         if (!ids.contains(it->first)) {
-            chart->removeSeries(it->second.series);
-            delete it->second.series;
+            for (QLineSeries *s : QList<QLineSeries *>(it->second.pieces) << it->second.series) {
+                chart->removeSeries(s);
+                delete s;
+            }
             if (it->second.axis) {
                 chart->removeAxis(it->second.axis);
                 delete it->second.axis;
@@ -206,12 +210,51 @@ void TrendView::setTags(const QVector<TrendTag> &tags)
     refresh();
 }
 
+void TrendView::attach(Trace &t, QLineSeries *s)
+{
+    for (QAbstractAxis *a : s->attachedAxes())
+        s->detachAxis(a);
+    s->attachAxis(timeAxis);
+    s->attachAxis(t.axis ? t.axis : sharedAxis);
+}
+
+void TrendView::plot(Trace &t, const QVector<QPointF> &points)
+{
+    QVector<QVector<QPointF>> runs(1);
+    for (const QPointF &p : points) {
+        if (std::isnan(p.y())) {
+            if (!runs.back().isEmpty())
+                runs.push_back(QVector<QPointF>());
+        } else {
+            runs.back().push_back(p);
+        }
+    }
+    t.series->replace(runs[0]);
+    for (int i = 1; i < runs.size(); ++i) {
+        if (t.pieces.size() < i) {
+            auto *s = new QLineSeries;
+            chart->addSeries(s);
+            s->setPen(t.series->pen());
+            attach(t, s);
+            for (QLegendMarker *m : chart->legend()->markers(s))
+                m->setVisible(false);
+            t.pieces.push_back(s);
+        }
+        t.pieces[i - 1]->replace(runs[i]);
+    }
+    for (int i = runs.size() - 1; i < t.pieces.size(); ++i)
+        t.pieces[i]->clear();
+}
+
 void TrendView::rebuildAxes()
 {
     for (auto &entry : traces) {
         Trace &t = entry.second;
         for (QAbstractAxis *a : t.series->attachedAxes())
             t.series->detachAxis(a);
+        for (QLineSeries *s : t.pieces)
+            for (QAbstractAxis *a : s->attachedAxes())
+                s->detachAxis(a);
         if (t.axis) {
             chart->removeAxis(t.axis);
             delete t.axis;
@@ -234,6 +277,8 @@ void TrendView::rebuildAxes()
         } else {
             t.series->attachAxis(sharedAxis);
         }
+        for (QLineSeries *s : t.pieces)
+            attach(t, s);
     }
 }
 
@@ -244,17 +289,46 @@ void TrendView::addSample(int id, qint64 timeMs, double value)
         it->second.ring.push(QPointF(double(timeMs), value));
 }
 
+void TrendView::addGap(int id, qint64 timeMs)
+{
+    auto it = traces.find(id);
+    if (it != traces.end() && it->second.ring.size()
+        && !std::isnan(it->second.ring.at(it->second.ring.size() - 1).y()))
+        it->second.ring.push(QPointF(double(timeMs), std::nan("")));
+}
+
+void TrendView::clearSamples()
+{
+    for (auto &entry : traces)
+        entry.second.ring = SampleRing(capacity);
+    refresh();
+}
+
 int TrendView::samples(int id) const
 {
     auto it = traces.find(id);
     return it == traces.end() ? 0 : it->second.ring.size();
 }
 
+int TrendView::linePieces(int id) const
+{
+    auto it = traces.find(id);
+    if (it == traces.end())
+        return 0;
+    int n = it->second.series->count() ? 1 : 0;
+    for (const QLineSeries *s : it->second.pieces)
+        n += s->count() ? 1 : 0;
+    return n;
+}
+
 int TrendView::plottedPoints() const
 {
     int n = 0;
-    for (const auto &entry : traces)
+    for (const auto &entry : traces) {
         n += entry.second.series->count();
+        for (const QLineSeries *s : entry.second.pieces)
+            n += s->count();
+    }
     return n;
 }
 
@@ -336,19 +410,26 @@ void TrendView::refresh()
             int i = first;
             while (i < last) {
                 const double bucketEnd = std::floor((r.at(i).x() - from) / width + 1) * width + from;
-                int lowAt = i, highAt = i;
+                int lowAt = -1, highAt = -1, gapAt = -1;
                 for (; i < last && r.at(i).x() < bucketEnd; ++i) {
-                    if (r.at(i).y() < r.at(lowAt).y())
+                    if (std::isnan(r.at(i).y())) {
+                        gapAt = gapAt < 0 ? i : gapAt; // a failed read: the line breaks in this column
+                        continue;
+                    }
+                    if (lowAt < 0 || r.at(i).y() < r.at(lowAt).y())
                         lowAt = i;
-                    if (r.at(i).y() > r.at(highAt).y())
+                    if (highAt < 0 || r.at(i).y() > r.at(highAt).y())
                         highAt = i;
                 }
-                points.push_back(r.at(std::min(lowAt, highAt)));
-                if (lowAt != highAt)
-                    points.push_back(r.at(std::max(lowAt, highAt)));
+                std::vector<int> keep = { lowAt, highAt, gapAt };
+                std::sort(keep.begin(), keep.end());
+                keep.erase(std::unique(keep.begin(), keep.end()), keep.end());
+                for (int k : keep)
+                    if (k >= 0)
+                        points.push_back(r.at(k));
             }
         }
-        t.series->replace(points);
+        plot(t, points);
         double tl = INFINITY, th = -INFINITY;
         for (const QPointF &p : points) {
             tl = std::min(tl, p.y());
@@ -391,11 +472,14 @@ bool TrendView::exportCsv(const QString &path, QString &error) const
         error = "cannot write " + path + ": " + QString::fromStdString(e);
         return false;
     }
+    // Times in UTC, as teco-cli's logs write them; a failed read is a row
+    // without a value.
     bool good = std::fputs("time,tag,value\n", f) >= 0;
     for (const Sample &s : all) {
         const QByteArray line
-            = QDateTime::fromMSecsSinceEpoch(qint64(s.time)).toString(Qt::ISODateWithMs).toUtf8() + ','
-            + s.name->toUtf8() + ',' + QByteArray::number(s.value, 'g', 17) + '\n';
+            = QDateTime::fromMSecsSinceEpoch(qint64(s.time), Qt::UTC).toString(Qt::ISODateWithMs).toUtf8()
+            + ',' + s.name->toUtf8() + ','
+            + (std::isnan(s.value) ? QByteArray() : QByteArray::number(s.value, 'g', 17)) + '\n';
         good = good && std::fwrite(line.constData(), 1, size_t(line.size()), f) == size_t(line.size());
     }
     if (std::fclose(f) != 0 || !good) {

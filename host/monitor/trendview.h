@@ -57,10 +57,16 @@ public:
     // The tags to plot, in order; samples of tags no longer listed are dropped.
     void setTags(const QVector<TrendTag> &tags);
     void addSample(int id, qint64 timeMs, double value);
+    // A failed read: the tag's line breaks here, and its CSV row has no value.
+    void addGap(int id, qint64 timeMs);
+    // Drops every sample kept (the tags now read another drive).
+    void clearSamples();
 
     // Samples kept of a tag, and points plotted now of all tags.
     int samples(int id) const;
     int plottedPoints() const;
+    // The pieces a tag's line is drawn in now: one more for every gap shown.
+    int linePieces(int id) const;
     bool paused() const;
 
     // CSV: time,tag,value per sample, in time order; one sentence in error.
@@ -77,10 +83,14 @@ private:
     {
         QString name;
         SampleRing ring;
-        QtCharts::QLineSeries *series = nullptr;
+        QtCharts::QLineSeries *series = nullptr; // the first piece of the line, named in the legend
+        QList<QtCharts::QLineSeries *> pieces; // the pieces after each gap, unnamed
         QtCharts::QValueAxis *axis = nullptr; // its own axis, when each tag has one
     };
     void rebuildAxes();
+    // Shows points, which may hold gaps (NaN), as pieces of one line.
+    void plot(Trace &t, const QVector<QPointF> &points);
+    void attach(Trace &t, QtCharts::QLineSeries *s);
     void chooseCsv();
     void choosePng();
     void userMovedView();

@@ -196,6 +196,7 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
         ? writeRegisters(host, link, t.tag.address, std::vector<uint16_t>(values.begin(), values.end()))
         : host.write(link, t.tag.address, t.tag.type, std::vector<uint32_t>(values.begin(), values.end()));
     flushTraffic();
+    emitHealth();
     emit written(t.id, result.ok, QString::fromStdString(result.errorText));
 }
 

@@ -392,7 +392,7 @@ TEST(SerialLink, TraceAndHealthShowWhatHappenedOnTheLine)
         std::remove(path.c_str());
 
         using K = TraceEvent::Kind;
-        const std::vector<std::pair<K, int>> expected = { { K::Stale, -1 }, { K::Sent, 1 }, { K::TimeOut, 1 },
+        const std::vector<std::pair<K, int>> expected = { { K::Stale, 1 }, { K::Sent, 1 }, { K::TimeOut, 1 },
             { K::Sent, 1 }, { K::Late, 2 }, { K::Received, 1 } };
         ASSERT_EQ(events.size(), expected.size());
         for (size_t i = 0; i < expected.size(); ++i) {

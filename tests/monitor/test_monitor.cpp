@@ -10,6 +10,7 @@
 #include "trendview.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QFile>
 #include <QImage>
 #include <QLineEdit>
@@ -184,7 +185,37 @@ private slots:
         QCOMPARE(lines.size(), 101);
         QCOMPARE(lines[0], QString("time,tag,value"));
         QVERIFY(lines[1].endsWith(",HR100,900"));
+        QVERIFY(lines[1].section(',', 0, 0).endsWith('Z')); // UTC, as teco-cli logs
         QVERIFY(lines[100].endsWith(",HR100,999"));
+
+        // A failed read breaks the line and is a row without a value.
+        QCOMPARE(view.linePieces(7), 1);
+        view.addGap(7, start + 1000 * 1000);
+        view.addSample(7, start + 1001 * 1000, 5);
+        view.refresh();
+        QCOMPARE(view.linePieces(7), 2);
+        QVERIFY2(view.exportCsv(path, error), qPrintable(error));
+        const QStringList after = readAll(path).split('\n', Qt::SkipEmptyParts);
+        QVERIFY(after[after.size() - 2].endsWith(",HR100,"));
+        QVERIFY(after.last().endsWith(",HR100,5"));
+    }
+
+    void valuesNotPolledAreNotShownAsCurrent()
+    {
+        QVERIFY(window->addTagLine("HR102"));
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR102"), QString("200"), waitMs);
+        QCheckBox *poll = nullptr;
+        for (QCheckBox *b : window->findChildren<QCheckBox *>())
+            if (b->text() == "Poll every")
+                poll = b;
+        QVERIFY(poll);
+        const QModelIndex value = window->tags()->index(rowOf("HR102"), TagModel::ValueColumn);
+        poll->setChecked(false);
+        QCOMPARE(value.data(Qt::ForegroundRole).value<QBrush>().color(), QColor(Qt::gray));
+        QVERIFY(value.data(Qt::ToolTipRole).toString().startsWith("not polled: polling is off"));
+        poll->setChecked(true);
+        QTRY_VERIFY_WITH_TIMEOUT(!value.data(Qt::ForegroundRole).isValid(), waitMs);
+        QVERIFY(window->tags()->removeRows(rowOf("HR102"), 1));
     }
 
     void liveTagsWriteAndTrend()
@@ -283,7 +314,7 @@ private slots:
         bool timeOut = false;
         for (int r = 0; r < filter->rowCount(); ++r) {
             const TraceEvent &e = traffic->model()->event(filter->mapToSource(filter->index(r, 0)).row());
-            QVERIFY(e.kind != TraceEvent::Kind::Sent && e.kind != TraceEvent::Kind::Received);
+            QVERIFY(e.kind != TraceEvent::Kind::Sent || !e.note.empty());
             timeOut = timeOut || (e.kind == TraceEvent::Kind::TimeOut && e.station == 1);
         }
         QVERIFY(timeOut);
