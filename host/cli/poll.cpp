@@ -21,22 +21,11 @@ Sample readTag(const DriverHost &host, AbstractDeviceInterface &link, const Tag 
     Sample s;
     s.wallMs = Sample::nowMs();
     s.tag = t.text;
-    if (t.format) {
-        FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);
-        s.ok = r.ok;
-        s.numeric = t.format->isNumeric();
-        s.addresses = std::move(r.addresses);
-        s.values = std::move(r.values);
-        s.error = r.errorText;
-        error = r.error;
-        return s;
-    }
-    const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
+    FormattedResult r = readAsTexts(host, link, t.address, t.type, t.format, t.count);
     s.ok = r.ok;
-    for (const Element &e : r.elements) {
-        s.addresses.push_back(e.address);
-        s.values.push_back(std::to_string(e.value));
-    }
+    s.numeric = !t.format || t.format->isNumeric();
+    s.addresses = std::move(r.addresses);
+    s.values = std::move(r.values);
     s.error = r.errorText;
     error = r.error;
     return s;

@@ -42,8 +42,8 @@ int Session::failure(const Command &c, const std::string &text)
         stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
     // Retries are worth a line of their own: the text names only the last attempt's fault.
     const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
-    if (onTheLine && during.requests > 1 && !session.quiet)
-        std::fprintf(stderr, "teco-cli: on the line: %s\n", healthText(during, true).c_str());
+    if (onTheLine && during.requests > 1)
+        note("on the line: " + healthText(during, true));
     return ExitFailed;
 }
 
@@ -57,16 +57,7 @@ int Session::loadDriver()
     // The driver's own defaults, as a new panel project would take them.
     if (!host.defaults(session.link, settings, defaults, error))
         return usage(error);
-    if (session.station)
-        defaults.station = *session.station;
-    if (session.timeout)
-        defaults.timeoutMs = *session.timeout;
-    if (session.retry)
-        defaults.retry = *session.retry;
-    if (session.delay)
-        defaults.delayMs = (unsigned long)*session.delay;
-    if (session.lateGuard)
-        defaults.lateGuardMs = *session.lateGuard;
+    overrideLinkOptions(session, defaults);
     defaults.silence = !session.noSilence;
     defaults.rs485 = session.rs485;
     defaults.localEcho = session.localEcho;
@@ -114,10 +105,8 @@ int Session::openLine()
     return ExitOk;
 }
 
-void Session::applyLinkOptions(const CliOptions &o)
+void Session::overrideLinkOptions(const CliOptions &o, LinkOptions &l)
 {
-    LinkOptions &l = link.options();
-    l = defaults;
     if (o.station)
         l.station = *o.station;
     if (o.timeout)
@@ -128,6 +117,12 @@ void Session::applyLinkOptions(const CliOptions &o)
         l.delayMs = (unsigned long)*o.delay;
     if (o.lateGuard)
         l.lateGuardMs = *o.lateGuard;
+}
+
+void Session::applyLinkOptions(const CliOptions &o)
+{
+    link.options() = defaults;
+    overrideLinkOptions(o, link.options());
 }
 
 int Session::run(const Command &c)

@@ -55,6 +55,8 @@ private:
 
     // Applies a command's station, time-out, retry and delay to the link.
     void applyLinkOptions(const CliOptions &o);
+    // The station, time-out, retry, delay and late guard that o gives, over l's.
+    static void overrideLinkOptions(const CliOptions &o, LinkOptions &l);
     int usage(const std::string &text);
     // Says so when a read covers the driver's register window but goes to the drive.
     void noteWindow(const Tag &t);

@@ -110,6 +110,23 @@ FormattedResult readFormatted(const DriverHost &host, AbstractDeviceInterface &l
     return out;
 }
 
+FormattedResult readAsTexts(const DriverHost &host, AbstractDeviceInterface &link, const AddressText &address,
+    ValueType type, const std::optional<ValueFormat> &format, int count)
+{
+    if (format)
+        return readFormatted(host, link, address, *format, count);
+    FormattedResult out;
+    const DriverHost::Result r = host.read(link, address, type, count);
+    out.ok = r.ok;
+    for (const Element &e : r.elements) {
+        out.addresses.push_back(e.address);
+        out.values.push_back(std::to_string(e.value));
+    }
+    out.errorText = r.errorText;
+    out.error = r.error;
+    return out;
+}
+
 DriverHost::Result writeRegisters(const DriverHost &host, AbstractDeviceInterface &link,
     const AddressText &address, const std::vector<uint16_t> &registers)
 {

@@ -172,6 +172,14 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
     return false;
 }
 
+TagModel::Row TagModel::newRow(const MonitorTag &tag)
+{
+    Row r;
+    r.id = nextId++;
+    r.tag = tag;
+    return r;
+}
+
 void TagModel::forgetValue(Row &r)
 {
     ++r.revision;
@@ -230,10 +238,7 @@ bool TagModel::addTag(const QString &line, QString &error)
 void TagModel::addTag(const MonitorTag &tag)
 {
     beginInsertRows(QModelIndex(), rows.size(), rows.size());
-    Row r;
-    r.id = nextId++;
-    r.tag = tag;
-    rows.push_back(r);
+    rows.push_back(newRow(tag));
     endInsertRows();
     emit tagsChanged();
     emit trendChanged();
@@ -257,12 +262,8 @@ void TagModel::setTags(const std::vector<MonitorTag> &tags)
 {
     beginResetModel();
     rows.clear();
-    for (const MonitorTag &t : tags) {
-        Row r;
-        r.id = nextId++;
-        r.tag = t;
-        rows.push_back(r);
-    }
+    for (const MonitorTag &t : tags)
+        rows.push_back(newRow(t));
     endResetModel();
     emit tagsChanged();
     emit trendChanged();

@@ -87,6 +87,7 @@ private:
     };
     void rowChanged(int row);
     void forgetValue(Row &row);
+    Row newRow(const MonitorTag &tag); // with the next id
 
     QVector<Row> rows;
     int nextId = 1;

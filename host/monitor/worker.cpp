@@ -156,18 +156,10 @@ void MonitorWorker::pollNext()
     r.id = t.id;
     r.revision = t.revision;
     const int64_t t0 = monotonicNs();
-    if (t.tag.format) {
-        const FormattedResult f = readFormatted(host, link, t.tag.address, *t.tag.format, t.tag.count);
-        r.ok = f.ok;
-        r.values = f.values;
-        r.error = QString::fromStdString(f.errorText);
-    } else {
-        const DriverHost::Result d = host.read(link, t.tag.address, t.tag.type, t.tag.count);
-        r.ok = d.ok;
-        for (const Element &e : d.elements)
-            r.values.push_back(std::to_string(e.value));
-        r.error = QString::fromStdString(d.errorText);
-    }
+    const FormattedResult f = readAsTexts(host, link, t.tag.address, t.tag.type, t.tag.format, t.tag.count);
+    r.ok = f.ok;
+    r.values = f.values;
+    r.error = QString::fromStdString(f.errorText);
     r.latencyNs = monotonicNs() - t0;
     r.timeMs = QDateTime::currentMSecsSinceEpoch();
     if (r.ok)
