@@ -385,21 +385,29 @@ std::vector<std::string> completeShellWord(const std::vector<std::string> &befor
     std::vector<std::string> candidates;
     const std::string command = before.empty() ? std::string() : before[0];
     const std::string previous = before.empty() ? std::string() : before.back();
+    // What the option before the word takes, and what the command's
+    // arguments are: from the option and command tables.
+    const std::string values = lineOptionValues(previous);
+    const CommandRow *row = nullptr;
+    for (const CommandRow &r : commands)
+        if (command == r.name && (r.places & Line))
+            row = &r;
+    const std::string arguments = row && row->arguments ? row->arguments : "";
     if (before.empty()) {
-        for (const CommandRow &row : commands)
-            if (row.places & Line)
-                candidates.push_back(row.name);
+        for (const CommandRow &r : commands)
+            if (r.places & Line)
+                candidates.push_back(r.name);
         candidates.insert(candidates.end(), { "help", "quit", "exit" });
-    } else if (previous == "--type") {
-        for (ValueType t : { ValueType::Bit, ValueType::Byte, ValueType::Word, ValueType::DWord })
-            candidates.push_back(valueTypeName(t));
+    } else if (values.compare(0, 6, "words ") == 0) {
+        candidates = splitFields(values.substr(6), ' ');
     } else if (word.compare(0, 1, "-") == 0) {
         candidates = lineOptionNames();
     } else if (command == "trace" && before.size() == 1) {
         candidates = { "on", "off" };
-    } else if (previous == "--address"
-        || ((command == "read" || command == "write" || command == "poll")
-            && (command == "poll" || before.size() == 1))) {
+    } else if (!values.empty() && values != "address") {
+        // a file or a text: nothing to offer
+    } else if (values == "address" || arguments == "addresses"
+        || (arguments == "address" && before.size() == 1)) {
         candidates = addressPrefixes();
     }
     const std::string upperWord = upperCase(word);

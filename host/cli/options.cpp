@@ -127,6 +127,14 @@ std::vector<std::string> lineOptionNames()
     return names;
 }
 
+std::string lineOptionValues(const std::string &option)
+{
+    CliOptions unused;
+    const OptionTable table = cliOptionTable(unused);
+    const OptionTable::Row *r = option.compare(0, 2, "--") == 0 ? table.find(option.substr(2)) : nullptr;
+    return r && r->scope == Command && r->kind == OptionTable::Text ? r->values : std::string();
+}
+
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error)
 {
     words.clear();

@@ -59,6 +59,10 @@ std::string cliCompletionList();
 
 // The options a line of a batch or the shell may give, such as "--count".
 std::vector<std::string> lineOptionNames();
+// What the value of a batch line's option is, for completion ("words bit
+// byte ...", "address", "file", "text"; see OptionTable::Row::values), or
+// "" for a flag, a number or no such option. option: "--type".
+std::string lineOptionValues(const std::string &option);
 
 // Splits a batch line into words; double quotes group words, and a "#" that
 // starts a word outside quotes starts a comment to the end of the line.
