@@ -31,9 +31,7 @@ void Session::note(const std::string &text)
 
 int Session::failure(const Command &c, const std::string &text)
 {
-    const bool onTheLine = lineOpen && (c.name == "read" || c.name == "write");
-    if (onTheLine)
-        showHealth(c);
+    showHealth(c); // a read or write that failed on the line
     Output::forCommand(c).failed(c, text);
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
@@ -42,7 +40,7 @@ int Session::failure(const Command &c, const std::string &text)
         stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
     // Retries are worth a line of their own: the text names only the last attempt's fault.
     const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
-    if (onTheLine && during.requests > 1)
+    if (during.requests > 1)
         note("on the line: " + healthText(during, true));
     return ExitFailed;
 }

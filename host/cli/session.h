@@ -65,6 +65,7 @@ private:
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began
     // An informational line on standard error, unless --quiet.
     void note(const std::string &text);
+    // A read or write that failed: its text, the exception name, what the line did.
     int failure(const Command &c, const std::string &text);
 
     CliOptions session;
