@@ -2,34 +2,29 @@
 // with one sentence for bad usage; JSON for scripts; bad input never reaches
 // the device.
 
-#include "seriallink.h"
-
 #include <QDateTime>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLibraryInfo>
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <chrono>
+#include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
-#include <csignal>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <pty.h>
 #include <sstream>
-#include <sys/wait.h>
-#include <thread>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -82,6 +77,14 @@ CliRun cli(const std::vector<std::string> &args, const std::string &input = std:
 QJsonObject json(const std::string &line)
 {
     return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
+}
+
+std::string joined(const std::vector<std::string> &args)
+{
+    std::string shown;
+    for (const std::string &a : args)
+        shown += a + " ";
+    return shown;
 }
 
 std::vector<std::string> lines(const std::string &text)
@@ -140,15 +143,10 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
     } rows[] = {
         { {}, "teco-cli: no command given" },
         { { "frobnicate" }, "teco-cli: unknown command \"frobnicate\"" },
-        { { "read" }, "teco-cli: usage: read ADDRESS" },
         { { "read", "XR100" }, "teco-cli: unknown address \"XR100\"" },
-        { { "read", "HR0" }, "teco-cli: address \"HR0\" is out of range" },
-        { { "read", "HR100.16" }, "teco-cli: bad bit in address \"HR100.16\"" },
-        { { "read", "DO5.1" }, "teco-cli: address \"DO5.1\" names a bit of a coil area" },
         { { "read", "HR100", "--type", "float" }, "teco-cli: unknown data type \"float\"" },
         { { "read", "DO5", "--type", "word" }, "teco-cli: DO5 is a coil: it holds bits, not words" },
         { { "read", "HR100", "--count", "0" }, "teco-cli: option --count takes a number from 1 to 65535" },
-        { { "read", "HR100", "--count" }, "teco-cli: option --count needs a value" },
         { { "read", "HR1", "--interval", "5" }, "teco-cli: option --interval does not apply to read" },
         { { "read", "HR1", "--colour" }, "teco-cli: unknown option --colour" },
         { { "write", "HR100" }, "teco-cli: usage: write ADDRESS VALUE" },
@@ -158,22 +156,16 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "write", "DO1", "2" }, "teco-cli: a bit is 0 or 1" },
         { { "--station", "300", "read", "HR1" }, "teco-cli: option --station takes a number from 0 to 255" },
         { { "--timeout", "-5", "read", "HR1" }, "teco-cli: option --timeout takes a number" },
-        { { "scan", "--from", "9", "--to", "3" }, "teco-cli: scan needs 1 <= --from <= --to <= 247" },
         { { "poll" }, "teco-cli: usage: poll TAG" },
-        { { "poll", "HR1:float" }, "teco-cli: unknown data type \"float\"" },
         { { "--link", "RS485,9601,NONE,8,2", "read", "HR1" }, "teco-cli: unsupported baud rate \"9601\"" },
-        { { "--link", "RS485,9600", "read", "HR1" }, "teco-cli: malformed link \"RS485,9600\"" },
         { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
-        { { "--port", "/dev/no-such-port", "read", "HR1" }, "teco-cli: cannot open /dev/no-such-port" },
         { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
         { { "--plugin", "/no/such/plugin.so", "info" }, "teco-cli: plug-in not found: /no/such/plugin.so" },
-        { { "--plugin", TECO_CLI_PATH, "info" }, "teco-cli: cannot load " },
         { { "--sim-fault", "explode", "read", "HR1" }, "teco-cli: unknown fault \"explode\"" },
         { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
         { { "--sim-map", "/no/such/map", "read", "HR1" }, "teco-cli: cannot read the map /no/such/map" },
         { { "--trace", "/no/such/dir/trace.txt", "read", "HR1" }, "teco-cli: cannot write the trace to" },
         // Single-dash words are options, except negative numbers.
-        { { "-s", "2", "read", "HR1" }, "teco-cli: unknown option -s" },
         { { "write", "HR100", "-x" }, "teco-cli: unknown option -x" },
         // Number formats, hexadecimal and zero-based addresses.
         { { "read", "HR1", "--format", "float" },
@@ -184,26 +176,14 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
             "teco-cli: give a data type or a format" },
         { { "write", "HR100", "70000", "--format", "int16" },
             "teco-cli: value 70000 does not fit in int16 (-32768 to 32767)" },
-        { { "write", "HR100", "1e39", "--format", "float32" },
-            "teco-cli: value 1e39 does not fit in float32" },
         { { "write", "HR100", "a", "b", "--format", "string" }, "teco-cli: a string is one value" },
         { { "write", "HR100", "abcde", "--format", "string", "--count", "2" },
             "teco-cli: the string takes 3 registers, more than the 2 given" },
-        { { "write", "HR100", "1", "--count", "2" }, "teco-cli: option --count does not apply to write" },
-        { { "read", "HR1", "--log", "x.csv" }, "teco-cli: option --log does not apply to read" },
-        { { "read", "HR0x10001" }, "teco-cli: address \"HR0x10001\" is out of range" },
         { { "read", "HR65536", "--zero-based" },
             "teco-cli: address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535" },
-        { { "--link", "RS485,14400,NONE,8,2", "read", "HR1" },
-            "teco-cli: unsupported baud rate \"14400\" in link \"RS485,14400,NONE,8,2\" (the port takes 300, "
-            "600, "
-            "1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)" },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &a : row.args)
-            shown += a + " ";
-        SCOPED_TRACE(shown);
+        SCOPED_TRACE(joined(row.args));
         const CliRun r = cli(row.args);
         EXPECT_EQ(r.status, 2);
         EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
@@ -219,24 +199,17 @@ TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
         const char *message;
     } rows[] = {
         { { "--bogus" }, "teco-sim: unknown option --bogus\n" },
-        { { "--quiet", "--bogus", "x" }, "teco-sim: unknown option --bogus\n" },
         { { "stray" }, "teco-sim: unknown argument stray\n" },
         { { "--device" }, "teco-sim: option --device needs a value\n" },
-        { { "--quiet", "--seed" }, "teco-sim: option --seed needs a value\n" },
         { { "--seed", "x" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"x\"\n" },
         { { "--seed=-1" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"-1\"\n" },
         { { "--quiet=1" }, "teco-sim: option --quiet takes no value\n" },
         { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
         { { "--link", "RS485,9600" }, "teco-sim: malformed link \"RS485,9600\"" },
         { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
-        { { "--fault", "exception:code=99" },
-            "teco-sim: fault \"exception:code=99\": the key \"code\" takes" },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &a : row.args)
-            shown += a + " ";
-        SCOPED_TRACE(shown);
+        SCOPED_TRACE(joined(row.args));
         const CliRun r = runProgram(TECO_SIM_PATH, row.args, "");
         EXPECT_EQ(r.status, 2);
         EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
@@ -246,17 +219,6 @@ TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
         EXPECT_EQ(r.err.substr(r.err.size() - hint.size()), hint) << r.err;
         EXPECT_EQ(r.out, "") << "no drive was started";
     }
-}
-
-TEST(Cli, AQtPlugInThatIsNotADriverIsRefused)
-{
-    const QString sqlite = QLibraryInfo::location(QLibraryInfo::PluginsPath) + "/sqldrivers/libqsqlite.so";
-    if (!QFile::exists(sqlite))
-        GTEST_SKIP() << "no Qt SQLite plug-in at " << sqlite.toStdString();
-    const CliRun r = cli({ "--plugin", sqlite.toStdString(), "info" });
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(
-        r.err, "teco-cli: " + sqlite.toStdString() + " is a Qt plug-in but not a driver of this runtime\n");
 }
 
 TEST(Cli, BadInputNeverReachesTheDevice)
@@ -280,69 +242,93 @@ TEST(Cli, BadInputNeverReachesTheDevice)
     EXPECT_EQ(device.bytesArrived(), 11);
 }
 
-TEST(Cli, ABusyDeviceIsRefused)
+// What a command shows of what happened: its status, and a text on standard
+// output or standard error. Batch rows read their lines from standard input.
+TEST(Cli, CommandsShowWhatHappened)
 {
-    SilentDevice device;
-    SerialLink other;
-    std::string error;
-    ASSERT_TRUE(other.open(device.path, LinkSettings(), LinkOptions(), error)) << error;
-    const CliRun r = cli({ "--port", device.path, "read", "HR1" });
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err, "teco-cli: " + device.path + " is busy: another program has it open\n");
-}
+    const std::string polls = "poll HR100 HR101 --cycles 2 --interval 10\n"
+                              "poll HR100 --station 2 --cycles 2 --interval 10\n";
+    struct Row
+    {
+        std::vector<std::string> args;
+        int status; // -1: not checked
+        bool inOutput; // else in standard error
+        const char *shown;
+        std::string input = std::string();
+        bool endsOutput = false;
+    } rows[] = {
+        // A failed command exits 1 with the driver's text.
+        { { "--sim-fault", "noreply", "--retry", "1", "--timeout", "100", "read", "HR100" }, 1, false,
+            "\nteco-cli: PLC no response (read 1 word(s) from 1-HR100)\n" },
+        { { "--json", "--sim-fault", "exception:code=2", "write", "FN6HR5", "1", "--retry", "0" }, 1, false,
+            "(write 1 word to 1-FN6HR5) [illegal data address]\n" },
+        { { "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" }, 1, false,
+            "teco-cli: note: station 0 is the broadcast address, which no drive answers" },
+        // A batch from standard input runs up to its first bad line.
+        { { "batch" }, 2, false, "teco-cli: batch line 2: option --port belongs on the command line",
+            "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n" },
+        // What the line did, per command and per station.
+        { { "--sim-fault", "noreply:times=2", "--timeout", "50", "write", "HR100", "5" }, 0, true,
+            "wrote 1 word at HR100, station 1 (2 retries, 2 time-outs)\n" },
+        { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, 0, true,
+            "(1 retry, 1 CRC error)\n" },
+        { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, 1, false,
+            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\n" },
+        { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
+              "--timeout", "50", "batch" },
+            -1, true,
+            // Each poll names only the stations it talked to.
+            "station 1: 5 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2", polls },
+        { { "--sim-fault", "noreply:station=2,times=1", "--timeout", "50", "batch" }, -1, true,
+            "\nstation 2: 3 requests, 1 retry, 1 time-out\n", polls, true },
+        // Frames decoded, and traced in either form.
+        { { "decode", "01 03 00 63 00 01 74 14" }, 0, true,
+            "request: station 1, read holding registers HR100 x1, CRC ok" },
+        { { "decode", "01", "83", "02", "C0", "F1" }, 0, true,
+            "reply:   station 1, exception 2 illegal data address to read holding registers, CRC ok" },
+        { { "decode", "01 03 00 63 00 01 74 15" }, 0, true, "CRC BAD" },
+        { { "decode", "01 0x" }, 2, false, "teco-cli: \"0x\" is not hexadecimal bytes" },
+        { { "--trace", "-", "read", "HR100" }, 0, false,
+            "01 03 02 05 DC BA 8D  station 1, reply 2 bytes: 1500, CRC ok" },
+        { { "--trace", "-", "--trace-format", "panel", "read", "HR100" }, 0, false,
+            "RX      (0X1 0X3 0X2 0X5 0Xdc 0Xba 0X8d ) : ......." },
+        { { "--trace", "-", "--sim-fault", "noreply", "--retry", "0", "--timeout", "60", "read", "HR100" }, 1,
+            false, "[time-out after 0 of 7 bytes]" },
+        { { "--trace-format", "hex", "read", "HR100" }, 2, false,
+            "teco-cli: option --trace-format takes decoded or panel" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(joined(row.args));
+        const CliRun r = cli(row.args, row.input);
+        if (row.status >= 0) {
+            EXPECT_EQ(r.status, row.status) << r.err;
+        }
+        const std::string &where = row.inOutput ? r.out : r.err;
+        EXPECT_NE(where.find(row.shown), std::string::npos) << where;
+        if (row.status == 1 && row.args[0] != "--json") {
+            EXPECT_EQ(r.out, "") << "nothing shown as read or written";
+        }
+        if (row.endsOutput) {
+            EXPECT_EQ(where.rfind(row.shown) + std::strlen(row.shown), where.size()) << where;
+        }
+    }
+    // The batch stopped at its bad line; --quiet leaves only the error.
+    EXPECT_EQ(cli({ "batch" }, rows[3].input).out.find("teco> read HR101"), std::string::npos);
+    const CliRun q
+        = cli({ "--quiet", "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" });
+    EXPECT_EQ(q.err, "teco-cli: PLC no response (read 1 word(s) from 0-HR100)\n");
+    const CliRun n = cli({ "--quiet", "write", "HR100", "-5" });
+    EXPECT_EQ(n.status, 0) << n.err;
+    EXPECT_EQ(n.err, "");
 
-TEST(Cli, AFailedCommandExitsOneWithTheDriversText)
-{
-    const CliRun r = cli({ "--sim-fault", "noreply", "--retry", "1", "--timeout", "100", "read", "HR100" });
-    EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("\nteco-cli: PLC no response (read 1 word(s) from 1-HR100)\n"), std::string::npos)
-        << r.err;
-    EXPECT_EQ(r.out, "");
-
-    const CliRun j
+    const CliRun e
         = cli({ "--json", "--sim-fault", "exception:code=2", "write", "FN6HR5", "1", "--retry", "0" });
-    EXPECT_EQ(j.status, 1);
-    const QJsonObject o = json(j.out);
+    const QJsonObject o = json(e.out);
     EXPECT_EQ(o["ok"].toBool(true), false);
     EXPECT_EQ(o["error"].toString().toStdString(), "exception code:0x02 (write 1 word to 1-FN6HR5)");
     EXPECT_EQ(o["exception"].toInt(), 2);
     EXPECT_EQ(o["exceptionName"].toString().toStdString(), "illegal data address");
-    EXPECT_NE(j.err.find("(write 1 word to 1-FN6HR5) [illegal data address]\n"), std::string::npos) << j.err;
-}
 
-TEST(Cli, WhatTheLineDidIsCountedPerCommandAndPerStation)
-{
-    struct Row
-    {
-        std::vector<std::string> args;
-        bool inOutput; // else in standard error
-        const char *shown;
-        bool endsOutput = false;
-    } rows[] = {
-        { { "--sim-fault", "noreply:times=2", "--timeout", "50", "write", "HR100", "5" }, true,
-            "wrote 1 word at HR100, station 1 (2 retries, 2 time-outs)\n" },
-        { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, true,
-            "(1 retry, 1 CRC error)\n" },
-        { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, false,
-            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\n" },
-        { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
-              "--timeout", "50", "batch" },
-            true,
-            // Each poll names only the stations it talked to.
-            "station 1: 5 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2" },
-        { { "--sim-fault", "noreply:station=2,times=1", "--timeout", "50", "batch" }, true,
-            "\nstation 2: 3 requests, 1 retry, 1 time-out\n", true },
-    };
-    const std::string batch = "poll HR100 HR101 --cycles 2 --interval 10\n"
-                              "poll HR100 --station 2 --cycles 2 --interval 10\n";
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.shown);
-        const CliRun r = cli(row.args, row.args.back() == "batch" ? batch : std::string());
-        const std::string &where = row.inOutput ? r.out : r.err;
-        EXPECT_NE(where.find(row.shown), std::string::npos) << where;
-        if (row.endsOutput)
-            EXPECT_EQ(where.rfind(row.shown) + std::strlen(row.shown), where.size()) << where;
-    }
     // A poll's next cycle is a new command: its request is no retry.
     const CliRun p = cli({ "--quiet", "--retry", "0", "--timeout", "50", "--sim-fault",
         "noreply:at=HR104,times=1", "poll", "HR104", "--cycles", "2", "--interval", "10" });
@@ -391,38 +377,6 @@ TEST(Cli, AReadPastTheDriversWindowSaysWhereItsValuesComeFrom)
         EXPECT_EQ(
             r.err.find("teco-cli: note: this read of " + row.read[0] + " goes to the drive") == 0, row.note)
             << r.err;
-    }
-}
-
-TEST(Cli, FramesAreShownWithTheirMeaning)
-{
-    struct Row
-    {
-        std::vector<std::string> args;
-        int status;
-        const char *shown; // in standard output, or standard error for status 2
-    } rows[] = {
-        { { "decode", "01 03 00 63 00 01 74 14" }, 0,
-            "request: station 1, read holding registers HR100 x1, CRC ok" },
-        { { "decode", "01", "83", "02", "C0", "F1" }, 0,
-            "reply:   station 1, exception 2 illegal data address to read holding registers, CRC ok" },
-        { { "decode", "01 03 00 63 00 01 74 15" }, 0, "CRC BAD" },
-        { { "decode", "01 0x" }, 2, "teco-cli: \"0x\" is not hexadecimal bytes" },
-        { { "--trace", "-", "read", "HR100" }, 0,
-            "01 03 02 05 DC BA 8D  station 1, reply 2 bytes: 1500, CRC ok" },
-        { { "--trace", "-", "--trace-format", "panel", "read", "HR100" }, 0,
-            "RX      (0X1 0X3 0X2 0X5 0Xdc 0Xba 0X8d ) : ......." },
-        { { "--trace", "-", "--sim-fault", "noreply", "--retry", "0", "--timeout", "60", "read", "HR100" }, 1,
-            "[time-out after 0 of 7 bytes]" },
-        { { "--trace-format", "hex", "read", "HR100" }, 2,
-            "teco-cli: option --trace-format takes decoded or panel" },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.args.back());
-        const CliRun r = cli(row.args);
-        EXPECT_EQ(r.status, row.status) << r.err;
-        const std::string &where = row.args[0] == "decode" && row.status == 0 ? r.out : r.err;
-        EXPECT_NE(where.find(row.shown), std::string::npos) << where;
     }
 }
 
@@ -478,17 +432,6 @@ TEST(Cli, ALateAnswerIsDroppedInTheGuardAndMarkedInTheTrace)
         r.err.find("station 1, reply 2 bytes: 1500, CRC ok  [arrived in the late-answer guard: dropped]"),
         std::string::npos)
         << r.err;
-    EXPECT_NE(r.err.find("[arrived in the late-answer guard: dropped]"), std::string::npos) << r.err;
-}
-
-TEST(Cli, ABatchStopsAtItsFirstBadLine)
-{
-    const CliRun r = cli({ "batch" }, "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(
-        r.err.find("teco-cli: batch line 2: option --port belongs on the command line"), std::string::npos)
-        << r.err;
-    EXPECT_EQ(r.out.find("teco> read HR101"), std::string::npos) << r.out;
 }
 
 TEST(Cli, PollAndScanSummarise)
@@ -558,51 +501,31 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         std::string input; // standard input; "<PATH" opens PATH as standard input
         std::string message;
     } rows[] = {
+        // Which kinds of file each reader refuses is checked in tests/host; here
+        // each reader and writer is wired to those checks once.
         { TECO_CLI_PATH, with(port, { "--trace", link, "read", "HR1" }), "",
             "teco-cli: cannot write the trace to " + link + symlinkText },
         { TECO_CLI_PATH, with(port, { "--trace", dangling, "read", "HR1" }), "",
             "teco-cli: cannot write the trace to " + dangling + symlinkText },
-        { TECO_CLI_PATH, with(port, { "--trace", sub, "read", "HR1" }), "",
-            "teco-cli: cannot write the trace to " + sub + directoryText },
         { TECO_CLI_PATH, with(port, { "--trace", "/dev/null", "read", "HR1" }), "",
             "teco-cli: cannot write the trace to /dev/null" + deviceText },
-        { TECO_CLI_PATH, with(port, { "--trace", fifo, "read", "HR1" }), "",
-            "teco-cli: cannot write the trace to " + fifo + fifoText },
-        { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", link }), "",
-            "teco-cli: cannot write the log to " + link + symlinkText },
         { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", sub }), "",
             "teco-cli: cannot write the log to " + sub + directoryText },
-        { TECO_CLI_PATH, { "--sim-map", sub, "read", "HR1" }, "",
-            "teco-cli: cannot read the map " + sub + directoryText },
-        { TECO_CLI_PATH, { "--sim-map", "/dev/zero", "read", "HR1" }, "",
-            "teco-cli: cannot read the map /dev/zero" + deviceText },
         { TECO_CLI_PATH, { "--sim-map", fifo, "read", "HR1" }, "",
             "teco-cli: cannot read the map " + fifo + fifoText },
-        { TECO_CLI_PATH, { "--sim-map", big, "read", "HR1" }, "",
-            "teco-cli: cannot read the map " + big + bigText },
-        { TECO_CLI_PATH, with(port, { "batch", sub }), "",
-            "teco-cli: cannot read the batch " + sub + directoryText },
-        { TECO_CLI_PATH, with(port, { "batch", "/dev/zero" }), "",
-            "teco-cli: cannot read the batch /dev/zero" + deviceText },
-        { TECO_CLI_PATH, with(port, { "batch", fifo }), "",
-            "teco-cli: cannot read the batch " + fifo + fifoText },
         { TECO_CLI_PATH, with(port, { "batch", big }), "",
             "teco-cli: cannot read the batch " + big + bigText },
+        { TECO_CLI_PATH, with(port, { "batch", "/dev/zero" }), "",
+            "teco-cli: cannot read the batch /dev/zero" + deviceText },
         { TECO_CLI_PATH, with(port, { "batch" }), std::string(70000, 'x'),
             "teco-cli: batch line 1 is longer than 64 KiB" },
         { TECO_CLI_PATH, with(port, { "batch" }), "<" + sub,
             "teco-cli: cannot read the batch from standard input: it is a directory" },
-        { TECO_SIM_PATH, { "--map", sub }, "", "teco-sim: cannot read the map " + sub + directoryText },
-        { TECO_SIM_PATH, { "--map", "/dev/zero" }, "",
-            "teco-sim: cannot read the map /dev/zero" + deviceText },
         { TECO_SIM_PATH, { "--map", fifo }, "", "teco-sim: cannot read the map " + fifo + fifoText },
         { TECO_SIM_PATH, { "--map", big }, "", "teco-sim: cannot read the map " + big + bigText },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &a : row.args)
-            shown += a + " ";
-        SCOPED_TRACE(shown);
+        SCOPED_TRACE(joined(row.args));
         const bool fromFile = !row.input.empty() && row.input[0] == '<';
         const CliRun r = runProgram(
             row.program, row.args, fromFile ? "" : row.input, fromFile ? row.input.substr(1) : "");
@@ -611,10 +534,6 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         EXPECT_EQ(r.out, "");
     }
     EXPECT_EQ(device.bytesArrived(), 0);
-    std::ifstream kept(target);
-    std::string first;
-    std::getline(kept, first);
-    EXPECT_EQ(first, "read HR1");
     struct stat st;
     EXPECT_NE(::lstat((root + "/created").c_str(), &st), 0) << "the dangling link was followed";
 
@@ -717,15 +636,12 @@ TEST(Cli, PollLogsEverySample)
         "IR1:uint16:2,IR2,125,\r",
         "HR1:binary,HR1,0b0000000000000010,\r",
     };
-    for (size_t i = 0; i < expected.size(); ++i) {
-        SCOPED_TRACE(rows[i + 1]);
-        ASSERT_GT(rows[i + 1].size(), 25u);
-        EXPECT_EQ(QDateTime::fromString(QString::fromStdString(rows[i + 1].substr(0, 24)), Qt::ISODateWithMs)
-                      .isValid(),
-            true);
-        EXPECT_EQ(rows[i + 1].substr(24, 1), ",");
-        EXPECT_EQ(rows[i + 1].substr(25), expected[i]);
-    }
+    // Each row: the sample's time (its form is checked in tests/host), then the rest.
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(rows[i + 1].substr(std::min<size_t>(24, rows[i + 1].size())), "," + expected[i]);
+    EXPECT_TRUE(
+        QDateTime::fromString(QString::fromStdString(rows[1].substr(0, 24)), Qt::ISODateWithMs).isValid())
+        << rows[1];
 
     args = poll;
     args.push_back(jsonl);
@@ -744,23 +660,6 @@ TEST(Cli, PollLogsEverySample)
     EXPECT_TRUE(QDateTime::fromString(samples[5]["time"].toString(), Qt::ISODateWithMs).isValid());
     // --every with --json: the same samples on standard output, then the summary.
     EXPECT_EQ(lines(j.out).size(), 7u) << j.out;
-}
-
-TEST(Cli, StationZeroAndQuietRunWithTheirNotes)
-{
-    const CliRun b = cli({ "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" });
-    EXPECT_EQ(b.status, 1);
-    EXPECT_NE(b.err.find("teco-cli: note: station 0 is the broadcast address, which no drive answers"),
-        std::string::npos)
-        << b.err;
-    EXPECT_NE(b.err.find("teco-cli: PLC no response (read 1 word(s) from 0-HR100)"), std::string::npos)
-        << b.err;
-    const CliRun q
-        = cli({ "--quiet", "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" });
-    EXPECT_EQ(q.err, "teco-cli: PLC no response (read 1 word(s) from 0-HR100)\n") << "only the error stays";
-    const CliRun n = cli({ "--quiet", "write", "HR100", "-5" });
-    EXPECT_EQ(n.status, 0) << n.err;
-    EXPECT_EQ(n.err, "");
 }
 
 // The live status line of a poll fits the terminal that standard error is
