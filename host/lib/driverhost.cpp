@@ -97,12 +97,33 @@ DriverHost::Result failedWith(DriverInterface &d, const std::string &fallback)
 namespace {
 
 // Our own link counts a command's repeated requests as retries; it needs to
-// know where one command ends and the next begins.
-void commandBegins(AbstractDeviceInterface &link)
+// know where one command ends and the next begins. It also tells what the
+// command sent and when its answer came.
+struct CommandOnLink
 {
-    if (SerialLink *serial = dynamic_cast<SerialLink *>(&link))
+    explicit CommandOnLink(AbstractDeviceInterface &link)
+        : serial(dynamic_cast<SerialLink *>(&link))
+    {
+        if (!serial)
+            return;
         serial->commandBegins();
-}
+        requestsBefore = serial->counters().requests;
+        answerBefore = serial->lastAnswerWallMs();
+    }
+    DriverHost::Result finish(DriverHost::Result r) const
+    {
+        if (!serial)
+            return r;
+        r.requestsSent = int64_t(serial->counters().requests - requestsBefore);
+        const int64_t answer = serial->lastAnswerWallMs();
+        r.answeredMs = answer != answerBefore ? answer : 0;
+        return r;
+    }
+
+    SerialLink *serial;
+    uint64_t requestsBefore = 0;
+    int64_t answerBefore = 0;
+};
 
 } // namespace
 
@@ -113,20 +134,20 @@ DriverHost::Result DriverHost::read(
     if (!d)
         return Result();
     const CommunicatorCommand cmd(commandDataType(type), count, QString::fromStdString(address.text()));
-    commandBegins(link);
+    const CommandOnLink onLink(link);
     const QByteArray data = d->read(&link, cmd);
     if (d->hasError())
-        return failedWith(*d, std::string());
+        return onLink.finish(failedWith(*d, std::string()));
     Result r;
     r.elements = unpackValues(data, address, type, count);
     if (int(r.elements.size()) != count || data.size() != expectedReadSize(type, count)) {
         r = failedWith(*d,
             "the driver returned " + std::to_string(data.size()) + " bytes for " + std::to_string(count) + " "
                 + valueTypeName(type) + "(s)");
-        return r;
+        return onLink.finish(r);
     }
     r.ok = true;
-    return r;
+    return onLink.finish(r);
 }
 
 DriverHost::Result DriverHost::write(AbstractDeviceInterface &link, const AddressText &address,
@@ -137,11 +158,11 @@ DriverHost::Result DriverHost::write(AbstractDeviceInterface &link, const Addres
         return Result();
     const CommunicatorCommand cmd(
         commandDataType(type), int(values.size()), QString::fromStdString(address.text()));
-    commandBegins(link);
+    const CommandOnLink onLink(link);
     const bool ok = d->write(&link, cmd, packValues(values, type));
     if (d->hasError() || !ok)
-        return failedWith(*d, "the driver did not write " + address.text());
+        return onLink.finish(failedWith(*d, "the driver did not write " + address.text()));
     Result r;
     r.ok = true;
-    return r;
+    return onLink.finish(r);
 }

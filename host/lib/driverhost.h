@@ -60,6 +60,12 @@ public:
         std::vector<Element> elements; // read: one per value
         std::string errorText; // the driver's text, as it recorded it
         DriverError error; // the text sorted into its kind
+        // When the command's last answer was complete, by the wall clock (ms
+        // since the epoch); 0 when no answer came (or the link cannot tell).
+        int64_t answeredMs = 0;
+        // Requests the command put on the line; -1 when the link cannot tell.
+        // 0 for a command the driver served itself (its register window).
+        int64_t requestsSent = -1;
     };
     Result read(AbstractDeviceInterface &link, const AddressText &address, ValueType type, int count) const;
     Result write(AbstractDeviceInterface &link, const AddressText &address, ValueType type,

@@ -26,6 +26,13 @@ int64_t monotonicNs()
     return int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
+int64_t wallClockMs()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return int64_t(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
 namespace {
 
 struct BaudRate
@@ -703,6 +710,7 @@ void SerialLink::collectReply()
         replyException = replyClean && (bytes[1] & 0x80);
         if (replyException)
             ++h.exceptions;
+        answerWallMs = wallClockMs();
         trace(TraceEvent::Kind::Received, reply, replyHave, requestStation);
         break;
     }
@@ -739,6 +747,7 @@ int SerialLink::receive(char *buffer, int length)
                 hungUp ? "line closed after %d of %d bytes" : "time-out after %d of %d bytes", got, length);
             trace(TraceEvent::Kind::TimeOut, buffer, got, requestStation, note);
         } else {
+            answerWallMs = wallClockMs();
             trace(TraceEvent::Kind::Received, buffer, got, requestStation);
         }
         return got;

@@ -104,6 +104,12 @@ public:
     // what is waiting on it; false with one sentence in error.
     bool setLine(const LinkSettings &settings, std::string &error);
     bool isOpen() const { return fd >= 0; }
+    // The device went away under the open line (an unplugged adapter, the
+    // other end of a pseudo-terminal closed): every read ends at once.
+    bool deviceGone() const { return fd >= 0 && hungUp; }
+    // When the last complete answer frame was in, by the wall clock (ms
+    // since the epoch); 0 before the first one.
+    int64_t lastAnswerWallMs() const { return answerWallMs; }
     // The open device, for programs that serve the line themselves.
     int descriptor() const { return fd; }
 
@@ -191,6 +197,7 @@ private:
     int64_t lineQuietSinceNs = 0; // end of the last frame on the line
     int64_t openedNs = 0;
     bool hungUp = false;
+    int64_t answerWallMs = 0; // see lastAnswerWallMs()
     bool awaitingAnswer = false; // a request went out and nothing was received since
     enum { WakeSamples = 8 };
     int64_t wakeLatenessNs[WakeSamples] = {}; // how late recent timed sleeps woke
@@ -243,5 +250,7 @@ std::string healthText(const SerialLink::StationHealth &health, bool requests = 
 
 // Monotonic clock in nanoseconds.
 int64_t monotonicNs();
+// Wall clock in milliseconds since the epoch.
+int64_t wallClockMs();
 
 #endif // HOST_SERIALLINK_H
