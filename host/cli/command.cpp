@@ -44,6 +44,16 @@ bool typeAndCount(const std::string &text, Tag &tag, const std::optional<std::st
     return typeFits(tag.address, tag.type, error);
 }
 
+// Whether a read (or write) of the tag fits one command of the driver (see
+// fitsDriverCommand); with a format, its registers are read as words.
+bool tagFitsDriver(const Tag &t, bool write, std::string &error)
+{
+    int registers = t.count;
+    if (t.format && !formattedRegisterCount(t.address, *t.format, t.count, registers, error))
+        return false;
+    return fitsDriverCommand(t.address, t.format ? ValueType::Word : t.type, registers, write, error);
+}
+
 bool allDigits(const std::string &text)
 {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
@@ -88,7 +98,8 @@ bool parseTag(const std::string &text, Tag &tag, std::string &error, bool zeroBa
     }
     if (!type && !format)
         format = defaultFormat;
-    if (!typeAndCount(parts[0], tag, type, format, count, zeroBased, error))
+    if (!typeAndCount(parts[0], tag, type, format, count, zeroBased, error)
+        || !tagFitsDriver(tag, false, error))
         return false;
     tag.text = text;
     return true;
@@ -156,7 +167,8 @@ bool prepareRead(const Given &g, Command &c, std::string &error)
 {
     return require(g.args.size() == 1,
                "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
-        && typeAndCount(g.args[0], c.target, g.o.type, g.o.format, g.o.count, g.o.zeroBased, error);
+        && typeAndCount(g.args[0], c.target, g.o.type, g.o.format, g.o.count, g.o.zeroBased, error)
+        && tagFitsDriver(c.target, false, error);
 }
 
 bool prepareWrite(const Given &g, Command &c, std::string &error)
@@ -174,14 +186,13 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
         const ValueFormat &f = *c.target.format;
         int registers = 0;
         c.texts.assign(g.args.begin() + 1, g.args.end());
-        if (!registersFromTexts(c.texts, f, g.o.count, c.registers, error)
-            || !require(c.registers.size() <= 2008, "too many values for one write", error))
+        if (!registersFromTexts(c.texts, f, g.o.count, c.registers, error))
             return false;
         c.target.count = string ? int(c.registers.size()) : int(c.texts.size());
         // What is shown as written is what the registers hold, as a read
         // would show it: 16777217 goes into a float32 as 16777216.
         return formattedRegisterCount(c.target.address, f, c.target.count, registers, error)
-            && formatRegisters(c.registers, f, c.texts, error);
+            && tagFitsDriver(c.target, true, error) && formatRegisters(c.registers, f, c.texts, error);
     }
     for (size_t i = 1; i < g.args.size(); ++i) {
         uint32_t v = 0;
@@ -189,23 +200,28 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
             return false;
         c.values.push_back(v);
     }
-    if (!require(c.values.size() <= 2008, "too many values for one write", error))
-        return false;
     c.target.count = int(c.values.size());
-    return true;
+    return tagFitsDriver(c.target, true, error);
 }
 
 bool preparePoll(const Given &g, Command &c, std::string &error)
 {
     if (!require(!g.args.empty(),
-            "usage: poll TAG... [--interval MS] [--cycles N] [--duration S] [--format F] [--log FILE] "
+            "usage: poll TAG[@STATION]... [--interval MS] [--cycles N] [--duration S] [--format F] [--log "
+            "FILE] "
             "[--every]",
             error))
         return false;
     for (const std::string &a : g.args) {
         Tag t;
-        if (!parseTag(a, t, error, g.o.zeroBased, g.o.format))
+        const size_t at = a.rfind('@');
+        if (at != std::string::npos
+            && !require(parseWholeNumber(a.substr(at + 1), 0, 255, t.station),
+                "a tag's station follows \"@\" as a number from 0 to 255, such as HR100@2", error))
             return false;
+        if (!parseTag(a.substr(0, at), t, error, g.o.zeroBased, g.o.format))
+            return false;
+        t.text = a;
         c.tags.push_back(t);
     }
     c.intervalMs = g.o.interval ? *g.o.interval : 1000;
@@ -272,7 +288,11 @@ bool prepareScan(const Given &g, Command &c, std::string &error)
         return false;
     c.probe = probe.address;
     return require(probe.address.bit < 0 && !probe.address.swap,
-        "scan probes with one word or bit read: give a plain address such as HR1 or DI1", error);
+               "scan probes with one word or bit read: give a plain address such as HR1 or DI1", error)
+        && require(!inDriverWindow(probe.address),
+            "the driver serves HR60000 to HR60010 itself, so no station would be asked: probe another "
+            "address, such as HR1",
+            error);
 }
 
 bool prepareBatch(const Given &g, Command &c, std::string &error)

@@ -21,6 +21,7 @@ struct Tag
     // is then the number of values (for a string, of registers).
     std::optional<ValueFormat> format;
     int count = 1;
+    int station = -1; // poll, from TAG@STATION; -1: the command's
 };
 
 struct Command
@@ -33,7 +34,7 @@ struct Command
     std::vector<uint16_t> registers; // write with a format: the registers that hold texts
     std::vector<std::string> texts; // write with a format: the values as the registers hold them
 
-    std::vector<Tag> tags; // poll
+    std::vector<Tag> tags; // poll: TAG[@STATION] each
     int intervalMs = 1000;
     int cycles = 0; // 0: until interrupted (or --duration)
     double durationS = 0; // 0: no limit

@@ -16,6 +16,20 @@ std::string local(const QString &text) { return text.toLocal8Bit().toStdString()
 
 double latencyMs(const PollStats &stats, double q) { return stats.percentileNs(q) / 1e6; }
 
+// "1 cycle", "2 cycles".
+std::string counted(unsigned long long n, const char *thing)
+{
+    return std::to_string(n) + " " + thing + (n == 1 ? "" : "s");
+}
+
+std::string joinedStations(const std::vector<int> &stations)
+{
+    std::string text;
+    for (size_t i = 0; i < stations.size(); ++i)
+        text += (i ? ", " : "") + std::to_string(stations[i]);
+    return text;
+}
+
 std::string formatValue(const Element &e, ValueType type)
 {
     char text[96];
@@ -41,15 +55,18 @@ std::string formatValue(const Element &e, ValueType type)
 
 class TableOutput : public Output
 {
-    // " (2 retries)" when something went wrong on the line, else "".
+    // What the line did when something went wrong on it ("2 retries"), or
+    // that nothing went on it; "" otherwise.
+    std::string lineText() const { return heldByDriver() ? heldByDriverText : healthText(health); }
+    // " (2 retries)", or "".
     std::string healthNote() const
     {
-        const std::string text = healthText(health);
+        const std::string text = lineText();
         return text.empty() ? text : " (" + text + ")";
     }
     void linkLine() const
     {
-        const std::string text = healthText(health);
+        const std::string text = lineText();
         if (!text.empty())
             std::printf("(%s)\n", text.c_str());
         std::fflush(stdout);
@@ -124,9 +141,10 @@ public:
     void pollDone(const PollSummary &p) override
     {
         const PollStats &stats = *p.stats;
-        std::printf("poll: %d cycles, %llu commands in %.2f s (%.1f commands/s), %llu errors\n", p.cycles,
-            (unsigned long long)stats.commands(), p.seconds,
-            p.seconds > 0 ? double(stats.commands()) / p.seconds : 0.0, (unsigned long long)stats.failed());
+        std::printf("poll: %s, %s in %.2f s (%.1f commands/s), %s\n", counted(p.cycles, "cycle").c_str(),
+            counted(stats.commands(), "command").c_str(), p.seconds,
+            p.seconds > 0 ? double(stats.commands()) / p.seconds : 0.0,
+            counted(stats.failed(), "error").c_str());
         if (stats.samples())
             std::printf("latency: p50 %.2f ms  p90 %.2f ms  p99 %.2f ms  max %.2f ms\n",
                 latencyMs(stats, 0.5), latencyMs(stats, 0.9), latencyMs(stats, 0.99),
@@ -135,7 +153,23 @@ public:
             std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
         for (const auto &s : p.health)
             std::printf("station %d: %s\n", s.first, healthText(s.second, true).c_str());
+        pollTrouble(p);
         std::fflush(stdout);
+    }
+
+    // What kept the poll from its interval: backed-off stations, missed
+    // intervals, a device that went away.
+    static void pollTrouble(const PollSummary &p)
+    {
+        if (!p.backedOff.empty())
+            std::printf("backed off: station %s (silent, read once every %d cycles; values shown are old)\n",
+                joinedStations(p.backedOff).c_str(), p.backoffEvery);
+        if (p.missedIntervals)
+            std::printf("interval: %d ms missed in %s of %s (longest cycle %.1f ms)\n", p.intervalMs,
+                std::to_string(p.missedIntervals).c_str(), counted(p.cycles, "cycle").c_str(),
+                p.longestCycleMs);
+        if (!p.deviceGone.empty())
+            std::printf("device: %s gone at the end\n", p.deviceGone.c_str());
     }
 
     void scanFound(const ScanSummary &s, const ScanSummary::Station &f) override
@@ -289,7 +323,7 @@ public:
         const PollStats &stats = *p.stats;
         QJsonObject o, latency, errorCounts;
         o["command"] = "poll";
-        o["ok"] = stats.failed() == 0 && !p.logFailed;
+        o["ok"] = stats.failed() == 0 && !p.logFailed && p.deviceGone.empty();
         o["cycles"] = p.cycles;
         o["commands"] = double(stats.commands());
         o["errors"] = double(stats.failed());
@@ -310,11 +344,21 @@ public:
             if ((*p.tags)[i].format)
                 t["format"] = QString::fromStdString((*p.tags)[i].format->text());
             t["values"] = (*p.lastValues)[i];
+            if (p.stale && (*p.stale)[i])
+                t["stale"] = true;
             if (!(*p.lastErrors)[i].empty())
                 t["error"] = QString::fromLocal8Bit((*p.lastErrors)[i].c_str());
             tags.append(t);
         }
         o["tags"] = tags;
+        QJsonArray backedOff;
+        for (int s : p.backedOff)
+            backedOff.append(s);
+        o["backedOff"] = backedOff;
+        o["intervalMs"] = p.intervalMs;
+        o["missedIntervals"] = p.missedIntervals;
+        if (!p.deviceGone.empty())
+            o["deviceGone"] = QString::fromStdString(p.deviceGone);
         QJsonObject stations;
         for (const auto &s : p.health)
             stations[QString::number(s.first)] = healthObject(s.second);
@@ -377,6 +421,10 @@ private:
         o["station"] = station;
         o["ok"] = true;
         o["link"] = healthObject(health);
+        if (heldByDriver())
+            o["heldByDriver"] = true;
+        if (answeredMs > 0)
+            o["time"] = QString::fromStdString(isoTime(answeredMs));
         return o;
     }
     static QJsonObject healthObject(const SerialLink::StationHealth &h)

@@ -31,7 +31,14 @@ struct PollSummary
     const std::vector<Tag> *tags = nullptr;
     const std::vector<QJsonArray> *lastValues = nullptr; // per tag, the values of its last read, if good
     const std::vector<std::string> *lastErrors = nullptr; // per tag, the error of its last read, if it failed
+    const std::vector<bool> *stale = nullptr; // per tag: its station is backed off, its values are old
     bool logFailed = false; // the sample log could not be written
+    std::vector<int> backedOff; // stations backed off at the end
+    int backoffEvery = 0; // a backed-off station is read once every so many cycles
+    int intervalMs = 0;
+    int missedIntervals = 0; // cycles that took longer than the interval
+    double longestCycleMs = 0;
+    std::string deviceGone; // the device, when it was gone at the end
 };
 
 struct ScanSummary
@@ -84,11 +91,24 @@ public:
     static Output &forCommand(const Command &c);
 
     // What the line did during the command about to be shown (retries,
-    // time-outs, ...): read, write and failed show it.
-    void setLinkHealth(const SerialLink::StationHealth &during) { health = during; }
+    // time-outs, ...), when its answer was complete (wall clock ms, 0 for
+    // none) and the requests it sent (0: the driver served it itself): read,
+    // write and failed show them.
+    void setLinkHealth(const SerialLink::StationHealth &during, int64_t answered = 0, int64_t requests = -1)
+    {
+        health = during;
+        answeredMs = answered;
+        requestsSent = requests;
+    }
 
 protected:
+    // Said of a command that the driver served from its own register window.
+    static constexpr const char *heldByDriverText
+        = "held by the driver itself; nothing was sent to a station";
+    bool heldByDriver() const { return requestsSent == 0; }
     SerialLink::StationHealth health;
+    int64_t answeredMs = 0;
+    int64_t requestsSent = -1;
 };
 
 #endif // HOST_CLI_OUTPUT_H

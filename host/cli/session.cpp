@@ -33,6 +33,10 @@ int Session::failure(const Command &c, const std::string &text)
 {
     showHealth(c); // a read or write that failed on the line
     Output::forCommand(c).failed(c, text);
+    // Everything fails at once on a device that went away: say so, not only
+    // that the drive is silent.
+    if (link.deviceGone())
+        std::fprintf(stderr, "teco-cli: %s\n", deviceGoneText().c_str());
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
@@ -164,9 +168,14 @@ int Session::info(const Command &c)
     return ExitOk;
 }
 
-void Session::showHealth(const Command &c)
+void Session::showHealth(const Command &c, int64_t answeredMs, int64_t requestsSent)
 {
-    Output::forCommand(c).setLinkHealth(link.totalHealth() - healthBefore);
+    Output::forCommand(c).setLinkHealth(link.totalHealth() - healthBefore, answeredMs, requestsSent);
+}
+
+std::string Session::deviceGoneText() const
+{
+    return "the device " + link.device() + " is gone (unplugged, or its other end closed)";
 }
 
 void Session::noteWindow(const Tag &t)
@@ -192,14 +201,14 @@ int Session::read(const Command &c)
         const FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);
         if (!r.ok)
             return failure(c, r.errorText);
-        showHealth(c);
+        showHealth(c, r.answeredMs, r.requestsSent);
         Output::forCommand(c).formattedReadDone(t, link.options().station, r);
         return ExitOk;
     }
     const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
     if (!r.ok)
         return failure(c, r.errorText);
-    showHealth(c);
+    showHealth(c, r.answeredMs, r.requestsSent);
     Output::forCommand(c).readDone(t, link.options().station, r.elements);
     return ExitOk;
 }
@@ -212,14 +221,14 @@ int Session::write(const Command &c)
         const DriverHost::Result r = writeRegisters(host, link, t.address, c.registers);
         if (!r.ok)
             return failure(c, r.errorText);
-        showHealth(c);
+        showHealth(c, r.answeredMs, r.requestsSent);
         Output::forCommand(c).formattedWriteDone(t, link.options().station, c.texts, c.registers.size());
         return ExitOk;
     }
     const DriverHost::Result r = host.write(link, t.address, t.type, c.values);
     if (!r.ok)
         return failure(c, r.errorText);
-    showHealth(c);
+    showHealth(c, r.answeredMs, r.requestsSent);
     Output::forCommand(c).writeDone(t, link.options().station, c.values);
     return ExitOk;
 }

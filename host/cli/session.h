@@ -60,8 +60,11 @@ private:
     int usage(const std::string &text);
     // Says so when a read covers the driver's register window but goes to the drive.
     void noteWindow(const Tag &t);
-    // Hands the output what the line did since the command began.
-    void showHealth(const Command &c);
+    // Hands the output what the line did since the command began, when its
+    // answer was complete and the requests it sent.
+    void showHealth(const Command &c, int64_t answeredMs = 0, int64_t requestsSent = -1);
+    // One sentence: the link's device went away.
+    std::string deviceGoneText() const;
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began
     // An informational line on standard error, unless --quiet.
     void note(const std::string &text);

@@ -91,6 +91,8 @@ FormattedResult readFormatted(const DriverHost &host, AbstractDeviceInterface &l
         return out;
     }
     const DriverHost::Result r = host.read(link, plainWords(address), ValueType::Word, registers);
+    out.answeredMs = r.answeredMs;
+    out.requestsSent = r.requestsSent;
     if (!r.ok) {
         out.errorText = r.errorText;
         out.error = r.error;
@@ -124,6 +126,8 @@ FormattedResult readAsTexts(const DriverHost &host, AbstractDeviceInterface &lin
     }
     out.errorText = r.errorText;
     out.error = r.error;
+    out.answeredMs = r.answeredMs;
+    out.requestsSent = r.requestsSent;
     return out;
 }
 

@@ -41,6 +41,8 @@ struct FormattedResult
     std::vector<std::string> values; // one text per value
     std::string errorText; // the driver's text, or the host's
     DriverError error;
+    int64_t answeredMs = 0; // as DriverHost::Result's
+    int64_t requestsSent = -1; // as DriverHost::Result's; -1 also when no read was made
 };
 
 // Reads count values (for a string: count registers) from address.

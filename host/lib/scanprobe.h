@@ -20,6 +20,7 @@ struct ScanVerdict
     std::string text; // "answers", "answers with exception ...", "garbled answer: ..."; "" for silence
 };
 
+// A probe that sent nothing is silence, whatever the driver returned.
 ScanVerdict judgeScanProbe(const DriverHost::Result &result);
 
 #endif // HOST_SCANPROBE_H

@@ -258,6 +258,19 @@ bool SerialLink::open(
     return true;
 }
 
+bool SerialLink::reopen(std::string &error)
+{
+    const std::string device = devicePath;
+    const Counters counted = count;
+    const auto health = stations;
+    close();
+    if (!open(device, line, opts, error))
+        return false;
+    count = counted;
+    stations = health;
+    return true;
+}
+
 bool SerialLink::setLine(const LinkSettings &settings, std::string &error)
 {
     struct termios t;

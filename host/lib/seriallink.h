@@ -100,6 +100,13 @@ public:
     bool open(const std::string &device, const LinkSettings &settings, const LinkOptions &options,
         std::string &error);
     void close();
+    // Opens the device of the last open() again, with the same settings and
+    // options, keeping the counters and the stations' health (a poll's
+    // summary spans the gap): for a device that went away and came back.
+    // False with one sentence in error while it is still gone.
+    bool reopen(std::string &error);
+    // The device of the last open().
+    const std::string &device() const { return devicePath; }
     // Changes the speed and character format of the open line, dropping
     // what is waiting on it; false with one sentence in error.
     bool setLine(const LinkSettings &settings, std::string &error);

@@ -2,6 +2,8 @@
 
 #include "textutil.h"
 
+#include <cstdlib>
+
 namespace {
 
 struct TypeInfo
@@ -89,6 +91,11 @@ bool parseValue(const std::string &text, ValueType type, uint32_t &value, std::s
     long long v = 0;
     if (!parseInteger(text, v)) {
         error = "\"" + text + "\" is not a number";
+        char *end = nullptr;
+        const char *begin = text.c_str();
+        if (!text.empty() && (std::strtod(begin, &end), end == begin + text.size()))
+            error = std::string("a ") + info.name + " takes an integer, not \"" + text
+                + "\" (for a number with a fraction give a format, such as --format float32)";
         return false;
     }
     if (v < info.low || v > info.high) {
@@ -124,22 +131,89 @@ QByteArray packValues(const std::vector<uint32_t> &values, ValueType type)
     return out;
 }
 
+namespace {
+
+// The registers (or, outside registers, the bits) that count values of type
+// at address cover.
+long long span(const AddressText &address, ValueType type, long long count)
+{
+    if (!address.isRegister())
+        return count;
+    if (address.bit >= 0)
+        return (address.bit + count + 15) / 16;
+    if (type == ValueType::DWord)
+        return 2 * count;
+    if (type == ValueType::Byte)
+        return (count + 1) / 2;
+    return count;
+}
+
+std::string plural(long long n, const char *one)
+{
+    return std::to_string(n) + " " + one + (n == 1 ? "" : "s");
+}
+
+// The window's own rules: a word read that begins in it stays in it; a word
+// write stays below the relay register or writes it alone.
+bool fitsDriverWindow(
+    const AddressText &a, ValueType type, long long registers, bool write, std::string &error)
+{
+    if (!inDriverWindow(a) || (type != ValueType::Word && !(write && type == ValueType::Bit)) || a.swap)
+        return true;
+    const long long first = a.number, last = first + registers - 1;
+    if (!write && a.bit < 0 && last > driverWindowLast) {
+        error = "the driver's register window ends at HR60010: a read from " + a.text() + " takes at most "
+            + plural(driverWindowLast - first + 1, "register");
+        return false;
+    }
+    if (write && type == ValueType::Word && last >= driverWindowLast && !(first == last)) {
+        error = "HR60010, the driver's relay register, takes one word written on its own: this write of "
+            + plural(registers, "word") + " from " + a.text() + " reaches it";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool inDriverWindow(const AddressText &address)
+{
+    return address.area == Area::HoldingRegisters && address.number >= driverWindowFirst
+        && address.number <= driverWindowLast;
+}
+
+bool fitsDriverCommand(const AddressText &a, ValueType type, int count, bool write, std::string &error)
+{
+    if (write && (a.area == Area::InputRegisters || a.area == Area::DiscreteInputs)) {
+        error = std::string(a.area == Area::InputRegisters ? "input registers" : "discrete inputs")
+            + " are read-only: " + a.text() + " cannot be written";
+        return false;
+    }
+    const bool bits = !a.isRegister();
+    const long long covered = span(a, type, count);
+    const long long limit = bits ? (write ? 1976 : 2008) : (write ? 123 : 125);
+    if (covered > limit) {
+        error = "at most " + plural(limit, bits ? (write ? "coil" : "bit") : "register") + " in one "
+            + (write ? "write" : "read") + ": this one from " + a.text() + " takes "
+            + std::to_string(covered);
+        return false;
+    }
+    if (a.number + covered - 1 > 65536) {
+        error = a.text() + " with " + plural(covered, bits ? "bit" : "register") + " runs past "
+            + a.textAt(65536, -1) + ", the last " + (bits ? "one" : "register");
+        return false;
+    }
+    return fitsDriverWindow(a, type, covered, write, error);
+}
+
 bool readPassesDriverWindow(const AddressText &address, ValueType type, int count)
 {
-    const int windowFirst = 60000, windowLast = 60010;
     if (address.area != Area::HoldingRegisters || count < 1)
         return false;
-    int registers = count;
-    if (address.bit >= 0)
-        registers = (address.bit + count + 15) / 16;
-    else if (type == ValueType::DWord)
-        registers = 2 * count;
-    else if (type == ValueType::Byte)
-        registers = (count + 1) / 2;
-    const long long first = address.number, last = first + registers - 1;
-    if (last < windowFirst || first > windowLast)
+    const long long first = address.number, last = first + span(address, type, count) - 1;
+    if (last < driverWindowFirst || first > driverWindowLast)
         return false;
-    const bool servedByWindow = type == ValueType::Word && address.bit < 0 && first >= windowFirst;
+    const bool servedByWindow = type == ValueType::Word && address.bit < 0 && first >= driverWindowFirst;
     return !servedByWindow;
 }
 

@@ -50,6 +50,20 @@ std::vector<Element> unpackValues(
 // front end can say so.
 bool readPassesDriverWindow(const AddressText &address, ValueType type, int count);
 
+// The driver's register window, HR60000 to HR60010: served by the driver
+// itself, its last register relaying writes to the listed stations.
+constexpr int driverWindowFirst = 60000, driverWindowLast = 60010;
+// Whether an address lies in that window (holding registers, with or without FN6).
+bool inDriverWindow(const AddressText &address);
+
+// Whether one read (or write) of count values of type at address fits what
+// the driver moves in one command: at most 125 registers or 2008 bits in a
+// read, 123 registers or 1976 coils in a write, nothing past the area's last
+// number, the window's rules, and no write to inputs. False with one sentence
+// naming the limit: a command the driver would refuse is bad usage, caught
+// before anything is sent.
+bool fitsDriverCommand(const AddressText &address, ValueType type, int count, bool write, std::string &error);
+
 // The value as a signed number of the type's width.
 long long signedValue(uint32_t value, ValueType type);
 
