@@ -43,7 +43,14 @@ OptionTable cliOptionTable(CliOptions &o)
     using T = OptionTable;
     return OptionTable({
         T::text("plugin", o.plugin, Session).completing("file"),
-        T::text("port", o.port, Session).completing("file"),
+        T::checked(
+            "port",
+            [&o](const std::string &path, std::string &error) {
+                o.port = path;
+                return checkDeviceOption("port", path, error);
+            },
+            Session)
+            .completing("file"),
         T::text("link", o.link, Session),
         T::text("trace", o.trace, Session).completing("file"),
         T::checked(

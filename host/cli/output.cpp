@@ -83,9 +83,12 @@ public:
         std::printf("default link:     %s\n", local(driver.getStringBasedDefaultDriverSetting()).c_str());
         if (device)
             std::printf(
-                "default port:     %s (type %d, %d baud, %d data bits, stop-bit code %d, parity code %d)\n",
-                local(device->string).c_str(), int(device->type), device->baudrate, device->databits,
-                device->stopbits, device->parity);
+                "default port:     %s (%s, %d baud, %d data bits; the runtime's codes for stop bits %d "
+                "and parity %d)\n",
+                local(device->string).c_str(),
+                device->type == SerialDeviceType ? "serial"
+                                                 : ("type " + std::to_string(device->type)).c_str(),
+                device->baudrate, device->databits, device->stopbits, device->parity);
         if (protocol)
             std::printf("default protocol: time-out %d ms, retry %d, station %d, delay %d ms\n",
                 protocol->timeout, protocol->retry, protocol->stationId, protocol->delay);

@@ -6,6 +6,9 @@
 #include "installation.h"
 #include "output.h"
 
+#include <cerrno>
+#include <unistd.h>
+
 Session::Session(const CliOptions &sessionOptions)
     : session(sessionOptions)
 {
@@ -46,7 +49,22 @@ int Session::failure(const Command &c, const std::string &text)
     const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
     if (during.requests > 1)
         note("on the line: " + healthText(during, true));
+    // Silence to every attempt: most often the line is set up unlike the drive.
+    if (e.kind == ErrorKind::TimeOut && during.requests > 0 && during.timeOuts == during.requests
+        && !link.deviceGone())
+        note("no answer to " + std::to_string(during.requests) + " request"
+            + (during.requests == 1 ? "" : "s") + ": check that the drive is station "
+            + std::to_string(link.options().station) + " and set to " + link.settings().text()
+            + " (baud rate, parity, stop bits), and its wiring");
     return ExitFailed;
+}
+
+std::string Session::permissionHint(const std::string &port)
+{
+    if (::access(port.c_str(), R_OK | W_OK) == 0 || errno != EACCES)
+        return std::string();
+    return " (serial devices usually belong to the group dialout: sudo usermod -aG dialout $USER, then log "
+           "in again)";
 }
 
 int Session::loadDriver()
@@ -101,7 +119,7 @@ int Session::openLine()
         note("no --port given: talking to the simulated drive on " + port + " (stations " + stations + ")");
     }
     if (!link.open(port, settings, defaults, error))
-        return usage(error);
+        return usage(error + permissionHint(port));
     driver->initialize(&link);
     lineOpen = true;
     return ExitOk;

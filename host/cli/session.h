@@ -63,6 +63,8 @@ private:
     // Hands the output what the line did since the command began, when its
     // answer was complete and the requests it sent.
     void showHealth(const Command &c, int64_t answeredMs = 0, int64_t requestsSent = -1);
+    // For a device the user may not open: how to get the right; else "".
+    static std::string permissionHint(const std::string &port);
     // One sentence: the link's device went away.
     std::string deviceGoneText() const;
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began

@@ -1,5 +1,7 @@
 #include "driverhost.h"
 
+#include "optiontable.h"
+
 #include "settings.h"
 
 #include <QFileInfo>
@@ -71,15 +73,7 @@ bool DriverHost::defaults(const std::optional<std::string> &linkText, LinkSettin
     }
     const std::string text
         = linkText ? *linkText : d->getStringBasedDefaultDriverSetting().toLocal8Bit().toStdString();
-    LinkSettings parsed;
-    if (!LinkSettings::parse(text, parsed, error))
-        return false;
-    if (parsed.dataBits != 8) {
-        error = "Modbus RTU needs 8 data bits; the link \"" + text + "\" has 7";
-        return false;
-    }
-    settings = parsed;
-    return true;
+    return parseRtuLink(text, settings, error);
 }
 
 namespace {

@@ -1,5 +1,6 @@
 #include "optiontable.h"
 
+#include "seriallink.h"
 #include "textutil.h"
 
 namespace {
@@ -185,4 +186,24 @@ bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::s
             return false;
     }
     return true;
+}
+
+bool parseRtuLink(const std::string &text, LinkSettings &settings, std::string &error)
+{
+    LinkSettings parsed;
+    if (!LinkSettings::parse(text, parsed, error))
+        return false;
+    if (parsed.dataBits != 8) {
+        error = "Modbus RTU needs 8 data bits; the link \"" + text + "\" has 7";
+        return false;
+    }
+    settings = parsed;
+    return true;
+}
+
+bool checkDeviceOption(const char *option, const std::string &path, std::string &error)
+{
+    if (path.empty())
+        error = std::string("option --") + option + " takes a device such as /dev/ttyUSB0, not an empty text";
+    return !path.empty();
 }

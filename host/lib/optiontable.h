@@ -86,4 +86,15 @@ private:
     std::vector<Row> rows;
 };
 
+struct LinkSettings;
+
+// The value of a program's --link option, the same for every program: a link
+// text (LinkSettings::parse) with 8 data bits, as Modbus RTU needs. False
+// with one sentence in error.
+bool parseRtuLink(const std::string &text, LinkSettings &settings, std::string &error);
+
+// The value of an option that names a device, such as --port: not empty.
+// False with one sentence in error.
+bool checkDeviceOption(const char *option, const std::string &path, std::string &error);
+
 #endif // HOST_OPTIONTABLE_H

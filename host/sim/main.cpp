@@ -57,10 +57,15 @@ OptionTable simOptionTable(SimArguments &a)
 {
     using T = OptionTable;
     return OptionTable({
-        T::text("device", [&a](const std::string &path) { a.drive.device = path; }).completing("file"),
+        T::checked("device",
+            [&a](const std::string &path, std::string &error) {
+                a.drive.device = path;
+                return checkDeviceOption("device", path, error);
+            })
+            .completing("file"),
         T::checked("link",
             [&a](const std::string &text, std::string &error) {
-                return LinkSettings::parse(text, a.drive.link, error);
+                return parseRtuLink(text, a.drive.link, error);
             }),
         T::checked("stations",
             [&a](const std::string &text, std::string &error) {

@@ -3,6 +3,7 @@
 
 #include "driverrig.h"
 #include "errorkind.h"
+#include "scanprobe.h"
 
 #include <gtest/gtest.h>
 
@@ -69,6 +70,37 @@ TEST(ErrorKinds, ExceptionsHaveTheirModbusNames)
     EXPECT_STREQ(exceptionName(11), "gateway target failed to respond");
     for (int code : { -1, 0, 7, 9, 12, 255 })
         EXPECT_EQ(exceptionName(code), nullptr) << code;
+}
+
+// A station shown as answering answered: a value or an exception came back
+// to a request that went out.
+TEST(ScanProbes, OnlyARequestAnsweredFindsAStation)
+{
+    struct Row
+    {
+        const char *name;
+        bool ok;
+        const char *error;
+        int64_t requestsSent;
+        bool answers, heard;
+    } rows[] = {
+        { "a value", true, "", 1, true, true },
+        { "a value the driver held itself", true, "", 0, false, false },
+        { "an exception", false, "exception code:0x02 (read 1 word(s) from 1-HR1)", 1, true, true },
+        { "silence", false, "PLC no response (read 1 word(s) from 1-HR1)", 2, false, false },
+        { "garbage", false, "CRC error (read 1 word(s) from 1-HR1)", 1, false, true },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        DriverHost::Result r;
+        r.ok = row.ok;
+        r.errorText = row.error;
+        r.error = classifyDriverError(row.error);
+        r.requestsSent = row.requestsSent;
+        const ScanVerdict v = judgeScanProbe(r);
+        EXPECT_EQ(v.answers, row.answers);
+        EXPECT_EQ(v.heard, row.heard);
+    }
 }
 
 } // namespace

@@ -447,6 +447,13 @@ TEST(CommandLine, ChoosesTheTypeFromTheAddress)
     }
 }
 
+// words, then value count times.
+std::vector<std::string> many(std::vector<std::string> words, int count, const char *value)
+{
+    words.insert(words.end(), size_t(count), value);
+    return words;
+}
+
 TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
 {
     struct Row
@@ -498,6 +505,39 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "shell" }, false, "" },
         { { "help" }, true,
             "unknown command \"help\" (info, read, write, poll, scan, decode, trace or fault)" },
+        // What the driver cannot do in one command is bad usage, found before anything is sent.
+        { { "read", "HR100", "--count", "125" }, false, "" },
+        { { "read", "HR100", "--count", "126" }, false, "at most 125 registers in one read" },
+        { { "read", "HR100", "--format", "float32", "--count", "63" }, false,
+            "at most 125 registers in one read" },
+        { { "read", "HR100", "--type", "dword", "--count", "63" }, false,
+            "at most 125 registers in one read" },
+        { { "read", "HR100.15", "--count", "1986" }, false, "at most 125 registers in one read" },
+        { { "read", "DO1", "--count", "2009" }, false, "at most 2008 bits in one read" },
+        { { "read", "HR65530", "--count", "10" }, false,
+            "HR65530 with 10 registers runs past HR65536, the last register" },
+        { { "read", "DO65536", "--count", "2" }, false, "DO65536 with 2 bits runs past DO65536" },
+        { { "poll", "HR100:word:200" }, false, "at most 125 registers in one read" },
+        { many({ "write", "HR100" }, 124, "1"), false, "at most 123 registers in one write" },
+        { many({ "write", "HR100", "--type", "byte" }, 246, "1"), false, "" },
+        { many({ "write", "DO1" }, 1977, "1"), false, "at most 1976 coils in one write" },
+        { { "write", "HR100", std::string(300, 'x'), "--format", "string" }, false,
+            "at most 123 registers in one write" },
+        { { "write", "IR5", "1" }, false, "input registers are read-only" },
+        { { "write", "DI5", "1" }, false, "discrete inputs are read-only" },
+        { { "read", "HR60005", "--count", "6" }, false, "" },
+        { { "read", "HR60005", "--count", "7" }, false, "the driver's register window ends at HR60010" },
+        { { "write", "HR60008", "1", "2", "3" }, false,
+            "HR60010, the driver's relay register, takes one word" },
+        { { "write", "HR60010", "1" }, false, "" },
+        { { "scan", "--address", "HR60001" }, false, "the driver serves HR60000 to HR60010 itself" },
+        { { "scan", "--address", "FN6HR60010" }, false, "the driver serves HR60000 to HR60010 itself" },
+        { { "write", "HR100", "1.5" }, false,
+            "a word takes an integer, not \"1.5\" (for a number with a fraction give a format, such as "
+            "--format float32)" },
+        { { "poll", "HR100@2", "IR1:uint16:2@0" }, false, "" },
+        { { "poll", "HR100@" }, false, "a tag's station follows \"@\"" },
+        { { "poll", "HR100@256" }, false, "a tag's station follows \"@\"" },
     };
     for (const Row &row : rows) {
         std::string shown;
@@ -547,6 +587,8 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
         { "HR100:0", false, ValueType::Word, 0 },
         { "DO1:word", false, ValueType::Word, 0 },
         { "HR1:2:3:4", false, ValueType::Word, 0 },
+        { "HR100:125", true, ValueType::Word, 125 },
+        { "HR100:byte:251", false, ValueType::Word, 0 },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
