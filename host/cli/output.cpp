@@ -154,9 +154,9 @@ public:
                 double(stats.maxNs()) / 1e6);
         for (const auto &e : stats.failuresByText())
             std::printf("errors: %llu x %s\n", (unsigned long long)e.second, e.first.c_str());
+        pollTrouble(p);
         for (const auto &s : p.health)
             std::printf("station %d: %s\n", s.first, healthText(s.second, true).c_str());
-        pollTrouble(p);
         std::fflush(stdout);
     }
 

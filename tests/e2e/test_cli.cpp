@@ -160,6 +160,7 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--link", "RS485,9601,NONE,8,2", "read", "HR1" }, "teco-cli: unsupported baud rate \"9601\"" },
         { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
         { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
+        { { "--port", "", "read", "HR1" }, "teco-cli: option --port takes a device such as /dev/ttyUSB0" },
         { { "--plugin", "/no/such/plugin.so", "info" }, "teco-cli: plug-in not found: /no/such/plugin.so" },
         { { "--sim-fault", "explode", "read", "HR1" }, "teco-cli: unknown fault \"explode\"" },
         { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
@@ -206,6 +207,7 @@ TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
         { { "--quiet=1" }, "teco-sim: option --quiet takes no value\n" },
         { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
         { { "--link", "RS485,9600" }, "teco-sim: malformed link \"RS485,9600\"" },
+        { { "--link", "RS485,9600,NONE,7,2" }, "teco-sim: Modbus RTU needs 8 data bits" }, // as teco-cli
         { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
     };
     for (const Row &row : rows) {
@@ -229,6 +231,11 @@ TEST(Cli, BadInputNeverReachesTheDevice)
              { "write", "XR100", "1" },
              { "write", "HR100", "--type", "dword", "1", "x" },
              { "--link", "RS485,9600,NONE,8,3", "write", "HR100", "1" },
+             // What the driver would refuse, or serve itself.
+             { "read", "HR100", "--count", "126" },
+             { "write", "IR5", "1" },
+             { "poll", "HR100:word:200", "--cycles", "1" },
+             { "scan", "--address", "HR60001", "--to", "2" },
          }) {
         std::vector<std::string> withPort = { "--port", device.path };
         withPort.insert(withPort.end(), args.begin(), args.end());
@@ -238,7 +245,10 @@ TEST(Cli, BadInputNeverReachesTheDevice)
     // The same device does receive a good command (which nobody answers).
     const CliRun r = cli({ "--port", device.path, "--retry", "0", "--timeout", "50", "write", "HR100", "1" });
     EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "teco-cli: PLC no response (write 1 word to 1-HR100)\n");
+    EXPECT_EQ(r.err,
+        "teco-cli: PLC no response (write 1 word to 1-HR100)\nteco-cli: no answer to 1 request: check that "
+        "the "
+        "drive is station 1 and set to RS485,9600,NONE,8,2 (baud rate, parity, stop bits), and its wiring\n");
     EXPECT_EQ(device.bytesArrived(), 11);
 }
 
@@ -273,7 +283,13 @@ TEST(Cli, CommandsShowWhatHappened)
         { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, 0, true,
             "(1 retry, 1 CRC error)\n" },
         { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, 1, false,
-            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\n" },
+            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\nteco-cli: no answer to 3 requests: "
+            "check that the drive is station 1 and set to RS485,9600,NONE,8,2" },
+        // What the driver serves from its own window says that nothing was sent.
+        { { "write", "HR60000", "7" }, 0, true,
+            "wrote 1 word at HR60000, station 1 (held by the driver itself; nothing was sent to a "
+            "station)\n" },
+        { { "--json", "--station", "77", "read", "HR60000" }, 0, true, "\"heldByDriver\":true" },
         { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
               "--timeout", "50", "batch" },
             -1, true,
@@ -616,7 +632,8 @@ TEST(Cli, PollLogsEverySample)
     const CliRun p = cli(args);
     EXPECT_EQ(p.status, 1) << p.err;
     std::vector<std::string> shown = lines(p.out);
-    ASSERT_EQ(shown.size(), 6u + 4u) << p.out; // every cycle, then the summary with the station's counts
+    // Every cycle, then the summary: the missed interval (the time-out took 100 ms) and the station's counts.
+    ASSERT_EQ(shown.size(), 6u + 5u) << p.out;
     EXPECT_NE(shown[1].find("IR1:uint16:2   error: PLC no response"), std::string::npos) << shown[1];
     EXPECT_NE(shown[3].find("HR104SW:int32  100000"), std::string::npos) << shown[3];
     EXPECT_NE(shown[4].find("IR1:uint16:2   1498 125"), std::string::npos) << shown[4];
@@ -660,6 +677,125 @@ TEST(Cli, PollLogsEverySample)
     EXPECT_TRUE(QDateTime::fromString(samples[5]["time"].toString(), Qt::ISODateWithMs).isValid());
     // --every with --json: the same samples on standard output, then the summary.
     EXPECT_EQ(lines(j.out).size(), 7u) << j.out;
+}
+
+// A value's time is when its answer was complete: HR100's answer comes after
+// a 200 ms time-out and a retry, so it is shown and logged 0.2 s into the
+// poll, next to HR101's, which follows at once; a read's JSON says the same.
+TEST(Cli, AValuesTimeIsWhenItsAnswerCame)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string csv = dir.path().toStdString() + "/poll.csv";
+    const CliRun p = cli({ "--quiet", "--sim-fault", "noreply:at=HR100,times=1", "--timeout", "200", "poll",
+        "HR100", "HR101", "--cycles", "1", "--log", csv });
+    EXPECT_EQ(p.status, 0) << p.err;
+    const std::vector<std::string> shown = lines(p.out);
+    ASSERT_GE(shown.size(), 2u) << p.out;
+    EXPECT_GE(std::stod(shown[0]), 0.2) << shown[0];
+    std::ifstream in(csv);
+    std::vector<qint64> times;
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("time,", 0) != 0)
+            times.push_back(
+                QDateTime::fromString(QString::fromStdString(line.substr(0, 24)), Qt::ISODateWithMs)
+                    .toMSecsSinceEpoch());
+    ASSERT_EQ(times.size(), 2u);
+    EXPECT_LT(times[1] - times[0], 100) << "HR100 stamped when its read began";
+
+    const qint64 before = QDateTime::currentMSecsSinceEpoch();
+    const CliRun r = cli({ "--json", "--sim-fault", "noreply:times=1", "--timeout", "200", "read", "HR100" });
+    const QDateTime answered = QDateTime::fromString(json(r.out)["time"].toString(), Qt::ISODateWithMs);
+    ASSERT_TRUE(answered.isValid()) << r.out;
+    EXPECT_GE(answered.toMSecsSinceEpoch() - before, 200) << r.out;
+}
+
+// A station that stops answering is backed off: after 3 silent cycles its
+// tags are read once every 10 cycles, with one attempt, and the other
+// station keeps its cycle; one that answers again is read as before.
+TEST(Cli, ASilentStationIsBackedOffAndComesBack)
+{
+    struct Row
+    {
+        const char *name;
+        std::string tag; // the second tag, after HR100 at station 1
+        std::string fault;
+        int requests; // of the second tag's station over 14 cycles
+        bool backedOff; // at the end
+    } rows[] = {
+        // Cycles 0 to 2 with a retry each, then the probe in cycle 12: 7, not 28.
+        { "no drive at station 9", "HR100@9", "none", 7, true },
+        { "station 2 silent for 3 cycles", "HR100@2", "noreply:station=2,times=6", 8, false },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        std::vector<std::string> args = { "--json", "--quiet", "--timeout", "50", "--retry", "1" };
+        if (row.fault != "none")
+            args.insert(args.end(), { "--sim-fault", row.fault });
+        args.insert(args.end(), { "poll", "HR100", row.tag, "--cycles", "14", "--interval", "10" });
+        const CliRun r = cli(args);
+        const QJsonObject o = json(r.out);
+        const std::string station = row.tag.substr(row.tag.find('@') + 1);
+        EXPECT_EQ(o["link"].toObject()[QString::fromStdString(station)].toObject()["requests"].toInt(),
+            row.requests)
+            << r.out;
+        EXPECT_EQ(o["link"].toObject()["1"].toObject()["requests"].toInt(), 14) << r.out;
+        EXPECT_EQ(o["backedOff"].toArray().size(), row.backedOff ? 1 : 0) << r.out;
+        const QJsonObject second = o["tags"].toArray()[1].toObject();
+        EXPECT_EQ(second["stale"].toBool(), row.backedOff) << r.out;
+        EXPECT_EQ(second["values"].toArray().isEmpty(), row.backedOff) << r.out;
+        EXPECT_GE(o["missedIntervals"].toInt(), 3) << "the silent cycles took longer than 10 ms: " << r.out;
+    }
+}
+
+// The device goes away under a running poll (the simulated drive at the
+// other end of its pseudo-terminal is killed): the poll says so once, waits,
+// and reads on once the device is back (here a new drive behind the same
+// name).
+TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string port = dir.path().toStdString() + "/port";
+    auto startDrive = [&](QProcess &sim) {
+        sim.start(TECO_SIM_PATH, { "--quiet" });
+        if (!sim.waitForReadyRead(30000))
+            return false;
+        const std::string device = sim.readLine().trimmed().toStdString();
+        ::unlink(port.c_str());
+        return ::symlink(device.c_str(), port.c_str()) == 0;
+    };
+    QProcess first, second, poll;
+    ASSERT_TRUE(startDrive(first));
+    poll.start(TECO_CLI_PATH,
+        { "--quiet", "--port", QString::fromStdString(port), "--timeout", "100", "--retry", "0", "poll",
+            "HR100", "--interval", "50" });
+    ASSERT_TRUE(poll.waitForStarted(30000));
+    std::string out, err;
+    // Whether text shows in where (after from) within 30 s.
+    auto waitFor = [&](const std::string &text, std::string &where, size_t from = 0) {
+        for (int i = 0; i < 300 && where.find(text, from) == std::string::npos; ++i) {
+            poll.waitForReadyRead(100);
+            out += poll.readAllStandardOutput().toStdString();
+            err += poll.readAllStandardError().toStdString();
+        }
+        return where.find(text, from) != std::string::npos;
+    };
+    ASSERT_TRUE(waitFor(" 1500\n", out)) << out << err;
+    first.kill();
+    first.waitForFinished(30000);
+    ASSERT_TRUE(waitFor("; waiting for it to come back\n", err)) << err;
+    EXPECT_EQ(err.rfind("teco-cli: the device " + port + " is gone", 0), 0u) << err;
+    const size_t whileGone = out.size();
+    ASSERT_TRUE(startDrive(second));
+    EXPECT_TRUE(waitFor("teco-cli: the device " + port + " is back\n", err)) << err;
+    EXPECT_TRUE(waitFor(" 1500\n", out, whileGone)) << out;
+    ::kill(pid_t(poll.processId()), SIGINT);
+    ASSERT_TRUE(poll.waitForFinished(30000));
+    err += poll.readAllStandardError().toStdString();
+    EXPECT_EQ(err.find(" is gone"), err.rfind(" is gone")) << "said once: " << err;
+    second.kill();
+    second.waitForFinished(30000);
 }
 
 // The live status line of a poll fits the terminal that standard error is
