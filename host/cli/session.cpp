@@ -36,22 +36,22 @@ int Session::failure(const Command &c, const std::string &text)
 {
     showHealth(c); // a read or write that failed on the line
     Output::forCommand(c).failed(c, text);
-    // Everything fails at once on a device that went away: say so, not only
-    // that the drive is silent.
-    if (link.deviceGone())
-        std::fprintf(stderr, "teco-cli: %s\n", deviceGoneText().c_str());
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
     std::fprintf(
         stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
+    // Everything fails at once on a device that went away: say so, not only
+    // that the drive is silent.
+    const bool gone = link.deviceGone() || !link.isOpen();
+    if (gone)
+        std::fprintf(stderr, "teco-cli: %s\n", deviceGoneText().c_str());
     // Retries are worth a line of their own: the text names only the last attempt's fault.
     const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
     if (during.requests > 1)
         note("on the line: " + healthText(during, true));
     // Silence to every attempt: most often the line is set up unlike the drive.
-    if (e.kind == ErrorKind::TimeOut && during.requests > 0 && during.timeOuts == during.requests
-        && !link.deviceGone())
+    if (e.kind == ErrorKind::TimeOut && during.requests > 0 && during.timeOuts == during.requests && !gone)
         note("no answer to " + std::to_string(during.requests) + " request"
             + (during.requests == 1 ? "" : "s") + ": check that the drive is station "
             + std::to_string(link.options().station) + " and set to " + link.settings().text()
@@ -86,8 +86,13 @@ int Session::loadDriver()
 
 int Session::openLine()
 {
-    if (lineOpen)
+    if (lineOpen) {
+        // A poll that ended while the device was gone left the line closed.
+        std::string ignored;
+        if (!link.isOpen())
+            link.reopen(ignored);
         return ExitOk;
+    }
     // Every file named on the command line is checked before anything
     // starts: a bad map leaves no trace file behind, a bad trace path starts
     // no simulated drive.

@@ -796,6 +796,30 @@ TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
     EXPECT_EQ(err.find(" is gone"), err.rfind(" is gone")) << "said once: " << err;
     second.kill();
     second.waitForFinished(30000);
+
+    // A read on a device that went away says so after the driver's text.
+    SilentDevice device;
+    QProcess batch;
+    batch.start(TECO_CLI_PATH,
+        { "--port", QString::fromStdString(device.path), "--timeout", "50", "--retry", "0", "batch" });
+    ASSERT_TRUE(batch.waitForStarted(30000));
+    batch.setReadChannel(QProcess::StandardError);
+    batch.write("read HR1\n");
+    std::string said;
+    for (int i = 0; i < 300 && said.find("PLC no response") == std::string::npos; ++i) {
+        batch.waitForReadyRead(100); // the first read, unanswered, on the open device
+        said += batch.readAllStandardError().toStdString();
+    }
+    ::close(device.fd);
+    device.fd = -1;
+    batch.write("read HR1\n");
+    batch.closeWriteChannel();
+    ASSERT_TRUE(batch.waitForFinished(30000));
+    said += batch.readAllStandardError().toStdString();
+    EXPECT_NE(said.find("PLC no response (read 1 word(s) from 1-HR1)\nteco-cli: the device " + device.path
+                  + " is gone (unplugged, or its other end closed)\n"),
+        std::string::npos)
+        << said;
 }
 
 // The live status line of a poll fits the terminal that standard error is
