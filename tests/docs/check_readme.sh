@@ -5,7 +5,8 @@
 # Usage: check_readme.sh README.md BINDIR...
 #   BINDIR: directories put first on PATH (where teco-cli and teco-sim are).
 #   TECO_README_UPDATE=1 writes what the commands print now into README.md
-#   in place of the shown output (review it with git diff).
+#   in place of the shown output of each example that differs (review it
+#   with git diff).
 #
 # An example is an indented code block (4 spaces) with lines that begin with
 # "$ ": each such line is a command (a line ending in "\" goes on in the next
@@ -26,6 +27,7 @@
 set -uo pipefail
 
 readme=$1
+name=$(basename "$readme")
 shift
 for dir in "$@"; do PATH="$(cd "$dir" && pwd):$PATH"; done
 export PATH LC_ALL=C.UTF-8 TZ=UTC
@@ -53,7 +55,7 @@ mask() {
 }
 
 fail() {
-    echo "README.md:$1: $2"
+    echo "$name:$1: $2"
     failures=$((failures + 1))
 }
 
@@ -65,9 +67,6 @@ check_command() {
     for ((k = from; k < to; k++)); do expected+="${lines[k]:4}"$'\n'; done
     actual=$(cd "$work" && timeout 120 bash -c "$cmd" 2>&1 </dev/null)
     status=$?
-    update_start+=("$from")
-    update_end+=("$to")
-    update_text+=("$actual")
     checked=$((checked + 1))
     if [ "$status" = 124 ]; then
         fail "$at" "\$ ${cmd%%$'\n'*} did not end within 120 s"
@@ -77,13 +76,16 @@ check_command() {
     want=$(printf '%s' "$expected" | mask)
     got=$(printf '%s\n' "$actual" | mask)
     [ "$want" = "$got" ] && return
+    update_start+=("$from")
+    update_end+=("$to")
+    update_text+=("$(printf '%s\n' "$actual" | sed -E 's/[[:space:]]+$//')")
     mapfile -t w <<<"$want"
     mapfile -t g <<<"$got"
     for ((k = 0; k < ${#w[@]} || k < ${#g[@]}; k++)); do
         [ "${w[k]-}" = "${g[k]-}" ] || break
     done
     fail "$((from + k + 1))" "the output of \$ ${cmd%%$'\n'*} differs (masked; - README, + printed):"
-    diff -u --label README.md --label printed <(printf '%s\n' "$want") <(printf '%s\n' "$got") | tail -n +3
+    diff -u --label "$name" --label printed <(printf '%s\n' "$want") <(printf '%s\n' "$got") | tail -n +3
 }
 
 # Checks the code block of README lines [FROM, TO).
@@ -170,7 +172,7 @@ if [ "${TECO_README_UPDATE:-0}" = 1 ]; then
         lines=("${lines[@]:0:update_start[k]}" "${shown[@]}" "${lines[@]:update_end[k]}")
     done
     printf '%s\n' "${lines[@]}" >"$readme"
-    echo "readme: wrote the output of $checked commands into $readme"
+    echo "readme: wrote the output of ${#update_start[@]} commands into $readme"
     exit 0
 fi
 
