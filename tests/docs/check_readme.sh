@@ -98,7 +98,7 @@ check_block() {
         esac
     done
     if [ -n "$reason" ]; then
-        [ $has_command = 1 ] && skipped=$((skipped + 1))
+        skipped=$((skipped + 1))
         return
     fi
     if [ $has_command = 0 ]; then
