@@ -6,9 +6,16 @@
 
 #include "hex.h"
 #include "model.h"
+#include "stallmeter.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -281,6 +288,65 @@ TEST(SoakModel, ABitRelayReadsAndWritesBackAtEveryStation)
     EXPECT_EQ(exchanges(model.attempt(bit)), "8/7 pause 11/8 pause 8/7 pause 11/8");
     model.writeDone(bit, true);
     EXPECT_EQ(model.window(SoakModel::RelayIndex), 0x0010);
+}
+
+// The soak excuses a command past its bound by the machine's stall while it
+// ran: only the stall within the command counts, a stopped process is seen,
+// and a command that is slow by itself is not taken for a stall.
+TEST(StallMeter, CountsOnlyTheStallWithinTheCommand)
+{
+    struct Row
+    {
+        const char *what;
+        std::vector<std::pair<int64_t, int64_t>> stalls;
+        int64_t within; // of the command from 1000 to 2000
+    };
+    const Row rows[] = {
+        { "a stall inside the command, whole", { { 1100, 1300 } }, 200 },
+        { "a stall that began before it, from the command's start", { { 900, 1200 } }, 200 },
+        { "a stall that lasts beyond it, to the command's end", { { 1900, 2500 } }, 100 },
+        { "stalls that end as it starts or start as it ends: none", { { 500, 1000 }, { 2000, 2100 } }, 0 },
+        { "several stalls, added", { { 1100, 1200 }, { 1500, 1550 } }, 150 },
+    };
+    for (const Row &r : rows) {
+        StallMeter meter;
+        for (const auto &s : r.stalls)
+            meter.record(s.first, s.second);
+        EXPECT_EQ(meter.stoodWithin(1000, 2000), r.within) << r.what;
+    }
+}
+
+TEST(StallMeter, SeesTheProcessStoppedButNotACommandThatSleeps)
+{
+    if (std::string(TECO_EMULATOR) != "")
+        GTEST_SKIP() << "under an emulator, times say nothing of the machine";
+    const int64_t ms = 1000000;
+    for (const bool stopped : { true, false }) {
+        StallMeter meter;
+        meter.start();
+        const StallMeter::Mark start = meter.mark();
+        if (stopped) {
+            const pid_t self = getpid();
+            const pid_t child = fork();
+            ASSERT_GE(child, 0);
+            if (child == 0) {
+                kill(self, SIGSTOP);
+                const timespec pause { 0, 60 * ms };
+                nanosleep(&pause, nullptr);
+                kill(self, SIGCONT);
+                _exit(0);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        }
+        const StallMeter::Stall stall = meter.since(start);
+        if (stopped)
+            EXPECT_GE(stall.ns(), 40 * ms) << "stopped for 60 ms";
+        else
+            EXPECT_LT(stall.ns(), 30 * ms) << "slept 60 ms, not stalled";
+    }
 }
 
 } // namespace
