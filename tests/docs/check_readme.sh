@@ -16,8 +16,9 @@
 # input from /dev/null; without --port teco-cli talks to its own simulated
 # drive. Before comparing, both sides are masked: pseudo-terminal names
 # (/dev/pts/N), dates and clock times, the trace's seconds column, and
-# numbers with a unit of time or rate (0.24 s, 8.29 ms, 17.0 commands/s);
-# trailing blanks are dropped.
+# numbers with a unit of time or rate (0.24 s, 8.29 ms, 17.0 commands/s),
+# with the blanks around them that keep columns aligned; trailing blanks are
+# dropped.
 #
 # A block that shows a session (lines that begin with "teco> " or
 # "teco-cli: ") must begin with a "$ " command, or be marked as not checked
@@ -51,6 +52,7 @@ mask() {
         -e 's#[0-9]{2}:[0-9]{2}:[0-9]{2}(\.[0-9]+)?#<time>#g' \
         -e 's#^ *[0-9]+\.[0-9]{6}( |$)#<clock>\1#' \
         -e 's#(^|[^0-9.A-Za-z]) *\+?[0-9]+(\.[0-9]+)? (ms|s|commands/s)\b#\1<n> \3#g' \
+        -e 's#(<n> (ms|s|commands/s)) +#\1 #g' \
         -e 's#[[:space:]]+$##'
 }
 
