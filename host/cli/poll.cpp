@@ -43,8 +43,6 @@ std::string stationList(const std::vector<int> &stations)
     return text;
 }
 
-} // namespace
-
 // One poll: cycles over its tags, each read at its station; a station that
 // stops answering is backed off (StationBackoff) so that it never stretches
 // the other stations' interval; a device that goes away is waited for.
@@ -292,6 +290,8 @@ int PollRun::run(const std::map<int, SerialLink::StationHealth> &healthAtStart)
     out.pollDone(summary);
     return stats.failed() || logFailed || deviceGone ? ExitFailed : ExitOk;
 }
+
+} // namespace
 
 int Session::poll(const Command &c)
 {

@@ -93,7 +93,8 @@ bool parseValue(const std::string &text, ValueType type, uint32_t &value, std::s
         error = "\"" + text + "\" is not a number";
         char *end = nullptr;
         const char *begin = text.c_str();
-        if (!text.empty() && (std::strtod(begin, &end), end == begin + text.size()))
+        const bool digits = text.find_first_of("0123456789") != std::string::npos;
+        if (digits && (std::strtod(begin, &end), end == begin + text.size()))
             error = std::string("a ") + info.name + " takes an integer, not \"" + text
                 + "\" (for a number with a fraction give a format, such as --format float32)";
         return false;
