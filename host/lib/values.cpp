@@ -159,15 +159,16 @@ std::string plural(long long n, const char *one)
 bool fitsDriverWindow(
     const AddressText &a, ValueType type, long long registers, bool write, std::string &error)
 {
-    if (!inDriverWindow(a) || (type != ValueType::Word && !(write && type == ValueType::Bit)) || a.swap)
+    if (!inDriverWindow(a) || type != ValueType::Word)
         return true;
     const long long first = a.number, last = first + registers - 1;
-    if (!write && a.bit < 0 && last > driverWindowLast) {
+    if (!write && last > driverWindowLast) {
         error = "the driver's register window ends at HR60010: a read from " + a.text() + " takes at most "
             + plural(driverWindowLast - first + 1, "register");
         return false;
     }
-    if (write && type == ValueType::Word && last >= driverWindowLast && !(first == last)) {
+    const bool relayAlone = first == driverWindowLast && registers == 1;
+    if (write && last >= driverWindowLast && !relayAlone) {
         error = "HR60010, the driver's relay register, takes one word written on its own: this write of "
             + plural(registers, "word") + " from " + a.text() + " reaches it";
         return false;
@@ -192,7 +193,8 @@ bool fitsDriverCommand(const AddressText &a, ValueType type, int count, bool wri
     }
     const bool bits = !a.isRegister();
     const long long covered = span(a, type, count);
-    const long long limit = bits ? (write ? 1976 : 2008) : (write ? 123 : 125);
+    const long long limit = bits ? (write ? driverMaxWriteCoils : driverMaxReadBits)
+                                 : (write ? driverMaxWriteRegisters : driverMaxReadRegisters);
     if (covered > limit) {
         error = "at most " + plural(limit, bits ? (write ? "coil" : "bit") : "register") + " in one "
             + (write ? "write" : "read") + ": this one from " + a.text() + " takes "
