@@ -130,7 +130,7 @@ std::string PollRun::statusLine() const
         line += "  device gone";
     const std::vector<int> off = backoff.backedOffStations();
     if (!off.empty())
-        line += "  backed off: station " + stationList(off);
+        line += std::string("  backed off: station") + (off.size() == 1 ? " " : "s ") + stationList(off);
     if (missedIntervals)
         line += "  interval missed " + std::to_string(missedIntervals) + "x";
     const std::string health = healthText(link.totalHealth() - totalAtStart);
