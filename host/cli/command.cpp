@@ -207,9 +207,8 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
 bool preparePoll(const Given &g, Command &c, std::string &error)
 {
     if (!require(!g.args.empty(),
-            "usage: poll TAG[@STATION]... [--interval MS] [--cycles N] [--duration S] [--format F] [--log "
-            "FILE] "
-            "[--every]",
+            "usage: poll TAG[@STATION]... [--interval MS] [--cycles N] [--duration S] [--format F] "
+            "[--log FILE] [--every]",
             error))
         return false;
     for (const std::string &a : g.args) {

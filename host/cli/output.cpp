@@ -165,8 +165,9 @@ public:
     static void pollTrouble(const PollSummary &p)
     {
         if (!p.backedOff.empty())
-            std::printf("backed off: station %s (silent, read once every %d cycles; values shown are old)\n",
-                joinedStations(p.backedOff).c_str(), p.backoffEvery);
+            std::printf(
+                "backed off: station%s %s (silent, read once every %d cycles; values shown are old)\n",
+                p.backedOff.size() == 1 ? "" : "s", joinedStations(p.backedOff).c_str(), p.backoffEvery);
         if (p.missedIntervals)
             std::printf("interval: %d ms missed in %s of %s (longest cycle %.1f ms)\n", p.intervalMs,
                 std::to_string(p.missedIntervals).c_str(), counted(p.cycles, "cycle").c_str(),

@@ -43,8 +43,6 @@ std::string stationList(const std::vector<int> &stations)
     return text;
 }
 
-} // namespace
-
 // One poll: cycles over its tags, each read at its station; a station that
 // stops answering is backed off (StationBackoff) so that it never stretches
 // the other stations' interval; a device that goes away is waited for.
@@ -132,7 +130,7 @@ std::string PollRun::statusLine() const
         line += "  device gone";
     const std::vector<int> off = backoff.backedOffStations();
     if (!off.empty())
-        line += "  backed off: station " + stationList(off);
+        line += std::string("  backed off: station") + (off.size() == 1 ? " " : "s ") + stationList(off);
     if (missedIntervals)
         line += "  interval missed " + std::to_string(missedIntervals) + "x";
     const std::string health = healthText(link.totalHealth() - totalAtStart);
@@ -292,6 +290,8 @@ int PollRun::run(const std::map<int, SerialLink::StationHealth> &healthAtStart)
     out.pollDone(summary);
     return stats.failed() || logFailed || deviceGone ? ExitFailed : ExitOk;
 }
+
+} // namespace
 
 int Session::poll(const Command &c)
 {

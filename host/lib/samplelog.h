@@ -4,7 +4,8 @@
 // Samples of a poll written as they come: CSV (RFC 4180: a header row,
 // fields quoted where they hold a comma, quote or line break, CRLF line ends)
 // with one row per value, or JSON Lines with one object per sample. Times
-// are wall-clock UTC in ISO 8601 with milliseconds.
+// are wall-clock UTC in ISO 8601 with milliseconds: when the sample's answer
+// was complete (for a failed read, when the driver gave up).
 //
 //     time,tag,address,value,error
 //     2026-11-23T12:30:01.250Z,HR100:float32:2,HR100,1.5,
@@ -23,7 +24,7 @@
 
 struct Sample
 {
-    int64_t wallMs = 0; // milliseconds since 1970-01-01 UTC
+    int64_t wallMs = 0; // when its answer was complete, in milliseconds since 1970-01-01 UTC
     std::string tag; // as the user gave it
     bool ok = false;
     std::vector<std::string> addresses; // one per value

@@ -93,7 +93,8 @@ bool parseValue(const std::string &text, ValueType type, uint32_t &value, std::s
         error = "\"" + text + "\" is not a number";
         char *end = nullptr;
         const char *begin = text.c_str();
-        if (!text.empty() && (std::strtod(begin, &end), end == begin + text.size()))
+        const bool digits = text.find_first_of("0123456789") != std::string::npos;
+        if (digits && (std::strtod(begin, &end), end == begin + text.size()))
             error = std::string("a ") + info.name + " takes an integer, not \"" + text
                 + "\" (for a number with a fraction give a format, such as --format float32)";
         return false;
@@ -158,15 +159,16 @@ std::string plural(long long n, const char *one)
 bool fitsDriverWindow(
     const AddressText &a, ValueType type, long long registers, bool write, std::string &error)
 {
-    if (!inDriverWindow(a) || (type != ValueType::Word && !(write && type == ValueType::Bit)) || a.swap)
+    if (!inDriverWindow(a) || type != ValueType::Word)
         return true;
     const long long first = a.number, last = first + registers - 1;
-    if (!write && a.bit < 0 && last > driverWindowLast) {
+    if (!write && last > driverWindowLast) {
         error = "the driver's register window ends at HR60010: a read from " + a.text() + " takes at most "
             + plural(driverWindowLast - first + 1, "register");
         return false;
     }
-    if (write && type == ValueType::Word && last >= driverWindowLast && !(first == last)) {
+    const bool relayAlone = first == driverWindowLast && registers == 1;
+    if (write && last >= driverWindowLast && !relayAlone) {
         error = "HR60010, the driver's relay register, takes one word written on its own: this write of "
             + plural(registers, "word") + " from " + a.text() + " reaches it";
         return false;
@@ -191,7 +193,8 @@ bool fitsDriverCommand(const AddressText &a, ValueType type, int count, bool wri
     }
     const bool bits = !a.isRegister();
     const long long covered = span(a, type, count);
-    const long long limit = bits ? (write ? 1976 : 2008) : (write ? 123 : 125);
+    const long long limit = bits ? (write ? driverMaxWriteCoils : driverMaxReadBits)
+                                 : (write ? driverMaxWriteRegisters : driverMaxReadRegisters);
     if (covered > limit) {
         error = "at most " + plural(limit, bits ? (write ? "coil" : "bit") : "register") + " in one "
             + (write ? "write" : "read") + ": this one from " + a.text() + " takes "

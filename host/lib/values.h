@@ -56,6 +56,10 @@ constexpr int driverWindowFirst = 60000, driverWindowLast = 60010;
 // Whether an address lies in that window (holding registers, with or without FN6).
 bool inDriverWindow(const AddressText &address);
 
+// What the driver moves in one request: a 256-byte RTU frame's worth.
+constexpr long long driverMaxReadRegisters = 125, driverMaxWriteRegisters = 123;
+constexpr long long driverMaxReadBits = 2008, driverMaxWriteCoils = 1976;
+
 // Whether one read (or write) of count values of type at address fits what
 // the driver moves in one command: at most 125 registers or 2008 bits in a
 // read, 123 registers or 1976 coils in a write, nothing past the area's last
