@@ -173,30 +173,50 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     timer->start(250);
 }
 
+void TrendView::dropTrace(std::map<int, Trace>::iterator it)
+{
+    Trace &t = it->second;
+    QList<QLineSeries *> all = t.pieces; // a copy that outlives the loop
+    all.prepend(t.series);
+    for (QLineSeries *s : all) {
+        chart->removeSeries(s);
+        delete s;
+    }
+    if (t.axis) {
+        chart->removeAxis(t.axis);
+        delete t.axis;
+    }
+    traces.erase(it);
+}
+
+QColor TrendView::colourAt(int n)
+{
+    // Twelve colours that tell apart well, then further hues spread by the
+    // golden angle, darker on every other turn.
+    static const QRgb first[] = { 0x1f77b4, 0xd62728, 0x2ca02c, 0xff7f0e, 0x9467bd, 0x8c564b, 0xe377c2,
+        0x17becf, 0x7f7f7f, 0xbcbd22, 0x000080, 0x008080 };
+    const int known = int(sizeof first / sizeof first[0]);
+    if (n < known)
+        return QColor(first[n]);
+    const int k = n - known;
+    return QColor::fromHsv(int(std::fmod(k * 137.508 + 20, 360.0)), 255, k / 12 % 2 ? 150 : 220);
+}
+
 void TrendView::setTags(const QVector<TrendTag> &tags)
 {
     QVector<int> ids;
     for (const TrendTag &t : tags)
         ids.push_back(t.id);
     for (auto it = traces.begin(); it != traces.end();) {
-        if (!ids.contains(it->first)) {
-            for (QLineSeries *s : QList<QLineSeries *>(it->second.pieces) << it->second.series) {
-                chart->removeSeries(s);
-                delete s;
-            }
-            if (it->second.axis) {
-                chart->removeAxis(it->second.axis);
-                delete it->second.axis;
-            }
-            it = traces.erase(it);
-        } else {
-            ++it;
-        }
+        auto next = std::next(it);
+        if (!ids.contains(it->first))
+            dropTrace(it);
+        it = next;
     }
     for (const TrendTag &t : tags) {
         auto it = traces.find(t.id);
         if (it == traces.end()) {
-            it = traces.emplace(t.id, Trace { t.name, SampleRing(capacity) }).first;
+            it = traces.emplace(t.id, Trace { t.name, SampleRing(capacity), nullptr, {}, nullptr }).first;
             it->second.series = new QLineSeries;
             chart->addSeries(it->second.series);
         }
@@ -206,6 +226,12 @@ void TrendView::setTags(const QVector<TrendTag> &tags)
         it->second.series->setName(t.name);
     }
     order = ids;
+    for (int i = 0; i < order.size(); ++i) {
+        Trace &t = traces.at(order[i]);
+        t.series->setColor(colourAt(i));
+        for (QLineSeries *s : t.pieces)
+            s->setPen(t.series->pen());
+    }
     rebuildAxes();
     refresh();
 }
@@ -512,4 +538,10 @@ void TrendView::choosePng()
     QString error;
     if (!path.isEmpty() && !exportPng(path, error))
         QMessageBox::warning(this, "Save chart", error);
+}
+
+QColor TrendView::colourOf(int id) const
+{
+    auto it = traces.find(id);
+    return it == traces.end() ? QColor() : it->second.series->color();
 }

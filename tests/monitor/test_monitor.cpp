@@ -102,7 +102,7 @@ private slots:
         QTest::newRow("bad address names its line") << QByteArray("HR100\nXY5\n") << "line 2: " << QString();
         QTest::newRow("unknown field")
             << QByteArray("HR100 colour=red\n")
-            << "line 1: unknown field \"colour=red\" (station=N or trend=on|off)" << QString();
+            << "line 1: unknown field \"colour=red\" (station=N, trend=on|off or alarm)" << QString();
         QTest::newRow("type that does not fit the address")
             << QByteArray("DO1:word\n") << "line 1: DO1 is a coil: it holds bits, not words" << QString();
     }
