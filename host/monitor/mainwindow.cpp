@@ -190,7 +190,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     emit requestLoad(pluginPath);
     resize(1440, 860);
     // The tag table's columns, "Last error" included, fit at this size.
-    const int tableSide = std::min(tableWidth() + 40, 860);
+    const int tableSide = std::min(tableWidth() + 40, 980);
     split->setSizes({ tableSide, 1440 - tableSide });
 }
 
@@ -212,6 +212,7 @@ QWidget *MainWindow::makeConnectionPanel()
 {
     auto *box = new QGroupBox("Connection");
     port = new QComboBox;
+    port->setObjectName("port");
     port->setEditable(true); // any path: /dev/pts/N, /dev/serial/by-id/...
     port->setInsertPolicy(QComboBox::NoInsert);
     port->setToolTip(
@@ -224,6 +225,8 @@ QWidget *MainWindow::makeConnectionPanel()
     station = spin(1, 247);
     timeout = spin(1, 60000, " ms");
     retry = spin(0, 10);
+    timeout->setObjectName("timeout");
+    retry->setObjectName("retry");
     delay = spin(0, 10000, " ms");
     lateGuard = spin(-1, 60000, " ms");
     lateGuard->setSpecialValueText("time-out");
@@ -275,6 +278,7 @@ QWidget *MainWindow::makeConnectionPanel()
     pollBox->setChecked(true);
     interval = spin(10, 3600000, " ms");
     interval->setValue(500);
+    interval->setObjectName("interval");
     interval->setSingleStep(100);
     grid->addWidget(pollBox, 7, 0);
     grid->addWidget(interval, 7, 1);
@@ -383,9 +387,9 @@ QWidget *MainWindow::makeTagPanel()
               { TagModel::TypeColumn, "2 words" }, { TagModel::FormatColumn, "int32:ABCD" },
               { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
-        tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 24);
+        tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 14);
     tagTable->setColumnWidth(
-        TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 24); // the tick
+        TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 22); // the tick
 
     auto *addRow = new QHBoxLayout;
     addRow->addWidget(tagLine, 1);

@@ -113,7 +113,7 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     chart->setMargins(QMargins(4, 4, 4, 4));
     timeAxis->setFormat("HH:mm:ss");
     timeAxis->setTitleText("time");
-    timeAxis->setTickCount(7);
+    timeAxis->setTickCount(5);
     chart->addAxis(timeAxis, Qt::AlignBottom);
     chart->addAxis(sharedAxis, Qt::AlignLeft);
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
@@ -142,6 +142,8 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     auto *pngButton = new QPushButton("PNG...");
     pngButton->setToolTip("save the chart as a PNG image");
 
+    // The export buttons below the chart, so that the bar above stays narrow
+    // and the window's tag table keeps its room.
     auto *bar = new QHBoxLayout;
     bar->addWidget(new QLabel("Span"));
     bar->addWidget(span);
@@ -149,15 +151,18 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     bar->addWidget(pauseButton);
     bar->addWidget(followButton);
     bar->addStretch();
-    bar->addWidget(csvButton);
-    bar->addWidget(pngButton);
+    auto *hint = new QLabel("Drag to zoom, wheel to zoom in and out, right-drag to pan.");
+    hint->setStyleSheet("color: gray");
+    hint->setWordWrap(true);
+    auto *below = new QHBoxLayout;
+    below->addWidget(hint, 1);
+    below->addWidget(csvButton);
+    below->addWidget(pngButton);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(4, 4, 4, 4);
     layout->addLayout(bar);
     layout->addWidget(view, 1);
-    auto *hint = new QLabel("Drag to zoom, wheel to zoom in and out, right-drag to pan.");
-    hint->setStyleSheet("color: gray");
-    layout->addWidget(hint);
+    layout->addLayout(below);
 
     connect(pauseButton, &QPushButton::toggled, this, &TrendView::setPaused);
     connect(followButton, &QPushButton::clicked, this, &TrendView::follow);
