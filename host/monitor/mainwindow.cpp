@@ -364,8 +364,9 @@ QWidget *MainWindow::makeTagPanel()
     auto *box = new QGroupBox("Tags");
     tagLine = new QLineEdit;
     tagLine->setPlaceholderText("HR100, IR1:word:2, HR200:float32 station=2");
-    tagLine->setToolTip("ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off], as teco-cli's poll tags;\n"
-                        "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
+    tagLine->setToolTip(
+        "ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off] [alarm], as teco-cli's poll tags;\n"
+        "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
     auto *add = new QPushButton("Add");
     auto *remove = new QPushButton("Remove");
     auto *up = new QPushButton("Up");
