@@ -127,6 +127,23 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     split->setStretchFactor(1, 3);
     setCentralWidget(split);
 
+    makeStatusBar();
+    connectWorker();
+
+    auto *statusTimer = new QTimer(this);
+    connect(statusTimer, &QTimer::timeout, this, &MainWindow::updateStatus);
+    statusTimer->start(500);
+
+    thread.start();
+    emit requestLoad(pluginPath);
+    resize(1440, 860);
+    // The tag table's columns, "Last error" included, fit at this size.
+    const int tableSide = std::min(tableWidth() + 40, 980);
+    split->setSizes({ tableSide, 1440 - tableSide });
+}
+
+void MainWindow::makeStatusBar()
+{
     // Messages to the left, cut short (the whole text in the tooltip); the
     // statistics and the line to the right, never covered by a message.
     messageLabel = new QLabel;
@@ -140,7 +157,10 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     statusBar()->addWidget(messageLabel, 1);
     statusBar()->addPermanentWidget(statsLabel);
     statusBar()->addPermanentWidget(lineLabel);
+}
 
+void MainWindow::connectWorker()
+{
     // Window to worker: queued, as the worker lives on its own thread.
     connect(this, &MainWindow::requestLoad, worker, &MonitorWorker::loadDriver);
     connect(this, &MainWindow::requestOpen, worker, &MonitorWorker::open);
@@ -181,17 +201,6 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     connect(scanView, &ScanView::stopRequested, this, &MainWindow::requestStopScan);
     connect(scanView, &ScanView::message, this, &MainWindow::showMessage);
     connect(trafficView, &TrafficView::faultRequested, this, &MainWindow::requestFault);
-
-    auto *statusTimer = new QTimer(this);
-    connect(statusTimer, &QTimer::timeout, this, &MainWindow::updateStatus);
-    statusTimer->start(500);
-
-    thread.start();
-    emit requestLoad(pluginPath);
-    resize(1440, 860);
-    // The tag table's columns, "Last error" included, fit at this size.
-    const int tableSide = std::min(tableWidth() + 40, 980);
-    split->setSizes({ tableSide, 1440 - tableSide });
 }
 
 int MainWindow::tableWidth() const

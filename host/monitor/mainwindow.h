@@ -95,6 +95,9 @@ signals:
 private:
     QWidget *makeConnectionPanel();
     QWidget *makeTagPanel();
+    void makeStatusBar();
+    // The queued connections between the window, its views and the worker.
+    void connectWorker();
     void refreshPorts();
     void driverLoaded(bool ok, const QString &error, const DriverDefaults &defaults);
     void opened(bool ok, const QString &message);
