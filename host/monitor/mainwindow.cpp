@@ -664,11 +664,17 @@ void MainWindow::showMessage(const QString &text)
 
 void MainWindow::confirmWrite(const PendingWrite &w)
 {
-    const int row = tagModel->rowOf(w.tag.id);
-    if (row < 0 || tagModel->pollTag(row).revision != w.tag.revision) {
+    // A tag removed, or read from another station or in another format
+    // since the value was typed, is not written.
+    auto unchanged = [this, w] {
+        const int row = tagModel->rowOf(w.tag.id);
+        if (row >= 0 && tagModel->pollTag(row).revision == w.tag.revision)
+            return true;
         showMessage("nothing written: the tag changed while its value was typed");
+        return false;
+    };
+    if (!unchanged())
         return;
-    }
     const QString name = QString::fromStdString(w.tag.tag.text);
     const QString where
         = name + " at station " + QString::number(w.tag.station ? w.tag.station : connectedStation);
@@ -684,7 +690,9 @@ void MainWindow::confirmWrite(const PendingWrite &w)
     box->button(QMessageBox::Yes)->setText("Write");
     box->setDefaultButton(QMessageBox::Yes);
     box->setAttribute(Qt::WA_DeleteOnClose);
-    connect(box, &QMessageBox::buttonClicked, this, [this, box, w, where](QAbstractButton *b) {
+    connect(box, &QMessageBox::buttonClicked, this, [this, box, w, where, unchanged](QAbstractButton *b) {
+        if (box->standardButton(b) == QMessageBox::Yes && !unchanged())
+            return;
         if (box->standardButton(b) != QMessageBox::Yes) {
             showMessage("write to " + where + " cancelled: nothing sent");
             return;
