@@ -18,6 +18,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QAbstractButton>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSerialPortInfo>
@@ -35,7 +36,9 @@
 namespace {
 
 // Editors of the tag table: a station from 0 (the connection's) to 247, a
-// format from the list; values as typed.
+// format from the list; values as typed. An editor is filled once, when it
+// opens: the poll's updates of the model never touch what is being typed.
+// A value typed goes to the model as a write to confirm.
 class TagDelegate : public QStyledItemDelegate
 {
 public:
@@ -61,6 +64,9 @@ public:
     }
     void setEditorData(QWidget *editor, const QModelIndex &index) const override
     {
+        if (editor->property("filled").toBool())
+            return;
+        editor->setProperty("filled", true);
         if (auto *c = qobject_cast<QComboBox *>(editor)) {
             const QString f = index.data(Qt::EditRole).toString();
             c->setCurrentText(f.isEmpty() ? "none" : f);
@@ -73,6 +79,8 @@ public:
             model->setData(index, c->currentText() == "none" ? QString() : c->currentText(), Qt::EditRole);
         else if (auto *s = qobject_cast<QSpinBox *>(editor))
             model->setData(index, QString::number(s->value()), Qt::EditRole);
+        else if (auto *e = qobject_cast<QLineEdit *>(editor); e && index.column() == TagModel::ValueColumn)
+            model->setData(index, e->text(), TagModel::ConfirmWriteRole);
         else
             QStyledItemDelegate::setModelData(editor, model, index);
     }
@@ -93,6 +101,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     , worker(new MonitorWorker)
 {
     registerMonitorTypes();
+    qRegisterMetaType<PendingWrite>();
     setWindowTitle("teco-monitor");
     worker->moveToThread(&thread);
     connect(&thread, &QThread::finished, worker, &QObject::deleteLater);
@@ -116,14 +125,42 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     split->addWidget(tabWidget);
     split->setStretchFactor(0, 2);
     split->setStretchFactor(1, 3);
-    split->setSizes({ 700, 740 });
     setCentralWidget(split);
 
+    makeStatusBar();
+    connectWorker();
+
+    auto *statusTimer = new QTimer(this);
+    connect(statusTimer, &QTimer::timeout, this, &MainWindow::updateStatus);
+    statusTimer->start(500);
+
+    thread.start();
+    emit requestLoad(pluginPath);
+    resize(1440, 860);
+    // The tag table's columns, "Last error" included, fit at this size.
+    const int tableSide = std::min(tableWidth() + 40, 980);
+    split->setSizes({ tableSide, 1440 - tableSide });
+}
+
+void MainWindow::makeStatusBar()
+{
+    // Messages to the left, cut short (the whole text in the tooltip); the
+    // statistics and the line to the right, never covered by a message.
+    messageLabel = new QLabel;
+    messageLabel->setTextFormat(Qt::PlainText);
+    messageLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    messageTimer = new QTimer(this);
+    messageTimer->setSingleShot(true);
+    connect(messageTimer, &QTimer::timeout, messageLabel, &QLabel::clear);
     lineLabel = new QLabel("not connected");
     statsLabel = new QLabel;
+    statusBar()->addWidget(messageLabel, 1);
     statusBar()->addPermanentWidget(statsLabel);
     statusBar()->addPermanentWidget(lineLabel);
+}
 
+void MainWindow::connectWorker()
+{
     // Window to worker: queued, as the worker lives on its own thread.
     connect(this, &MainWindow::requestLoad, worker, &MonitorWorker::loadDriver);
     connect(this, &MainWindow::requestOpen, worker, &MonitorWorker::open);
@@ -139,6 +176,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     connect(worker, &MonitorWorker::opened, this, &MainWindow::opened);
     connect(worker, &MonitorWorker::closed, this, &MainWindow::closed);
     connect(worker, &MonitorWorker::reading, this, &MainWindow::applyReading);
+    connect(worker, &MonitorWorker::cycleDone, this, [this](const CycleStatus &c) { cycleStatus = c; });
     connect(worker, &MonitorWorker::written, tagModel, &TagModel::applyWrite);
     connect(worker, &MonitorWorker::written, this, &MainWindow::writeFinished);
     connect(worker, &MonitorWorker::traffic, trafficView, &TrafficView::addEvents);
@@ -154,6 +192,8 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     connect(tagModel, &TagModel::tagsChanged, this, &MainWindow::sendTags);
     connect(tagModel, &TagModel::trendChanged, this, &MainWindow::updateTrendTags);
     connect(tagModel, &TagModel::writeRequested, this, &MainWindow::requestWrite);
+    // Asked once the editor has closed, not from within its commit.
+    connect(tagModel, &TagModel::writeToConfirm, this, &MainWindow::confirmWrite, Qt::QueuedConnection);
     connect(tagModel, &TagModel::message, this, &MainWindow::showMessage);
     connect(scanView, &ScanView::startRequested, this, &MainWindow::requestScan);
     connect(scanView, &ScanView::startRequested, this,
@@ -161,14 +201,14 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     connect(scanView, &ScanView::stopRequested, this, &MainWindow::requestStopScan);
     connect(scanView, &ScanView::message, this, &MainWindow::showMessage);
     connect(trafficView, &TrafficView::faultRequested, this, &MainWindow::requestFault);
+}
 
-    auto *statusTimer = new QTimer(this);
-    connect(statusTimer, &QTimer::timeout, this, &MainWindow::updateStatus);
-    statusTimer->start(500);
-
-    thread.start();
-    emit requestLoad(pluginPath);
-    resize(1440, 860);
+int MainWindow::tableWidth() const
+{
+    int width = tagTable->frameWidth() * 2 + 200; // room for the last error
+    for (int c = 0; c < TagModel::ErrorColumn; ++c)
+        width += tagTable->columnWidth(c);
+    return width;
 }
 
 MainWindow::~MainWindow()
@@ -181,7 +221,11 @@ QWidget *MainWindow::makeConnectionPanel()
 {
     auto *box = new QGroupBox("Connection");
     port = new QComboBox;
-    port->setToolTip("a serial port, or the simulated drive on a pseudo-terminal");
+    port->setObjectName("port");
+    port->setEditable(true); // any path: /dev/pts/N, /dev/serial/by-id/...
+    port->setInsertPolicy(QComboBox::NoInsert);
+    port->setToolTip(
+        "a serial port (choose one, or type its path), or the simulated drive on a pseudo-terminal");
     port->setMinimumContentsLength(16);
     auto *rescan = new QPushButton("Ports");
     rescan->setToolTip("look for serial ports again");
@@ -190,6 +234,8 @@ QWidget *MainWindow::makeConnectionPanel()
     station = spin(1, 247);
     timeout = spin(1, 60000, " ms");
     retry = spin(0, 10);
+    timeout->setObjectName("timeout");
+    retry->setObjectName("retry");
     delay = spin(0, 10000, " ms");
     lateGuard = spin(-1, 60000, " ms");
     lateGuard->setSpecialValueText("time-out");
@@ -241,6 +287,7 @@ QWidget *MainWindow::makeConnectionPanel()
     pollBox->setChecked(true);
     interval = spin(10, 3600000, " ms");
     interval->setValue(500);
+    interval->setObjectName("interval");
     interval->setSingleStep(100);
     grid->addWidget(pollBox, 7, 0);
     grid->addWidget(interval, 7, 1);
@@ -250,7 +297,7 @@ QWidget *MainWindow::makeConnectionPanel()
 
     refreshPorts();
     auto simOnly = [this] {
-        const bool sim = port->currentData().toString().isEmpty();
+        const bool sim = chosenPort().isEmpty();
         simStations->setEnabled(sim);
         simFaults->setEnabled(sim);
         simMap->setEnabled(sim);
@@ -260,7 +307,7 @@ QWidget *MainWindow::makeConnectionPanel()
         if (!path.isEmpty())
             simMap->setText(path);
     });
-    connect(port, QOverload<int>::of(&QComboBox::currentIndexChanged), this, simOnly);
+    connect(port, &QComboBox::currentTextChanged, this, simOnly);
     connect(rescan, &QPushButton::clicked, this, &MainWindow::refreshPorts);
     connect(connectButton, &QPushButton::clicked, this, [this] {
         if (connected || connecting)
@@ -295,15 +342,30 @@ void MainWindow::setSimFaults(const QStringList &rules) { simFaults->setText(rul
 
 void MainWindow::setSimMap(const QString &path) { simMap->setText(path); }
 
+QString MainWindow::chosenPort() const
+{
+    const QString text = port->currentText().trimmed();
+    const int at = port->findText(text);
+    return at >= 0 ? port->itemData(at).toString() : text; // a path typed
+}
+
+void MainWindow::setPort(const QString &path)
+{
+    const int at = path.isEmpty() ? 0 : port->findData(path);
+    if (at >= 0)
+        port->setCurrentIndex(at);
+    else
+        port->setEditText(path);
+}
+
 void MainWindow::refreshPorts()
 {
-    const QString current = port->currentData().toString();
+    const QString current = port->count() ? chosenPort() : QString();
     port->clear();
     port->addItem("Simulated drive", QString());
     for (const QString &p : portChoices())
         port->addItem(p, p);
-    const int at = port->findData(current);
-    port->setCurrentIndex(at >= 0 ? at : 0);
+    setPort(current);
 }
 
 QWidget *MainWindow::makeTagPanel()
@@ -311,8 +373,9 @@ QWidget *MainWindow::makeTagPanel()
     auto *box = new QGroupBox("Tags");
     tagLine = new QLineEdit;
     tagLine->setPlaceholderText("HR100, IR1:word:2, HR200:float32 station=2");
-    tagLine->setToolTip("ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off], as teco-cli's poll tags;\n"
-                        "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
+    tagLine->setToolTip(
+        "ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off] [alarm], as teco-cli's poll tags;\n"
+        "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
     auto *add = new QPushButton("Add");
     auto *remove = new QPushButton("Remove");
     auto *up = new QPushButton("Up");
@@ -334,9 +397,9 @@ QWidget *MainWindow::makeTagPanel()
               { TagModel::TypeColumn, "2 words" }, { TagModel::FormatColumn, "int32:ABCD" },
               { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
-        tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 24);
+        tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 14);
     tagTable->setColumnWidth(
-        TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 24); // the tick
+        TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 22); // the tick
 
     auto *addRow = new QHBoxLayout;
     addRow->addWidget(tagLine, 1);
@@ -393,7 +456,7 @@ void MainWindow::driverLoaded(bool ok, const QString &error, const DriverDefault
     lateGuard->setValue(d.options.lateGuardMs);
     connectButton->setEnabled(true);
     // The simulated drive is there on first start.
-    if (port->currentData().toString().isEmpty())
+    if (chosenPort().isEmpty())
         connectLine();
 }
 
@@ -402,7 +465,7 @@ void MainWindow::connectLine()
     if (!driverOk || connecting)
         return;
     ConnectSettings s;
-    s.port = port->currentData().toString();
+    s.port = chosenPort();
     s.link = linkText->text().trimmed();
     s.options.station = station->value();
     s.options.timeoutMs = timeout->value();
@@ -416,6 +479,7 @@ void MainWindow::connectLine()
             s.simFaults << f.trimmed();
     connectionAsked = s.port + '|' + s.link + '|' + QString::number(s.options.station) + '|' + s.simStations
         + '|' + s.simMap;
+    connectedStation = s.options.station;
     connecting = true;
     connectButton->setText("Connecting...");
     lineLabel->setText("connecting");
@@ -442,6 +506,7 @@ void MainWindow::opened(bool ok, const QString &message)
     lineLabel->setText(ok ? message : "not connected");
     scanView->setConnected(ok);
     stats.clear();
+    cycleStatus = CycleStatus();
     openedMs = QDateTime::currentMSecsSinceEpoch();
     showMessage(ok ? "connected" : "cannot connect: " + message);
     emit connectionChanged(ok, message);
@@ -567,11 +632,73 @@ void MainWindow::updateStatus()
         return;
     }
     const double seconds = double(QDateTime::currentMSecsSinceEpoch() - openedMs) / 1000;
-    statsLabel->setText(QString("%1 reads/s   p50 %2 ms   p99 %3 ms   errors %4")
-                            .arg(seconds > 0 ? double(stats.commands()) / seconds : 0.0, 0, 'f', 1)
-                            .arg(stats.percentileNs(0.5) / 1e6, 0, 'f', 1)
-                            .arg(stats.percentileNs(0.99) / 1e6, 0, 'f', 1)
-                            .arg(stats.failed()));
+    QString text = QString("%1 reads/s   p50 %2 ms   p99 %3 ms   errors %4")
+                       .arg(seconds > 0 ? double(stats.commands()) / seconds : 0.0, 0, 'f', 1)
+                       .arg(stats.percentileNs(0.5) / 1e6, 0, 'f', 1)
+                       .arg(stats.percentileNs(0.99) / 1e6, 0, 'f', 1)
+                       .arg(stats.failed());
+    if (pollBox->isChecked() && cycleStatus.missed)
+        text += QString("   interval missed: a cycle takes %1 ms").arg(cycleStatus.cycleMs);
+    if (!cycleStatus.backedOff.isEmpty()) {
+        QStringList list;
+        for (int s : cycleStatus.backedOff)
+            list << QString::number(s);
+        text += QString("   station%1 %2 silent: read every %3th cycle")
+                    .arg(list.size() == 1 ? "" : "s")
+                    .arg(list.join(", "))
+                    .arg(StationBackoff::defaultEvery);
+    }
+    statsLabel->setText(text);
 }
 
-void MainWindow::showMessage(const QString &text) { statusBar()->showMessage(text, 10000); }
+QString MainWindow::statusText() const { return statsLabel->text(); }
+
+QString MainWindow::messageText() const { return messageLabel->toolTip(); }
+
+void MainWindow::showMessage(const QString &text)
+{
+    messageLabel->setText(text);
+    messageLabel->setToolTip(text);
+    messageTimer->start(10000);
+}
+
+void MainWindow::confirmWrite(const PendingWrite &w)
+{
+    // A tag removed, or read from another station or in another format
+    // since the value was typed, is not written.
+    auto unchanged = [this, w] {
+        const int row = tagModel->rowOf(w.tag.id);
+        if (row >= 0 && tagModel->pollTag(row).revision == w.tag.revision)
+            return true;
+        showMessage("nothing written: the tag changed while its value was typed");
+        return false;
+    };
+    if (!unchanged())
+        return;
+    const QString name = QString::fromStdString(w.tag.tag.text);
+    const QString where
+        = name + " at station " + QString::number(w.tag.station ? w.tag.station : connectedStation);
+    QStringList words;
+    for (uint v : w.words)
+        words << QString::number(v);
+    auto *box = new QMessageBox(QMessageBox::Question, "Write",
+        QString("Write to %1?\n\nnow:\t%2\nnew:\t%3\nsends:\t%4 (%5)")
+            .arg(where, w.shown.isEmpty() ? "(not read)" : w.shown, w.typed, words.join(' '),
+                w.tag.tag.format ? "registers" : "values"),
+        QMessageBox::Yes | QMessageBox::Cancel, this);
+    box->setObjectName("writeConfirmation");
+    box->button(QMessageBox::Yes)->setText("Write");
+    box->setDefaultButton(QMessageBox::Yes);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    connect(box, &QMessageBox::buttonClicked, this, [this, box, w, where, unchanged](QAbstractButton *b) {
+        if (box->standardButton(b) == QMessageBox::Yes && !unchanged())
+            return;
+        if (box->standardButton(b) != QMessageBox::Yes) {
+            showMessage("write to " + where + " cancelled: nothing sent");
+            return;
+        }
+        showMessage("writing " + w.typed + " to " + where);
+        emit requestWrite(w.tag, w.words);
+    });
+    box->open();
+}

@@ -8,6 +8,8 @@
 
 #include "monitortypes.h"
 #include "pollstats.h"
+#include "stationbackoff.h"
+#include "tagmodel.h"
 #include "traffic.h"
 
 #include <QMainWindow>
@@ -22,8 +24,8 @@ class QPushButton;
 class QSpinBox;
 class QTabWidget;
 class QTableView;
+class QTimer;
 class ScanView;
-class TagModel;
 class TrafficView;
 class TrendView;
 
@@ -43,6 +45,13 @@ public:
     ScanView *scanner() const { return scanView; }
     QTabWidget *tabs() const { return tabWidget; }
     bool isConnected() const { return connected; }
+    // The statistics in the status bar, and the last message shown there.
+    QString statusText() const;
+    QString messageText() const;
+    // The port box: what it holds ("" for the simulated drive), and setting
+    // it to a listed port or a path typed.
+    QString chosenPort() const;
+    void setPort(const QString &path);
 
     // Adds a tag from the text typed in the tag line; false with the
     // message shown in the status bar.
@@ -60,6 +69,9 @@ public slots:
     void connectLine();
     void disconnectLine();
     void showMessage(const QString &text);
+    // Shows what a write typed in a value cell will send, and sends it only
+    // when the user agrees.
+    void confirmWrite(const PendingWrite &write);
 
 signals:
     void driverReady(bool ok, const QString &error);
@@ -83,6 +95,9 @@ signals:
 private:
     QWidget *makeConnectionPanel();
     QWidget *makeTagPanel();
+    void makeStatusBar();
+    // The queued connections between the window, its views and the worker.
+    void connectWorker();
     void refreshPorts();
     void driverLoaded(bool ok, const QString &error, const DriverDefaults &defaults);
     void opened(bool ok, const QString &message);
@@ -92,6 +107,7 @@ private:
     void sendPolling();
     void updateTrendTags();
     void updateStatus();
+    int tableWidth() const;
     void chooseLoad();
     void chooseSave();
     void moveSelected(int step);
@@ -126,7 +142,10 @@ private:
     TrafficView *trafficView;
     ScanView *scanView;
 
-    QLabel *lineLabel, *statsLabel;
+    QLabel *messageLabel, *lineLabel, *statsLabel;
+    QTimer *messageTimer;
+    CycleStatus cycleStatus; // of the last poll cycle
+    int connectedStation = 1; // the connection's station
     PollStats stats; // since the line was opened
     qint64 openedMs = 0;
 };

@@ -32,8 +32,20 @@ struct Reading
     bool ok = false;
     std::vector<std::string> values; // one text per value of the tag (in its format), when ok
     QString error; // the driver's text, when not ok
-    qint64 timeMs = 0; // wall clock, ms since the epoch
+    // Why the tag's station is read only now and then ("station 9 does not
+    // answer; read every 10th cycle"); empty while it answers.
+    QString backoff;
+    qint64 timeMs = 0; // wall clock, ms since the epoch: when the answer was in (when it failed, without one)
     qint64 latencyNs = 0;
+};
+
+// How a poll cycle went: the stations read only now and then, and whether
+// the cycle took longer than the interval asked for.
+struct CycleStatus
+{
+    QVector<int> backedOff; // ascending
+    qint64 cycleMs = 0; // from the cycle's start to its last read
+    bool missed = false; // cycleMs exceeded the interval
 };
 
 // What the connection panel asks for.
@@ -56,6 +68,7 @@ struct DriverDefaults
 
 Q_DECLARE_METATYPE(PollTag)
 Q_DECLARE_METATYPE(Reading)
+Q_DECLARE_METATYPE(CycleStatus)
 Q_DECLARE_METATYPE(ConnectSettings)
 Q_DECLARE_METATYPE(DriverDefaults)
 

@@ -61,6 +61,8 @@ ScanView::ScanView(QWidget *parent)
     setConnected(false);
 }
 
+QString ScanView::summaryText() const { return summary->text(); }
+
 void ScanView::setConnected(bool on)
 {
     connected = on;
@@ -109,13 +111,16 @@ void ScanView::found(int station, bool answers, const QString &result)
     table->setItem(row, 1, r);
 }
 
-void ScanView::finished(int answering, bool stopped)
+void ScanView::finished(int answering, bool stopped, const QString &why)
 {
     busy = false;
     button->setText("Start scan");
     button->setEnabled(connected);
-    summary->setText(QString("%1: %2 station%3 answering")
+    summary->setText(QString("%1: %2 station%3 answering%4")
                          .arg(stopped ? "Stopped" : "Done")
                          .arg(answering)
-                         .arg(answering == 1 ? "" : "s"));
+                         .arg(answering == 1 ? "" : "s")
+                         .arg(why.isEmpty() ? QString() : " (" + why + ")"));
+    if (!why.isEmpty())
+        emit message("scan stopped: " + why);
 }

@@ -20,13 +20,15 @@ public:
     explicit ScanView(QWidget *parent = nullptr);
     QTableWidget *results() const { return table; }
     bool running() const { return busy; }
+    QString summaryText() const;
 
 public slots:
     // Checks the range and address as teco-cli does, then asks for the scan.
     void start();
     void progress(int done, int total, int answering);
     void found(int station, bool answers, const QString &result);
-    void finished(int answering, bool stopped);
+    // why: what ended it early, other than the user.
+    void finished(int answering, bool stopped, const QString &why = QString());
     void setConnected(bool connected);
 
 signals:

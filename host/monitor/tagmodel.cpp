@@ -54,33 +54,60 @@ QVariant TagModel::data(const QModelIndex &index, int role) const
         case UpdatedColumn:
             return r.updated.isValid() ? r.updated.toString("HH:mm:ss.zzz") : QString();
         case ErrorColumn:
-            return r.error;
+            return r.backoff.isEmpty() ? r.error : r.backoff + ": " + r.error;
         }
     }
-    if (role == Qt::CheckStateRole && index.column() == TagColumn)
+    return decoration(r, index.column(), role);
+}
+
+namespace {
+
+// Whether an alarm tag's value is not zero.
+bool alarmOn(const MonitorTag &tag, const std::vector<std::string> &values)
+{
+    double v = 0;
+    for (const std::string &text : values)
+        if (plotValue(tag.tag, text, v) && v != 0)
+            return true;
+    return false;
+}
+
+} // namespace
+
+QVariant TagModel::decoration(const Row &r, int column, int role) const
+{
+    const bool alarm = column == ValueColumn && r.tag.alarm && r.hasValue && alarmOn(r.tag, r.values);
+    if (role == Qt::CheckStateRole && column == TagColumn && trendable(r.tag.tag))
         return r.tag.trend ? Qt::Checked : Qt::Unchecked;
     if (role == Qt::ForegroundRole) {
-        if (index.column() == ErrorColumn)
+        if (column == ErrorColumn)
             return QBrush(QColor(180, 0, 0));
-        if (index.column() == ValueColumn && r.stale)
+        if (column == ValueColumn && r.stale)
             return QBrush(Qt::gray);
+        if (alarm)
+            return QBrush(Qt::white);
     }
-    if (role == Qt::FontRole && index.column() == ValueColumn && r.stale) {
+    if (role == Qt::BackgroundRole && alarm)
+        return QBrush(r.stale ? QColor(230, 150, 150) : QColor(200, 0, 0));
+    if (role == Qt::FontRole && column == ValueColumn && (r.stale || alarm)) {
         QFont f;
-        f.setItalic(true);
+        f.setItalic(r.stale);
+        f.setBold(alarm);
         return f;
     }
-    if (role == Qt::TextAlignmentRole && (index.column() == ValueColumn || index.column() == StationColumn))
+    if (role == Qt::TextAlignmentRole && (column == ValueColumn || column == StationColumn))
         return int(Qt::AlignRight | Qt::AlignVCenter);
     if (role == Qt::ToolTipRole) {
-        if (index.column() == ValueColumn)
-            return r.stale ? r.staleWhy + ": this value is from " + r.updated.toString("HH:mm:ss.zzz")
-                           : QString("double-click to write");
-        if (index.column() == TagColumn)
-            return "ticked: shown in the trend";
-        if (index.column() == FormatColumn && takesFormat(t))
+        const QString prefix = alarm ? "alarm (not zero); " : QString();
+        if (column == ValueColumn)
+            return prefix
+                + (r.stale ? r.staleWhy + ": this value is from " + r.updated.toString("HH:mm:ss.zzz")
+                           : QString("double-click to write"));
+        if (column == TagColumn)
+            return trendable(r.tag.tag) ? "ticked: shown in the trend" : "text: not trended";
+        if (column == FormatColumn && takesFormat(r.tag.tag))
             return "double-click to choose a number format";
-        if (index.column() == ErrorColumn)
+        if (column == ErrorColumn)
             return r.error;
     }
     return QVariant();
@@ -100,7 +127,8 @@ Qt::ItemFlags TagModel::flags(const QModelIndex &index) const
     Qt::ItemFlags f = QAbstractTableModel::flags(index);
     switch (index.column()) {
     case TagColumn:
-        return f | Qt::ItemIsUserCheckable;
+        return index.row() < rows.size() && trendable(rows[index.row()].tag.tag) ? f | Qt::ItemIsUserCheckable
+                                                                                 : f;
     case FormatColumn:
         return index.row() < rows.size() && takesFormat(rows[index.row()].tag.tag) ? f | Qt::ItemIsEditable
                                                                                    : f;
@@ -118,11 +146,15 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
     Row &r = rows[index.row()];
     std::string error;
     if (index.column() == TagColumn && role == Qt::CheckStateRole) {
+        if (!trendable(r.tag.tag))
+            return false;
         r.tag.trend = value.toInt() == Qt::Checked;
         rowChanged(index.row());
         emit trendChanged();
         return true;
     }
+    if (index.column() == ValueColumn && (role == Qt::EditRole || role == ConfirmWriteRole))
+        return setValue(index.row(), value.toString(), role == ConfirmWriteRole);
     if (role != Qt::EditRole)
         return false;
     switch (index.column()) {
@@ -150,6 +182,7 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
         }
         if (t.text != r.tag.tag.text) {
             r.tag.tag = t;
+            r.tag.trend = r.tag.trend && trendable(t);
             forgetValue(r); // what it shows is in the old format
             rowChanged(index.row());
             emit tagsChanged();
@@ -157,19 +190,31 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
         }
         return true;
     }
-    case ValueColumn: {
-        std::vector<uint32_t> values;
-        if (!parseWriteValues(value.toString().toStdString(), r.tag.tag, values, error)) {
-            emit message(QString::fromStdString(error));
-            return false;
-        }
-        emit message(
-            "writing " + value.toString().simplified() + " to " + QString::fromStdString(r.tag.tag.text));
-        emit writeRequested(pollTag(index.row()), QVector<uint>(values.begin(), values.end()));
-        return false; // the value shown changes when a read brings it back
-    }
     }
     return false;
+}
+
+bool TagModel::setValue(int row, const QString &typed, bool confirm)
+{
+    const Row &r = rows.at(row);
+    std::vector<uint32_t> values;
+    std::string error;
+    if (!parseWriteValues(typed.toStdString(), r.tag.tag, values, error)) {
+        emit message(QString::fromStdString(error));
+        return false;
+    }
+    PendingWrite w;
+    w.tag = pollTag(row);
+    w.words = QVector<uint>(values.begin(), values.end());
+    w.typed = typed.simplified();
+    w.shown = valueText(row);
+    if (confirm) {
+        emit writeToConfirm(w);
+        return false;
+    }
+    emit message("writing " + w.typed + " to " + QString::fromStdString(r.tag.tag.text));
+    emit writeRequested(w.tag, w.words);
+    return false; // the value shown changes when a read brings it back
 }
 
 TagModel::Row TagModel::newRow(const MonitorTag &tag)
@@ -187,6 +232,7 @@ void TagModel::forgetValue(Row &r)
     r.hasValue = r.stale = false;
     r.updated = QDateTime();
     r.error.clear();
+    r.backoff.clear();
 }
 
 void TagModel::markAllStale(const QString &why)
@@ -309,6 +355,7 @@ bool TagModel::applyReading(const Reading &reading)
     if (row < 0 || rows[row].revision != reading.revision)
         return false;
     Row &r = rows[row];
+    r.backoff = reading.backoff;
     if (reading.ok) {
         r.values = reading.values;
         r.hasValue = true;
@@ -317,7 +364,7 @@ bool TagModel::applyReading(const Reading &reading)
         r.error.clear();
     } else {
         r.stale = r.hasValue;
-        r.staleWhy = "the last read failed";
+        r.staleWhy = reading.backoff.isEmpty() ? QString("the last read failed") : reading.backoff;
         r.error = reading.error;
     }
     rowChanged(row);
@@ -331,13 +378,8 @@ void TagModel::applyWrite(int id, bool ok, const QString &error)
         return;
     const QString name = QString::fromStdString(rows[row].tag.tag.text);
     if (ok) {
-        // Until a read brings it back, the value shown is from before the write.
-        if (rows[row].hasValue) {
-            rows[row].stale = true;
-            rows[row].staleWhy = "written since";
-            rowChanged(row);
-        }
-        emit message("wrote " + name);
+        // The read-back that confirmed the write is shown already.
+        emit message("wrote " + name + " and read it back");
     } else {
         rows[row].error = error;
         rowChanged(row);

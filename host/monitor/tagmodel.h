@@ -4,13 +4,25 @@
 // The tag table: what is polled, the last value of each tag, when it came
 // and the last error. Editing a value asks for a write; the value shown
 // changes only when a read brings it back. A tag whose last read failed
-// keeps its last value greyed out, with the error beside it.
+// keeps its last value greyed out, with the error beside it. A tag marked
+// as an alarm stands out while its value is not zero.
 
 #include "monitortypes.h"
 #include "tagvalues.h"
 
 #include <QAbstractTableModel>
 #include <QDateTime>
+
+// A write asked for by editing a value cell, waiting for the user's word.
+struct PendingWrite
+{
+    PollTag tag;
+    QVector<uint> words; // what goes to the driver
+    QString typed; // as typed
+    QString shown; // the value the cell showed, "" for none
+};
+
+Q_DECLARE_METATYPE(PendingWrite)
 
 class TagModel : public QAbstractTableModel
 {
@@ -26,6 +38,10 @@ public:
         ErrorColumn,
         ColumnCount
     };
+
+    // setData of a value with this role asks for a confirmation
+    // (writeToConfirm) rather than writing at once.
+    static constexpr int ConfirmWriteRole = Qt::UserRole + 1;
 
     explicit TagModel(QObject *parent = nullptr);
 
@@ -70,6 +86,7 @@ signals:
     void tagsChanged();
     void trendChanged();
     void writeRequested(const PollTag &tag, const QVector<uint> &values);
+    void writeToConfirm(const PendingWrite &write);
     void message(const QString &text);
 
 private:
@@ -84,8 +101,11 @@ private:
         QString staleWhy;
         QDateTime updated;
         QString error;
+        QString backoff; // why the station is read only now and then
     };
     void rowChanged(int row);
+    bool setValue(int row, const QString &typed, bool confirm);
+    QVariant decoration(const Row &r, int column, int role) const;
     void forgetValue(Row &row);
     Row newRow(const MonitorTag &tag); // with the next id
 

@@ -24,6 +24,8 @@ bool isString(const Tag &tag) { return tag.format && tag.format->number == Numbe
 
 } // namespace
 
+bool trendable(const Tag &tag) { return !isString(tag); }
+
 bool takesFormat(const Tag &tag) { return tag.address.isRegister() && tag.address.bit < 0; }
 
 const std::vector<std::string> &formatChoices()
@@ -136,11 +138,14 @@ bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &erro
                 return false;
             }
             t.trend = value == "on";
+        } else if (f == "alarm") {
+            t.alarm = true;
         } else {
-            error = "unknown field \"" + f + "\" (station=N or trend=on|off)";
+            error = "unknown field \"" + f + "\" (station=N, trend=on|off or alarm)";
             return false;
         }
     }
+    t.trend = t.trend && trendable(t.tag);
     tag = t;
     return true;
 }
@@ -150,8 +155,10 @@ std::string monitorTagLine(const MonitorTag &t)
     std::string line = t.tag.text;
     if (t.station)
         line += " station=" + std::to_string(t.station);
-    if (!t.trend)
+    if (!t.trend && trendable(t.tag))
         line += " trend=off";
+    if (t.alarm)
+        line += " alarm";
     return line;
 }
 
@@ -176,7 +183,8 @@ bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::s
 
 std::string tagListText(const std::vector<MonitorTag> &tags)
 {
-    std::string text = "# teco-monitor tags: ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=on|off]\n";
+    std::string text
+        = "# teco-monitor tags: ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=on|off] [alarm]\n";
     for (const MonitorTag &t : tags)
         text += monitorTagLine(t) + "\n";
     return text;

@@ -5,8 +5,10 @@
 // HR100, IR1:word:2, HR200:float32) with a station and whether it is
 // trended; the tag list file; values typed for writes and values plotted.
 //
-// A tag list file has one tag per line, "TAG [station=N] [trend=on|off]";
-// blank lines and lines starting with "#" are skipped.
+// A tag list file has one tag per line,
+// "TAG [station=N] [trend=on|off] [alarm]"; blank lines and lines starting
+// with "#" are skipped. "alarm" marks a register whose non-zero value is an
+// alarm (such as the drive's alarm code): the window highlights it.
 
 #include "command.h"
 
@@ -18,8 +20,12 @@ struct MonitorTag
 {
     Tag tag;
     int station = 0; // 0: the connection's
-    bool trend = true;
+    bool trend = true; // always false for a tag that cannot be plotted (a string)
+    bool alarm = false; // a non-zero value is an alarm
 };
+
+// Whether a tag's values can be plotted: numbers, not strings.
+bool trendable(const Tag &tag);
 
 // Whether a format can be given to the tag: whole registers only.
 bool takesFormat(const Tag &tag);
@@ -38,7 +44,7 @@ bool parseWriteValues(
 // A value as shown, as a number for a trend; false for text (strings).
 bool plotValue(const Tag &tag, const std::string &shown, double &value);
 
-// A tag from its fields: "HR100:hex station=2 trend=off".
+// A tag from its fields: "HR100:hex station=2 trend=off", "IR406 alarm".
 bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &error);
 std::string monitorTagLine(const MonitorTag &tag);
 

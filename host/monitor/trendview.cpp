@@ -113,7 +113,7 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     chart->setMargins(QMargins(4, 4, 4, 4));
     timeAxis->setFormat("HH:mm:ss");
     timeAxis->setTitleText("time");
-    timeAxis->setTickCount(7);
+    timeAxis->setTickCount(5);
     chart->addAxis(timeAxis, Qt::AlignBottom);
     chart->addAxis(sharedAxis, Qt::AlignLeft);
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
@@ -142,6 +142,8 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     auto *pngButton = new QPushButton("PNG...");
     pngButton->setToolTip("save the chart as a PNG image");
 
+    // The export buttons below the chart, so that the bar above stays narrow
+    // and the window's tag table keeps its room.
     auto *bar = new QHBoxLayout;
     bar->addWidget(new QLabel("Span"));
     bar->addWidget(span);
@@ -149,15 +151,18 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     bar->addWidget(pauseButton);
     bar->addWidget(followButton);
     bar->addStretch();
-    bar->addWidget(csvButton);
-    bar->addWidget(pngButton);
+    auto *hint = new QLabel("Drag to zoom, wheel to zoom in and out, right-drag to pan.");
+    hint->setStyleSheet("color: gray");
+    hint->setWordWrap(true);
+    auto *below = new QHBoxLayout;
+    below->addWidget(hint, 1);
+    below->addWidget(csvButton);
+    below->addWidget(pngButton);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(4, 4, 4, 4);
     layout->addLayout(bar);
     layout->addWidget(view, 1);
-    auto *hint = new QLabel("Drag to zoom, wheel to zoom in and out, right-drag to pan.");
-    hint->setStyleSheet("color: gray");
-    layout->addWidget(hint);
+    layout->addLayout(below);
 
     connect(pauseButton, &QPushButton::toggled, this, &TrendView::setPaused);
     connect(followButton, &QPushButton::clicked, this, &TrendView::follow);
@@ -173,30 +178,50 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     timer->start(250);
 }
 
+void TrendView::dropTrace(std::map<int, Trace>::iterator it)
+{
+    Trace &t = it->second;
+    QList<QLineSeries *> all = t.pieces; // a copy that outlives the loop
+    all.prepend(t.series);
+    for (QLineSeries *s : all) {
+        chart->removeSeries(s);
+        delete s;
+    }
+    if (t.axis) {
+        chart->removeAxis(t.axis);
+        delete t.axis;
+    }
+    traces.erase(it);
+}
+
+QColor TrendView::colourAt(int n)
+{
+    // Twelve colours that tell apart well, then further hues spread by the
+    // golden angle, darker on every other turn.
+    static const QRgb first[] = { 0x1f77b4, 0xd62728, 0x2ca02c, 0xff7f0e, 0x9467bd, 0x8c564b, 0xe377c2,
+        0x17becf, 0x7f7f7f, 0xbcbd22, 0x000080, 0x008080 };
+    const int known = int(sizeof first / sizeof first[0]);
+    if (n < known)
+        return QColor(first[n]);
+    const int k = n - known;
+    return QColor::fromHsv(int(std::fmod(k * 137.508 + 20, 360.0)), 255, k / 12 % 2 ? 150 : 220);
+}
+
 void TrendView::setTags(const QVector<TrendTag> &tags)
 {
     QVector<int> ids;
     for (const TrendTag &t : tags)
         ids.push_back(t.id);
     for (auto it = traces.begin(); it != traces.end();) {
-        if (!ids.contains(it->first)) {
-            for (QLineSeries *s : QList<QLineSeries *>(it->second.pieces) << it->second.series) {
-                chart->removeSeries(s);
-                delete s;
-            }
-            if (it->second.axis) {
-                chart->removeAxis(it->second.axis);
-                delete it->second.axis;
-            }
-            it = traces.erase(it);
-        } else {
-            ++it;
-        }
+        auto next = std::next(it);
+        if (!ids.contains(it->first))
+            dropTrace(it);
+        it = next;
     }
     for (const TrendTag &t : tags) {
         auto it = traces.find(t.id);
         if (it == traces.end()) {
-            it = traces.emplace(t.id, Trace { t.name, SampleRing(capacity) }).first;
+            it = traces.emplace(t.id, Trace { t.name, SampleRing(capacity), nullptr, {}, nullptr }).first;
             it->second.series = new QLineSeries;
             chart->addSeries(it->second.series);
         }
@@ -206,6 +231,12 @@ void TrendView::setTags(const QVector<TrendTag> &tags)
         it->second.series->setName(t.name);
     }
     order = ids;
+    for (int i = 0; i < order.size(); ++i) {
+        Trace &t = traces.at(order[i]);
+        t.series->setColor(colourAt(i));
+        for (QLineSeries *s : t.pieces)
+            s->setPen(t.series->pen());
+    }
     rebuildAxes();
     refresh();
 }
@@ -512,4 +543,10 @@ void TrendView::choosePng()
     QString error;
     if (!path.isEmpty() && !exportPng(path, error))
         QMessageBox::warning(this, "Save chart", error);
+}
+
+QColor TrendView::colourOf(int id) const
+{
+    auto it = traces.find(id);
+    return it == traces.end() ? QColor() : it->second.series->color();
 }

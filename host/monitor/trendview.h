@@ -7,6 +7,7 @@
 // chosen span until it is paused, zoomed (rubber band, wheel) or panned
 // (right button drag); "Follow" takes it back.
 
+#include <QColor>
 #include <QPointF>
 #include <QString>
 #include <QVector>
@@ -68,6 +69,9 @@ public:
     // The pieces a tag's line is drawn in now: one more for every gap shown.
     int linePieces(int id) const;
     bool paused() const;
+    // The colour of the n-th tag's line (from 0): distinct for many tags.
+    static QColor colourAt(int n);
+    QColor colourOf(int id) const;
 
     // CSV: time,tag,value per sample, in time order; one sentence in error.
     bool exportCsv(const QString &path, QString &error) const;
@@ -87,6 +91,7 @@ private:
         QList<QtCharts::QLineSeries *> pieces; // the pieces after each gap, unnamed
         QtCharts::QValueAxis *axis = nullptr; // its own axis, when each tag has one
     };
+    void dropTrace(std::map<int, Trace>::iterator it);
     void rebuildAxes();
     // Shows points, which may hold gaps (NaN), as pieces of one line.
     void plot(Trace &t, const QVector<QPointF> &points);

@@ -3,6 +3,7 @@
 #include "faultrule.h"
 #include "formattedio.h"
 #include "scanprobe.h"
+#include "tagvalues.h"
 
 #include <QDateTime>
 
@@ -11,6 +12,7 @@ void registerMonitorTypes()
     static const bool done = [] {
         qRegisterMetaType<PollTag>();
         qRegisterMetaType<Reading>();
+        qRegisterMetaType<CycleStatus>();
         qRegisterMetaType<ConnectSettings>();
         qRegisterMetaType<DriverDefaults>();
         qRegisterMetaType<TraceEvent>();
@@ -35,8 +37,7 @@ MonitorWorker::MonitorWorker(QObject *parent)
         cycleTimer.start(intervalMs); // the next cycle is due one interval after this one began
         if (scan.running || nextTag >= 0 || tags.isEmpty())
             return; // a cycle or a scan still runs: this one is skipped
-        nextTag = 0;
-        pollNext();
+        startCycle();
     });
 }
 
@@ -96,6 +97,8 @@ void MonitorWorker::open(const ConnectSettings &s)
     link.setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
     driver->initialize(&link);
     lineOpen = true;
+    backoff.clear();
+    cycle = 0;
     const QString where
         = sim.running() ? "simulated drive on " + QString::fromStdString(port) : QString::fromStdString(port);
     emit opened(true, where + ", " + QString::fromStdString(settings.text()));
@@ -109,7 +112,7 @@ void MonitorWorker::close()
     nextTag = -1;
     if (scan.running) {
         scan.running = false;
-        emit scanFinished(scan.answering, true);
+        emit scanFinished(scan.answering, true, "the line closed");
     }
     if (!lineOpen && !sim.running())
         return;
@@ -144,37 +147,72 @@ void MonitorWorker::useStation(int station)
         link.options().station = station;
 }
 
-void MonitorWorker::pollNext()
+void MonitorWorker::startCycle()
 {
-    if (!lineOpen || nextTag < 0 || nextTag >= tags.size()) {
-        nextTag = -1;
-        return;
-    }
-    const PollTag t = tags[nextTag];
+    nextTag = 0;
+    cycleStartNs = monotonicNs();
+    pollNext();
+}
+
+Reading MonitorWorker::readTag(const PollTag &t, int retry)
+{
     useStation(t.station);
+    if (retry >= 0)
+        link.options().retry = retry;
     Reading r;
     r.id = t.id;
     r.revision = t.revision;
     const int64_t t0 = monotonicNs();
+    const int64_t answerBefore = link.lastAnswerWallMs();
     const FormattedResult f = readAsTexts(host, link, t.tag.address, t.tag.type, t.tag.format, t.tag.count);
-    r.ok = f.ok;
-    r.values = f.values;
-    r.error = QString::fromStdString(f.errorText);
     r.latencyNs = monotonicNs() - t0;
-    r.timeMs = QDateTime::currentMSecsSinceEpoch();
+    r.ok = f.ok;
     if (r.ok)
-        r.error.clear();
+        r.values = f.values;
     else
-        r.values.clear();
-    flushTraffic();
-    emit reading(r);
-    if (++nextTag < tags.size()) {
-        QTimer::singleShot(0, this, [this] { pollNext(); });
+        r.error = QString::fromStdString(f.errorText);
+    // The time of the answer; a read without one failed when it ended.
+    const int64_t answer = link.lastAnswerWallMs();
+    r.timeMs = answer != answerBefore ? answer : QDateTime::currentMSecsSinceEpoch();
+    const int station = stationOf(t);
+    backoff.record(station, cycle, f.ok || f.error.kind == ErrorKind::Exception);
+    if (backoff.backedOff(station))
+        r.backoff = QString("station %1 does not answer; read every %2th cycle")
+                        .arg(station)
+                        .arg(backoff.everyCycles());
+    return r;
+}
+
+void MonitorWorker::pollNext()
+{
+    if (!lineOpen || nextTag < 0) {
+        nextTag = -1;
         return;
     }
+    // A backed-off station's tags wait for its turn.
+    while (nextTag < tags.size() && !backoff.due(stationOf(tags[nextTag]), cycle))
+        ++nextTag;
+    if (nextTag >= tags.size())
+        return finishCycle();
+    const PollTag t = tags[nextTag];
+    const Reading r = readTag(t, backoff.backedOff(stationOf(t)) ? 0 : -1);
+    flushTraffic();
+    emit reading(r);
+    ++nextTag;
+    QTimer::singleShot(0, this, [this] { pollNext(); });
+}
+
+void MonitorWorker::finishCycle()
+{
     nextTag = -1;
+    CycleStatus status;
+    for (int station : backoff.backedOffStations())
+        status.backedOff.push_back(station);
+    status.cycleMs = (monotonicNs() - cycleStartNs) / 1000000;
+    status.missed = status.cycleMs > intervalMs;
+    ++cycle;
     emitHealth();
-    emit cycleDone();
+    emit cycleDone(status);
 }
 
 void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
@@ -187,16 +225,37 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
     const DriverHost::Result result = t.tag.format
         ? writeRegisters(host, link, t.tag.address, std::vector<uint16_t>(values.begin(), values.end()))
         : host.write(link, t.tag.address, t.tag.type, std::vector<uint32_t>(values.begin(), values.end()));
+    const QString mismatch = result.ok ? readBackMismatch(t, values) : QString();
     flushTraffic();
     emitHealth();
-    emit written(t.id, result.ok, QString::fromStdString(result.errorText));
+    if (!result.ok)
+        emit written(t.id, false, QString::fromStdString(result.errorText));
+    else
+        emit written(t.id, mismatch.isEmpty(), mismatch);
+}
+
+QString MonitorWorker::readBackMismatch(const PollTag &t, const QVector<uint> &values)
+{
+    const Reading back = readTag(t);
+    emit reading(back);
+    if (!back.ok)
+        return "written, but the read-back failed: " + back.error;
+    QStringList shown;
+    for (const std::string &v : back.values)
+        shown << QString::fromStdString(v);
+    std::vector<uint32_t> words;
+    std::string error;
+    if (parseWriteValues(shown.join(' ').toStdString(), t.tag, words, error)
+        && QVector<uint>(words.begin(), words.end()) == values)
+        return QString();
+    return "written, but the drive reads back " + shown.join(' ');
 }
 
 void MonitorWorker::startScan(int from, int to, const QString &address)
 {
     std::string error;
     if (!lineOpen || scan.running || !AddressText::parse(address.toStdString(), scan.probe, error)) {
-        emit scanFinished(0, true);
+        emit scanFinished(0, true, lineOpen ? QString::fromStdString(error) : "not connected");
         return;
     }
     scan.running = true;
@@ -209,10 +268,15 @@ void MonitorWorker::startScan(int from, int to, const QString &address)
 
 void MonitorWorker::stopScan()
 {
-    if (!scan.running)
-        return;
+    if (scan.running)
+        endScan(true, QString());
+}
+
+void MonitorWorker::endScan(bool stopped, const QString &why)
+{
     scan.running = false;
-    emit scanFinished(scan.answering, true);
+    emitHealth();
+    emit scanFinished(scan.answering, stopped, why);
     if (polling && lineOpen)
         cycleTimer.start(0);
 }
@@ -225,8 +289,15 @@ void MonitorWorker::scanNext()
     link.options().station = scan.station;
     link.options().timeoutMs = scanTimeoutMs;
     link.options().retry = scanRetry;
-    const ScanVerdict v = judgeScanProbe(host.read(link, scan.probe, defaultType(scan.probe), 1));
+    const DriverHost::Result result = host.read(link, scan.probe, defaultType(scan.probe), 1);
     flushTraffic();
+    if (result.requestsSent == 0) {
+        // The driver answered from its own registers: no station was asked.
+        return endScan(true,
+            QString::fromStdString(scan.probe.text())
+                + " is served by the driver itself: no station was asked");
+    }
+    const ScanVerdict v = judgeScanProbe(result);
     if (v.heard)
         emit scanFound(scan.station, v.answers, QString::fromStdString(v.text));
     scan.answering += v.answers ? 1 : 0;
@@ -235,11 +306,7 @@ void MonitorWorker::scanNext()
         QTimer::singleShot(0, this, [this] { scanNext(); });
         return;
     }
-    scan.running = false;
-    emitHealth();
-    emit scanFinished(scan.answering, false);
-    if (polling && lineOpen)
-        cycleTimer.start(0);
+    endScan(false, QString());
 }
 
 void MonitorWorker::addFault(const QString &text)

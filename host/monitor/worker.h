@@ -7,11 +7,18 @@
 // only through queued signals and slots. A poll cycle reads one tag per
 // turn of the thread's event loop, so a write, a stop or a disconnect waits
 // for one command at most.
+//
+// A station that stops answering is backed off (StationBackoff): its tags
+// are read once every few cycles with a single attempt, so that its
+// time-outs do not stretch every other tag's interval; it comes back as soon
+// as it answers. A write is read back, and a value other than the one
+// written is reported as a failed write.
 
 #include "driverhost.h"
 #include "monitortypes.h"
 #include "seriallink.h"
 #include "simdrive.h"
+#include "stationbackoff.h"
 #include "traffic.h"
 
 #include <QObject>
@@ -47,17 +54,27 @@ signals:
     void opened(bool ok, const QString &message);
     void closed();
     void reading(const Reading &reading);
-    void cycleDone();
+    void cycleDone(const CycleStatus &status);
+    // ok: written and read back as written; else why not.
     void written(int id, bool ok, const QString &error);
     void traffic(const QVector<TraceEvent> &events);
     void health(const HealthMap &health);
     void scanProgress(int done, int total, int answering);
     void scanFound(int station, bool answers, const QString &result);
-    void scanFinished(int answering, bool stopped);
+    // why: what ended the scan early, if anything did but the user.
+    void scanFinished(int answering, bool stopped, const QString &why);
     void faultAdded(bool ok, const QString &message);
 
 private:
+    void startCycle();
     void pollNext();
+    void finishCycle();
+    int stationOf(const PollTag &tag) const { return tag.station > 0 ? tag.station : base.station; }
+    // One read of a tag as it is now; retry as the link's unless given.
+    Reading readTag(const PollTag &tag, int retry = -1);
+    // Why a write read back is not what was written; empty when it is.
+    QString readBackMismatch(const PollTag &tag, const QVector<uint> &values);
+    void endScan(bool stopped, const QString &why);
     void scanNext();
     void flushTraffic();
     void emitHealth();
@@ -75,6 +92,9 @@ private:
     bool polling = false;
     int intervalMs = 500;
     int nextTag = -1; // within a cycle: the tag to read next; -1 between cycles
+    StationBackoff backoff;
+    uint64_t cycle = 0; // cycles since the line opened
+    int64_t cycleStartNs = 0;
 
     struct Scan
     {

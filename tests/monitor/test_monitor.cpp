@@ -1,7 +1,8 @@
 // teco-monitor's real widgets against the simulated drive: tags polled and
-// written through the driver plug-in, trends, the frame trace and link
-// health with injected faults, the scan, tag list files, and the program's
-// screenshot.
+// written through the driver plug-in (typed while the poll refreshes, and
+// confirmed), trends while their tags go away, the frame trace and link
+// health with injected faults, a silent station among live ones, the scan,
+// tag list files, and the program's screenshot.
 
 #include "mainwindow.h"
 #include "scanview.h"
@@ -11,9 +12,13 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QFile>
 #include <QImage>
+#include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
+#include <QStatusBar>
 #include <QProcess>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -45,6 +50,14 @@ QString readAll(const QString &path)
     return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
 }
 
+// Sets a spin box as a user does: select its text, type the number.
+void typeInto(QSpinBox *box, int value)
+{
+    box->selectAll();
+    QTest::keyClicks(box, QString::number(value));
+    box->interpretText();
+}
+
 bool writeFile(const QString &path, const QByteArray &text)
 {
     QFile f(path);
@@ -74,6 +87,46 @@ class MonitorTest : public QObject
         return r < 0 ? QString() : window->tags()->index(r, TagModel::ValueColumn).data().toString();
     }
 
+    // The question a typed value asks before it is written.
+    QMessageBox *confirmation() const
+    {
+        QMessageBox *box = nullptr;
+        for (int waited = 0; !box && waited < waitMs; waited += 20) {
+            for (QMessageBox *b : window->findChildren<QMessageBox *>("writeConfirmation"))
+                box = b->isVisible() ? b : box;
+            if (!box)
+                QTest::qWait(20);
+        }
+        return box;
+    }
+    QLineEdit *openEditor() const
+    {
+        for (QLineEdit *e : window->tagView()->viewport()->findChildren<QLineEdit *>())
+            if (e->isVisible())
+                return e;
+        return nullptr;
+    }
+    QSpinBox *spinNamed(const char *name) const { return window->findChild<QSpinBox *>(name); }
+    // Readings of a tag shown in the window over a while of polling.
+    int readingsOf(int id, int ms) const
+    {
+        QSignalSpy shown(window, &MainWindow::readingShown);
+        QTest::qWait(ms);
+        int n = 0;
+        for (const QList<QVariant> &args : shown)
+            n += args.at(0).value<Reading>().id == id && args.at(0).value<Reading>().ok ? 1 : 0;
+        return n;
+    }
+    bool reconnect()
+    {
+        QSignalSpy changed(window, &MainWindow::connectionChanged);
+        window->disconnectLine();
+        if (!changed.wait(waitMs))
+            return false;
+        window->connectLine();
+        return changed.wait(waitMs) && changed.last().at(0).toBool();
+    }
+
 private slots:
     void initTestCase()
     {
@@ -96,13 +149,15 @@ private slots:
         QTest::newRow("comments and blank lines skipped, fields kept")
             << QByteArray("# tags\n\nHR100\r\n  IR1:hex:2 station=2\nDO1 trend=off\n") << QString()
             << QString("HR100\nIR1:hex:2 station=2\nDO1 trend=off\n");
+        QTest::newRow("an alarm tag") << QByteArray("IR406 alarm\nHR1 trend=off alarm\n") << QString()
+                                      << QString("IR406 alarm\nHR1 trend=off alarm\n");
         QTest::newRow("station beyond 247")
             << QByteArray("HR100 station=248\n")
             << "line 1: bad station \"248\" (0 for the connection's, or 1 to 247)" << QString();
         QTest::newRow("bad address names its line") << QByteArray("HR100\nXY5\n") << "line 2: " << QString();
         QTest::newRow("unknown field")
             << QByteArray("HR100 colour=red\n")
-            << "line 1: unknown field \"colour=red\" (station=N or trend=on|off)" << QString();
+            << "line 1: unknown field \"colour=red\" (station=N, trend=on|off or alarm)" << QString();
         QTest::newRow("type that does not fit the address")
             << QByteArray("DO1:word\n") << "line 1: DO1 is a coil: it holds bits, not words" << QString();
     }
@@ -241,6 +296,7 @@ private slots:
         QVERIFY(editor);
         editor->setText("1234");
         QTest::keyClick(editor, Qt::Key_Return);
+        QTest::mouseClick(confirmation()->button(QMessageBox::Yes), Qt::LeftButton);
         QVERIFY(written.wait(waitMs));
         QVERIFY2(written.first().at(1).toBool(), qPrintable(written.first().at(2).toString()));
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1234"), waitMs);
@@ -269,6 +325,199 @@ private slots:
         QVERIFY(csv.contains(",IR1:hex,1498\n"));
         QVERIFY(csv.contains(",HR101:hex,300\n"));
         QVERIFY(csv.contains(",HR200:float32,-2.5\n"));
+    }
+
+    void alarmTagStandsOut_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<bool>("highlighted");
+        QTest::newRow("alarm tag with an alarm code") << "IR406 alarm"
+                                                      << "2" << true;
+        QTest::newRow("alarm tag at zero") << "IR406 alarm"
+                                           << "0" << false;
+        QTest::newRow("any other tag, not zero") << "IR406"
+                                                 << "2" << false;
+    }
+    void alarmTagStandsOut()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, value);
+        QFETCH(bool, highlighted);
+        TagModel model;
+        QString error;
+        QVERIFY2(model.addTag(line, error), qPrintable(error));
+        Reading r;
+        r.id = model.idAt(0);
+        r.revision = model.pollTag(0).revision;
+        r.ok = true;
+        r.values = { value.toStdString() };
+        QVERIFY(model.applyReading(r));
+        QCOMPARE(model.index(0, TagModel::ValueColumn).data(Qt::BackgroundRole).isValid(), highlighted);
+    }
+
+    void onlyNumbersAreTrended_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<bool>("tickable");
+        QTest::newRow("a register") << "HR100" << true;
+        QTest::newRow("a string") << "HR500:string:4" << false;
+    }
+    void onlyNumbersAreTrended()
+    {
+        QFETCH(QString, line);
+        QFETCH(bool, tickable);
+        TagModel model;
+        QString error;
+        QVERIFY2(model.addTag(line, error), qPrintable(error));
+        const QModelIndex tick = model.index(0, TagModel::TagColumn);
+        QCOMPARE(bool(model.flags(tick) & Qt::ItemIsUserCheckable), tickable);
+        QCOMPARE(model.setData(tick, Qt::Checked, Qt::CheckStateRole), tickable);
+        QCOMPARE(model.tagAt(0).trend, tickable);
+    }
+
+    void manyTrendsTellApart()
+    {
+        TrendView view;
+        QVector<TrendView::TrendTag> tags;
+        for (int i = 0; i < 24; ++i)
+            tags.push_back({ i + 1, "HR" + QString::number(i + 1) });
+        view.setTags(tags);
+        std::set<QRgb> colours;
+        for (const TrendView::TrendTag &t : tags)
+            colours.insert(view.colourOf(t.id).rgb());
+        QCOMPARE(int(colours.size()), tags.size());
+    }
+
+    // The poll refreshes the table many times while a value is typed; what
+    // goes to the drive is what was typed, after the user said yes.
+    void typingWhilePollingWritesWhatWasTyped_data()
+    {
+        QTest::addColumn<QString>("tag");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<bool>("confirm");
+        QTest::addColumn<QString>("failure"); // empty: written and read back as typed
+        QTest::newRow("two digits, slower than the poll") << "HR402" << "30" << true << QString();
+        QTest::newRow("three digits, slower than the poll") << "HR402" << "300" << true << QString();
+        QTest::newRow("cancelled: nothing sent") << "HR402" << "77" << false << QString();
+        // The motor takes its alarm reset at once: the read-back differs.
+        QTest::newRow("the drive holds another value after the write")
+            << "HR406"
+            << "1" << true << "written, but the drive reads back 0";
+    }
+    void typingWhilePollingWritesWhatWasTyped()
+    {
+        QFETCH(QString, tag);
+        QFETCH(QString, typed);
+        QFETCH(bool, confirm);
+        QFETCH(QString, failure);
+        typeInto(spinNamed("interval"), 100);
+        if (rowOf(tag) < 0)
+            QVERIFY(window->addTagLine(tag));
+        QTRY_VERIFY_WITH_TIMEOUT(!valueOf(tag).isEmpty(), waitMs);
+        const QString before = valueOf(tag);
+        const int id = window->tags()->idAt(rowOf(tag));
+        QTableView *view = window->tagView();
+        const QPoint at = view->visualRect(window->tags()->index(rowOf(tag), TagModel::ValueColumn)).center();
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at);
+        QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, at);
+        QLineEdit *editor = openEditor();
+        QVERIFY(editor);
+        QCOMPARE(editor->text(), before);
+        QTest::keyClick(editor, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClick(editor, Qt::Key_Delete);
+        QSignalSpy shown(window, &MainWindow::readingShown);
+        for (const QChar c : typed) {
+            QTest::keyClick(editor, c.toLatin1());
+            QTest::qWait(350); // several polls between two keys
+        }
+        int refreshes = 0;
+        for (const QList<QVariant> &args : shown)
+            refreshes += args.at(0).value<Reading>().id == id ? 1 : 0;
+        QVERIFY2(refreshes >= typed.size(), qPrintable(QString::number(refreshes)));
+        QCOMPARE(editor->text(), typed);
+
+        QSignalSpy written(window, &MainWindow::writeFinished);
+        QTest::keyClick(editor, Qt::Key_Return);
+        QMessageBox *box = confirmation();
+        QVERIFY(box);
+        QVERIFY2(box->text().contains(tag + " at station 1"), qPrintable(box->text()));
+        QVERIFY2(box->text().contains("now:\t" + before + "\n"), qPrintable(box->text()));
+        QVERIFY2(box->text().contains("new:\t" + typed + "\n"), qPrintable(box->text()));
+        QTest::qWait(300); // the poll goes on while the question is read
+        if (!confirm) {
+            QTest::keyClick(box, Qt::Key_Escape);
+            QTest::qWait(500);
+            QCOMPARE(written.count(), 0);
+            QCOMPARE(valueOf(tag), before);
+            return;
+        }
+        QTest::mouseClick(box->button(QMessageBox::Yes), Qt::LeftButton);
+        QVERIFY(written.wait(waitMs));
+        QCOMPARE(written.first().at(2).toString(), failure);
+        QCOMPARE(written.first().at(1).toBool(), failure.isEmpty());
+        if (!failure.isEmpty())
+            return;
+        // Read back from the drive by the next polls, not taken from the editor.
+        QTRY_COMPARE_WITH_TIMEOUT(valueOf(tag), typed, waitMs);
+    }
+
+    // The time shown is when the answer came, not when the command began.
+    void timeIsWhenTheAnswerCame()
+    {
+        TrafficView *traffic = window->traffic();
+        QSignalSpy answered(window, &MainWindow::faultAnswered);
+        traffic->findChild<QLineEdit *>()->setText("late:at=HR103,ms=300");
+        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
+        QVERIFY(answered.wait(waitMs));
+        QVERIFY2(answered.first().at(0).toBool(), qPrintable(answered.first().at(1).toString()));
+        QVERIFY(window->addTagLine("HR103"));
+        const int id = window->tags()->idAt(rowOf("HR103"));
+        Reading got;
+        qint64 seenMs = 0;
+        const QMetaObject::Connection c
+            = connect(window, &MainWindow::readingShown, this, [&](const Reading &r) {
+                  if (r.id == id && r.ok && !seenMs) {
+                      got = r;
+                      seenMs = QDateTime::currentMSecsSinceEpoch();
+                  }
+              });
+        QTRY_VERIFY_WITH_TIMEOUT(seenMs != 0, waitMs);
+        disconnect(c);
+        // The command began no later than its latency before the window saw it.
+        const qint64 beganBy = seenMs - got.latencyNs / 1000000;
+        QVERIFY2(got.timeMs >= beganBy + 300 - 100,
+            qPrintable(QString("stamped %1 ms after the start").arg(got.timeMs - beganBy)));
+        QVERIFY(window->tags()->removeRows(rowOf("HR103"), 1));
+    }
+
+    // Trended tags go away while the poll draws them.
+    void trendedTagsGoWhilePolling()
+    {
+        TagModel *m = window->tags();
+        TrendView *trends = window->trends();
+        QString error;
+        const QString saved = dir.filePath("before.tags");
+        QVERIFY2(window->saveTags(saved, error), qPrintable(error));
+        for (const char *t : { "IR401", "IR402", "IR403" })
+            QVERIFY(window->addTagLine(t));
+        QTRY_VERIFY_WITH_TIMEOUT(trends->samples(m->idAt(rowOf("IR403"))) >= 2, waitMs);
+        const int removed = m->idAt(rowOf("IR401"));
+        window->tagView()->setCurrentIndex(m->index(rowOf("IR401"), TagModel::TagColumn));
+        QTest::mouseClick(buttonNamed(window, "Remove"), Qt::LeftButton);
+        QCOMPARE(rowOf("IR401"), -1);
+        QCOMPARE(trends->samples(removed), 0);
+        const int unticked = m->idAt(rowOf("IR402"));
+        QVERIFY(m->setData(m->index(rowOf("IR402"), TagModel::TagColumn), Qt::Unchecked, Qt::CheckStateRole));
+        QCOMPARE(trends->samples(unticked), 0);
+        QTest::qWait(300);
+        const QString other = dir.filePath("other.tags");
+        QVERIFY(writeFile(other, "IR403\nIR404\n"));
+        QVERIFY2(window->loadTags(other, error), qPrintable(error));
+        QTRY_VERIFY_WITH_TIMEOUT(trends->samples(m->idAt(rowOf("IR404"))) >= 2, waitMs);
+        QVERIFY2(window->loadTags(saved, error), qPrintable(error));
+        QTRY_VERIFY_WITH_TIMEOUT(!valueOf("HR100").isEmpty(), waitMs);
+        trends->refresh();
     }
 
     void anotherStationStartsAfresh()
@@ -346,22 +595,99 @@ private slots:
         QCOMPARE(m->index(rowOf("IR1:hex"), TagModel::ErrorColumn).data().toString(), QString());
     }
 
+    // A station shown as answering answered.
+    void scanFindsStations_data()
+    {
+        QTest::addColumn<int>("from");
+        QTest::addColumn<int>("to");
+        QTest::addColumn<QString>("probe");
+        QTest::addColumn<int>("answering");
+        QTest::newRow("the simulated drive's stations") << 1 << 5 << "HR1" << 3;
+        QTest::newRow("the driver's own registers: nobody is asked") << 200 << 247 << "HR60000" << 0;
+    }
     void scanFindsStations()
     {
+        QFETCH(int, from);
+        QFETCH(int, to);
+        QFETCH(QString, probe);
+        QFETCH(int, answering);
         ScanView *scan = window->scanner();
         const QList<QSpinBox *> range = scan->findChildren<QSpinBox *>();
         QCOMPARE(range.size(), 2);
-        range[0]->setValue(1);
-        range[1]->setValue(5);
+        range[0]->setValue(from);
+        range[1]->setValue(to);
+        scan->findChild<QLineEdit *>()->setText(probe);
+        window->showMessage(QString());
         QTest::mouseClick(buttonNamed(scan, "Start scan"), Qt::LeftButton);
-        QVERIFY(scan->running());
         QTRY_VERIFY_WITH_TIMEOUT(!scan->running(), waitMs);
         QTableWidget *found = scan->results();
-        QCOMPARE(found->rowCount(), 3); // the simulated drive serves 1, 2 and 3
-        for (int r = 0; r < 3; ++r) {
+        QCOMPARE(found->rowCount(), answering); // the simulated drive serves 1, 2 and 3
+        for (int r = 0; r < answering; ++r) {
             QCOMPARE(found->item(r, 0)->text(), QString::number(r + 1));
             QCOMPARE(found->item(r, 1)->text(), QString("answers"));
         }
+        if (!answering) // and the user is told why
+            QVERIFY2(window->messageText().contains(probe), qPrintable(window->messageText()));
+    }
+
+    void layoutAtDefaultSize()
+    {
+        // The last error is in view at the window's first size.
+        QTableView *view = window->tagView();
+        const int x = view->columnViewportPosition(TagModel::ErrorColumn);
+        QVERIFY2(x >= 0 && x + 100 <= view->viewport()->width(),
+            qPrintable(QString("at %1 of %2").arg(x).arg(view->viewport()->width())));
+        // A long message leaves the statistics in view.
+        window->showMessage("write to HR100 failed: " + QString(200, 'x'));
+        QTest::qWait(600);
+        QVERIFY(!window->statusText().isEmpty());
+        QList<QLabel *> shown;
+        for (QLabel *l : window->statusBar()->findChildren<QLabel *>())
+            if (l->isVisible() && !l->text().isEmpty())
+                shown << l;
+        QVERIFY(shown.size() >= 3); // the message, the statistics, the line
+        for (int i = 0; i < shown.size(); ++i)
+            for (int j = i + 1; j < shown.size(); ++j)
+                QVERIFY(!shown[i]->geometry().intersects(shown[j]->geometry()));
+    }
+
+    void typedPortPath()
+    {
+        auto *port = window->findChild<QComboBox *>("port");
+        QVERIFY(port && port->lineEdit());
+        const QString path = "/dev/serial/by-id/no-such-adapter";
+        port->lineEdit()->selectAll();
+        QTest::keyClicks(port->lineEdit(), path);
+        QSignalSpy failed(window, &MainWindow::connectFailed);
+        QVERIFY(!reconnect());
+        QVERIFY(failed.count() == 1 || failed.wait(waitMs));
+        QVERIFY2(failed.first().at(0).toString().startsWith("cannot open " + path),
+            qPrintable(failed.first().at(0).toString()));
+        window->setPort(QString());
+        QSignalSpy connected(window, &MainWindow::connectionChanged);
+        window->connectLine();
+        QVERIFY(connected.wait(waitMs) && connected.last().at(0).toBool());
+    }
+
+    // A station that does not answer among live ones.
+    void silentStationDoesNotStallTheOthers()
+    {
+        typeInto(spinNamed("timeout"), 100);
+        typeInto(spinNamed("retry"), 2);
+        typeInto(spinNamed("interval"), 100);
+        QVERIFY(reconnect());
+        QVERIFY(window->addTagLine("IR5"));
+        const int live = window->tags()->idAt(rowOf("IR5"));
+        QTRY_VERIFY_WITH_TIMEOUT(!valueOf("IR5").isEmpty(), waitMs);
+        const int alone = readingsOf(live, 2000);
+        QVERIFY(window->addTagLine("HR110 station=9")); // the simulated drive serves 1 to 3
+        const QModelIndex error = window->tags()->index(rowOf("HR110"), TagModel::ErrorColumn);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            error.data().toString().startsWith("station 9 does not answer; read every 10th cycle"), waitMs);
+        const int withSilent = readingsOf(live, 2000);
+        QVERIFY2(withSilent * 10 >= alone * 6,
+            qPrintable(QString("%1 reads, %2 alone").arg(withSilent).arg(alone)));
+        QTRY_VERIFY_WITH_TIMEOUT(window->statusText().contains("station 9 silent"), waitMs);
     }
 
     void screenshotIsNotBlank()
