@@ -78,11 +78,13 @@ void ScanView::start()
     o.address = address->text().trimmed().toStdString();
     Command c;
     std::string error;
+    // A refused scan leaves no earlier results behind as if they were its own.
+    table->setRowCount(0);
     if (!prepareCommand(o, false, c, error)) {
+        summary->setText(QString::fromStdString(error));
         emit message(QString::fromStdString(error));
         return;
     }
-    table->setRowCount(0);
     bar->setRange(0, c.to - c.from + 1);
     bar->setValue(0);
     busy = true;

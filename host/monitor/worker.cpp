@@ -163,7 +163,6 @@ Reading MonitorWorker::readTag(const PollTag &t, int retry)
     r.id = t.id;
     r.revision = t.revision;
     const int64_t t0 = monotonicNs();
-    const int64_t answerBefore = link.lastAnswerWallMs();
     const FormattedResult f = readAsTexts(host, link, t.tag.address, t.tag.type, t.tag.format, t.tag.count);
     r.latencyNs = monotonicNs() - t0;
     r.ok = f.ok;
@@ -172,8 +171,7 @@ Reading MonitorWorker::readTag(const PollTag &t, int retry)
     else
         r.error = QString::fromStdString(f.errorText);
     // The time of the answer; a read without one failed when it ended.
-    const int64_t answer = link.lastAnswerWallMs();
-    r.timeMs = answer != answerBefore ? answer : QDateTime::currentMSecsSinceEpoch();
+    r.timeMs = f.answeredMs > 0 ? f.answeredMs : QDateTime::currentMSecsSinceEpoch();
     const int station = stationOf(t);
     backoff.record(station, cycle, f.ok || f.error.kind == ErrorKind::Exception);
     if (backoff.backedOff(station))
