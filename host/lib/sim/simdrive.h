@@ -133,6 +133,12 @@ private:
     };
     std::map<int, Motor> motors;
     int64_t motorsAt = 0; // when the motors were last advanced
+    // On a pseudo-terminal no bits travel: a drive on a wire answers a
+    // request once its characters have come, one by one from the first
+    // byte of the frame read, and the silence has ended it. 0: on a wire.
+    int64_t frameStartNs = 0;
+    int64_t heardNs = 0; // that moment for the request being handled
+    int64_t queuedSinceNs = 0; // when a request began to wait while the drive was busy; -1: no master
 };
 
 #endif // HOST_SIM_SIMDRIVE_H
