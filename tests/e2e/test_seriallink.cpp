@@ -335,6 +335,34 @@ TEST(SerialLink, ALateAnswerIsDroppedInTheGuardOrWhileTheNextRequestIsOnTheWire)
     }
 }
 
+TEST(SerialLink, AnEarlyFrameFromAStationThatOwedNoAnswerShowsTheLineOutOfStep)
+{
+    // The last exchange took a clean answer, yet a frame of the same station
+    // begins while the next request is on the wire: an answer taken before
+    // was another request's, and this one's may be behind it. The exchange
+    // takes nothing, and the guard holds the next request back.
+    Device device;
+    SerialLink link;
+    std::string error;
+    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(100), error)) << error;
+    const QByteArray first = withCrc("01 03 00 63 00 01"), second = withCrc("01 03 00 64 00 01");
+    link.send(first.constData(), first.size());
+    device.take(8);
+    device.answer(toHex(withCrc("01 03 02 11 11")).c_str());
+    EXPECT_EQ(received(link, 7), toHex(withCrc("01 03 02 11 11")));
+    std::thread drive([&device] {
+        device.take(8);
+        device.put(toHex(withCrc("01 03 02 11 11")).c_str());
+        device.answer(toHex(withCrc("01 03 02 22 22")).c_str());
+    });
+    link.send(second.constData(), second.size());
+    EXPECT_EQ(received(link, 7), "");
+    drive.join();
+    link.send(second.constData(), second.size());
+    EXPECT_EQ(link.counters().guardWaits, 1u);
+    EXPECT_EQ(link.counters().lateBytesDropped, 14u);
+}
+
 // Stale bytes, a reply cut short, a frame from another station and the
 // answer: what the sink gets, what each trace form writes, and the health.
 TEST(SerialLink, TraceAndHealthShowWhatHappenedOnTheLine)

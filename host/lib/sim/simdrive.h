@@ -11,6 +11,11 @@
 // answer from the station's data; the drive only routes the answer through
 // the fault rules. It runs on its own thread between start() and stop().
 //
+// On a pseudo-terminal no bits travel, so the drive answers as it would on a
+// wire: not before the request's characters have come, one character time
+// each from the first byte read, and the silence has ended the frame. A
+// request that came while the drive was busy counts from when it came.
+//
 // When the map binds registers to the motor model (registermap.h, motion.h),
 // every request first advances each station's motor to the time of the
 // request, with the commands its registers hold, and writes what the motor
