@@ -186,6 +186,8 @@ int64_t LinkSettings::characterNs() const { return int64_t(bitsPerCharacter()) *
 
 int64_t LinkSettings::silenceNs() const { return baudRate <= 19200 ? characterNs() * 7 / 2 : 1750000; }
 
+int64_t LinkSettings::leastTurnaroundNs() const { return silenceNs() / 2; }
+
 // ---------------------------------------------------------------- SerialLink
 
 SerialLink::SerialLink() { std::memset(&savedTermios, 0, sizeof savedTermios); }
@@ -566,8 +568,10 @@ void SerialLink::holdBackForGuard(const char *frame, int length)
             continue;
         count.lateBytesDropped += uint64_t(got);
         const int owner = next.known ? next.station : requestStation;
-        if (owner >= 0)
+        if (owner >= 0) {
             stations[owner].health.lateBytesDropped += uint64_t(got);
+            stations[owner].answerOwed = false;
+        }
         lineQuietSinceNs = monotonicNs();
         trace(TraceEvent::Kind::Late, junk, got, owner, "arrived in the late-answer guard: dropped");
     }
@@ -599,8 +603,74 @@ int SerialLink::send(const char *frame, int length)
         waitForSilence();
     else
         dropStaleBytes();
+    const int sent = writeRequest(frame, length);
+    ++count.requests;
+    count.bytesSent += uint64_t(sent);
+    StationState &state = stations[requestStation];
+    ++state.health.requests;
+    if (state.lastFailed && state.lastRequest.size() == size_t(length)
+        && std::memcmp(state.lastRequest.data(), frame, size_t(length)) == 0)
+        ++state.health.retries;
+    state.lastRequest.assign(frame, size_t(length));
+    state.lastFailed = false;
+    replyException = false;
+    outcomeSettled = false;
+    trace(TraceEvent::Kind::Sent, frame, sent, requestStation,
+        sent < length ? "the line took only part of the frame" : "");
+    if (opts.localEcho && sent > 0)
+        readBackEcho(frame, sent);
+    expected = expectedReplyTo(reinterpret_cast<const uint8_t *>(frame), length);
+    if (sent < length)
+        expected = ExpectedReply(); // not the request we meant: judge nothing
+    exchange = Exchange::Waiting;
+    replyHave = replyTaken = earlyBytes = 0;
+    replyFramed = guardOwed = outOfStep = false;
+    replyClean = !expected.known; // unjudged requests: clean unless a receive comes up short
+    replyDeadlineNs = std::max(monotonicNs(), requestEndNs) + int64_t(opts.timeoutMs) * 1000000
+        + expected.length * line.characterNs();
+    if (expected.known)
+        collectEarlyBytes();
+    return sent;
+}
+
+void SerialLink::collectEarlyBytes()
+{
+    // Whenever the driver asks for the answer, what came before it may
+    // begin is known for what it is. Only bytes seen waiting before that
+    // moment count: a wake-up that comes late (a busy machine) must not
+    // take a punctual answer for an early one.
+    earlyBytes = 0;
+    while (!hungUp && earlyBytes < ReplyCapacity) {
+        const int64_t left = answerNotBeforeNs - monotonicNs();
+        if (left <= 0)
+            break;
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
+        const int ready = ppoll(&p, 1, &ts, nullptr);
+        if ((ready < 0 && errno != EINTR) || (ready > 0 && !(p.revents & POLLIN)))
+            break; // the line is gone: the reply's own read says so
+        int pending = 0;
+        if (ioctl(fd, FIONREAD, &pending) < 0 || pending <= 0 || monotonicNs() >= answerNotBeforeNs)
+            continue;
+        const ssize_t r
+            = ::read(fd, reply + earlyBytes, size_t(std::min(pending, ReplyCapacity - earlyBytes)));
+        if (r <= 0)
+            break;
+        earlyBytes += int(r);
+    }
+    if (earlyBytes <= 0)
+        return;
+    awaitingAnswer = false;
+    replyHave = earlyBytes;
+    lineQuietSinceNs = monotonicNs();
+    count.bytesReceived += uint64_t(earlyBytes);
+}
+
+int SerialLink::writeRequest(const char *frame, int length)
+{
     int sent = 0;
-    const int64_t deadline = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
+    const int64_t writeStartNs = monotonicNs();
+    const int64_t deadline = writeStartNs + int64_t(opts.timeoutMs) * 1000000 + length * line.characterNs();
     while (sent < length) {
         ssize_t w = ::write(fd, frame + sent, size_t(length - sent));
         if (w > 0) {
@@ -618,86 +688,123 @@ int SerialLink::send(const char *frame, int length)
         break;
     }
     // The silence, the echo and the kernel's RS485 switching count from the
-    // moment the last character has left the line.
+    // moment the last character has left the line: once tcdrain says so,
+    // and never before the request's wire time after the write began (a
+    // pseudo-terminal drains at once). Its answer cannot begin before that
+    // wire time and the drive's least turnaround: a frame that begins
+    // sooner answers something else. (tcdrain may return late on some
+    // adapters, so this bound does not count on it.)
     if (opts.silence || opts.localEcho || opts.rs485)
         tcdrain(fd);
-    lineQuietSinceNs = monotonicNs();
+    const int64_t wireEndNs = writeStartNs + sent * line.characterNs();
+    answerNotBeforeNs = wireEndNs + line.leastTurnaroundNs();
+    requestEndNs = std::max(monotonicNs(), wireEndNs);
+    lineQuietSinceNs = requestEndNs;
     awaitingAnswer = true;
-    requestEndNs = lineQuietSinceNs;
-    ++count.requests;
-    count.bytesSent += uint64_t(sent);
-    StationState &state = stations[requestStation];
-    ++state.health.requests;
-    if (state.lastFailed && state.lastRequest.size() == size_t(length)
-        && std::memcmp(state.lastRequest.data(), frame, size_t(length)) == 0)
-        ++state.health.retries;
-    state.lastRequest.assign(frame, size_t(length));
-    state.lastFailed = false;
-    replyException = false;
-    outcomeSettled = false;
-    trace(TraceEvent::Kind::Sent, frame, sent, requestStation,
-        sent < length ? "the line took only part of the frame" : "");
-    if (opts.localEcho && sent > 0) {
-        std::vector<char> echo(size_t(sent), 0);
-        const int64_t echoDeadline
-            = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + sent * line.characterNs();
-        const int got = readUntil(echo.data(), sent, echoDeadline, true);
-        const bool same = got == sent && std::memcmp(echo.data(), frame, size_t(sent)) == 0;
-        if (!same)
-            ++count.echoMismatches;
-        trace(TraceEvent::Kind::Echo, echo.data(), got, requestStation,
-            same ? "" : "the echo differs from the request: collision?");
-        lineQuietSinceNs = monotonicNs();
-    }
-    expected = expectedReplyTo(reinterpret_cast<const uint8_t *>(frame), length);
-    if (sent < length)
-        expected = ExpectedReply(); // not the request we meant: judge nothing
-    exchange = Exchange::Waiting;
-    replyHave = replyTaken = 0;
-    replyFramed = guardOwed = false;
-    replyClean = !expected.known; // unjudged requests: clean unless a receive comes up short
-    replyDeadlineNs
-        = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + expected.length * line.characterNs();
     return sent;
+}
+
+void SerialLink::readBackEcho(const char *frame, int sent)
+{
+    std::vector<char> echo(size_t(sent), 0);
+    const int64_t echoDeadline
+        = monotonicNs() + int64_t(opts.timeoutMs) * 1000000 + sent * line.characterNs();
+    const int got = readUntil(echo.data(), sent, echoDeadline, true);
+    const bool same = got == sent && std::memcmp(echo.data(), frame, size_t(sent)) == 0;
+    if (!same)
+        ++count.echoMismatches;
+    trace(TraceEvent::Kind::Echo, echo.data(), got, requestStation,
+        same ? "" : "the echo differs from the request: collision?");
+    lineQuietSinceNs = std::max(monotonicNs(), requestEndNs);
+}
+
+int SerialLink::replyBytesWanted(int frameLength) const
+{
+    if (frameLength == 0) // the header is not in yet
+        return (replyHave < 2 ? 2 : 3) - replyHave;
+    if (frameLength < 0) // no reply header: take what the answer's length would be
+        return std::max(expected.length - replyHave, 0);
+    return std::max(frameLength - replyHave, 0);
+}
+
+bool SerialLink::readReplyBytes(int want, int frameLength)
+{
+    const int got = readUntil(reply + replyHave, want, replyDeadlineNs, awaitingAnswer && replyHave == 0);
+    awaitingAnswer = false;
+    if (got > 0) {
+        lineQuietSinceNs = monotonicNs();
+        count.bytesReceived += uint64_t(got);
+    }
+    replyHave += got;
+    if (got == want)
+        return true;
+    ++count.shortReceives;
+    if (replyHave == 0)
+        stations[requestStation].answerOwed = true;
+    ++stations[requestStation].health.timeOuts;
+    char note[96];
+    std::snprintf(note, sizeof note,
+        hungUp ? "line closed after %d of %d bytes" : "time-out after %d of %d bytes", replyHave,
+        frameLength > 0 ? frameLength : expected.length);
+    trace(TraceEvent::Kind::TimeOut, reply, replyHave, requestStation, note);
+    return false;
+}
+
+void SerialLink::dropNotTheAnswer(int length, int station, const std::string &note)
+{
+    count.lateBytesDropped += uint64_t(length);
+    stations[station].health.lateBytesDropped += uint64_t(length);
+    trace(TraceEvent::Kind::Late, reply, length, station, note);
+    replyHave -= length;
+    std::memmove(reply, reply + length, size_t(replyHave));
+}
+
+bool SerialLink::dropEarlyFrame(int frameLength)
+{
+    // A frame with a header is read whole and dropped; without one, the
+    // rest is not framed: what came early is dropped.
+    if (frameLength == 0 || (frameLength > 0 && replyHave < frameLength))
+        return false; // read on to the end of the frame
+    const int length = frameLength > 0 ? frameLength : earlyBytes;
+    const int station = frameLength > 0 ? reinterpret_cast<const uint8_t *>(reply)[0] : -1;
+    if (station == expected.station) {
+        // The late answer to an exchange that got nothing, or a sign that
+        // the answers are out of step with the requests.
+        bool &owed = stations[station].answerOwed;
+        outOfStep = outOfStep || !owed;
+        owed = false;
+    }
+    ++count.framesRejected;
+    dropNotTheAnswer(length, station >= 0 ? station : requestStation,
+        "began before the request had left the line; dropped");
+    earlyBytes = std::max(earlyBytes - length, 0);
+    return true;
 }
 
 void SerialLink::collectReply()
 {
     // Reads the answer as one frame, however the driver asks for it: first
-    // the header, then as many bytes as the header says. Well-formed frames
-    // that answer something else are dropped and the wait goes on, until the
-    // answer's deadline.
+    // the header, then as many bytes as the header says. Frames that answer
+    // something else are dropped and the wait goes on, until the answer's
+    // deadline: well-formed ones that cannot answer this request, and any
+    // that began before the request had left the wire.
     const uint8_t *bytes = reinterpret_cast<const uint8_t *>(reply);
     for (;;) {
-        int frameLength = replyFrameLength(bytes, replyHave);
-        int want;
-        if (frameLength == 0)
-            want = (replyHave < 2 ? 2 : 3) - replyHave;
-        else if (frameLength < 0) // no reply header: take what the answer's length would be
-            want = std::max(expected.length - replyHave, 0);
-        else
-            want = frameLength - replyHave;
+        const int frameLength = replyFrameLength(bytes, replyHave);
+        if (earlyBytes > 0 && dropEarlyFrame(frameLength))
+            continue;
+        if (outOfStep) {
+            // No answer taken: the exchange fails and the guard follows.
+            ++stations[requestStation].health.timeOuts;
+            trace(TraceEvent::Kind::TimeOut, reply, 0, requestStation,
+                "answers out of step with the requests: none taken");
+            break;
+        }
+        const int want = replyBytesWanted(frameLength);
         if (want > 0) {
-            const int got
-                = readUntil(reply + replyHave, want, replyDeadlineNs, awaitingAnswer && replyHave == 0);
-            awaitingAnswer = false;
-            if (got > 0) {
-                lineQuietSinceNs = monotonicNs();
-                count.bytesReceived += uint64_t(got);
-            }
-            replyHave += got;
-            if (got < want) {
-                ++count.shortReceives;
-                ++stations[requestStation].health.timeOuts;
-                char note[96];
-                std::snprintf(note, sizeof note,
-                    hungUp ? "line closed after %d of %d bytes" : "time-out after %d of %d bytes", replyHave,
-                    frameLength > 0 ? frameLength : expected.length);
-                trace(TraceEvent::Kind::TimeOut, reply, replyHave, requestStation, note);
+            if (!readReplyBytes(want, frameLength))
                 break;
-            }
-            if (frameLength <= 0)
-                continue; // with the header in: the rest
+            continue; // framed again with the new bytes
         }
         replyFramed = true;
         if (frameLength < 0) {
@@ -709,14 +816,11 @@ void SerialLink::collectReply()
         const ReplyVerdict verdict = judgeReply(expected, bytes, frameLength, &why);
         if (verdict == ReplyVerdict::NotTheAnswer) {
             ++count.framesRejected;
-            count.lateBytesDropped += uint64_t(frameLength);
-            stations[bytes[0]].health.lateBytesDropped += uint64_t(frameLength);
-            trace(TraceEvent::Kind::Late, reply, frameLength, bytes[0],
-                std::string("not the answer: ") + why + "; dropped");
-            replyHave = 0;
+            dropNotTheAnswer(frameLength, bytes[0], std::string("not the answer: ") + why + "; dropped");
             continue;
         }
         replyClean = verdict == ReplyVerdict::Answer;
+        stations[requestStation].answerOwed = false;
         StationHealth &h = stations[requestStation].health;
         if (!replyClean)
             ++h.crcErrors;

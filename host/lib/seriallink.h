@@ -15,11 +15,18 @@
 //   whose CRC fails, a reply the driver read differently) it holds the next
 //   request to that station back for a guard interval and drops everything
 //   that arrives meanwhile; before each request it drops bytes still waiting
-//   on the line. So an answer up to (time-out + guard) late is never taken
-//   for another request's;
+//   on the line, and after it a frame that began before the request had
+//   left the wire (plus the drive's least turnaround). So an answer that
+//   begins up to time-out + wire(answer) + guard + wire(next request) after
+//   the end of its request is never taken for another request's. A frame
+//   from the station that begins early while it owed no answer shows that
+//   an answer taken before was another request's: that exchange takes no
+//   answer and the guard follows, so one answer later still costs at most
+//   the commands it overlaps;
 // - it keeps the RTU silent interval before each request, counted from the
 //   end of the last frame on the line (our request once tcdrain reports it
-//   sent, or the last byte received), 3.5 character times up to 19200 baud
+//   sent and its wire time after the write began has passed, or the last
+//   byte received), 3.5 character times up to 19200 baud
 //   and 1.75 ms above; point-to-point lines may switch it off;
 // - for 2-wire RS485 adapters it can ask the kernel to drive the transmitter
 //   (TIOCSRS485) and can read back and drop the local echo of each request;
@@ -62,6 +69,11 @@ struct LinkSettings
     int64_t characterNs() const;
     // The RTU inter-frame silence: 3.5 characters, or 1.75 ms above 19200 baud.
     int64_t silenceNs() const;
+    // The least time between the end of a request on the wire and the first
+    // byte of its answer that the link allows a drive: half the silence (a
+    // drive keeps the whole silence before it answers). Bytes that begin
+    // sooner cannot be the answer.
+    int64_t leastTurnaroundNs() const;
     // Whether a terminal's settings give this line's speed and stop bits.
     // (A pseudo-terminal keeps no more: Linux clears the parity and forces
     // 8 data bits on it.)
@@ -183,6 +195,13 @@ private:
     // Reads up to length bytes until deadline (monotonic ns); returns the
     // number read. waitFirst: nothing is expected yet, wait before reading.
     int readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst);
+    // Writes the request; sets when it left the line and when its answer
+    // may begin. Returns the bytes the line took.
+    int writeRequest(const char *frame, int length);
+    void readBackEcho(const char *frame, int sent);
+    // Until the answer may begin, reads what arrives into the reply: it
+    // cannot be the answer.
+    void collectEarlyBytes();
     void waitForSilence();
     void sleepUntilPrecisely(int64_t targetNs);
     void dropStaleBytes();
@@ -190,6 +209,15 @@ private:
     void holdBackForGuard(const char *frame, int length);
     void owesGuard(int station, int64_t fromNs);
     void collectReply();
+    // How many more bytes the reply frame now collected needs.
+    int replyBytesWanted(int frameLength) const;
+    // Reads want bytes of the reply; false when they did not all come.
+    bool readReplyBytes(int want, int frameLength);
+    // Drops what collectEarlyBytes() collected, frame by frame: the first
+    // frame that begins later may be the answer.
+    bool dropEarlyFrame(int frameLength);
+    // Drops the first length bytes collected: they cannot be the answer.
+    void dropNotTheAnswer(int length, int station, const std::string &note);
     // Settles the outcome of the exchange that a new request ends.
     void endExchange();
     void trace(
@@ -232,12 +260,21 @@ private:
     TraceFormat traceFormat = TraceFormat::Decoded;
     TraceSink traceSink;
     int64_t requestEndNs = -1; // when the last request had left
+    // The earliest moment the answer to the last request may begin: its
+    // least wire end (write begun + its wire time) + the least turnaround.
+    int64_t answerNotBeforeNs = 0;
+    int earlyBytes = 0; // the first bytes of the reply buffer came before that
+    // A frame from the station began early while it owed no answer: an
+    // answer taken before was another request's, and more may follow.
+    bool outOfStep = false;
 
     struct StationState
     {
         StationHealth health;
         std::string lastRequest;
         bool lastFailed = false;
+        // An exchange got nothing from the station: its answer may still come.
+        bool answerOwed = false;
     };
     std::map<int, StationState> stations;
     int requestStation = -1; // the station of the last request

@@ -24,7 +24,9 @@ struct TraceEvent
     Kind kind = Kind::Sent;
     int64_t timeNs = 0; // monotonic clock (monotonicNs())
     int64_t sinceOpenNs = 0; // since the link was opened
-    int64_t sinceRequestNs = -1; // since the end of the last request; -1 before any
+    // Since the end of the last request; negative before any request, or
+    // while the request is still on the wire.
+    int64_t sinceRequestNs = -1;
     int station = -1; // the station of the request it belongs to; -1 unknown
     std::string bytes; // the bytes on the line
     std::string note; // the link's own words, such as "time-out after 3 of 7 bytes"

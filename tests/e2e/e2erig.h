@@ -30,9 +30,10 @@ public:
     // map: the simulated drive's (registermap.h); by default every register
     // starts at 0 and nothing moves.
     explicit E2eRig(int timeoutMs = AnswerTimeoutMs, int retry = 0, std::vector<FaultRule> faults = {},
-        const std::string &map = std::string())
+        const std::string &map = std::string(), const LinkSettings &line = LinkSettings())
     {
         SimDrive::Options so;
+        so.link = line;
         so.stations = { 1, 2, 3, 7 };
         so.map = map;
         so.faults = faults;
@@ -43,7 +44,7 @@ public:
         lo.timeoutMs = timeoutMs;
         lo.retry = retry;
         lo.station = 1;
-        if (!link.open(sim.devicePath(), LinkSettings(), lo, error))
+        if (!link.open(sim.devicePath(), line, lo, error))
             ADD_FAILURE() << "link: " << error;
         driver = host.load(TECO_SERVO_PLUGIN_PATH, error);
         if (!driver)

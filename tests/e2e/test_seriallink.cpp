@@ -43,6 +43,16 @@ public:
         const QByteArray b = hex(hexText);
         ASSERT_EQ(::write(fd, b.constData(), size_t(b.size())), b.size());
     }
+    // As a drive on a wire answers a request that the link has begun to
+    // send: once the request has left the wire and the silence has passed
+    // (at 9600 baud). Sooner, the link drops the bytes as late.
+    void answer(const char *hexText, int requestBytes = 8)
+    {
+        const LinkSettings line;
+        std::this_thread::sleep_for(
+            std::chrono::nanoseconds(requestBytes * line.characterNs() + line.silenceNs()));
+        put(hexText);
+    }
     // Reads exactly n bytes (or what came within a generous limit).
     std::string take(int n)
     {
@@ -127,7 +137,7 @@ TEST(SerialLink, BytesWaitingBeforeARequestAreDropped)
         const QByteArray request = hex("01 03 00 63 00 01 74 14");
         EXPECT_EQ(link.send(request.constData(), request.size()), 8);
         EXPECT_EQ(device.take(8), "01 03 00 63 00 01 74 14");
-        device.put("01 03 02 12 34 B5 33");
+        device.answer("01 03 02 12 34 B5 33");
         EXPECT_EQ(received(link, 5), "01 03 02 12 34");
         EXPECT_EQ(received(link, 2), "B5 33");
         EXPECT_EQ(link.counters().staleBytesDropped, 8u);
@@ -213,7 +223,7 @@ TEST(SerialLink, TheLocalEchoOfARequestIsReadBackAndDropped)
         std::thread adapter([&device, &row] {
             device.take(8);
             device.put(row.echo);
-            device.put("01 03 02 12 34 B5 33");
+            device.answer("01 03 02 12 34 B5 33");
         });
         const QByteArray request = hex("01 03 00 63 00 01 74 14");
         link.send(request.constData(), request.size());
@@ -251,7 +261,7 @@ TEST(SerialLink, AFrameThatCannotAnswerTheRequestIsDroppedAndTheWaitGoesOn)
         link.send(request.constData(), request.size());
         device.take(request.size());
         const QByteArray stray = withCrc(row.stray), answer = withCrc(row.answer);
-        device.put(toHex(stray + answer).c_str());
+        device.answer(toHex(stray + answer).c_str(), request.size());
         EXPECT_EQ(received(link, 5), toHex(answer.left(5)));
         EXPECT_EQ(received(link, answer.size() - 5), toHex(answer.mid(5)));
         EXPECT_EQ(link.counters().framesRejected, 1u);
@@ -271,17 +281,19 @@ TEST(SerialLink, AFrameWithABadCrcGoesToTheDriver)
     const QByteArray request = withCrc("01 03 00 63 00 01");
     link.send(request.constData(), request.size());
     device.take(8);
-    device.put("02 03 02 12 34 00 00");
+    device.answer("02 03 02 12 34 00 00");
     EXPECT_EQ(received(link, 5), "02 03 02 12 34");
     EXPECT_EQ(received(link, 2), "00 00");
     EXPECT_EQ(link.counters().framesRejected, 0u);
 }
 
-TEST(SerialLink, AfterAFailedExchangeLateBytesAreDroppedUntilTheGuardHasPassed)
+TEST(SerialLink, ALateAnswerIsDroppedInTheGuardOrWhileTheNextRequestIsOnTheWire)
 {
-    // A request times out; its answer comes after the time-out. The next
-    // request to that station waits for the guard and the late answer is
-    // dropped, while a request to another station goes out at once.
+    // A request times out; its answer comes just after the time-out. The
+    // next request to that station waits for the guard, which drops the
+    // late answer; a request that goes out at once (to another station, or
+    // with the guard off) is still on the wire when the late answer begins,
+    // so that cannot be its answer either. Each takes its own answer.
     struct Row
     {
         const char *what;
@@ -308,26 +320,47 @@ TEST(SerialLink, AfterAFailedExchangeLateBytesAreDroppedUntilTheGuardHasPassed)
         const QByteArray lateAnswer = withCrc("01 03 02 11 11");
         std::thread drive([&] {
             // The late answer, just after the master gave up.
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
             device.put(toHex(lateAnswer).c_str());
         });
         const QByteArray next = withCrc(row.next);
         link.send(next.constData(), next.size());
         drive.join();
         EXPECT_EQ(link.counters().guardWaits, row.heldBack ? 1u : 0u);
-        if (row.heldBack) {
-            // The late answer was dropped before the request went out.
-            EXPECT_EQ(link.counters().lateBytesDropped, uint64_t(lateAnswer.size()));
-            EXPECT_EQ(device.take(8), toHex(next));
-            const QByteArray answer = withCrc("01 03 02 22 22");
-            device.put(toHex(answer).c_str());
-            EXPECT_EQ(received(link, 7), toHex(answer));
-        } else {
-            // Went out at once: the late answer comes after the request.
-            EXPECT_EQ(device.take(8), toHex(next));
-            EXPECT_EQ(link.counters().lateBytesDropped, 0u);
-        }
+        EXPECT_EQ(device.take(8), toHex(next));
+        const QByteArray answer = withCrc((std::string(row.next).substr(0, 2) + " 03 02 22 22").c_str());
+        device.answer(toHex(answer).c_str());
+        EXPECT_EQ(received(link, 7), toHex(answer));
+        EXPECT_EQ(link.counters().lateBytesDropped, uint64_t(lateAnswer.size()));
     }
+}
+
+TEST(SerialLink, AnEarlyFrameFromAStationThatOwedNoAnswerShowsTheLineOutOfStep)
+{
+    // The last exchange took a clean answer, yet a frame of the same station
+    // begins while the next request is on the wire: an answer taken before
+    // was another request's, and this one's may be behind it. The exchange
+    // takes nothing, and the guard holds the next request back.
+    Device device;
+    SerialLink link;
+    std::string error;
+    ASSERT_TRUE(link.open(device.path, LinkSettings(), options(100), error)) << error;
+    const QByteArray first = withCrc("01 03 00 63 00 01"), second = withCrc("01 03 00 64 00 01");
+    link.send(first.constData(), first.size());
+    device.take(8);
+    device.answer(toHex(withCrc("01 03 02 11 11")).c_str());
+    EXPECT_EQ(received(link, 7), toHex(withCrc("01 03 02 11 11")));
+    std::thread drive([&device] {
+        device.take(8);
+        device.put(toHex(withCrc("01 03 02 11 11")).c_str());
+        device.answer(toHex(withCrc("01 03 02 22 22")).c_str());
+    });
+    link.send(second.constData(), second.size());
+    EXPECT_EQ(received(link, 7), "");
+    drive.join();
+    link.send(second.constData(), second.size());
+    EXPECT_EQ(link.counters().guardWaits, 1u);
+    EXPECT_EQ(link.counters().lateBytesDropped, 14u);
 }
 
 // Stale bytes, a reply cut short, a frame from another station and the
@@ -371,12 +404,12 @@ TEST(SerialLink, TraceAndHealthShowWhatHappenedOnTheLine)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         const QByteArray request = hex("01 03 00 63 00 01 74 14");
         link.send(request.constData(), request.size());
-        device.put("01 03 02 41 42");
+        device.answer("01 03 02 41 42");
         received(link, 5);
         received(link, 2);
         // The same request again after a failure: a retry.
         link.send(request.constData(), request.size());
-        device.put("02 03 02 00 01 3D 84 01 03 02 12 34 B5 33");
+        device.answer("02 03 02 00 01 3D 84 01 03 02 12 34 B5 33");
         received(link, 7);
         link.setTrace("", error);
         std::ifstream in(path);

@@ -311,15 +311,22 @@ void SimDrive::stop()
 
 bool SimDrive::pause(int64_t ns)
 {
+    // On a pseudo-terminal, notes when a request begins to wait on the line
+    // while the drive is busy: on a wire, that is when it came.
     const int64_t until = monotonicNs() + ns;
     for (;;) {
         const int64_t left = until - monotonicNs();
         if (left <= 0)
             return true;
-        struct pollfd p = { wake[0], POLLIN, 0 };
+        const bool watch = opts.device.empty() && queuedSinceNs == 0;
+        struct pollfd p[2] = { { wake[0], POLLIN, 0 }, { lineFd, POLLIN, 0 } };
         struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
-        if (ppoll(&p, 1, &ts, nullptr) > 0)
-            return false;
+        if (ppoll(p, watch ? 2 : 1, &ts, nullptr) > 0) {
+            if (p[0].revents)
+                return false;
+            // Bytes waiting, or no master on the line (nothing to note).
+            queuedSinceNs = pendingBytes(lineFd) > 0 ? monotonicNs() : -1;
+        }
     }
 }
 
@@ -346,8 +353,18 @@ void SimDrive::run()
             return;
         if (p[0].revents & POLLIN) {
             const ssize_t n = ::read(lineFd, chunk, sizeof chunk);
+            const bool queued = queuedSinceNs > 0;
+            if (n > 0 && frame.empty())
+                frameStartNs = !opts.device.empty() ? 0 : queued ? queuedSinceNs : monotonicNs();
+            queuedSinceNs = 0;
             if (n > 0 && frame.size() < 4096)
                 frame.insert(frame.end(), chunk, chunk + n);
+            if (queued && n > 0) {
+                // Whole requests that came while the drive was busy: on a
+                // wire, the silence after them has passed too.
+                handleBytes(frame);
+                frame.clear();
+            }
         } else if (p[0].revents) {
             // No master on the line (a device that hung up): wait quietly.
             if (!pause(10000000))
@@ -381,6 +398,7 @@ void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
         fed += size_t(w);
     }
     uint8_t request[MODBUS_RTU_MAX_ADU_LENGTH];
+    int64_t heardBytes = 0; // of the frame, up to the end of the request handled
     while (pendingBytes(modbusSide) > 0) {
         uint8_t station = 0;
         if (recv(modbusSide, &station, 1, MSG_PEEK) != 1)
@@ -401,6 +419,9 @@ void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
                     opts.log, "sim: dropped a frame that is not a valid request (%zu bytes)\n", bytes.size());
             break;
         }
+        heardBytes += rc;
+        heardNs
+            = frameStartNs ? frameStartNs + heardBytes * opts.link.characterNs() + opts.link.silenceNs() : 0;
         handleRequest(request, rc);
     }
 }
@@ -455,6 +476,8 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
     }
     if (answer.empty())
         return; // broadcast: no answer
+    if (!pause(heardNs - monotonicNs()))
+        return;
     if (faulty) {
         switch (fault.kind) {
         case FaultRule::Corrupt:

@@ -11,6 +11,11 @@
 // answer from the station's data; the drive only routes the answer through
 // the fault rules. It runs on its own thread between start() and stop().
 //
+// On a pseudo-terminal no bits travel, so the drive answers as it would on a
+// wire: not before the request's characters have come, one character time
+// each from the first byte read, and the silence has ended the frame. A
+// request that came while the drive was busy counts from when it came.
+//
 // When the map binds registers to the motor model (registermap.h, motion.h),
 // every request first advances each station's motor to the time of the
 // request, with the commands its registers hold, and writes what the motor
@@ -133,6 +138,12 @@ private:
     };
     std::map<int, Motor> motors;
     int64_t motorsAt = 0; // when the motors were last advanced
+    // On a pseudo-terminal no bits travel: a drive on a wire answers a
+    // request once its characters have come, one by one from the first
+    // byte of the frame read, and the silence has ended it. 0: on a wire.
+    int64_t frameStartNs = 0;
+    int64_t heardNs = 0; // that moment for the request being handled
+    int64_t queuedSinceNs = 0; // when a request began to wait while the drive was busy; -1: no master
 };
 
 #endif // HOST_SIM_SIMDRIVE_H
