@@ -576,6 +576,11 @@ TEST(CommandLine, BatchLinesSplitIntoWordsUpToAComment)
         { "write HR1 5#6", { "write", "HR1", "5#6" } },
         { "write HR1 \"\"#6", { "write", "HR1", "#6" } },
         { "read HR100\r", { "read", "HR100" } },
+        // Quoting as in a POSIX shell.
+        { "write HR1 \"say \\\"hi\\\"\"", { "write", "HR1", "say \"hi\"" } },
+        { "write HR1 \"a\\\\b\\c\"", { "write", "HR1", "a\\b\\c" } },
+        { "write HR1 'say \"hi\" \\n #' x''y", { "write", "HR1", "say \"hi\" \\n #", "xy" } },
+        { "write HR1 a\\ b \\#c \\'", { "write", "HR1", "a b", "#c", "'" } },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.line);
@@ -583,6 +588,13 @@ TEST(CommandLine, BatchLinesSplitIntoWordsUpToAComment)
         std::string error;
         EXPECT_TRUE(splitWords(row.line, words, error)) << error;
         EXPECT_EQ(words, row.words);
+    }
+    for (const char *line : { "read \"HR2", "write HR1 'it", "write HR1 \"a\\\"", "write HR1 a\\" }) {
+        SCOPED_TRACE(line);
+        std::vector<std::string> words;
+        std::string error;
+        EXPECT_FALSE(splitWords(line, words, error));
+        EXPECT_FALSE(error.empty());
     }
 }
 
