@@ -623,6 +623,9 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
         { { "scan", "--address" }, "D", { "DO", "DI" } },
         { { "trace" }, "o", { "on", "off" } },
         { { "trace", "on" }, "o", {} },
+        { {}, "--f", { "--format", "--from" } }, // options before the command
+        { { "read", "HR1", "--format" }, "f", { "float32", "float64" } },
+        { { "read", "HR1", "--format" }, "int32:C", { "int32:CDAB" } },
     };
     for (const Row &row : rows) {
         std::string shown;
