@@ -122,12 +122,15 @@ std::string shellHelp()
     }
     text += helpLines({ "  help" }, 0, "this text")
         + helpLines({ "  quit, exit or Ctrl-D" }, 0, "end the shell");
-    std::vector<std::string> common;
+    std::vector<std::string> common = { "each command also takes" }; // an option and its value stay together
     for (const std::string &option : lineOptionNames())
         if (std::find(own.begin(), own.end(), option) == own.end())
-            common.push_back(optionSynopsis(option));
+            common.push_back(optionSynopsis(option) + ",");
+    common.back().back() = '.';
+    common[common.size() - 2].back() = ' ';
+    common[common.size() - 2] += "and";
     const std::vector<std::string> types = splitFields(lineOptionValues("--type").substr(6), ' ');
-    text += helpLines(splitFields("each command also takes " + listed(common) + ".", ' '), 0);
+    text += helpLines(common, 0);
     text += helpLines(splitFields("T: " + listed(types, " or ") + "; F: " + formatNames() + ".", ' '), 0);
     return text
         + "Ctrl-C stops a command (poll, scan); \"# ...\" is a comment; quotes and backslashes work as in\n"
