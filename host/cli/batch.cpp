@@ -11,6 +11,11 @@
 bool Session::prepareLine(const std::string &text, Line &line, std::string &error) const
 {
     line = Line();
+    const size_t nul = text.find('\0');
+    if (nul != std::string::npos) {
+        error = "the line has a NUL byte at column " + std::to_string(nul + 1);
+        return false;
+    }
     std::vector<std::string> words;
     if (!splitWords(text, words, error))
         return false;
@@ -39,6 +44,8 @@ void Session::echoLine(const std::string &text) const
     std::string line = text;
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
+    for (size_t at = line.find('\0'); at != std::string::npos; at = line.find('\0', at + 2))
+        line.replace(at, 1, "\\0"); // shown, not the end of what is shown
     const size_t first = line.find_first_not_of(" \t");
     if (first == std::string::npos)
         return;
@@ -72,12 +79,15 @@ int Session::batch(const Command &c)
     BatchLines in;
     std::string error;
     const bool fromFile = c.argument != "-";
+    if (c.argument.empty())
+        return usage("batch needs a file name, not an empty word (- or none for standard input)");
     if (fromFile && !in.readFile(c.argument, error))
         return usage("cannot read the batch " + c.argument + ": " + error);
     struct stat input;
     if (!fromFile && fstat(STDIN_FILENO, &input) == 0 && S_ISDIR(input.st_mode))
         return usage("cannot read the batch from standard input: it is a directory");
     auto badLine = [&](int number) { return usage("batch line " + std::to_string(number) + ": " + error); };
+    auto tooLong = [&]() { return usage("batch " + error); }; // a line of standard input
 
     // A file is checked whole before anything is opened or sent, then read
     // again to run (each line is prepared twice rather than kept: a file of
@@ -98,6 +108,8 @@ int Session::batch(const Command &c)
     int lineNumber = 0;
     while (in.next(text, error)) {
         ++lineNumber;
+        if (!error.empty())
+            return tooLong();
         echoLine(text);
         if (!prepareLine(text, line, error))
             return badLine(lineNumber);

@@ -116,28 +116,38 @@ enum OptionGroup : unsigned {
     FormatOption = 16
 };
 
+// The options that only some commands take, each with its group, in the
+// order they are named.
+struct GroupedOption
+{
+    const char *name;
+    unsigned group; // OptionGroup
+    bool (*given)(const CliOptions &);
+};
+
+const GroupedOption groupedOptions[] = {
+    { "--type", TypeOption, [](const CliOptions &o) { return bool(o.type); } },
+    { "--count", CountOption, [](const CliOptions &o) { return bool(o.count); } },
+    { "--format", FormatOption, [](const CliOptions &o) { return bool(o.format); } },
+    { "--interval", PollOptions, [](const CliOptions &o) { return bool(o.interval); } },
+    { "--cycles", PollOptions, [](const CliOptions &o) { return bool(o.cycles); } },
+    { "--duration", PollOptions, [](const CliOptions &o) { return bool(o.duration); } },
+    { "--log", PollOptions, [](const CliOptions &o) { return bool(o.log); } },
+    { "--every", PollOptions, [](const CliOptions &o) { return o.every; } },
+    { "--from", ScanOptions, [](const CliOptions &o) { return bool(o.from); } },
+    { "--to", ScanOptions, [](const CliOptions &o) { return bool(o.to); } },
+    { "--address", ScanOptions, [](const CliOptions &o) { return bool(o.address); } },
+    { "--bauds", ScanOptions, [](const CliOptions &o) { return bool(o.bauds); } },
+    { "--parities", ScanOptions, [](const CliOptions &o) { return bool(o.parities); } },
+    { "--stop-bits", ScanOptions, [](const CliOptions &o) { return bool(o.stopBits); } },
+};
+
 // The first option given of the groups that a command does not take, or nullptr.
 const char *refusedOption(const CliOptions &o, unsigned accepted)
 {
-    if (!(accepted & TypeOption) && o.type)
-        return "--type";
-    if (!(accepted & CountOption) && o.count)
-        return "--count";
-    if (!(accepted & FormatOption) && o.format)
-        return "--format";
-    if (!(accepted & PollOptions) && (o.interval || o.cycles || o.duration || o.log || o.every))
-        return o.interval ? "--interval"
-            : o.cycles    ? "--cycles"
-            : o.duration  ? "--duration"
-            : o.log       ? "--log"
-                          : "--every";
-    if (!(accepted & ScanOptions) && (o.from || o.to || o.address || o.bauds || o.parities || o.stopBits))
-        return o.from    ? "--from"
-            : o.to       ? "--to"
-            : o.address  ? "--address"
-            : o.bauds    ? "--bauds"
-            : o.parities ? "--parities"
-                         : "--stop-bits";
+    for (const GroupedOption &g : groupedOptions)
+        if (!(accepted & g.group) && g.given(o))
+            return g.name;
     return nullptr;
 }
 
@@ -412,15 +422,15 @@ std::vector<std::string> completeShellWord(const std::vector<std::string> &befor
         if (command == r.name && (r.places & Line))
             row = &r;
     const std::string arguments = row && row->arguments ? row->arguments : "";
-    if (before.empty()) {
+    if (values.compare(0, 6, "words ") == 0) {
+        candidates = splitFields(values.substr(6), ' ');
+    } else if (word.compare(0, 1, "-") == 0) {
+        candidates = lineOptionNames(); // options may stand before the command too
+    } else if (before.empty()) {
         for (const CommandRow &r : commands)
             if (r.places & Line)
                 candidates.push_back(r.name);
         candidates.insert(candidates.end(), { "help", "quit", "exit" });
-    } else if (values.compare(0, 6, "words ") == 0) {
-        candidates = splitFields(values.substr(6), ' ');
-    } else if (word.compare(0, 1, "-") == 0) {
-        candidates = lineOptionNames();
     } else if (command == "trace" && before.size() == 1) {
         candidates = { "on", "off" };
     } else if (!values.empty() && values != "address") {
@@ -434,7 +444,9 @@ std::vector<std::string> completeShellWord(const std::vector<std::string> &befor
     for (const std::string &c : candidates) {
         const bool address = std::isupper(static_cast<unsigned char>(c[0])) != 0;
         const std::string &typed = address ? upperWord : word;
-        if (c.compare(0, typed.size(), typed) == 0)
+        // A word order ("int32:CDAB") once its colon is typed.
+        const bool shown = c.find(':') == std::string::npos || word.find(':') != std::string::npos;
+        if (shown && c.compare(0, typed.size(), typed) == 0)
             matches.push_back(c);
     }
     return matches;
@@ -447,5 +459,19 @@ std::string commandCompletionList()
         if (row.places & CommandLine)
             list += std::string("command ") + row.name
                 + (row.arguments && *row.arguments ? std::string(" ") + row.arguments : std::string()) + "\n";
+    return list;
+}
+
+std::vector<std::pair<std::string, std::vector<std::string>>> lineCommandOptions()
+{
+    std::vector<std::pair<std::string, std::vector<std::string>>> list;
+    for (const CommandRow &row : commands) {
+        if (!(row.places & Line))
+            continue;
+        list.emplace_back(row.name, std::vector<std::string>());
+        for (const GroupedOption &g : groupedOptions)
+            if (row.accepts & g.group)
+                list.back().second.push_back(g.name);
+    }
     return list;
 }

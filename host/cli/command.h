@@ -10,6 +10,7 @@
 #include "values.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 struct Tag
@@ -58,10 +59,18 @@ bool prepareCommand(const CliOptions &options, bool batchLine, Command &command,
 std::string commandCompletionList();
 
 // The words that may complete word on a line of the shell, given the words
-// before it: command names first, then option names for "-...", data types
-// after --type, on/off after trace and address prefixes where an address
-// goes. Address prefixes match in either case.
+// before it: command names first, option names for "-..." (anywhere), the
+// words an option takes after it (data types after --type, formats after
+// --format, their word orders once a colon is typed), on/off after trace and
+// address prefixes where an address goes. Address prefixes match in either
+// case.
 std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word);
+
+// The commands a line of a batch or the shell may give, in order, each with
+// the options it takes of those that only some commands take (such as read
+// with --type, --count and --format); every command takes the other options
+// of a line (lineOptionNames).
+std::vector<std::pair<std::string, std::vector<std::string>>> lineCommandOptions();
 
 // ADDRESS[:TYPE|FORMAT][:COUNT], such as HR100, HR100:dword, HR100:3,
 // DO1:bit:8, HR100:float32:2, HR100:int32:CDAB. zeroBased: the address's

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "formats.h"
 #include "framedecoder.h"
 #include "optiontable.h"
 #include "values.h"
@@ -7,6 +8,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -35,6 +37,24 @@ std::string typeWords()
     std::string words = "words";
     for (ValueType t : { ValueType::Bit, ValueType::Byte, ValueType::Word, ValueType::DWord })
         words += std::string(" ") + valueTypeName(t);
+    return words;
+}
+
+// The values of --format for the shell's completion: "words int16 ... int32
+// int32:ABCD ...", each 32- and 64-bit format also with its word orders.
+std::string formatWords()
+{
+    std::string words = "words";
+    for (int n = int(NumberFormat::Int16); n <= int(NumberFormat::String); ++n) {
+        ValueFormat f;
+        f.number = NumberFormat(n);
+        const std::string text = f.text();
+        words += " " + text.substr(0, text.find(':'));
+        for (int order = int(WordOrder::ABCD); f.isWide() && order <= int(WordOrder::DCBA); ++order) {
+            f.order = WordOrder(order);
+            words += " " + f.text();
+        }
+    }
     return words;
 }
 
@@ -86,8 +106,8 @@ OptionTable cliOptionTable(CliOptions &o)
         T::flag("json", o.json, Command),
         T::flag("zero-based", o.zeroBased, Command),
         T::text("type", o.type, Command).completing(typeWords()),
-        T::text("format", o.format, Command),
-        T::text("log", o.log, Command),
+        T::text("format", o.format, Command).completing(formatWords()),
+        T::text("log", o.log, Command).completing("file"),
         T::flag("every", o.every, Command),
         T::integer("count", 1, 65535, o.count, Command),
         T::integer("interval", 0, 3600000, o.interval, Command),
@@ -134,6 +154,14 @@ std::vector<std::string> lineOptionNames()
     return names;
 }
 
+bool lineOptionTakesValue(const std::string &option)
+{
+    CliOptions unused;
+    const OptionTable table = cliOptionTable(unused);
+    const OptionTable::Row *r = option.compare(0, 2, "--") == 0 ? table.find(option.substr(2)) : nullptr;
+    return r && r->kind != OptionTable::Flag;
+}
+
 std::string lineOptionValues(const std::string &option)
 {
     CliOptions unused;
@@ -142,32 +170,77 @@ std::string lineOptionValues(const std::string &option)
     return r && r->scope == Command && r->kind == OptionTable::Text ? r->values : std::string();
 }
 
+namespace {
+
+// The words of a line as a POSIX shell splits them, without expansions.
+class WordSplitter
+{
+public:
+    bool split(const std::string &line, std::vector<std::string> &words, std::string &error)
+    {
+        for (size_t i = 0; i < line.size(); ++i) {
+            const char c = line[i];
+            if (quote == '\'' && c != '\'') {
+                word += c;
+            } else if (quote == '\'') {
+                quote = 0;
+            } else if (c == '\\' && (!quote || escapesInQuotes(line, i + 1))) {
+                if (++i == line.size()) {
+                    error = "the line ends in a backslash (\\\\ stands for one)";
+                    return false;
+                }
+                word += line[i];
+                inWord = true;
+            } else if (quote) {
+                if (c == '"')
+                    quote = 0;
+                else
+                    word += c;
+            } else if (c == '"' || c == '\'') {
+                quote = c;
+                inWord = true;
+            } else if (c == '#' && !inWord) {
+                break; // a comment to the end of the line
+            } else if (std::isspace(static_cast<unsigned char>(c))) {
+                end(words);
+            } else {
+                word += c;
+                inWord = true;
+            }
+        }
+        if (quote) {
+            error = "unterminated quote";
+            return false;
+        }
+        end(words);
+        return true;
+    }
+
+private:
+    // Whether a backslash inside double quotes escapes the byte at i: only
+    // ", \, $ and ` (a newline never stands in a line).
+    static bool escapesInQuotes(const std::string &line, size_t i)
+    {
+        return i < line.size() && line[i] != '\0' && std::strchr("\"\\$`", line[i]);
+    }
+
+    void end(std::vector<std::string> &words)
+    {
+        if (inWord)
+            words.push_back(word);
+        word.clear();
+        inWord = false;
+    }
+
+    std::string word;
+    bool inWord = false;
+    char quote = 0; // '"' or '\'' while in quotes
+};
+
+} // namespace
+
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error)
 {
     words.clear();
-    std::string word;
-    bool inWord = false, quoted = false;
-    for (char c : line) {
-        if (c == '#' && !quoted && !inWord)
-            break; // a comment to the end of the line
-        if (c == '"') {
-            quoted = !quoted;
-            inWord = true;
-        } else if (!quoted && std::isspace(static_cast<unsigned char>(c))) {
-            if (inWord)
-                words.push_back(word);
-            word.clear();
-            inWord = false;
-        } else {
-            word += c;
-            inWord = true;
-        }
-    }
-    if (quoted) {
-        error = "unterminated quote";
-        return false;
-    }
-    if (inWord)
-        words.push_back(word);
-    return true;
+    return WordSplitter().split(line, words, error);
 }

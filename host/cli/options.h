@@ -59,14 +59,19 @@ std::string cliCompletionList();
 
 // The options a line of a batch or the shell may give, such as "--count".
 std::vector<std::string> lineOptionNames();
+// Whether an option takes a value (it is not a flag). option: "--count".
+bool lineOptionTakesValue(const std::string &option);
 // What the value of a batch line's option is, for completion ("words bit
 // byte ...", "address", "file", "text"; see OptionTable::Row::values), or
 // "" for a flag, a number or no such option. option: "--type".
 std::string lineOptionValues(const std::string &option);
 
-// Splits a batch line into words; double quotes group words, and a "#" that
-// starts a word outside quotes starts a comment to the end of the line.
-// False (with error) for an unterminated quote.
+// Splits a batch line into words as a POSIX shell does, without expansions:
+// single quotes keep what they enclose as it is; inside double quotes a
+// backslash escapes ", \, $ and ` only; outside quotes it escapes any byte.
+// A "#" that starts a word outside quotes starts a comment to the end of the
+// line. False (with error) for an unterminated quote or a line that ends in
+// a lone backslash.
 bool splitWords(const std::string &line, std::vector<std::string> &words, std::string &error);
 
 #endif // HOST_CLI_OPTIONS_H

@@ -11,9 +11,11 @@
 #include "session.h"
 
 #include "batchlines.h"
+#include "formats.h"
 #include "output.h"
 #include "terminal.h"
 #include "textfile.h"
+#include "textutil.h"
 
 #include <algorithm>
 #include <cctype>
@@ -31,19 +33,109 @@
 
 namespace {
 
-const char shellHelp[]
-    = "commands, one per line, all on this link:\n"
-      "  read ADDRESS [--type T] [--count N]       T: bit, byte, word, dword\n"
-      "  write ADDRESS VALUE... [--type T]\n"
-      "  poll TAG... [--interval MS] [--cycles N] [--duration S]\n"
-      "  scan [--from N] [--to N] [--address ADDRESS] [--bauds LIST] [--parities LIST] [--stop-bits LIST]\n"
-      "  info\n"
-      "  trace on|off                              the frame trace, on standard error\n"
-      "  fault RULE                                a fault for the simulated drive\n"
-      "  help                                      this text\n"
-      "  quit, exit or Ctrl-D                      end the shell\n"
-      "each command also takes --station N, --timeout MS, --retry N, --delay MS, --late-guard MS\n"
-      "and --json. Ctrl-C stops a command (poll, scan); \"# ...\" is a comment.\n";
+// What a command's arguments are, and what it does where its options do not
+// say it; the commands and their options come from the command and option
+// tables, so that help lists every one.
+struct HelpRow
+{
+    const char *name;
+    const char *arguments;
+    const char *what;
+};
+
+const HelpRow helpRows[] = {
+    { "info", "", "the driver's identity and default settings" },
+    { "read", "ADDRESS", "" },
+    { "write", "ADDRESS VALUE...", "" },
+    { "poll", "TAG...", "" },
+    { "decode", "HEX...", "what a Modbus RTU frame says" },
+    { "trace", "on|off", "the frame trace, on standard error" },
+    { "fault", "RULE", "a fault for the simulated drive" },
+};
+
+// What help shows for the value of an option; a value option not named
+// here shows VALUE.
+const std::pair<const char *, const char *> placeholders[] = { { "--type", "T" }, { "--format", "F" },
+    { "--count", "N" }, { "--interval", "MS" }, { "--cycles", "N" }, { "--duration", "S" },
+    { "--log", "FILE" }, { "--from", "N" }, { "--to", "N" }, { "--address", "ADDRESS" },
+    { "--bauds", "LIST" }, { "--parities", "LIST" }, { "--stop-bits", "LIST" }, { "--station", "N" },
+    { "--timeout", "MS" }, { "--retry", "N" }, { "--delay", "MS" }, { "--late-guard", "MS" } };
+
+// "--count N", "--json": an option as help shows it.
+std::string optionSynopsis(const std::string &option)
+{
+    if (!lineOptionTakesValue(option))
+        return option;
+    for (const auto &p : placeholders)
+        if (option == p.first)
+            return option + " " + p.second;
+    return option + " VALUE";
+}
+
+// pieces joined by blanks into lines of at most 100 columns (a piece is never
+// split); the lines after the first start with indent blanks. what, if any,
+// follows the first line from column 44 on when it fits.
+std::string helpLines(const std::vector<std::string> &pieces, size_t indent, const std::string &what = "")
+{
+    std::string text, line;
+    for (const std::string &piece : pieces) {
+        if (!line.empty() && line.size() + 1 + piece.size() > 100) {
+            text += line + "\n";
+            line = std::string(indent, ' ');
+        } else if (!line.empty() && line.find_first_not_of(' ') != std::string::npos) {
+            line += " ";
+        }
+        line += piece;
+    }
+    if (!what.empty() && text.empty() && line.size() < 43)
+        line += std::string(44 - line.size(), ' ') + what;
+    else if (!what.empty())
+        line += "  (" + what + ")";
+    return text + line + "\n";
+}
+
+// "a, b and c" (or "a, b or c").
+std::string listed(const std::vector<std::string> &items, const char *last = " and ")
+{
+    std::string text;
+    for (size_t i = 0; i < items.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == items.size() ? last : ", ") + items[i];
+    return text;
+}
+
+std::string shellHelp()
+{
+    std::string text = "commands, one per line, all on this link:\n";
+    std::vector<std::string> own; // options that some commands take
+    for (const auto &command : lineCommandOptions()) {
+        const HelpRow *row = nullptr;
+        for (const HelpRow &r : helpRows)
+            row = command.first == r.name ? &r : row;
+        std::vector<std::string> pieces = { "  " + command.first };
+        if (row && *row->arguments)
+            pieces.push_back(row->arguments);
+        for (const std::string &option : command.second) {
+            pieces.push_back("[" + optionSynopsis(option) + "]");
+            own.push_back(option);
+        }
+        text += helpLines(pieces, 6, row ? row->what : "");
+    }
+    text += helpLines({ "  help" }, 0, "this text")
+        + helpLines({ "  quit, exit or Ctrl-D" }, 0, "end the shell");
+    std::vector<std::string> common = { "each command also takes" }; // an option and its value stay together
+    for (const std::string &option : lineOptionNames())
+        if (std::find(own.begin(), own.end(), option) == own.end())
+            common.push_back(optionSynopsis(option) + ",");
+    common.back().back() = '.';
+    common[common.size() - 2].back() = ' ';
+    common[common.size() - 2] += "and";
+    const std::vector<std::string> types = splitFields(lineOptionValues("--type").substr(6), ' ');
+    text += helpLines(common, 0);
+    text += helpLines(splitFields("T: " + listed(types, " or ") + "; F: " + formatNames() + ".", ' '), 0);
+    return text
+        + "Ctrl-C stops a command (poll, scan); \"# ...\" is a comment; quotes and backslashes work as in\n"
+          "a POSIX shell ('say \"hi\"' or \"say \\\"hi\\\"\" is one word).\n";
+}
 
 const char prompt[] = "teco> ";
 
@@ -177,13 +269,14 @@ public:
     bool interactive() const { return terminal; }
 
     // The next line; false at the end (Ctrl-D, the end of the input), with
-    // error set if reading failed.
+    // error set if reading failed. A line longer than BatchLines::lineLimit
+    // gives true with error set: it is refused, and not kept in the history.
     bool next(std::string &line, std::string &error)
     {
         error.clear();
 #ifdef TECO_HAVE_LIBEDIT
         if (terminal)
-            return edited(line);
+            return edited(line, error);
 #endif
         if (terminal) {
             std::fputs(prompt, stdout);
@@ -197,7 +290,7 @@ public:
 
 private:
 #ifdef TECO_HAVE_LIBEDIT
-    bool edited(std::string &line)
+    bool edited(std::string &line, std::string &error)
     {
         for (;;) {
             InterruptScope::reset(); // the wait for a key ends at Ctrl-C
@@ -212,6 +305,11 @@ private:
             }
             line = text;
             std::free(text);
+            if (line.size() > BatchLines::lineLimit) {
+                error = "the line is longer than 64 KiB";
+                line.clear();
+                return true;
+            }
             const bool blank = line.find_first_not_of(" \t") == std::string::npos;
             HIST_ENTRY *last = history_length > 0 ? history_get(history_base + history_length - 1) : nullptr;
             if (!blank && !(last && last->line && line == last->line))
@@ -240,33 +338,42 @@ int Session::shell(const Command &)
     if (input.interactive())
         std::printf("teco-cli shell on %s: \"help\" lists the commands, Ctrl-D ends\n",
             link.settings().text().c_str());
-    int worst = ExitOk; // a refused line (2) weighs more than a failed command (1)
-    std::string text, error;
-    while (input.next(text, error)) {
-        if (!input.interactive())
-            echoLine(text);
+    bool quit = false;
+    // One line: its exit status, or -1 for one that runs nothing (blanks, a
+    // comment, quit).
+    auto runText = [&](const std::string &text) {
         std::vector<std::string> words;
         std::string lineError;
         if (splitWords(text, words, lineError) && !words.empty()) {
-            if (words[0] == "quit" || words[0] == "exit")
-                break;
+            quit = words[0] == "quit" || words[0] == "exit";
+            if (quit)
+                return -1;
             if (words[0] == "help") {
-                std::fputs(shellHelp, stdout);
+                std::fputs(shellHelp().c_str(), stdout);
                 std::fflush(stdout);
-                continue;
+                return int(ExitOk);
             }
         }
         Line line;
-        int rc = ExitOk;
-        if (!prepareLine(text, line, lineError)) {
-            rc = usage(lineError);
-        } else {
-            InterruptScope::reset();
-            rc = runLine(line);
-        }
+        if (!prepareLine(text, line, lineError))
+            return usage(lineError);
+        InterruptScope::reset();
+        return line.blank ? -1 : runLine(line);
+    };
+    // On a terminal the shell ends with the status of the last line that
+    // ran, so that a typing error early on does not stay with the session;
+    // from a pipe or a file, with the worst of its lines, which a script
+    // needs to see.
+    int worst = ExitOk, last = ExitOk;
+    std::string text, error;
+    while (!quit && input.next(text, error)) {
+        if (error.empty() && !input.interactive())
+            echoLine(text);
+        const int rc = error.empty() ? runText(text) : usage(error);
+        last = rc < 0 ? last : rc;
         worst = std::max(worst, rc);
     }
-    if (!error.empty())
+    if (!quit && !error.empty())
         return usage(error);
-    return worst;
+    return input.interactive() ? last : worst;
 }

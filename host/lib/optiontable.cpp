@@ -176,6 +176,10 @@ bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::s
             w.value = args[++i];
         }
         const std::string value = w.value ? *w.value : std::string();
+        if (r->values == "file" && value.empty()) {
+            error = "option --" + w.name + " needs a file name, not an empty word";
+            return false;
+        }
         int number = 0;
         if (r->kind == Integer && !parseWholeNumber(value, r->low, r->high, number)) {
             error = "option --" + w.name + " takes a number from " + std::to_string(r->low) + " to "

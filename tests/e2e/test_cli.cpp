@@ -508,7 +508,7 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     const std::string symlinkText = ": it is a symbolic link (name the file itself)";
     const std::string directoryText = ": it is a directory, not a regular file";
     const std::string deviceText = ": it is a device, not a regular file";
-    const std::string fifoText = ": it is a FIFO, not a regular file";
+    const std::string fifoText = ": it is a FIFO that no program writes to";
     const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB";
     struct Row
     {
@@ -523,8 +523,8 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
             "teco-cli: cannot write the trace to " + link + symlinkText },
         { TECO_CLI_PATH, with(port, { "--trace", dangling, "read", "HR1" }), "",
             "teco-cli: cannot write the trace to " + dangling + symlinkText },
-        { TECO_CLI_PATH, with(port, { "--trace", "/dev/null", "read", "HR1" }), "",
-            "teco-cli: cannot write the trace to /dev/null" + deviceText },
+        { TECO_CLI_PATH, with(port, { "--trace", "/dev/zero", "read", "HR1" }), "",
+            "teco-cli: cannot write the trace to /dev/zero" + deviceText },
         { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", sub }), "",
             "teco-cli: cannot write the log to " + sub + directoryText },
         { TECO_CLI_PATH, { "--sim-map", fifo, "read", "HR1" }, "",
@@ -995,7 +995,9 @@ TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
 }
 
 // The shell on a terminal: Tab completes, Ctrl-C at the prompt drops the
-// line typed, Ctrl-D ends it, and the lines run are kept as its history.
+// line typed, Ctrl-D ends it with the status of its last line (a typing
+// error or a line too long earlier does not stay), and the lines run are
+// kept as its history, a line refused for its length not.
 TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
 {
     QTemporaryDir home;
@@ -1056,6 +1058,34 @@ TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
     type("re\tHR10\t0\r"); // "read " completed; nothing completes after HR10
     EXPECT_TRUE(waitFor("HR100                   1500")) << seen;
     ASSERT_TRUE(atPrompt()) << seen;
+    type("read XR1\r");
+    EXPECT_TRUE(waitFor("unknown address \"XR1\"")) << seen;
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("--f\t\t"); // every option, before the command too
+    EXPECT_TRUE(waitFor("--from")) << seen;
+    EXPECT_NE(seen.find("--format"), std::string::npos) << seen;
+    EXPECT_TRUE(waitFor("teco> --f")) << seen; // the line again, under the list
+    seen.clear();
+    type("\x03");
+    ASSERT_TRUE(atPrompt()) << seen;
+    type("read HR100 --json --format int1\t\r"); // int16
+    EXPECT_TRUE(waitFor("\"values\":[1500]")) << seen;
+    ASSERT_TRUE(atPrompt()) << seen;
+    // A line too long, typed while its echo is read (or both sides would wait).
+    const std::string longLine = "write HR100 " + std::string(70000, '1') + "\r";
+    const int flags = fcntl(terminal, F_GETFL);
+    fcntl(terminal, F_SETFL, flags | O_NONBLOCK);
+    for (size_t at = 0; at < longLine.size();) {
+        const ssize_t n
+            = ::write(terminal, longLine.data() + at, std::min<size_t>(256, longLine.size() - at));
+        at += n > 0 ? size_t(n) : 0;
+        char echo[4096];
+        while (::read(terminal, echo, sizeof echo) > 0) { }
+        std::this_thread::sleep_for(std::chrono::milliseconds(n > 0 ? 0 : 5));
+    }
+    fcntl(terminal, F_SETFL, flags);
+    EXPECT_TRUE(waitFor("teco-cli: the line is longer than 64 KiB")) << seen.substr(0, 200);
+    ASSERT_TRUE(atPrompt()) << seen;
     type("write HR100 9");
     EXPECT_TRUE(waitFor("write HR100 9")) << seen;
     type("\x03");
@@ -1077,6 +1107,88 @@ TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
     kept << history.rdbuf();
     EXPECT_NE(kept.str().find("HR100"), std::string::npos) << kept.str();
     EXPECT_EQ(kept.str().find("HR100 9"), std::string::npos) << kept.str();
+    EXPECT_LT(kept.str().size(), 1000u) << "the line too long was kept";
+}
+
+// The shell and batches take what people give them: text with a byte-order
+// mark, quotes as a POSIX shell takes them, a pipe (bash's <(command)),
+// /dev/stdout for the trace; a line too long or with a NUL byte is refused
+// with one sentence and the shell goes on; an empty file name is refused as
+// every option that takes a file refuses it.
+TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const std::string marked = dir.path().toStdString() + "/marked";
+    std::ofstream(marked) << "\xEF\xBB\xBFread HR100 --json\n";
+    const std::string json = "{\"address\":\"HR100\"";
+    struct Row
+    {
+        const char *name;
+        std::vector<std::string> args;
+        std::string input;
+        int status;
+        std::string out; // found in standard output
+        std::string err; // found in standard error
+    } rows[] = {
+        { "a batch file with a byte-order mark", { "batch", marked }, "", 0, json, "" },
+        { "a batch on standard input with a byte-order mark", { "batch" }, "\xEF\xBB\xBFread HR100 --json\n",
+            0, json, "" },
+        { "a line too long, then a good one", { "shell" }, std::string(70000, 'x') + "\nread HR100 --json\n",
+            2, json, "teco-cli: line 1 is longer than 64 KiB\n" },
+        { "a NUL byte", { "shell" }, std::string("read HR1\0x\nread HR100 --json\n", 26), 2,
+            "teco> read HR1\\0x\n", "teco-cli: the line has a NUL byte at column 9\n" },
+        { "quotes", { "shell" },
+            "write HR100 \"say \\\"hi\\\"\" --format string\nread HR100 --count 4 --format string\n", 0,
+            "HR100            say \"hi\"\n", "" },
+        { "single quotes keep a backslash", { "shell" },
+            "write HR100 'it\\\\s' --format string\nread HR100 --count 2 --format string\n", 0,
+            "HR100            it\\\\s\n", "" },
+        { "the trace on standard output", { "--trace", "/dev/stdout", "read", "HR100" }, "", 0,
+            "01 03 00 63 00 01 74 14", "" },
+        { "an empty trace path", { "--trace", "", "read", "HR100" }, "", 2, "",
+            "teco-cli: option --trace needs a file name, not an empty word\n" },
+        { "an empty log path", { "poll", "HR100", "--log", "" }, "", 2, "",
+            "teco-cli: option --log needs a file name, not an empty word\n" },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        const CliRun r = cli(row.args, row.input);
+        EXPECT_EQ(r.status, row.status) << r.err;
+        EXPECT_NE(r.out.find(row.out), std::string::npos) << r.out.substr(0, 300);
+        EXPECT_NE(r.err.find(row.err), std::string::npos) << r.err.substr(0, 300);
+    }
+    if (std::string(TECO_EMULATOR).empty()) { // bash runs teco-cli itself
+        QProcess p;
+        p.start("bash", { "-c", QString(TECO_CLI_PATH) + " batch <(echo read HR100 --json)" });
+        ASSERT_TRUE(p.waitForFinished(30000));
+        EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+        EXPECT_TRUE(p.readAllStandardOutput().contains("\"values\":[1500]"));
+    }
+}
+
+// The shell's help names every option that a line takes: those that the
+// shell refuses as the command line's are the only ones it leaves out.
+TEST(CliShell, HelpNamesEveryOptionALineTakes)
+{
+    const CliRun list = cli({ "--list-completions" });
+    std::string input = "help\n";
+    std::vector<std::string> options;
+    for (const std::string &line : lines(list.out))
+        if (line.rfind("option ", 0) == 0) {
+            options.push_back(line.substr(7, line.find(' ', 7) - 7));
+            input += "info " + options.back() + " 1\n";
+        }
+    ASSERT_GT(options.size(), 20u) << list.out;
+    const CliRun r = cli({ "shell" }, input);
+    const size_t helpEnd = r.out.find("teco> info");
+    ASSERT_NE(helpEnd, std::string::npos) << r.out;
+    const std::string help = r.out.substr(0, helpEnd);
+    for (const std::string &option : options) {
+        const bool commandLine
+            = r.err.find("option " + option + " belongs on the command line") != std::string::npos;
+        EXPECT_EQ(help.find(option) == std::string::npos, commandLine) << option << "\n" << help;
+    }
 }
 
 // A scan over line settings finds the simulated drive at its own speed and

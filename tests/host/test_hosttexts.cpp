@@ -618,6 +618,11 @@ TEST(CommandLine, BatchLinesSplitIntoWordsUpToAComment)
         { "write HR1 5#6", { "write", "HR1", "5#6" } },
         { "write HR1 \"\"#6", { "write", "HR1", "#6" } },
         { "read HR100\r", { "read", "HR100" } },
+        // Quoting as in a POSIX shell.
+        { "write HR1 \"say \\\"hi\\\"\"", { "write", "HR1", "say \"hi\"" } },
+        { "write HR1 \"a\\\\b\\c\"", { "write", "HR1", "a\\b\\c" } },
+        { "write HR1 'say \"hi\" \\n #' x''y", { "write", "HR1", "say \"hi\" \\n #", "xy" } },
+        { "write HR1 a\\ b \\#c \\'", { "write", "HR1", "a b", "#c", "'" } },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.line);
@@ -625,6 +630,13 @@ TEST(CommandLine, BatchLinesSplitIntoWordsUpToAComment)
         std::string error;
         EXPECT_TRUE(splitWords(row.line, words, error)) << error;
         EXPECT_EQ(words, row.words);
+    }
+    for (const char *line : { "read \"HR2", "write HR1 'it", "write HR1 \"a\\\"", "write HR1 a\\" }) {
+        SCOPED_TRACE(line);
+        std::vector<std::string> words;
+        std::string error;
+        EXPECT_FALSE(splitWords(line, words, error));
+        EXPECT_FALSE(error.empty());
     }
 }
 
@@ -653,6 +665,9 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
         { { "scan", "--address" }, "D", { "DO", "DI" } },
         { { "trace" }, "o", { "on", "off" } },
         { { "trace", "on" }, "o", {} },
+        { {}, "--f", { "--format", "--from" } }, // options before the command
+        { { "read", "HR1", "--format" }, "f", { "float32", "float64" } },
+        { { "read", "HR1", "--format" }, "int32:C", { "int32:CDAB" } },
     };
     for (const Row &row : rows) {
         std::string shown;

@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -38,6 +39,7 @@ public:
         EXPECT_TRUE(dir.isValid());
         root = dir.path().toStdString();
         writeFile(path("small"), "HR1 2\n");
+        writeFile(path("marked"), std::string(utf8ByteOrderMark) + "HR1 2\n");
         writeFile(path("empty"), "");
         writeFile(path("target"), "keep me\n");
         EXPECT_EQ(::symlink("target", path("link").c_str()), 0);
@@ -63,13 +65,30 @@ public:
             hasSocket = ::bind(socketFd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
         }
     }
-    ~Scratch() { ::close(socketFd); }
+    ~Scratch()
+    {
+        ::close(socketFd);
+        for (int fd : pipeEnds)
+            ::close(fd);
+    }
+    // A pipe that holds text, its writing end closed: "/dev/fd/N" for its
+    // reading end, as bash's <(command) names one.
+    std::string pipeHolding(const std::string &text)
+    {
+        int ends[2];
+        EXPECT_EQ(::pipe(ends), 0);
+        EXPECT_EQ(::write(ends[1], text.data(), text.size()), ssize_t(text.size()));
+        ::close(ends[1]);
+        pipeEnds.push_back(ends[0]);
+        return "/dev/fd/" + std::to_string(ends[0]);
+    }
     std::string path(const std::string &name) const { return root + "/" + name; }
 
     QTemporaryDir dir;
     std::string root;
     int socketFd = -1;
     bool hasSocket = false;
+    std::vector<int> pipeEnds;
 };
 
 TEST(UserFiles, ReadOnlyRegularFilesWithinTheLimit)
@@ -83,12 +102,13 @@ TEST(UserFiles, ReadOnlyRegularFilesWithinTheLimit)
         size_t size;
     } rows[] = {
         { "small", true, "", 6 },
+        { "marked", true, "", 6 }, // without its byte-order mark
         { "empty", true, "", 0 },
         { "atlimit", true, "", userTextFileLimit },
         { "link", true, "", 8 }, // a symbolic link to a regular file is read
         { "overlimit", false, "it holds 1048577 bytes, more than the limit of 1 MiB", 0 },
         { "dir", false, "it is a directory, not a regular file", 0 },
-        { "fifo", false, "it is a FIFO, not a regular file", 0 },
+        { "fifo", false, "it is a FIFO that no program writes to", 0 }, // not waited on
         { "socket", false, "it is a socket, not a regular file", 0 },
         { "/dev/zero", false, "it is a device, not a regular file", 0 },
         { "/dev/null", false, "it is a device, not a regular file", 0 },
@@ -116,6 +136,13 @@ TEST(UserFiles, ReadOnlyRegularFilesWithinTheLimit)
     EXPECT_EQ(contents, "keep me\n");
     EXPECT_FALSE(readTextFile(s.path("link"), 7, contents, error));
     EXPECT_EQ(error, "it holds 8 bytes, more than the limit of 7 bytes");
+    // A pipe is read to its end, within the limit.
+    ASSERT_TRUE(
+        readTextFile(s.pipeHolding(std::string(utf8ByteOrderMark) + "read HR1\n"), 100, contents, error))
+        << error;
+    EXPECT_EQ(contents, "read HR1\n");
+    EXPECT_FALSE(readTextFile(s.pipeHolding("read HR1\n"), 8, contents, error));
+    EXPECT_EQ(error, "it gives more than the limit of 8 bytes");
 }
 
 TEST(UserFiles, TraceFilesAreNewOrTheUsersOwn)
@@ -134,9 +161,10 @@ TEST(UserFiles, TraceFilesAreNewOrTheUsersOwn)
         { "dangling", false, "it is a symbolic link (name the file itself)", nullptr },
         { "twice", false, "it has other names (hard links)", "old trace\n" },
         { "dir", false, "it is a directory, not a regular file", nullptr },
-        { "fifo", false, "it is a FIFO, not a regular file", nullptr },
+        { "fifo", false, "it is a FIFO that no program reads", nullptr }, // not waited on
         { "socket", false, "it is a socket, not a regular file", nullptr },
-        { "/dev/null", false, "it is a device, not a regular file", nullptr },
+        { "/dev/null", true, "", nullptr },
+        { "/dev/zero", false, "it is a device, not a regular file", nullptr },
         { "nodir/trace", false, "No such file or directory", nullptr },
     };
     for (const Row &row : rows) {
@@ -162,6 +190,41 @@ TEST(UserFiles, TraceFilesAreNewOrTheUsersOwn)
     EXPECT_NE(::lstat(s.path("nowhere").c_str(), &st), 0);
     EXPECT_EQ(contentsOf(s.path("target")), "keep me\n");
     EXPECT_EQ(contentsOf(s.path("twice2")), "old trace\n");
+}
+
+// /dev/stdout, /dev/stderr and /dev/fd/N write where the descriptor goes,
+// after what is there, and leave the descriptor open.
+TEST(UserFiles, ADescriptorNamedIsWrittenToAsItIs)
+{
+    Scratch s;
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const int appended = ::open(s.path("old").c_str(), O_WRONLY | O_APPEND);
+    ASSERT_GE(appended, 0);
+    struct Row
+    {
+        int fd;
+        const char *error;
+    } rows[] = { { ends[1], "" }, { appended, "" }, { ends[0], "it is open for reading only" },
+        { 1000, "nothing is open there" } };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.fd);
+        std::string error;
+        FILE *file = createTextFile("/dev/fd/" + std::to_string(row.fd), error);
+        EXPECT_EQ(error, row.error);
+        if (file) {
+            std::fputs("written\n", file);
+            std::fclose(file);
+            EXPECT_GE(::fcntl(row.fd, F_GETFD), 0) << "closed";
+        }
+    }
+    char got[16] = {};
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK); // nothing written: no wait
+    EXPECT_EQ(::read(ends[0], got, sizeof got), 8);
+    EXPECT_STREQ(got, "written\n");
+    EXPECT_EQ(contentsOf(s.path("old")), "an earlier trace\nwritten\n");
+    for (int fd : { ends[0], ends[1], appended })
+        ::close(fd);
 }
 
 TEST(UserFiles, AnotherUsersFileIsNotTruncated)
