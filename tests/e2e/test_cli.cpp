@@ -160,7 +160,7 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--link", "RS485,9601,NONE,8,2", "read", "HR1" }, "teco-cli: unsupported baud rate \"9601\"" },
         { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
         { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
-        { { "--port", "", "read", "HR1" }, "teco-cli: option --port takes a device such as /dev/ttyUSB0" },
+        { { "--port", "", "read", "HR1" }, "teco-cli: option --port needs a file name, not an empty word" },
         { { "--plugin", "/no/such/plugin.so", "info" }, "teco-cli: plug-in not found: /no/such/plugin.so" },
         { { "--sim-fault", "explode", "read", "HR1" }, "teco-cli: unknown fault \"explode\"" },
         { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
