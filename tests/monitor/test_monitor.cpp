@@ -126,6 +126,14 @@ class MonitorTest : public QObject
             n += args.at(0).value<Reading>().id == id && args.at(0).value<Reading>().ok ? 1 : 0;
         return n;
     }
+    // The readings of a tag among those a spy saw shown (only good ones if okOnly).
+    static int readingsIn(const QSignalSpy &shown, int id, bool okOnly)
+    {
+        return int(std::count_if(shown.begin(), shown.end(), [&](const QList<QVariant> &args) {
+            const Reading r = args.at(0).value<Reading>();
+            return r.id == id && (r.ok || !okOnly);
+        }));
+    }
     bool reconnect()
     {
         QSignalSpy changed(window, &MainWindow::connectionChanged);
@@ -298,32 +306,25 @@ private slots:
         const int before = window->tags()->idAt(rowOf("IR2"));
         const int late = window->tags()->idAt(rowOf("HR102"));
         const QModelIndex value = window->tags()->index(rowOf("HR102"), TagModel::ValueColumn);
-        // Each switch comes while HR102's late answer is awaited.
-        auto whileReading = [&](bool untickOnly) {
+        // Each switch comes while HR102's late answer is awaited: just after
+        // the tag read before it was shown.
+        auto switchWhileReading = [&](bool backOn) {
             QSignalSpy shown(window, &MainWindow::readingShown);
-            QTRY_VERIFY_WITH_TIMEOUT(
-                std::any_of(shown.begin(), shown.end(),
-                    [&](const QList<QVariant> &a) { return a.at(0).value<Reading>().id == before; }),
-                waitMs);
+            const bool came = QTest::qWaitFor([&] { return readingsIn(shown, before, false) > 0; }, waitMs);
             poll->setChecked(false);
-            if (!untickOnly)
+            if (backOn)
                 poll->setChecked(true);
+            return came;
         };
-        whileReading(true);
+        QVERIFY(switchWhileReading(false));
         QTest::qWait(800);
         QCOMPARE(value.data(Qt::ForegroundRole).value<QBrush>().color(), QColor(Qt::gray));
         QVERIFY(value.data(Qt::ToolTipRole).toString().startsWith("not polled: polling is off"));
         poll->setChecked(true);
         for (int i = 0; i < 3; ++i)
-            whileReading(false);
+            QVERIFY(switchWhileReading(true));
         QSignalSpy shown(window, &MainWindow::readingShown);
-        QTRY_VERIFY_WITH_TIMEOUT(std::count_if(shown.begin(), shown.end(),
-                                     [&](const QList<QVariant> &a) {
-                                         return a.at(0).value<Reading>().id == late
-                                             && a.at(0).value<Reading>().ok;
-                                     })
-                >= 2,
-            waitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(readingsIn(shown, late, true) >= 2, waitMs);
         QVERIFY(!value.data(Qt::ForegroundRole).isValid());
         QVERIFY(window->tags()->removeRows(rowOf("HR102"), 1));
         QVERIFY(window->tags()->removeRows(rowOf("IR2"), 1));
