@@ -35,6 +35,8 @@
 
 namespace {
 
+const char *const notPolled = "not polled: polling is off";
+
 // Editors of the tag table: a station from 0 (the connection's) to 247, a
 // format from the list; values as typed. An editor is filled once, when it
 // opens: the poll's updates of the model never touch what is being typed.
@@ -432,7 +434,7 @@ QWidget *MainWindow::makeTagPanel()
     connect(pollBox, &QCheckBox::toggled, this, &MainWindow::sendPolling);
     connect(pollBox, &QCheckBox::toggled, this, [this](bool on) {
         if (!on)
-            tagModel->markAllStale("not polled: polling is off");
+            tagModel->markAllStale(notPolled);
     });
     connect(interval, QOverload<int>::of(&QSpinBox::valueChanged), this, &MainWindow::sendPolling);
     return box;
@@ -529,6 +531,8 @@ void MainWindow::applyReading(const Reading &r)
 {
     if (!tagModel->applyReading(r))
         return;
+    if (!pollBox->isChecked()) // an answer to a poll under way when polling was switched off
+        tagModel->markAllStale(notPolled);
     if (r.ok) {
         stats.addSuccess(r.latencyNs);
         const int row = tagModel->rowOf(r.id);

@@ -28,7 +28,10 @@ void registerMonitorTypes()
 MonitorWorker::MonitorWorker(QObject *parent)
     : QObject(parent)
     , cycleTimer(this)
+    , stepTimer(this)
 {
+    stepTimer.setSingleShot(true);
+    connect(&stepTimer, &QTimer::timeout, this, &MonitorWorker::pollNext);
     cycleTimer.setSingleShot(true);
     cycleTimer.setTimerType(Qt::PreciseTimer);
     connect(&cycleTimer, &QTimer::timeout, this, [this] {
@@ -109,7 +112,7 @@ void MonitorWorker::open(const ConnectSettings &s)
 void MonitorWorker::close()
 {
     cycleTimer.stop();
-    nextTag = -1;
+    abandonCycle();
     if (scan.running) {
         scan.running = false;
         emit scanFinished(scan.answering, true, "the line closed");
@@ -134,10 +137,12 @@ void MonitorWorker::setPolling(bool on, int interval)
 {
     polling = on;
     intervalMs = interval > 0 ? interval : 1;
-    if (!on)
+    if (!on) {
         cycleTimer.stop();
-    else if (lineOpen && nextTag < 0)
-        cycleTimer.start(0);
+        abandonCycle(); // no read after the one under way
+    } else if (lineOpen) {
+        cycleTimer.start(0); // while a cycle runs, the timer waits one interval
+    }
 }
 
 void MonitorWorker::useStation(int station)
@@ -197,7 +202,13 @@ void MonitorWorker::pollNext()
     flushTraffic();
     emit reading(r);
     ++nextTag;
-    QTimer::singleShot(0, this, [this] { pollNext(); });
+    stepTimer.start(0);
+}
+
+void MonitorWorker::abandonCycle()
+{
+    stepTimer.stop();
+    nextTag = -1;
 }
 
 void MonitorWorker::finishCycle()

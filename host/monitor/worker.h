@@ -69,6 +69,7 @@ private:
     void startCycle();
     void pollNext();
     void finishCycle();
+    void abandonCycle();
     int stationOf(const PollTag &tag) const { return tag.station > 0 ? tag.station : base.station; }
     // One read of a tag as it is now; retry as the link's unless given.
     Reading readTag(const PollTag &tag, int retry = -1);
@@ -89,6 +90,9 @@ private:
 
     QVector<PollTag> tags;
     QTimer cycleTimer; // starts the next poll cycle
+    // Reads a cycle's next tag: one timer, so that a cycle ended early and a
+    // new one begun before its step ran never read side by side.
+    QTimer stepTimer;
     bool polling = false;
     int intervalMs = 500;
     int nextTag = -1; // within a cycle: the tag to read next; -1 between cycles

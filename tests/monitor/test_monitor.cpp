@@ -13,6 +13,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialog>
 #include <QFile>
 #include <QImage>
 #include <QLabel>
@@ -29,6 +30,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <set>
 
 namespace {
@@ -106,6 +108,13 @@ class MonitorTest : public QObject
                 return e;
         return nullptr;
     }
+    QCheckBox *pollBox() const
+    {
+        for (QCheckBox *b : window->findChildren<QCheckBox *>())
+            if (b->text() == "Poll every")
+                return b;
+        return nullptr;
+    }
     QSpinBox *spinNamed(const char *name) const { return window->findChild<QSpinBox *>(name); }
     // Readings of a tag shown in the window over a while of polling.
     int readingsOf(int id, int ms) const
@@ -116,6 +125,14 @@ class MonitorTest : public QObject
         for (const QList<QVariant> &args : shown)
             n += args.at(0).value<Reading>().id == id && args.at(0).value<Reading>().ok ? 1 : 0;
         return n;
+    }
+    // The readings of a tag among those a spy saw shown (only good ones if okOnly).
+    static int readingsIn(const QSignalSpy &shown, int id, bool okOnly)
+    {
+        return int(std::count_if(shown.begin(), shown.end(), [&](const QList<QVariant> &args) {
+            const Reading r = args.at(0).value<Reading>();
+            return r.id == id && (r.ok || !okOnly);
+        }));
     }
     bool reconnect()
     {
@@ -139,6 +156,23 @@ private slots:
         QVERIFY2(connected.first().at(0).toBool(), qPrintable(connected.first().at(1).toString()));
     }
 
+    // A test that failed half-way leaves the window as the others expect it:
+    // no question open (a modal one would take every click that follows) and
+    // polling on.
+    void cleanup()
+    {
+        for (QWidget *w : QApplication::topLevelWidgets()) {
+            if (!w->isModal() || !w->isVisible())
+                continue;
+            if (auto *dialog = qobject_cast<QDialog *>(w))
+                dialog->reject();
+            else
+                w->close();
+        }
+        QVERIFY(!QApplication::activeModalWidget());
+        if (QCheckBox *poll = pollBox())
+            poll->setChecked(true);
+    }
     void cleanupTestCase() { delete window; }
 
     void tagListFiles_data()
@@ -255,22 +289,45 @@ private slots:
         QVERIFY(after.last().endsWith(",HR100,5"));
     }
 
+    // Polling switched off and on while a read is under way: the answer that
+    // comes after the switch is not shown as current, and polling goes on.
     void valuesNotPolledAreNotShownAsCurrent()
     {
+        QCheckBox *poll = pollBox();
+        QVERIFY(poll);
+        TrafficView *traffic = window->traffic();
+        QSignalSpy answered(window, &MainWindow::faultAnswered);
+        traffic->findChild<QLineEdit *>()->setText("late:at=HR102,ms=300");
+        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
+        QVERIFY(answered.wait(waitMs));
+        QVERIFY(window->addTagLine("IR2")); // read just before HR102
         QVERIFY(window->addTagLine("HR102"));
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR102"), QString("200"), waitMs);
-        QCheckBox *poll = nullptr;
-        for (QCheckBox *b : window->findChildren<QCheckBox *>())
-            if (b->text() == "Poll every")
-                poll = b;
-        QVERIFY(poll);
+        const int before = window->tags()->idAt(rowOf("IR2"));
+        const int late = window->tags()->idAt(rowOf("HR102"));
         const QModelIndex value = window->tags()->index(rowOf("HR102"), TagModel::ValueColumn);
-        poll->setChecked(false);
+        // Each switch comes while HR102's late answer is awaited: just after
+        // the tag read before it was shown.
+        auto switchWhileReading = [&](bool backOn) {
+            QSignalSpy shown(window, &MainWindow::readingShown);
+            const bool came = QTest::qWaitFor([&] { return readingsIn(shown, before, false) > 0; }, waitMs);
+            poll->setChecked(false);
+            if (backOn)
+                poll->setChecked(true);
+            return came;
+        };
+        QVERIFY(switchWhileReading(false));
+        QTest::qWait(800);
         QCOMPARE(value.data(Qt::ForegroundRole).value<QBrush>().color(), QColor(Qt::gray));
         QVERIFY(value.data(Qt::ToolTipRole).toString().startsWith("not polled: polling is off"));
         poll->setChecked(true);
-        QTRY_VERIFY_WITH_TIMEOUT(!value.data(Qt::ForegroundRole).isValid(), waitMs);
+        for (int i = 0; i < 3; ++i)
+            QVERIFY(switchWhileReading(true));
+        QSignalSpy shown(window, &MainWindow::readingShown);
+        QTRY_VERIFY_WITH_TIMEOUT(readingsIn(shown, late, true) >= 2, waitMs);
+        QVERIFY(!value.data(Qt::ForegroundRole).isValid());
         QVERIFY(window->tags()->removeRows(rowOf("HR102"), 1));
+        QVERIFY(window->tags()->removeRows(rowOf("IR2"), 1));
     }
 
     void liveTagsWriteAndTrend()
@@ -397,9 +454,12 @@ private slots:
         QTest::addColumn<QString>("typed");
         QTest::addColumn<bool>("confirm");
         QTest::addColumn<QString>("failure"); // empty: written and read back as typed
-        QTest::newRow("two digits, slower than the poll") << "HR402" << "30" << true << QString();
-        QTest::newRow("three digits, slower than the poll") << "HR402" << "300" << true << QString();
-        QTest::newRow("cancelled: nothing sent") << "HR402" << "77" << false << QString();
+        QTest::newRow("two digits, slower than the poll") << "HR402"
+                                                          << "30" << true << QString();
+        QTest::newRow("three digits, slower than the poll") << "HR402"
+                                                            << "300" << true << QString();
+        QTest::newRow("cancelled: nothing sent") << "HR402"
+                                                 << "77" << false << QString();
         // The motor takes its alarm reset at once: the read-back differs.
         QTest::newRow("the drive holds another value after the write")
             << "HR406"
