@@ -29,9 +29,12 @@ MonitorWorker::MonitorWorker(QObject *parent)
     : QObject(parent)
     , cycleTimer(this)
     , stepTimer(this)
+    , scanTimer(this)
 {
     stepTimer.setSingleShot(true);
     connect(&stepTimer, &QTimer::timeout, this, &MonitorWorker::pollNext);
+    scanTimer.setSingleShot(true);
+    connect(&scanTimer, &QTimer::timeout, this, &MonitorWorker::scanNext);
     cycleTimer.setSingleShot(true);
     cycleTimer.setTimerType(Qt::PreciseTimer);
     connect(&cycleTimer, &QTimer::timeout, this, [this] {
@@ -272,7 +275,8 @@ void MonitorWorker::startScan(int from, int to, const QString &address)
     scan.to = to;
     scan.station = from;
     scan.answering = 0;
-    QTimer::singleShot(0, this, [this] { scanNext(); });
+    abandonCycle(); // the scan holds the line from its first probe on
+    scanTimer.start(0);
 }
 
 void MonitorWorker::stopScan()
@@ -284,6 +288,7 @@ void MonitorWorker::stopScan()
 void MonitorWorker::endScan(bool stopped, const QString &why)
 {
     scan.running = false;
+    scanTimer.stop();
     emitHealth();
     emit scanFinished(scan.answering, stopped, why);
     if (polling && lineOpen)
@@ -312,7 +317,7 @@ void MonitorWorker::scanNext()
     scan.answering += v.answers ? 1 : 0;
     emit scanProgress(scan.station - scan.from + 1, scan.to - scan.from + 1, scan.answering);
     if (++scan.station <= scan.to) {
-        QTimer::singleShot(0, this, [this] { scanNext(); });
+        scanTimer.start(0);
         return;
     }
     endScan(false, QString());

@@ -93,6 +93,9 @@ private:
     // Reads a cycle's next tag: one timer, so that a cycle ended early and a
     // new one begun before its step ran never read side by side.
     QTimer stepTimer;
+    // Probes a scan's next station; one timer, for the same reason: a scan
+    // stopped and started again at once never probes two chains at a time.
+    QTimer scanTimer;
     bool polling = false;
     int intervalMs = 500;
     int nextTag = -1; // within a cycle: the tag to read next; -1 between cycles
