@@ -142,7 +142,7 @@ check_block() {
 # The anchors of the headings of the Markdown file $1, one a line: lower
 # case, punctuation dropped, blanks turned into hyphens.
 anchors_of() {
-    sed -nE 's/^#{1,6} +//p' "$1" | tr 'A-Z' 'a-z' | sed -E 's/[^a-z0-9 _-]//g; s/ /-/g'
+    sed -nE 's/^#{1,6} +//p' "$1" | tr '[:upper:]' '[:lower:]' | sed -E 's/[^a-z0-9 _-]//g; s/ /-/g'
 }
 
 # Checks every relative link and image of the page outside code blocks.
