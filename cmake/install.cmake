@@ -4,7 +4,8 @@
 #   <libdir>/teco-servo/libteco_servo.so      (libdir: lib/<arch> under /usr)
 #   share/man/man1/<program>.1.gz             (help2man, from the program's --help)
 #   share/bash-completion/completions/<program>
-#   share/doc/teco-servo/README.md
+#   share/doc/teco-servo/README.md, docs/*.md and bench/README.md (the pages
+#     it links, with teco-monitor's screenshot, where the links find them)
 include(GNUInstallDirs)
 
 set(TECO_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/teco-servo)
@@ -15,6 +16,10 @@ file(RELATIVE_PATH TECO_INSTALLED_PLUGIN ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL
 
 install(TARGETS teco_servo LIBRARY DESTINATION ${TECO_PLUGIN_DIR})
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/teco-servo)
+file(GLOB TECO_DOC_PAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+install(FILES ${TECO_DOC_PAGES} ${PROJECT_SOURCE_DIR}/docs/teco-monitor.png
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/teco-servo/docs)
+install(FILES bench/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/teco-servo/bench)
 
 # Manual pages come from the programs' --help, so they need programs that run
 # here and help2man.

@@ -1,12 +1,18 @@
 #!/usr/bin/env bash
-# Runs the examples that README.md shows and compares what they print with
-# what README.md says they print.
+# Runs the examples that a page (README.md or a page of docs/) shows and
+# compares what they print with what the page says they print, and checks
+# that its relative links lead somewhere.
 #
-# Usage: check_readme.sh README.md BINDIR...
+# Usage: check_readme.sh PAGE.md BINDIR...
 #   BINDIR: directories put first on PATH (where teco-cli and teco-sim are).
-#   TECO_README_UPDATE=1 writes what the commands print now into README.md
+#   TECO_README_UPDATE=1 writes what the commands print now into PAGE.md
 #   in place of the shown output of each example that differs (review it
 #   with git diff).
+#
+# A link or image outside code, [text](TARGET), whose TARGET is not a URL
+# must name a file or directory that exists, relative to the page; with
+# #ANCHOR (or an anchor alone, in the page itself) the page linked must have
+# a heading whose anchor that is, as GitHub makes them.
 #
 # An example is an indented code block (4 spaces) with lines that begin with
 # "$ ": each such line is a command (a line ending in "\" goes on in the next
@@ -133,6 +139,40 @@ check_block() {
     rm -rf "$work"
 }
 
+# The anchors of the headings of the Markdown file $1, one a line: lower
+# case, punctuation dropped, blanks turned into hyphens.
+anchors_of() {
+    sed -nE 's/^#{1,6} +//p' "$1" | tr '[:upper:]' '[:lower:]' | sed -E 's/[^a-z0-9 _-]//g; s/ /-/g'
+}
+
+# Checks every relative link and image of the page outside code blocks.
+links=0
+check_links() {
+    local dir k line target file anchor re='[]][(]([^)[:space:]]+)[)]'
+    dir=$(dirname "$readme")
+    for ((k = 0; k < total; k++)); do
+        line=${lines[k]}
+        [[ $line == '    '* ]] && continue
+        while [[ $line =~ $re ]]; do
+            target=${BASH_REMATCH[1]}
+            line=${line#*"${BASH_REMATCH[0]}"}
+            [[ $target =~ ^[a-z]+: ]] && continue
+            links=$((links + 1))
+            file=${target%%#*}
+            [ -z "$file" ] && file=$name
+            if [ ! -e "$dir/$file" ]; then
+                fail "$((k + 1))" "the link $target leads to $file, which does not exist"
+                continue
+            fi
+            [[ $target == *'#'* ]] || continue
+            anchor=${target#*#}
+            anchors_of "$dir/$file" | grep -qxF -- "$anchor" ||
+                fail "$((k + 1))" "the link $target leads to no heading of $file"
+        done
+    done
+}
+check_links
+
 # Finds the indented code blocks and the markers before them.
 reason=""
 prev_blank=1
@@ -178,5 +218,5 @@ if [ "${TECO_README_UPDATE:-0}" = 1 ]; then
     exit 0
 fi
 
-echo "readme: $checked commands checked, $skipped examples marked unchecked, $failures differ"
+echo "$name: $checked commands checked, $skipped examples marked unchecked, $links links followed, $failures failures"
 [ $failures = 0 ]

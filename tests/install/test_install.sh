@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the build into a fresh prefix, moves the installed tree, and runs
 # it: the programs must load the plug-in installed with them (not the build
-# tree's), and the manual pages, completions and README must be in place.
+# tree's), and the manual pages, completions and README must be in place,
+# with every page that the README and its pages link.
 # Usage: test_install.sh BUILD-DIR [man]
 set -euo pipefail
 build=$1 man=${2:-}
@@ -30,5 +31,15 @@ if [[ -e $prefix/bin/teco-monitor ]]; then
 fi
 for f in "${files[@]}"; do
     [[ -f $prefix/$f ]] || fail "$f is not installed"
+done
+# Every relative link of the installed pages leads to an installed file.
+doc=$prefix/share/doc/teco-servo
+for page in "$doc"/README.md "$doc"/docs/*.md; do
+    while read -r link; do
+        target=${link:2:-1}
+        target=${target%%#*}
+        [[ -z $target || $target =~ ^[a-z]+: ]] && continue
+        [[ -e $(dirname "$page")/$target ]] || fail "${page#"$doc"/} links $target, which is not installed"
+    done < <(grep -v '^    ' "$page" | grep -oE '\]\([^)[:space:]]+\)')
 done
 echo "install: $prefix holds ${#files[@]} files checked and a working teco-cli"
