@@ -7,8 +7,6 @@
 
 namespace {
 
-const uint8_t *bytes(const QByteArray &b) { return reinterpret_cast<const uint8_t *>(b.constData()); }
-
 TEST(RtuFrame, AReplyFrameEndsWhereItsHeaderSays)
 {
     struct Row
@@ -31,7 +29,7 @@ TEST(RtuFrame, AReplyFrameEndsWhereItsHeaderSays)
     for (const Row &row : rows) {
         SCOPED_TRACE(row.start);
         const QByteArray b = hex(row.start);
-        EXPECT_EQ(replyFrameLength(bytes(b), b.size()), row.length);
+        EXPECT_EQ(replyFrameLength(reinterpret_cast<const uint8_t *>(b.constData()), b.size()), row.length);
     }
 }
 
