@@ -2,7 +2,7 @@
 
 #include "addresstext.h"
 #include "errorkind.h"
-#include "replycheck.h"
+#include "rtuframe.h"
 #include "tools.h"
 
 #include <QByteArray>
@@ -92,43 +92,7 @@ std::string replyMeaning(const std::string &b, const ModbusFunction &f)
     return f.name;
 }
 
-const ModbusFunction functions[] = {
-    { 1, "read coils", FrameLayout::ReadBits, Area::Coils },
-    { 2, "read discrete inputs", FrameLayout::ReadBits, Area::DiscreteInputs },
-    { 3, "read holding registers", FrameLayout::ReadRegisters, Area::HoldingRegisters },
-    { 4, "read input registers", FrameLayout::ReadRegisters, Area::InputRegisters },
-    { 5, "write single coil", FrameLayout::WriteSingle, Area::Coils },
-    { 6, "write single register", FrameLayout::WriteSingle, Area::HoldingRegisters },
-    { 15, "write multiple coils", FrameLayout::WriteMultiple, Area::Coils },
-    { 16, "write multiple registers", FrameLayout::WriteMultiple, Area::HoldingRegisters },
-};
-
 } // namespace
-
-const ModbusFunction *modbusFunction(int code)
-{
-    for (const ModbusFunction &f : functions)
-        if (f.code == code)
-            return &f;
-    return nullptr;
-}
-
-int frameLength(const uint8_t *bytes, int have, FrameRole role)
-{
-    if (have < 2)
-        return 0;
-    if (role == FrameRole::Reply && (bytes[1] & 0x80))
-        return 5; // station, function | 0x80, exception code, CRC
-    const ModbusFunction *f = modbusFunction(bytes[1]);
-    if (!f)
-        return -1;
-    const bool write = f->layout == FrameLayout::WriteSingle || f->layout == FrameLayout::WriteMultiple;
-    if (role == FrameRole::Request)
-        return f->layout != FrameLayout::WriteMultiple ? 8 : have < 7 ? 0 : 9 + bytes[6];
-    if (write)
-        return 8;
-    return have < 3 ? 0 : 5 + bytes[2];
-}
 
 DecodedFrame decodeFrame(const std::string &b, FrameRole role)
 {

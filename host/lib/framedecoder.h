@@ -7,37 +7,11 @@
 // same function look alike; the caller says which it has, or asks for every
 // reading that fits.
 
-#include "addresstext.h"
+#include "rtuframe.h"
 #include "traceevent.h"
-
-#include <cstdint>
 
 #include <string>
 #include <vector>
-
-enum class FrameRole { Request, Reply };
-
-// The function codes known here and how their frames are laid out.
-enum class FrameLayout {
-    ReadBits, // 1, 2: address, quantity; reply: byte count, packed bits
-    ReadRegisters, // 3, 4: address, quantity; reply: byte count, registers
-    WriteSingle, // 5, 6: address, value; the reply echoes the request
-    WriteMultiple // 15, 16: address, quantity, byte count, data; reply: address, quantity
-};
-struct ModbusFunction
-{
-    int code;
-    const char *name; // "read holding registers"
-    FrameLayout layout;
-    Area area;
-};
-// The function of a code, or nullptr for one not known here.
-const ModbusFunction *modbusFunction(int code);
-
-// The length of the frame at the start of bytes, read as role, from its
-// header: 0 when more bytes are needed to tell, -1 when it names no function
-// known here (a reply's exception form is always known: 5 bytes).
-int frameLength(const uint8_t *bytes, int have, FrameRole role);
 
 struct DecodedFrame
 {

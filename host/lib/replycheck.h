@@ -2,9 +2,10 @@
 #define HOST_REPLYCHECK_H
 
 // What the link can tell about a reply from the request it answers, without
-// knowing the driver: where a reply frame ends (from its own function code
-// and byte count, as libmodbus frames replies), and whether a complete frame
-// with a good CRC can be the answer to the request just sent. A frame that
+// knowing the driver: whether a complete frame (ending where rtuframe.h's
+// replyFrameLength says, from its own function code and byte count, as
+// libmodbus frames replies) with a good CRC can be the answer to the request
+// just sent. A frame that
 // cannot (another station, another function, another byte count, a write
 // acknowledgement echoing another address, quantity or value) is a late
 // answer to an earlier request or a stray frame; the link drops it and keeps
@@ -22,16 +23,9 @@ struct ExpectedReply
     uint8_t echo[4] = {}; // function 5, 6, 15, 16: request bytes 2..5, which the answer repeats
 };
 
-// The request as sent (station, function, ..., CRC). Function codes 1 to 6,
-// 15 and 16 with a consistent length are known; anything else is not.
+// The request as sent (station, function, ..., CRC). A request that
+// rtuframe.h's answerLength gives a length for is known; anything else is not.
 ExpectedReply expectedReplyTo(const uint8_t *request, int length);
-
-// The length of the frame at the start of bytes, told by its header: 0 when
-// more bytes are needed to tell, -1 when the header names no function code
-// that a reply of this kind carries.
-int replyFrameLength(const uint8_t *bytes, int have);
-
-bool modbusCrcOk(const uint8_t *frame, int length);
 
 enum class ReplyVerdict {
     Answer, // may be the answer: hand it to the driver
@@ -39,8 +33,7 @@ enum class ReplyVerdict {
     Unsure // the CRC fails: hand it to the driver, which rejects it
 };
 
-// Judges a complete frame (as long as replyFrameLength says). why names the
-// mismatch of a NotTheAnswer verdict.
+// Judges a complete frame. why names the mismatch of a NotTheAnswer verdict.
 ReplyVerdict judgeReply(const ExpectedReply &expected, const uint8_t *frame, int length, const char **why);
 
 #endif // HOST_REPLYCHECK_H

@@ -41,6 +41,7 @@
 #include "driverinterface.h"
 #include "framedecoder.h"
 #include "replycheck.h"
+#include "rtuframe.h"
 #include "traceevent.h"
 
 #include <cstdint>

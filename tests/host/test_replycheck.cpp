@@ -1,5 +1,5 @@
 // What the link tells from a request about its answer: the answer's length,
-// where a reply frame ends, and which complete frames cannot be the answer.
+// and which complete frames cannot be the answer.
 
 #include "hex.h"
 #include "replycheck.h"
@@ -35,32 +35,6 @@ TEST(ReplyCheck, TheRequestGivesTheAnswersLength)
         EXPECT_EQ(e.length, row.length);
     }
     EXPECT_FALSE(expectedReplyTo(bytes(hex("01 03 00")), 3).known);
-}
-
-TEST(ReplyCheck, AReplyFrameEndsWhereItsHeaderSays)
-{
-    struct Row
-    {
-        const char *start;
-        int length;
-    } rows[] = {
-        { "", 0 },
-        { "01", 0 },
-        { "01 03", 0 }, // the byte count is still to come
-        { "01 03 04", 9 },
-        { "01 02 FF", 260 },
-        { "01 83", 5 },
-        { "01 90", 5 },
-        { "01 06", 8 },
-        { "01 0F", 8 },
-        { "01 07", -1 },
-        { "01 00", -1 },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.start);
-        const QByteArray b = hex(row.start);
-        EXPECT_EQ(replyFrameLength(bytes(b), b.size()), row.length);
-    }
 }
 
 TEST(ReplyCheck, OnlyFramesThatCannotBeTheAnswerAreRejected)

@@ -1,6 +1,7 @@
 #include "simdrive.h"
 
 #include "registermap.h"
+#include "rtuframe.h"
 #include "textfile.h"
 #include "textutil.h"
 
@@ -17,26 +18,6 @@
 #include <unistd.h>
 
 namespace {
-
-uint16_t crc16(const uint8_t *p, int n)
-{
-    uint16_t crc = 0xFFFF;
-    while (n-- > 0) {
-        crc ^= *p++;
-        for (int i = 0; i < 8; ++i)
-            crc = (crc & 1) ? uint16_t((crc >> 1) ^ 0xA001) : uint16_t(crc >> 1);
-    }
-    return crc;
-}
-
-void setCrc(std::vector<uint8_t> &frame)
-{
-    if (frame.size() < 4)
-        return;
-    const uint16_t crc = crc16(frame.data(), int(frame.size()) - 2);
-    frame[frame.size() - 2] = uint8_t(crc & 0xFF);
-    frame[frame.size() - 1] = uint8_t(crc >> 8);
-}
 
 bool makeRaw(int fd)
 {
@@ -489,7 +470,7 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
             break;
         case FaultRule::WrongStation:
             answer[0] = uint8_t(fault.value >= 0 ? fault.value : station % 247 + 1);
-            setCrc(answer);
+            setModbusCrc(answer.data(), int(answer.size()));
             break;
         case FaultRule::Late:
             if (!pause(int64_t(fault.value >= 0 ? fault.value : 1000) * 1000000))
