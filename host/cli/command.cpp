@@ -1,7 +1,6 @@
 #include "command.h"
 
 #include "faultrule.h"
-#include "formattedio.h"
 #include "framedecoder.h"
 #include "seriallink.h"
 #include "textutil.h"
@@ -9,101 +8,6 @@
 #include <algorithm>
 #include <cctype>
 #include <functional>
-
-namespace {
-
-bool typeAndCount(const std::string &text, Tag &tag, const std::optional<std::string> &typeName,
-    const std::optional<std::string> &formatName, std::optional<int> count, bool zeroBased,
-    std::string &error)
-{
-    if (!AddressText::parse(text, tag.address, error, zeroBased))
-        return false;
-    tag.text = tag.address.text();
-    tag.count = count ? *count : 1;
-    if (formatName) {
-        ValueFormat format;
-        int registers = 0;
-        if (typeName) {
-            error = "give a data type or a format, not both (--type " + *typeName + ", --format "
-                + *formatName + ")";
-            return false;
-        }
-        if (!ValueFormat::parse(*formatName, format, error) || !settleFormat(tag.address, format, error)
-            || !formattedRegisterCount(tag.address, format, tag.count, registers, error))
-            return false;
-        tag.format = format;
-        tag.type = ValueType::Word;
-        return true;
-    }
-    tag.type = defaultType(tag.address);
-    if (typeName && !parseValueType(*typeName, tag.type)) {
-        error = "unknown data type \"" + *typeName + "\" (bit, byte, word or dword; a number format such as "
-            + "float32 goes with --format, or in a tag as HR100:float32)";
-        return false;
-    }
-    return typeFits(tag.address, tag.type, error);
-}
-
-// Whether a read (or write) of the tag fits one command of the driver (see
-// fitsDriverCommand); with a format, its registers are read as words.
-bool tagFitsDriver(const Tag &t, bool write, std::string &error)
-{
-    int registers = t.count;
-    if (t.format && !formattedRegisterCount(t.address, *t.format, t.count, registers, error))
-        return false;
-    return fitsDriverCommand(t.address, t.format ? ValueType::Word : t.type, registers, write, error);
-}
-
-bool allDigits(const std::string &text)
-{
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-}
-
-} // namespace
-
-bool parseTag(const std::string &text, Tag &tag, std::string &error, bool zeroBased,
-    const std::optional<std::string> &defaultFormat)
-{
-    const std::vector<std::string> parts = splitFields(text, ':');
-    const std::string bad = "bad tag \"" + text
-        + "\" (ADDRESS[:TYPE|FORMAT][:COUNT], such as HR100:word:2, HR100:float32:2 or HR100:int32:CDAB)";
-    if (parts.size() > 4) {
-        error = bad;
-        return false;
-    }
-    std::optional<std::string> type, format;
-    std::optional<int> count;
-    for (size_t i = 1; i < parts.size(); ++i) {
-        const std::string &p = parts[i];
-        int n = 0;
-        ValueFormat f;
-        std::string ignored;
-        if (!count && allDigits(p)) {
-            if (!parseWholeNumber(p, 1, 65535, n)) {
-                error = "bad count in tag \"" + text + "\" (1 to 65535)";
-                return false;
-            }
-            count = n;
-        } else if (i == 1 && ValueFormat::parse(p, f, ignored)) {
-            // A word order, if one follows, belongs to the format.
-            format = p;
-            if (i + 1 < parts.size() && !allDigits(parts[i + 1]))
-                *format += ":" + parts[++i];
-        } else if (i == 1) {
-            type = p;
-        } else {
-            error = bad;
-            return false;
-        }
-    }
-    if (!type && !format)
-        format = defaultFormat;
-    if (!typeAndCount(parts[0], tag, type, format, count, zeroBased, error)
-        || !tagFitsDriver(tag, false, error))
-        return false;
-    tag.text = text;
-    return true;
-}
 
 namespace {
 
@@ -177,7 +81,7 @@ bool prepareRead(const Given &g, Command &c, std::string &error)
 {
     return require(g.args.size() == 1,
                "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
-        && typeAndCount(g.args[0], c.target, g.o.type, g.o.format, g.o.count, g.o.zeroBased, error)
+        && makeTag(g.args[0], g.o.type, g.o.format, g.o.count, g.o.zeroBased, c.target, error)
         && tagFitsDriver(c.target, false, error);
 }
 
@@ -185,33 +89,15 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
 {
     if (!require(g.args.size() >= 2,
             "usage: write ADDRESS VALUE... [--type bit|byte|word|dword | --format F]", error)
-        || !typeAndCount(g.args[0], c.target, g.o.type, g.o.format, std::nullopt, g.o.zeroBased, error))
+        || !makeTag(g.args[0], g.o.type, g.o.format, std::nullopt, g.o.zeroBased, c.target, error))
         return false;
     const bool string = c.target.format && c.target.format->number == NumberFormat::String;
     if (g.o.count && !string) {
         error = "option --count does not apply to write (except with --format string: the registers to fill)";
         return false;
     }
-    if (c.target.format) {
-        const ValueFormat &f = *c.target.format;
-        int registers = 0;
-        c.texts.assign(g.args.begin() + 1, g.args.end());
-        if (!registersFromTexts(c.texts, f, g.o.count, c.registers, error))
-            return false;
-        c.target.count = string ? int(c.registers.size()) : int(c.texts.size());
-        // What is shown as written is what the registers hold, as a read
-        // would show it: 16777217 goes into a float32 as 16777216.
-        return formattedRegisterCount(c.target.address, f, c.target.count, registers, error)
-            && tagFitsDriver(c.target, true, error) && formatRegisters(c.registers, f, c.texts, error);
-    }
-    for (size_t i = 1; i < g.args.size(); ++i) {
-        uint32_t v = 0;
-        if (!parseValue(g.args[i], c.target.type, v, error))
-            return false;
-        c.values.push_back(v);
-    }
-    c.target.count = int(c.values.size());
-    return tagFitsDriver(c.target, true, error);
+    return ::prepareWrite(
+        c.target, std::vector<std::string>(g.args.begin() + 1, g.args.end()), g.o.count, c.write, error);
 }
 
 bool preparePoll(const Given &g, Command &c, std::string &error)
@@ -290,18 +176,8 @@ bool prepareScan(const Given &g, Command &c, std::string &error)
         return false;
     c.from = g.o.from ? *g.o.from : 1;
     c.to = g.o.to ? *g.o.to : 247;
-    Tag probe;
-    if (!require(c.from >= 1 && c.to <= 247 && c.from <= c.to, "scan needs 1 <= --from <= --to <= 247", error)
-        || !typeAndCount(g.o.address ? *g.o.address : (g.o.zeroBased ? "HR0" : "HR1"), probe, std::nullopt,
-            std::nullopt, std::nullopt, g.o.zeroBased, error))
-        return false;
-    c.probe = probe.address;
-    return require(probe.address.bit < 0 && !probe.address.swap,
-               "scan probes with one word or bit read: give a plain address such as HR1 or DI1", error)
-        && require(!inDriverWindow(probe.address),
-            "the driver serves HR60000 to HR60010 itself, so no station would be asked: probe another "
-            "address, such as HR1",
-            error);
+    return checkScanRange(c.from, c.to, g.o.address ? *g.o.address : (g.o.zeroBased ? "HR0" : "HR1"),
+        g.o.zeroBased, c.probe, error);
 }
 
 bool prepareBatch(const Given &g, Command &c, std::string &error)

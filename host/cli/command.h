@@ -4,26 +4,12 @@
 // One command of teco-cli, checked completely before anything is opened or
 // sent: a bad address, type, count or value is refused here.
 
-#include "addresstext.h"
-#include "formats.h"
 #include "options.h"
-#include "values.h"
+#include "tag.h"
 
 #include <string>
 #include <utility>
 #include <vector>
-
-struct Tag
-{
-    std::string text; // as given, for the output
-    AddressText address;
-    ValueType type = ValueType::Word;
-    // With a format, the registers are read as words and shown in it; count
-    // is then the number of values (for a string, of registers).
-    std::optional<ValueFormat> format;
-    int count = 1;
-    int station = -1; // poll, from TAG@STATION; -1: the command's
-};
 
 struct Command
 {
@@ -31,9 +17,7 @@ struct Command
     CliOptions options;
 
     Tag target; // read, write
-    std::vector<uint32_t> values; // write
-    std::vector<uint16_t> registers; // write with a format: the registers that hold texts
-    std::vector<std::string> texts; // write with a format: the values as the registers hold them
+    TagWrite write; // write
 
     std::vector<Tag> tags; // poll: TAG[@STATION] each
     int intervalMs = 1000;
@@ -71,12 +55,5 @@ std::vector<std::string> completeShellWord(const std::vector<std::string> &befor
 // with --type, --count and --format); every command takes the other options
 // of a line (lineOptionNames).
 std::vector<std::pair<std::string, std::vector<std::string>>> lineCommandOptions();
-
-// ADDRESS[:TYPE|FORMAT][:COUNT], such as HR100, HR100:dword, HR100:3,
-// DO1:bit:8, HR100:float32:2, HR100:int32:CDAB. zeroBased: the address's
-// number is the wire number; format: the format of a tag that names neither
-// type nor format.
-bool parseTag(const std::string &text, Tag &tag, std::string &error, bool zeroBased = false,
-    const std::optional<std::string> &format = std::nullopt);
 
 #endif // HOST_CLI_COMMAND_H

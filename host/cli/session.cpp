@@ -241,17 +241,18 @@ int Session::write(const Command &c)
     const Tag &t = c.target;
     healthBefore = link.totalHealth();
     if (t.format) {
-        const DriverHost::Result r = writeRegisters(host, link, t.address, c.registers);
+        const DriverHost::Result r = writeRegisters(host, link, t.address, c.write.registers);
         if (!r.ok)
             return failure(c, r.errorText);
         showHealth(c, r.answeredMs, r.requestsSent);
-        Output::forCommand(c).formattedWriteDone(t, link.options().station, c.texts, c.registers.size());
+        Output::forCommand(c).formattedWriteDone(
+            t, link.options().station, c.write.texts, c.write.registers.size());
         return ExitOk;
     }
-    const DriverHost::Result r = host.write(link, t.address, t.type, c.values);
+    const DriverHost::Result r = host.write(link, t.address, t.type, c.write.values);
     if (!r.ok)
         return failure(c, r.errorText);
     showHealth(c, r.answeredMs, r.requestsSent);
-    Output::forCommand(c).writeDone(t, link.options().station, c.values);
+    Output::forCommand(c).writeDone(t, link.options().station, c.write.values);
     return ExitOk;
 }

@@ -4,7 +4,7 @@
 // What the window and the worker that owns the line hand each other, always
 // by value through queued signals.
 
-#include "command.h"
+#include "tag.h"
 #include "seriallink.h"
 
 #include <QMetaType>
@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <vector>
 
-// A tag as the worker polls it: teco-cli's poll tag and the station asked.
+// A tag as the worker polls it: the tag and the station asked.
 struct PollTag
 {
     int id = 0;

@@ -1,7 +1,7 @@
 #include "scanview.h"
 
-#include "command.h"
 #include "scanprobe.h"
+#include "tag.h"
 
 #include <QBrush>
 #include <QHBoxLayout>
@@ -71,26 +71,22 @@ void ScanView::setConnected(bool on)
 
 void ScanView::start()
 {
-    CliOptions o;
-    o.arguments = { "scan" };
-    o.from = from->value();
-    o.to = to->value();
-    o.address = address->text().trimmed().toStdString();
-    Command c;
+    const int first = from->value(), last = to->value();
+    AddressText probe;
     std::string error;
     // A refused scan leaves no earlier results behind as if they were its own.
     table->setRowCount(0);
-    if (!prepareCommand(o, false, c, error)) {
+    if (!checkScanRange(first, last, address->text().trimmed().toStdString(), false, probe, error)) {
         summary->setText(QString::fromStdString(error));
         emit message(QString::fromStdString(error));
         return;
     }
-    bar->setRange(0, c.to - c.from + 1);
+    bar->setRange(0, last - first + 1);
     bar->setValue(0);
     busy = true;
     button->setText("Stop");
     summary->setText("Scanning...");
-    emit startRequested(c.from, c.to, QString::fromStdString(c.probe.text()));
+    emit startRequested(first, last, QString::fromStdString(probe.text()));
 }
 
 void ScanView::progress(int done, int total, int answering)

@@ -68,32 +68,23 @@ bool setTagFormat(Tag &tag, const std::string &format, std::string &error)
 
 bool parseWriteValues(const std::string &text, const Tag &tag, std::vector<uint32_t> &out, std::string &error)
 {
-    // The same command teco-cli prepares for "write ADDRESS VALUE...".
-    CliOptions o;
-    o.arguments = { "write", tag.address.text() };
-    if (isString(tag)) {
-        o.arguments.push_back(trimmed(text));
-        o.count = tag.count; // the registers to fill
-    } else {
-        const std::vector<std::string> typed = words(text);
+    std::vector<std::string> typed { trimmed(text) };
+    if (!isString(tag)) {
+        typed = words(text);
         if (typed.size() != size_t(tag.count)) {
             error = tag.text + " takes " + std::to_string(tag.count) + " value" + (tag.count == 1 ? "" : "s")
                 + ", separated by spaces";
             return false;
         }
-        o.arguments.insert(o.arguments.end(), typed.begin(), typed.end());
     }
-    if (tag.format)
-        o.format = tag.format->text();
-    else
-        o.type = valueTypeName(tag.type);
-    Command c;
-    if (!prepareCommand(o, false, c, error))
+    Tag t = tag;
+    TagWrite write;
+    if (!prepareWrite(t, typed, isString(tag) ? std::optional<int>(tag.count) : std::nullopt, write, error))
         return false;
     if (tag.format)
-        out.assign(c.registers.begin(), c.registers.end());
+        out.assign(write.registers.begin(), write.registers.end());
     else
-        out = c.values;
+        out = write.values;
     return true;
 }
 

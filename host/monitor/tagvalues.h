@@ -1,7 +1,7 @@
 #ifndef HOST_MONITOR_TAGVALUES_H
 #define HOST_MONITOR_TAGVALUES_H
 
-// A monitor tag: teco-cli's poll tag (ADDRESS[:TYPE|FORMAT][:COUNT], such as
+// A monitor tag: a tag (ADDRESS[:TYPE|FORMAT][:COUNT], such as
 // HR100, IR1:word:2, HR200:float32) with a station and whether it is
 // trended; the tag list file; values typed for writes and values plotted.
 //
@@ -10,7 +10,7 @@
 // with "#" are skipped. "alarm" marks a register whose non-zero value is an
 // alarm (such as the drive's alarm code): the window highlights it.
 
-#include "command.h"
+#include "tag.h"
 
 #include <cstdint>
 #include <string>
@@ -37,7 +37,7 @@ const std::vector<std::string> &formatChoices();
 
 // The values typed for a write (separated by spaces; a string tag takes the
 // whole text), as many as the tag has, checked as teco-cli's write checks
-// them: the words to write (the registers, for a tag with a format).
+// them (tag.h): the words to write (the registers, for a tag with a format).
 bool parseWriteValues(
     const std::string &text, const Tag &tag, std::vector<uint32_t> &words, std::string &error);
 
