@@ -96,9 +96,10 @@ if [ ! -f "$stamp" ] || [ "$(cat "$stamp")" != "$want" ]; then
   mv "$new" "$sysroot"
 fi
 # qemu looks up paths in the sysroot first: its own /dev/ptmx node is not
-# tied to the host's devpts, so pseudo-terminals opened under qemu would fail.
-# Without them, qemu uses the host's /dev/ptmx and /dev/pts.
-rm -rf "$sysroot/dev/ptmx" "$sysroot/dev/pts"
+# tied to the host's devpts, so pseudo-terminals opened under qemu would fail,
+# and its /dev/null is another file than the host's. Without its /dev, qemu
+# uses the host's devices.
+rm -rf "$sysroot/dev"
 
 echo "== armhf: build"
 mkdir -p "$build"
