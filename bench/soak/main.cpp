@@ -304,8 +304,8 @@ private:
     bool settle();
     void resync(const std::vector<Cell> &cells);
     void report(long index, const std::string &kind, const std::string &text);
-    void checkTime(long index, const SoakCommand &c, const StallMeter::Mark &start, int64_t took,
-        int64_t bound, const QString &error);
+    void checkTime(long index, const SoakCommand &c, const StallMeter::Mark &start, uint64_t lateBefore,
+        int64_t took, int64_t bound, const QString &error);
     void printSummary(double seconds);
     void printJson(double seconds);
 
@@ -506,12 +506,13 @@ void Soak::afterFailedWrite(const SoakCommand &c)
 
 // A command past its bound and tolerance fails the soak unless the machine
 // stalled at least as long as the overrun while it ran.
-void Soak::checkTime(long index, const SoakCommand &c, const StallMeter::Mark &start, int64_t took,
-    int64_t bound, const QString &error)
+void Soak::checkTime(long index, const SoakCommand &c, const StallMeter::Mark &start, uint64_t lateBefore,
+    int64_t took, int64_t bound, const QString &error)
 {
     if (took <= bound + toleranceNs)
         return;
-    const StallMeter::Stall stall = stalls.since(start);
+    StallMeter::Stall stall = stalls.since(start);
+    stall.lateNs = int64_t(link.counters().lateWakeNs - lateBefore);
     const bool stalled = took - bound - toleranceNs <= stall.ns();
     if (stalled) {
         ++overBoundInStall;
@@ -519,12 +520,13 @@ void Soak::checkTime(long index, const SoakCommand &c, const StallMeter::Mark &s
     } else {
         ++overBound;
     }
-    char text[300];
+    char text[400];
     std::snprintf(text, sizeof text,
         ": %.3f ms, bound %.3f ms; the machine stalled %.3f ms meanwhile (run-queue wait %.3f ms, "
-        "process stood %.3f ms)%s%s",
+        "process stood %.3f ms, the link's waits ended late by %.3f ms)%s%s",
         double(took) / 1e6, double(bound) / 1e6, double(stall.ns()) / 1e6, double(stall.waitedNs) / 1e6,
-        double(stall.stoodNs) / 1e6, error.isEmpty() ? "" : ", failed: ", error.toLocal8Bit().constData());
+        double(stall.stoodNs) / 1e6, double(stall.lateNs) / 1e6,
+        error.isEmpty() ? "" : ", failed: ", error.toLocal8Bit().constData());
     report(index, stalled ? "over bound in a stall" : "over bound", c.describe() + text);
 }
 
@@ -537,6 +539,7 @@ void Soak::runOne(long index)
     const uint64_t before = link.counters().requests;
     const CommunicatorCommand cmd(c.dataType, c.count, QString::fromStdString(c.address));
 
+    const uint64_t lateBefore = link.counters().lateWakeNs;
     const StallMeter::Mark start = stalls.mark();
     const int64_t t0 = start.atNs;
     QByteArray got;
@@ -578,7 +581,7 @@ void Soak::runOne(long index)
         tightestBoundNs = bound;
         tightestCommand = c.describe();
     }
-    checkTime(index, c, start, took, bound, error);
+    checkTime(index, c, start, lateBefore, took, bound, error);
 
     // What the driver did against what the soak expects of the command.
     std::string odd;

@@ -13,9 +13,15 @@
 //   command; it also sees the process stopped or the machine paused, which
 //   no run queue shows.
 // Neither sees a thread that waits in the kernel for a disk or a page (a
-// trace file's write on a busy disk): the soak's tolerance is for those.
+// trace file's write on a busy disk), nor one whose poll of a terminal waits
+// in the kernel for the worker thread that moves the bytes that came in (a
+// poll that finds no input flushes that work first, past its time-out when
+// the worker gets no processor). The soak adds a third measure for those:
+// - late: how long the link's own timed waits ended past their deadlines
+//   (SerialLink::Counters::lateWakeNs), which only the machine can cause.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -35,7 +41,8 @@ public:
     {
         int64_t waitedNs = 0;
         int64_t stoodNs = 0;
-        int64_t ns() const { return waitedNs > stoodNs ? waitedNs : stoodNs; }
+        int64_t lateNs = 0; // set by the caller: see above
+        int64_t ns() const { return std::max(std::max(waitedNs, stoodNs), lateNs); }
     };
 
     StallMeter();

@@ -462,6 +462,7 @@ int SerialLink::readUntil(char *buffer, int length, int64_t deadlineNs, bool wai
         ts.tv_sec = time_t(left / 1000000000);
         ts.tv_nsec = long(left % 1000000000);
         int ready = ppoll(&p, 1, &ts, nullptr);
+        noteLateWake(deadlineNs);
         if (ready == 0)
             break;
         if (ready > 0 && !(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
@@ -504,6 +505,7 @@ void SerialLink::sleepUntilPrecisely(int64_t target)
         earliest = std::min(earliest, l);
     const int64_t aim = target - earliest;
     int64_t now = monotonicNs();
+    const bool waits = now < target;
     if (now < aim) {
         sleepUntil(aim);
         now = monotonicNs();
@@ -512,6 +514,16 @@ void SerialLink::sleepUntilPrecisely(int64_t target)
     }
     if (now < target)
         sleepUntil(target);
+    if (waits)
+        noteLateWake(target);
+}
+
+void SerialLink::noteLateWake(int64_t deadlineNs)
+{
+    // Only for a wait that began before its deadline.
+    const int64_t late = monotonicNs() - deadlineNs;
+    if (late > 0)
+        count.lateWakeNs += uint64_t(late);
 }
 
 void SerialLink::waitForSilence()
@@ -647,6 +659,7 @@ void SerialLink::collectEarlyBytes()
         struct pollfd p = { fd, POLLIN, 0 };
         struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
         const int ready = ppoll(&p, 1, &ts, nullptr);
+        noteLateWake(answerNotBeforeNs);
         if ((ready < 0 && errno != EINTR) || (ready > 0 && !(p.revents & POLLIN)))
             break; // the line is gone: the reply's own read says so
         int pending = 0;

@@ -163,6 +163,11 @@ public:
         uint64_t lateBytesDropped = 0; // in the late-answer guard, or in frames that answer something else
         uint64_t framesRejected = 0; // well-formed frames that could not be the answer
         uint64_t guardWaits = 0; // requests held back by the late-answer guard
+        // How long, in all, the link's timed waits ended past their deadlines:
+        // the machine kept it, not the link (a thread without a processor, a
+        // stopped process, or a poll of a terminal that waits in the kernel
+        // for the worker that moves the bytes that came in).
+        uint64_t lateWakeNs = 0;
     };
     const Counters &counters() const { return count; }
 
@@ -205,6 +210,8 @@ private:
     void collectEarlyBytes();
     void waitForSilence();
     void sleepUntilPrecisely(int64_t targetNs);
+    // Counts how long a wait that was due to end at deadlineNs overran it.
+    void noteLateWake(int64_t deadlineNs);
     void dropStaleBytes();
     int64_t guardNs() const;
     void holdBackForGuard(const char *frame, int length);

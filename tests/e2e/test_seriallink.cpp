@@ -14,9 +14,11 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <signal.h>
 #include <sstream>
 #include <termios.h>
 #include <thread>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -122,6 +124,47 @@ TEST(SerialLink, ReceiveReturnsWhatCameWhenTheTimeOutPasses)
     EXPECT_EQ(received(link, 5, &count), "");
     EXPECT_EQ(count, 0);
     EXPECT_EQ(link.counters().shortReceives, 2u);
+}
+
+TEST(SerialLink, CountsHowLongItsWaitsEndedPastTheirDeadlinesAndNoMore)
+{
+    // A wait the machine holds past its deadline (here the process stopped
+    // while the link waits for an answer that does not come) counts the
+    // overrun; a wait that ends on time counts nothing, however long it is.
+    const struct
+    {
+        const char *what;
+        bool stopped;
+    } rows[] = {
+        { "the process stopped for 150 ms in the wait", true },
+        { "a 200 ms time-out kept", false },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        Device device;
+        SerialLink link;
+        std::string error;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), options(row.stopped ? 20 : 200), error)) << error;
+        const QByteArray request = withCrc("01 03 00 63 00 01");
+        link.send(request.constData(), request.size());
+        const pid_t us = getpid();
+        const pid_t stopper = row.stopped ? fork() : -1;
+        if (stopper == 0) {
+            const struct timespec start = { 0, 5000000 }, stop = { 0, 150000000 };
+            nanosleep(&start, nullptr);
+            kill(us, SIGSTOP);
+            nanosleep(&stop, nullptr);
+            kill(us, SIGCONT);
+            _exit(0);
+        }
+        EXPECT_EQ(received(link, 5), "");
+        if (stopper > 0)
+            waitpid(stopper, nullptr, 0);
+        if (row.stopped)
+            EXPECT_GE(link.counters().lateWakeNs, 100000000u);
+        else
+            EXPECT_LT(link.counters().lateWakeNs, 50000000u);
+    }
 }
 
 TEST(SerialLink, BytesWaitingBeforeARequestAreDropped)
