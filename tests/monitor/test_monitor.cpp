@@ -89,6 +89,19 @@ class MonitorTest : public QObject
         return r < 0 ? QString() : window->tags()->index(r, TagModel::ValueColumn).data().toString();
     }
 
+    // Injects a fault rule into the simulated drive as a user does; "" when
+    // the drive took it, else why not.
+    QString injectFault(const QString &rule) const
+    {
+        TrafficView *traffic = window->traffic();
+        QSignalSpy answered(window, &MainWindow::faultAnswered);
+        traffic->findChild<QLineEdit *>()->setText(rule);
+        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
+        if (!answered.wait(waitMs))
+            return "no answer to the fault rule";
+        return answered.first().at(0).toBool() ? QString() : answered.first().at(1).toString();
+    }
+
     // The question a typed value asks before it is written.
     QMessageBox *confirmation() const
     {
@@ -295,11 +308,7 @@ private slots:
     {
         QCheckBox *poll = pollBox();
         QVERIFY(poll);
-        TrafficView *traffic = window->traffic();
-        QSignalSpy answered(window, &MainWindow::faultAnswered);
-        traffic->findChild<QLineEdit *>()->setText("late:at=HR102,ms=300");
-        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
-        QVERIFY(answered.wait(waitMs));
+        QCOMPARE(injectFault("late:at=HR102,ms=300"), QString());
         QVERIFY(window->addTagLine("IR2")); // read just before HR102
         QVERIFY(window->addTagLine("HR102"));
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR102"), QString("200"), waitMs);
@@ -525,12 +534,7 @@ private slots:
     // The time shown is when the answer came, not when the command began.
     void timeIsWhenTheAnswerCame()
     {
-        TrafficView *traffic = window->traffic();
-        QSignalSpy answered(window, &MainWindow::faultAnswered);
-        traffic->findChild<QLineEdit *>()->setText("late:at=HR103,ms=300");
-        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
-        QVERIFY(answered.wait(waitMs));
-        QVERIFY2(answered.first().at(0).toBool(), qPrintable(answered.first().at(1).toString()));
+        QCOMPARE(injectFault("late:at=HR103,ms=300"), QString());
         QVERIFY(window->addTagLine("HR103"));
         const int id = window->tags()->idAt(rowOf("HR103"));
         Reading got;
@@ -636,16 +640,12 @@ private slots:
 
     void failedReadIsNotShownAsGood()
     {
-        TrafficView *traffic = window->traffic();
-        QSignalSpy answered(window, &MainWindow::faultAnswered);
-        traffic->findChild<QLineEdit *>()->setText("exception:at=HR101,code=2");
-        QTest::mouseClick(buttonNamed(traffic, "Inject fault"), Qt::LeftButton);
-        QVERIFY(answered.wait(waitMs));
+        QCOMPARE(injectFault("exception:at=HR101,code=2"), QString());
         TagModel *m = window->tags();
         const int row = rowOf("HR101:hex");
         QTRY_VERIFY_WITH_TIMEOUT(
             m->index(row, TagModel::ErrorColumn).data().toString().contains("exception"), waitMs);
-        QTRY_VERIFY_WITH_TIMEOUT(traffic->health(1).exceptions >= 1, waitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(window->traffic()->health(1).exceptions >= 1, waitMs);
         // The last good value stays, greyed, and says that it is old.
         const QModelIndex value = m->index(row, TagModel::ValueColumn);
         QCOMPARE(value.data().toString(), QString("0x012C"));
