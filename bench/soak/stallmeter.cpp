@@ -70,7 +70,11 @@ void StallMeter::start()
 {
     if (running.exchange(true))
         return;
-    watcher = std::thread([this] { watch(); });
+    // Due from now, not from when the thread first runs: a stall that keeps
+    // the new thread from running at all counts too.
+    const int64_t firstDue = monotonicNs() + WatchPeriodNs;
+    dueNs.store(firstDue);
+    watcher = std::thread([this, firstDue] { watch(firstDue); });
 }
 
 void StallMeter::stop()
@@ -80,11 +84,10 @@ void StallMeter::stop()
     watcher.join();
 }
 
-void StallMeter::watch()
+void StallMeter::watch(int64_t due)
 {
     // Wake on time, so that lateness is the machine's and not the timer's.
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-    int64_t due = monotonicNs() + WatchPeriodNs;
     while (running.load(std::memory_order_relaxed)) {
         dueNs.store(due);
         timespec at { time_t(due / 1000000000), long(due % 1000000000) };

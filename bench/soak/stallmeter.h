@@ -69,7 +69,7 @@ private:
     {
         int64_t from, to;
     };
-    void watch();
+    void watch(int64_t firstDueNs);
 
     mutable std::mutex mutex;
     std::vector<Span> spans; // a ring of the newest spans
