@@ -15,6 +15,13 @@ deb=$(ls "$build"/teco-servo_*.deb)
 echo "package: $(basename "$deb"), $(du -k "$deb" | cut -f1) KiB"
 dpkg-deb --field "$deb" Depends
 
+fail() { echo "package: FAIL: $*" >&2; exit 1; }
+# Every program in the package comes with its manual page.
+contents=$(dpkg -c "$deb")
+for program in $(grep -oE '/usr/bin/[^/ ]+$' <<<"$contents" | sed 's#.*/##'); do
+  grep -qE "/usr/share/man/man1/$program\.1\.gz$" <<<"$contents" || fail "the package holds no manual page of $program"
+done
+
 sudo=""
 [ "$(id -u)" = 0 ] || sudo=sudo
 trap '$sudo dpkg --purge teco-servo >/dev/null 2>&1 || true' EXIT
@@ -23,7 +30,6 @@ if ! $sudo dpkg -i "$deb" >>"$log" 2>&1; then
   $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -f -y -qq >>"$log" 2>&1
 fi
 
-fail() { echo "package: FAIL: $*" >&2; exit 1; }
 plugin=$(dpkg -L teco-servo | grep '/libteco_servo\.so$') || fail "the package holds no plug-in"
 version=$(teco-cli --version)
 echo "$version"

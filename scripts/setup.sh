@@ -8,7 +8,7 @@ packages=(
   qtbase5-dev qtbase5-dev-tools libqt5sql5-sqlite
   libgtest-dev libgmock-dev libbenchmark-dev
   libmodbus-dev libqt5serialport5-dev libqt5charts5-dev libedit-dev
-  help2man dpkg-dev
+  go-md2man groff-base dpkg-dev
 )
 if [ "${WITH_ARMHF:-1}" = 1 ]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
