@@ -79,25 +79,30 @@ sub heading_at {
     return $shown;
 }
 
-# A link [TEXT](TARGET) of FROM as the manual page says it.
+# A link [TEXT](TARGET) of FROM as the manual page says it; after "see ", a
+# link whose text is the heading or page it names is only the reference.
 sub link_text {
-    my ($from, $image, $text, $target) = @_;
+    my ($from, $see, $image, $text, $target) = @_;
     return "$text <$target>" if $target =~ /^[a-z]+:/;
     my ($file, $anchor) = split /#/, $target, 2;
     $file = $from if $file eq '';
-    return "picture: $text (`$docdir/docs/$file`)" if $image;
+    return "Picture: $text (`$docdir/docs/$file`)" if $image;
     my $there = $page_of{$file} or return "$text (`$docdir/docs/$file`)";
     my $heading = heading_at($file, $anchor);
     my ($name, $sec) = $there =~ /^(.+)\.(\d)$/;
     my $ref = $there eq $page ? $heading : "**$name**($sec)" . (defined $heading ? ", $heading" : '');
     return $text unless defined $ref;
-    my $same = lc plain($text) eq lc($heading // $name);
-    return $same ? $ref : "$text (see $ref)";
+    return $ref if $see && lc plain($text) eq lc($heading // $name);
+    return $see ? "$text ($ref)" : "$text (see $ref)";
 }
 
+# A line of text of FROM with its links resolved; BEFORE is the line before
+# it in its paragraph.
 sub body_line {
-    my ($from, $line) = @_;
-    $line =~ s{(!?)\[([^\]]*)\]\(([^)\s]+)\)}{link_text($from, $1, $2, $3)}ge;
+    my ($from, $line, $before) = @_;
+    my $see_before = ($before // '') =~ /\bsee$/;
+    $line =~ s{(\bsee |^)?(!?)\[([^\]]*)\]\(([^)\s]+)\)}
+              {($1 // '') . link_text($from, defined $1 && ($1 ne '' || $see_before), $2, $3, $4)}ge;
     $line =~ s{`build/native/host/(?:monitor/)?([\w-]+)`}{`$1`}g;
     return $line;
 }
@@ -151,7 +156,7 @@ sub convert {
             push @out, ($rank == 1 ? '#' : '###') . " $shown" if $rank;
             next;
         }
-        $line = body_line($file, $line);
+        $line = body_line($file, $line, $out[-1]);
         if ($line =~ /^\s*[.']/ && @out && $out[-1] ne '') { $out[-1] .= " $line"; next }
         push @out, $line;
     }
