@@ -61,22 +61,26 @@ sub heading_of {
     return ($rank, $rank == 1 ? uc plain($text) : plain($text));
 }
 
-# The heading of FILE that ANCHOR names, as shown (no anchor: the topic
-# page's own section; none for a program's page).
+# The heading of FILE that ANCHOR names: [as shown, as a reference (a
+# subsection with its section: "Link options under THE SERIAL LINK")]. No
+# anchor: the topic page's own section; none for a program's page.
 my %headings;
 sub heading_at {
     my ($file, $anchor) = @_;
     unless ($headings{$file}) {
+        my $section;
         for (read_lines($file)) {
             next unless /^(#{1,3}) (.*)$/;
-            my (undef, $shown) = heading_of($file, length $1, $2);
-            $headings{$file}{anchor($2)} = $shown;
-            $headings{$file}{''} //= $is_main{$file} ? undef : $shown;
+            my ($rank, $shown) = heading_of($file, length $1, $2);
+            $section = $shown if $rank == 1;
+            my $where = $rank == 2 && defined $section ? "$shown under $section" : $shown;
+            $headings{$file}{anchor($2)} = [$shown, $where];
+            $headings{$file}{''} //= $is_main{$file} ? [] : [$shown, $where];
         }
     }
-    my $shown = $headings{$file}{$anchor // ''};
-    die "manpage.pl: $file has no heading #$anchor\n" if defined $anchor && !defined $shown;
-    return $shown;
+    my $heading = $headings{$file}{$anchor // ''};
+    die "manpage.pl: $file has no heading #$anchor\n" if defined $anchor && !defined $heading;
+    return @{ $heading // [] };
 }
 
 # A link [TEXT](TARGET) of FROM as the manual page says it; after "see ", a
@@ -88,9 +92,9 @@ sub link_text {
     $file = $from if $file eq '';
     return "Picture: $text (`$docdir/docs/$file`)" if $image;
     my $there = $page_of{$file} or return "$text (`$docdir/docs/$file`)";
-    my $heading = heading_at($file, $anchor);
+    my ($heading, $where) = heading_at($file, $anchor);
     my ($name, $sec) = $there =~ /^(.+)\.(\d)$/;
-    my $ref = $there eq $page ? $heading : "**$name**($sec)" . (defined $heading ? ", $heading" : '');
+    my $ref = $there eq $page ? $where : "**$name**($sec)" . (defined $where ? ", $where" : '');
     return $text unless defined $ref;
     return $ref if $see && lc plain($text) eq lc($heading // $name);
     return $see ? "$text ($ref)" : "$text (see $ref)";
