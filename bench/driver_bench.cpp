@@ -55,11 +55,13 @@ void readRegistersFineSlack(benchmark::State &state) { read(state, 1); }
 
 // Every heap allocation of the process passes here: Qt's containers call
 // malloc directly, so counting operator new alone would miss them.
+// The hook hands each call on to glibc's own allocator under its real names,
+// which are reserved identifiers by necessity.
 extern "C" {
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t n, size_t size);
-void *__libc_realloc(void *p, size_t size);
-void __libc_free(void *p);
+void *__libc_malloc(size_t size); // NOLINT(bugprone-reserved-identifier): glibc's malloc behind the hook
+void *__libc_calloc(size_t n, size_t size); // NOLINT(bugprone-reserved-identifier): glibc's calloc
+void *__libc_realloc(void *p, size_t size); // NOLINT(bugprone-reserved-identifier): glibc's realloc
+void __libc_free(void *p); // NOLINT(bugprone-reserved-identifier): glibc's free
 
 void *malloc(size_t size)
 {

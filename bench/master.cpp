@@ -1,8 +1,7 @@
 // teco-bench-master: our driver as a master in the peer measurement harness.
+// teco-bench-master --help lists its options; the harness runs it as
 //
-//   teco-bench-master -d DEVICE [-b BAUD] [-p N|E|O] [-S STOPBITS] [-s STATION] [-a ADDRESS]
-//                     [-r REGISTERS] [-k COUNT] [-t SECONDS] [-T TIMEOUT_MS]
-//                     [--no-silence] [--plugin PATH] [--name NAME]
+//   teco-bench-master -d DEVICE -b BAUD -p N -S 2 -s STATION -a ADDRESS -r REGISTERS -k COUNT -t SECONDS
 //
 // Loads the driver plug-in as the panel does (QPluginLoader), opens our serial
 // link on DEVICE and reads R holding registers at ADDRESS (zero-based) from
@@ -12,6 +11,7 @@
 //
 //   RESULT master=NAME baud=B regs=R n=OK errors=E elapsed_s=S tps=T median_ms=M p99_ms=P min_ms=A max_ms=B
 
+#include "benchoptions.h"
 #include "driverinterface.h"
 #include "driverhost.h"
 #include "seriallink.h"
@@ -21,7 +21,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <getopt.h>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,13 +36,134 @@ double percentile(const std::vector<int64_t> &sorted, double q)
     return double(sorted[rank - 1]) / 1e6;
 }
 
-int usage()
+struct MasterOptions
 {
-    std::fprintf(stderr,
-        "usage: teco-bench-master -d DEVICE [-b BAUD] [-p N|E|O] [-S STOPBITS] [-s STATION] "
-        "[-a ADDR] [-r REGS] [-k COUNT] [-t SECONDS] [-T TIMEOUT_MS] [--no-silence] "
-        "[--plugin PATH] [--name NAME]\n");
-    return 2;
+    std::string device, plugin = TECO_DEFAULT_PLUGIN, name = "ours";
+    std::optional<int> baud = 115200, stopBits = 2, station = 1, address = 0, regs = 1, count = 1000,
+                       timeoutMs = 1000;
+    double seconds = 2.0;
+    std::string parity = "NONE";
+    bool noSilence = false;
+};
+
+BenchCommandLine masterCommandLine(MasterOptions &o)
+{
+    using T = OptionTable;
+    return BenchCommandLine("teco-bench-master",
+        {
+            { T::checked("device",
+                  [&o](const std::string &path, std::string &error) {
+                      o.device = path;
+                      return checkDeviceOption("device", path, error);
+                  }),
+                "DEVICE", "the serial device of the line", 'd', true },
+            { T::integer("baud", 1, 4000000, o.baud), "BAUD", "the line's baud rate (default 115200)", 'b' },
+            { T::checked("parity",
+                  [&o](const std::string &text, std::string &error) {
+                      const bool known = text == "N" || text == "E" || text == "O";
+                      o.parity = text == "E" ? "EVEN" : text == "O" ? "ODD" : "NONE";
+                      if (!known)
+                          error = "option --parity takes N, E or O, not \"" + text + "\"";
+                      return known;
+                  }),
+                "N|E|O", "the line's parity (default N)", 'p' },
+            { T::integer("stop-bits", 1, 2, o.stopBits), "STOPBITS", "the line's stop bits (default 2)",
+                'S' },
+            { T::integer("station", 0, 255, o.station), "STATION", "the station read (default 1)", 's' },
+            { T::integer("address", 0, 65535, o.address), "ADDRESS",
+                "the first register, zero-based (default 0)", 'a' },
+            { T::integer("registers", 1, 125, o.regs), "REGISTERS", "registers per read (default 1)", 'r' },
+            { T::integer("count", 1, 100000000, o.count), "COUNT", "timed reads at most (default 1000)",
+                'k' },
+            { T::checked("seconds",
+                  [&o](const std::string &text, std::string &error) {
+                      char *end = nullptr;
+                      o.seconds = std::strtod(text.c_str(), &end);
+                      const bool good = !text.empty() && *end == '\0' && o.seconds > 0 && o.seconds <= 86400;
+                      if (!good)
+                          error = "option --seconds takes seconds above 0 up to 86400, not \"" + text + "\"";
+                      return good;
+                  }),
+                "SECONDS", "time for the timed reads at most (default 2)", 't' },
+            { T::integer("timeout", 1, 60000, o.timeoutMs), "TIMEOUT_MS",
+                "the link's reply time-out in ms (default 1000)", 'T' },
+            { T::flag("no-silence", o.noSilence), "", "no RTU silence before a request" },
+            { T::text("plugin", [&o](const std::string &path) { o.plugin = path; }), "PATH",
+                "the driver plug-in (default the one built here)" },
+            { T::text("name", [&o](const std::string &name) { o.name = name; }), "NAME",
+                "the master's name in the RESULT line (default ours)" },
+        });
+}
+
+// The link to the harness's line as the options give it, for the driver.
+bool openLink(const MasterOptions &o, SerialLink &link, std::string &error)
+{
+    LinkSettings settings;
+    const std::string text
+        = "RS485," + std::to_string(*o.baud) + "," + o.parity + ",8," + std::to_string(*o.stopBits);
+    if (!LinkSettings::parse(text, settings, error))
+        return false;
+    LinkOptions options;
+    options.timeoutMs = *o.timeoutMs;
+    options.retry = 0;
+    options.station = *o.station;
+    options.silence = !o.noSilence;
+    return link.open(o.device, settings, options, error);
+}
+
+// Register n holds n, low byte first in the panel's order.
+bool holdsOwnNumbers(const QByteArray &data, int address, int regs)
+{
+    bool ok = data.size() == 2 * regs;
+    for (int i = 0; ok && i < regs; ++i) {
+        const unsigned value = unsigned(static_cast<unsigned char>(data[2 * i]))
+            | unsigned(static_cast<unsigned char>(data[2 * i + 1])) << 8;
+        ok = value == unsigned((address + i) & 0xFFFF);
+    }
+    return ok;
+}
+
+struct Measurement
+{
+    std::vector<int64_t> latencies; // of the good reads, sorted
+    long errors = 0;
+    int64_t elapsedNs = 0;
+};
+
+// Reads back to back after one untimed warm-up read until COUNT reads or SECONDS.
+Measurement measure(DriverInterface *driver, SerialLink &link, const MasterOptions &o)
+{
+    const CommunicatorCommand cmd(Word, *o.regs, QString("HR%1").arg(*o.address + 1));
+    driver->read(&link, cmd); // warm-up
+    Measurement m;
+    m.latencies.reserve(size_t(*o.count));
+    const int64_t start = monotonicNs(), limit = int64_t(o.seconds * 1e9);
+    while (m.latencies.size() < size_t(*o.count) && monotonicNs() - start < limit) {
+        const int64_t t0 = monotonicNs();
+        const QByteArray data = driver->read(&link, cmd);
+        const int64_t t1 = monotonicNs();
+        if (!driver->hasError() && holdsOwnNumbers(data, *o.address, *o.regs)) {
+            m.latencies.push_back(t1 - t0);
+        } else if (m.errors++ == 0) {
+            std::fprintf(stderr, "teco-bench-master: read failed: %s\n",
+                driver->hasError() ? driver->getLastError().toLocal8Bit().constData()
+                                   : "wrong register values");
+        }
+    }
+    m.elapsedNs = monotonicNs() - start;
+    std::sort(m.latencies.begin(), m.latencies.end());
+    return m;
+}
+
+void printResult(const MasterOptions &o, const Measurement &m)
+{
+    const std::vector<int64_t> &l = m.latencies;
+    const double secs = double(m.elapsedNs) / 1e9;
+    std::printf("RESULT master=%s baud=%d regs=%d n=%zu errors=%ld elapsed_s=%.3f tps=%.1f median_ms=%.3f "
+                "p99_ms=%.3f min_ms=%.3f max_ms=%.3f\n",
+        o.name.c_str(), *o.baud, *o.regs, l.size(), m.errors, secs, secs > 0 ? double(l.size()) / secs : 0.0,
+        percentile(l, 0.5), percentile(l, 0.99), l.empty() ? 0.0 : double(l.front()) / 1e6,
+        l.empty() ? 0.0 : double(l.back()) / 1e6);
 }
 
 } // namespace
@@ -50,125 +171,29 @@ int usage()
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    std::string device, plugin = TECO_DEFAULT_PLUGIN, name = "ours";
-    int baud = 115200, stopBits = 2, station = 1, address = 0, regs = 1, count = 1000, timeoutMs = 1000;
-    double seconds = 2.0;
-    char parity = 'N';
-    bool silence = true;
-    static const struct option longOptions[]
-        = { { "no-silence", no_argument, nullptr, 'n' }, { "plugin", required_argument, nullptr, 'P' },
-              { "name", required_argument, nullptr, 'N' }, { nullptr, 0, nullptr, 0 } };
-    int opt;
-    while ((opt = getopt_long(argc, argv, "d:b:p:S:s:a:r:k:t:T:", longOptions, nullptr)) != -1) {
-        switch (opt) {
-        case 'd':
-            device = optarg;
-            break;
-        case 'b':
-            baud = std::atoi(optarg);
-            break;
-        case 'p':
-            parity = optarg[0];
-            break;
-        case 'S':
-            stopBits = std::atoi(optarg);
-            break;
-        case 's':
-            station = std::atoi(optarg);
-            break;
-        case 'a':
-            address = std::atoi(optarg);
-            break;
-        case 'r':
-            regs = std::atoi(optarg);
-            break;
-        case 'k':
-            count = std::atoi(optarg);
-            break;
-        case 't':
-            seconds = std::atof(optarg);
-            break;
-        case 'T':
-            timeoutMs = std::atoi(optarg);
-            break;
-        case 'n':
-            silence = false;
-            break;
-        case 'P':
-            plugin = optarg;
-            break;
-        case 'N':
-            name = optarg;
-            break;
-        default:
-            return usage();
-        }
+    MasterOptions o;
+    if (const int status = masterCommandLine(o).parse(argc, argv); status >= 0)
+        return status;
+    if (*o.address + *o.regs > 65536) {
+        std::fprintf(stderr,
+            "teco-bench-master: --address %d with --registers %d runs past the last register, 65535\n"
+            "(teco-bench-master --help shows the usage)\n",
+            *o.address, *o.regs);
+        return 2;
     }
-    if (device.empty() || regs < 1 || regs > 125 || count < 1 || address < 0 || address + regs > 65536)
-        return usage();
-
     DriverHost host;
     std::string error;
-    DriverInterface *driver = host.load(plugin, error);
+    DriverInterface *driver = host.load(o.plugin, error);
     if (!driver) {
         std::fprintf(stderr, "teco-bench-master: %s\n", error.c_str());
         return 1;
     }
-    LinkSettings settings;
-    const std::string text = "RS485," + std::to_string(baud) + ","
-        + (parity == 'E'        ? "EVEN"
-                : parity == 'O' ? "ODD"
-                                : "NONE")
-        + ",8," + std::to_string(stopBits);
-    if (!LinkSettings::parse(text, settings, error)) {
-        std::fprintf(stderr, "teco-bench-master: %s\n", error.c_str());
-        return 2;
-    }
-    LinkOptions options;
-    options.timeoutMs = timeoutMs;
-    options.retry = 0;
-    options.station = station;
-    options.silence = silence;
     SerialLink link;
-    if (!link.open(device, settings, options, error)) {
+    if (!openLink(o, link, error)) {
         std::fprintf(stderr, "teco-bench-master: %s\n", error.c_str());
         return 1;
     }
     driver->initialize(&link);
-
-    const CommunicatorCommand cmd(Word, regs, QString("HR%1").arg(address + 1));
-    driver->read(&link, cmd); // warm-up
-    std::vector<int64_t> latencies;
-    latencies.reserve(size_t(count));
-    long errors = 0;
-    const int64_t start = monotonicNs(), limit = int64_t(seconds * 1e9);
-    while (latencies.size() < size_t(count) && monotonicNs() - start < limit) {
-        const int64_t t0 = monotonicNs();
-        const QByteArray data = driver->read(&link, cmd);
-        const int64_t t1 = monotonicNs();
-        bool ok = !driver->hasError() && data.size() == 2 * regs;
-        for (int i = 0; ok && i < regs; ++i) {
-            const unsigned value = unsigned(static_cast<unsigned char>(data[2 * i]))
-                | unsigned(static_cast<unsigned char>(data[2 * i + 1])) << 8;
-            ok = value == unsigned((address + i) & 0xFFFF);
-        }
-        if (!ok) {
-            if (errors++ == 0)
-                std::fprintf(stderr, "teco-bench-master: read failed: %s\n",
-                    driver->hasError() ? driver->getLastError().toLocal8Bit().constData()
-                                       : "wrong register values");
-            continue;
-        }
-        latencies.push_back(t1 - t0);
-    }
-    const int64_t elapsed = monotonicNs() - start;
-    std::sort(latencies.begin(), latencies.end());
-    const double secs = double(elapsed) / 1e9;
-    std::printf("RESULT master=%s baud=%d regs=%d n=%zu errors=%ld elapsed_s=%.3f tps=%.1f median_ms=%.3f "
-                "p99_ms=%.3f min_ms=%.3f max_ms=%.3f\n",
-        name.c_str(), baud, regs, latencies.size(), errors, secs,
-        secs > 0 ? double(latencies.size()) / secs : 0.0, percentile(latencies, 0.5),
-        percentile(latencies, 0.99), latencies.empty() ? 0.0 : double(latencies.front()) / 1e6,
-        latencies.empty() ? 0.0 : double(latencies.back()) / 1e6);
+    printResult(o, measure(driver, link, o));
     return 0;
 }

@@ -19,8 +19,9 @@
 // that is not a well-formed RTU frame.
 //
 // For every command a reference, written from the address grammar, the
-// selection tables of the dispatchers and the operations' limits and
-// layouts, works out independently what must happen:
+// driver's selection and window rules (bench/soak/driverrules.h, shared
+// with the soak's model) and the operations' limits and layouts, works out
+// independently of the driver what must happen:
 //   - whether the command succeeds against this slave;
 //   - for a read, the bytes it returns in the panel's order (registers low
 //     byte first, double words in the order "SW" chooses, bits packed from
@@ -36,6 +37,7 @@
 // sends nothing it should not; the window's table matches after every
 // command.
 
+#include "driverrules.h"
 #include "drivertecoservo.h"
 #include "fuzzinput.h"
 #include "hex.h"
@@ -246,21 +248,27 @@ Address parse(const std::string &t)
     return a;
 }
 
-bool matches(const std::string &prefix, const char *name)
+using DriverRules::RegisterWindow;
+using DriverRules::RelayTarget;
+
+// The window as the driver holds it, for the reference.
+RegisterWindow windowOf(const QVector<quint16> &table)
 {
-    const size_t n = std::strlen(name);
-    if (prefix.size() < n)
+    RegisterWindow w;
+    for (int i = 0; i < table.size() && i < DriverRules::WindowSize; ++i)
+        w.table[size_t(i)] = table[i];
+    return w;
+}
+
+bool sameWindow(const QVector<quint16> &table, const RegisterWindow &w)
+{
+    if (table.size() != DriverRules::WindowSize)
         return false;
-    for (size_t i = 0; i < n; ++i)
-        if (upper(prefix[i]) != upper(name[i]))
+    for (int i = 0; i < table.size(); ++i)
+        if (table[i] != w.at(i))
             return false;
     return true;
 }
-
-int windowIndex(quint16 number) { return quint16(number + 5537); }
-bool inWindow(quint16 number) { return windowIndex(number) <= 10; }
-
-const quint32 RelayTarget = 1299; // HR1300
 
 // What one command must do. `decided` false: the outcome is the driver's to
 // choose (a register-bit write with no bits), but not what it changes.
@@ -277,81 +285,45 @@ class Reference
 public:
     Reference(const Map &map, const QVector<quint16> &table, int linkStation)
         : map(map)
-        , table(table)
+        , window(windowOf(table))
         , linkStation(linkStation)
     {
     }
 
     Map map;
-    QVector<quint16> table;
+    RegisterWindow window;
     Expectation e;
 
+    // The operation comes from the driver's selection rules (driverrules.h,
+    // shared with the soak); its limits, layouts and values from here.
     void read(int type, int count, const Address &a)
     {
-        const bool holding = matches(a.prefix, "HR") || matches(a.prefix, "FN6HR");
+        const bool holding = DriverRules::holding(a.prefix);
         const Area registers = holding ? HoldingRegisters : InputRegisters;
         const quint64 n = quint32(count);
-        switch (type) {
-        case Bit:
-        case BitBlock:
-            if (matches(a.prefix, "DO") || matches(a.prefix, "FN5DO") || matches(a.prefix, "DI")) {
-                const Area area = matches(a.prefix, "DI") ? DiscreteInputs : Coils;
-                if (!station() || n > 2008 || a.number + n > 65536)
-                    return refuse();
-                allow(linkStation, area == Coils ? 1 : 2);
-                e.result = QByteArray(int((n + 7) / 8), '\0');
-                for (quint32 k = 0; k < n; ++k)
-                    setBit(e.result, k, map.get(linkStation, area, a.number + k));
-            } else {
-                if (count < 0) {
-                    // The registers are counted in 32 bits, wrapping; what such
-                    // a read returns is the driver's.
-                    const quint32 sum = quint32(a.bit) + quint32(count);
-                    if (!readable((quint64(sum) + 15) / 16, a.number))
-                        return refuse();
-                    allow(linkStation, holding ? 3 : 4);
-                    e.decided = false;
-                    return;
-                }
-                const quint64 words = (a.bit + n + 15) / 16;
-                if (!readable(words, a.number))
-                    return refuse();
-                allow(linkStation, holding ? 3 : 4);
-                e.result = QByteArray(int((n + 7) / 8), '\0');
-                for (quint32 k = 0; k < n; ++k) {
-                    const quint32 p = a.bit + k;
-                    setBit(e.result, k, map.get(linkStation, registers, a.number + p / 16) >> (p % 16) & 1);
-                }
-            }
-            return;
-        case Byte:
-        case Block:
+        switch (DriverRules::selectRead(type, a.prefix, a.number)) {
+        case Op::ReadBits:
+            return readBits(DriverRules::discreteInputs(a.prefix) ? DiscreteInputs : Coils, a.number, n);
+        case Op::ReadRegisterBits:
+            return readRegisterBits(registers, count, a);
+        case Op::ReadBytes:
             if (!readable((n + 1) / 2, a.number))
                 return refuse();
             allow(linkStation, holding ? 3 : 4);
             for (quint32 k = 0; k < n; ++k)
                 e.result.append(char(map.get(linkStation, registers, a.number + k / 2) >> (8 * (k % 2))));
             return;
-        case Word:
-            if (holding && inWindow(a.number))
-                return readWindow(windowIndex(a.number), n);
+        case Op::ReadWindow:
+            return readWindow(DriverRules::windowIndex(a.number), n);
+        case Op::ReadWords:
             if (!readable(n, a.number))
                 return refuse();
             allow(linkStation, holding ? 3 : 4);
             for (quint32 k = 0; k < n; ++k)
                 appendWord(e.result, map.get(linkStation, registers, a.number + k));
             return;
-        case DoubleWord:
-            if (!readable(2 * n, a.number))
-                return refuse();
-            allow(linkStation, holding ? 3 : 4);
-            for (quint32 k = 0; k < 2 * n; k += 2) {
-                const quint16 first = map.get(linkStation, registers, a.number + k);
-                const quint16 second = map.get(linkStation, registers, a.number + k + 1);
-                appendWord(e.result, a.swap ? second : first);
-                appendWord(e.result, a.swap ? first : second);
-            }
-            return;
+        case Op::ReadDWords:
+            return readDoubleWords(registers, n, a);
         default:
             return refuse();
         }
@@ -359,28 +331,24 @@ public:
 
     void write(int type, const Address &a, const QByteArray &data)
     {
-        const bool hr = matches(a.prefix, "HR");
-        const bool fn6hr = matches(a.prefix, "FN6HR");
-        const int fn = hr ? 16 : 6;
-        switch (type) {
-        case Bit:
-        case BitBlock:
-            if (matches(a.prefix, "DO") || matches(a.prefix, "FN5DO"))
-                return writeCoils(a.number, data, matches(a.prefix, "DO") ? 15 : 5);
-            if (!hr && !fn6hr)
-                return refuse();
+        const int fn = DriverRules::single(a.prefix) ? 6 : 16;
+        const int index = DriverRules::windowIndex(a.number);
+        switch (DriverRules::selectWrite(type, a.prefix, a.number, data.size())) {
+        case Op::WriteCoils:
+            return writeCoils(a.number, data, DriverRules::single(a.prefix) ? 5 : 15);
+        case Op::WriteRegisterBits:
             if (data.isEmpty())
                 e.decided = false; // no bits: whether anything is read or checked is the driver's choice
-            if (inWindow(a.number))
-                return writeWindowBit(windowIndex(a.number), a.bit, data, fn);
             if (!station())
                 return refuse();
             writeBits(linkStation, a.number, a.bit, data, fn);
             return;
-        case Byte:
-        case Block: {
-            if (!hr && !fn6hr)
-                return refuse();
+        case Op::WriteWindowBit:
+        case Op::RelayBit:
+            if (data.isEmpty())
+                e.decided = false;
+            return writeWindowBit(index, a.bit, data, fn);
+        case Op::WriteBytes: {
             std::vector<quint16> values;
             for (int k = 0; k < data.size(); k += 2)
                 values.push_back(
@@ -390,20 +358,17 @@ public:
             writeRegisters(linkStation, a.number, values, fn);
             return;
         }
-        case Word:
-            if (!hr && !fn6hr)
-                return refuse();
-            if (data.size() % 2)
-                return refuse();
-            if (inWindow(a.number))
-                return writeWindowWords(windowIndex(a.number), data, fn);
+        case Op::WriteWords:
             if (!station())
                 return refuse();
             writeRegisters(linkStation, a.number, words(data), fn);
             return;
-        case DoubleWord: {
-            if ((!hr && !fn6hr) || data.size() % 4)
-                return refuse();
+        case Op::WriteWindowWords:
+            window.writeWords(index, words(data));
+            return;
+        case Op::Relay:
+            return relay(words(data), fn);
+        case Op::WriteDWords: {
             std::vector<quint16> values = words(data);
             if (a.swap)
                 for (size_t k = 0; k + 1 < values.size(); k += 2)
@@ -447,17 +412,65 @@ private:
         return values;
     }
 
+    void readBits(Area area, quint16 start, quint64 n)
+    {
+        if (!station() || n > 2008 || start + n > 65536)
+            return refuse();
+        allow(linkStation, area == Coils ? 1 : 2);
+        e.result = QByteArray(int((n + 7) / 8), '\0');
+        for (quint32 k = 0; k < n; ++k)
+            setBit(e.result, k, map.get(linkStation, area, start + k));
+    }
+
+    void readRegisterBits(Area registers, int count, const Address &a)
+    {
+        const int function = registers == HoldingRegisters ? 3 : 4;
+        if (count < 0) {
+            // The registers are counted in 32 bits, wrapping; what such
+            // a read returns is the driver's.
+            const quint32 sum = quint32(a.bit) + quint32(count);
+            if (!readable((quint64(sum) + 15) / 16, a.number))
+                return refuse();
+            allow(linkStation, function);
+            e.decided = false;
+            return;
+        }
+        const quint64 n = quint32(count);
+        const quint64 words = (a.bit + n + 15) / 16;
+        if (!readable(words, a.number))
+            return refuse();
+        allow(linkStation, function);
+        e.result = QByteArray(int((n + 7) / 8), '\0');
+        for (quint32 k = 0; k < n; ++k) {
+            const quint32 p = a.bit + k;
+            setBit(e.result, k, map.get(linkStation, registers, a.number + p / 16) >> (p % 16) & 1);
+        }
+    }
+
+    void readDoubleWords(Area registers, quint64 n, const Address &a)
+    {
+        if (!readable(2 * n, a.number))
+            return refuse();
+        allow(linkStation, registers == HoldingRegisters ? 3 : 4);
+        for (quint32 k = 0; k < 2 * n; k += 2) {
+            const quint16 first = map.get(linkStation, registers, a.number + k);
+            const quint16 second = map.get(linkStation, registers, a.number + k + 1);
+            appendWord(e.result, a.swap ? second : first);
+            appendWord(e.result, a.swap ? first : second);
+        }
+    }
+
     void readWindow(int index, quint64 n)
     {
-        if (index + n > 11)
+        if (n > quint64(DriverRules::WindowSize) || !RegisterWindow::readFits(index, int(n)))
             return refuse();
-        if (index + n == 11 && table[0] != 0) {
-            const int from = table[9] & 0xFF;
+        if (window.readsBack(index, int(n))) {
+            const int from = window.readBackStation();
             allow(from, 3);
-            table[10] = map.get(from, HoldingRegisters, RelayTarget);
+            window.relayed(map.get(from, HoldingRegisters, RelayTarget));
         }
         for (quint64 k = 0; k < n; ++k)
-            appendWord(e.result, table[int(index + k)]);
+            appendWord(e.result, window.at(int(index + k)));
     }
 
     void writeCoils(quint16 start, const QByteArray &data, int fn)
@@ -509,43 +522,30 @@ private:
         return writeRegisters(station, start, values, fn);
     }
 
-    // HR60000..HR60010 for word writes: the table, or the relay of one word.
-    void writeWindowWords(int index, const QByteArray &data, int fn)
+    // One word to HR60010: to HR1300 of every listed station, then the
+    // relay register holds it.
+    void relay(const std::vector<quint16> &values, int fn)
     {
-        const int count = data.size() / 2;
-        const std::vector<quint16> values = words(data);
-        if (index + count <= 10) {
-            for (int k = 0; k < count; ++k)
-                table[index + k] = values[size_t(k)];
-            if (table[9] > 8)
-                table[9] = 8;
-            return;
-        }
-        if (index != 10 || count != 1)
-            return refuse();
-        for (int p = 0; p < std::min<int>(table[0], 8); ++p)
-            if (!writeRegisters(table[p + 1] & 0xFF, RelayTarget, values, fn))
+        for (int station : window.relayStations())
+            if (!writeRegisters(station, RelayTarget, values, fn))
                 return;
-        table[10] = values[0];
+        window.relayed(values[0]);
     }
 
+    // A bit of the table, or of HR60010: to HR1300 of every listed station first.
     void writeWindowBit(int index, quint8 bit, const QByteArray &data, int fn)
     {
-        if (index == 10) {
-            for (int p = 0; p < std::min<int>(table[0], 8); ++p) {
-                if (!writeBits(table[p + 1] & 0xFF, RelayTarget, bit, data, fn)) {
-                    if (table[0] > 8)
-                        table[0] = 8;
-                    return;
+        bool done = true;
+        if (index == DriverRules::RelayIndex)
+            for (int station : window.relayStations())
+                if (!writeBits(station, RelayTarget, bit, data, fn)) {
+                    done = false;
+                    break;
                 }
-            }
-        }
-        if (!data.isEmpty() && bit < 16) {
-            const quint16 mask = quint16(1u << bit);
-            table[index] = data.at(0) ? table[index] | mask : table[index] & ~mask;
-        }
-        if (index == 0 || table[0] > 8)
-            table[0] = 8;
+        std::vector<bool> states;
+        for (int k = 0; k < data.size(); ++k)
+            states.push_back(data.at(k) != 0);
+        window.bitWritten(index, bit, states, done);
     }
 };
 
@@ -660,7 +660,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                 if (ref.map.get(int(w.first >> 18), Area(w.first >> 16 & 3), w.first & 0xFFFF) != w.second)
                     fail("write changed a cell the command did not name: " + describe(c));
         }
-        if (driver.specialRegisterTable() != ref.table)
+        if (!sameWindow(driver.specialRegisterTable(), ref.window))
             fail("window table differs: " + describe(c));
     }
     return 0;

@@ -6,29 +6,11 @@
 // itself means by it, so that the oracle never has to ask the driver.
 
 #include "addresstext.h"
+#include "driverrules.h"
 
 #include <QByteArray>
 
 #include <string>
-
-enum class Op {
-    ReadWords, // Word reads of HR, FN6HR or IR outside the register window
-    ReadDWords, // DoubleWord reads, with or without SW
-    ReadBytes, // Byte and Block reads
-    ReadBits, // Bit and BitBlock reads of DO, FN5DO and DI
-    ReadRegisterBits, // Bit and BitBlock reads inside registers (HR100.3, IR5.12)
-    ReadWindow, // Word reads of HR60000..HR60010, served by the driver
-    WriteWords, // Word writes: function 16 (HR) or one function 6 per register (FN6HR)
-    WriteDWords, // DoubleWord writes, with or without SW
-    WriteBytes, // Byte and Block writes
-    WriteCoils, // function 15 (DO) or one function 5 per coil (FN5DO)
-    WriteRegisterBits, // read, change the bits, write back (HR100.3, FN6HR100.3)
-    WriteWindowWords, // words of the window below the relay register: the driver's table only
-    WriteWindowBit, // a bit of the window below the relay register: the table only
-    Relay, // a word to HR60010: relayed to HR1300 of the listed stations
-    RelayBit, // a bit of HR60010: changed in HR1300 of the listed stations
-    Refused, // the driver must refuse it and send nothing
-};
 
 struct SoakCommand
 {

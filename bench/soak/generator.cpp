@@ -4,12 +4,55 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
+#include <iterator>
 
 namespace {
 
 // The register window: zero-based 59999..60009, texts HR60000..HR60010.
-const int WindowFirst = 59999;
-const int WindowLast = 60009;
+const int WindowFirst = DriverRules::WindowFirst;
+const int WindowLast = WindowFirst + DriverRules::RelayIndex;
+
+// A command the driver must refuse without sending anything.
+struct RefusedShape
+{
+    const char *why;
+    int dataType;
+    int count; // of a read
+    const char *prefix, *orPrefix; // orPrefix, when there is one, half the time
+    int start, orStart; // zero-based; start -1: drawn from 0..1000; orStart, when not -1, half the time
+    int bit; // -1: no bit part
+    char data; // 'r' a read, 'w' a write of words, 'b' of bit states, '?' either, of words
+    int elements; // words or bit states written
+    int bytes; // the data cut to this many bytes, or -1
+    int station; // 0: drawn from the served ones
+};
+
+const RefusedShape RefusedShapes[] = {
+    { "more than 125 registers", 2, 126, "HR", nullptr, -1, -1, -1, 'r', 0, -1, 0 },
+    { "more than 125 registers as double words", 3, 63, "IR", nullptr, -1, -1, -1, 'r', 0, -1, 0 },
+    { "more than 125 registers as bytes", 1, 251, "HR", nullptr, -1, -1, -1, 'r', 0, -1, 0 },
+    { "more than 2008 bits", 0, 2009, "DI", "DO", -1, -1, -1, 'r', 0, -1, 0 },
+    { "past the top of the address space", 2, 7, "HR", nullptr, 65530, -1, -1, 'r', 0, -1, 0 },
+    { "register bits that need 126 registers", 0, 2001, "HR", nullptr, -1, -1, 0, 'r', 0, -1, 0 },
+    { "more than 123 registers in one write", 2, 1, "HR", nullptr, -1, -1, -1, 'w', 124, -1, 0 },
+    { "more than 1976 coils", 0, 1, "DO", nullptr, -1, -1, -1, 'b', 1977, -1, 0 },
+    { "input registers cannot be written", 2, 1, "IR", nullptr, -1, -1, -1, 'w', 1, -1, 0 },
+    { "inputs cannot be written", 0, 1, "DI", nullptr, -1, -1, -1, 'b', 1, -1, 0 },
+    { "coils take no bytes", 1, 1, "DO", nullptr, -1, -1, -1, 'w', 1, -1, 0 },
+    { "input registers take no double words", 3, 1, "IR", nullptr, -1, -1, -1, 'w', 2, -1, 0 },
+    { "an unsupported data type", 4, 1, "HR", nullptr, -1, -1, -1, '?', 4, -1, 0 },
+    { "past the end of the register window", 2, 7, "HR", nullptr, WindowFirst + 5, -1, -1, 'r', 0, -1, 0 },
+    { "HR60010 takes one word on its own", 2, 1, "HR", nullptr, WindowLast - 1, WindowLast, -1, 'w', 2, -1,
+        0 },
+    { "words of an odd number of bytes", 2, 1, "HR", nullptr, -1, -1, -1, 'w', 2, 3, 0 },
+    { "a station number above 255", 2, 1, "HR", nullptr, -1, -1, -1, 'r', 0, -1, 300 },
+    { "a double word in the last register", 3, 1, "HR", nullptr, 65535, -1, -1, 'w', 2, -1, 0 },
+    { "coils past the top of the address space", 0, 1, "DO", nullptr, 65535, -1, -1, 'b', 2, -1, 0 },
+};
+
+// The zero-based register or coil number in a command's address text.
+int numberOf(const SoakCommand &c) { return std::atoi(c.address.c_str() + c.prefix.size()) - 1; }
 
 } // namespace
 
@@ -99,6 +142,10 @@ std::string CommandGenerator::text(const std::string &prefix, int start, int bit
 SoakCommand CommandGenerator::next(const SoakModel &model)
 {
     SoakCommand c = draw(model);
+    // What the command does comes from the driver's selection rules, the
+    // same that the address fuzzer applies; the generator chose its shape.
+    if (c.op != Op::Refused)
+        c.op = DriverRules::select(c.write, c.dataType, c.prefix, numberOf(c), c.data.size());
     const bool ordinary = c.op != Op::ReadWindow && c.op != Op::WriteWindowWords && c.op != Op::WriteWindowBit
         && c.op != Op::Relay && c.op != Op::RelayBit && c.op != Op::Refused;
     previous = c;
@@ -141,7 +188,6 @@ SoakCommand CommandGenerator::draw(const SoakModel &model)
 SoakCommand CommandGenerator::readWords()
 {
     SoakCommand c;
-    c.op = Op::ReadWords;
     c.dataType = 2;
     c.station = station();
     const int r = uniform(1, 100);
@@ -157,7 +203,6 @@ SoakCommand CommandGenerator::readWords()
 SoakCommand CommandGenerator::readDWords()
 {
     SoakCommand c;
-    c.op = Op::ReadDWords;
     c.dataType = 3;
     c.station = station();
     const int r = uniform(1, 100);
@@ -174,7 +219,6 @@ SoakCommand CommandGenerator::readDWords()
 SoakCommand CommandGenerator::readBytes()
 {
     SoakCommand c;
-    c.op = Op::ReadBytes;
     c.dataType = chance(0.3) ? 5 : 1; // Block is read as Byte
     c.station = station();
     const int r = uniform(1, 100);
@@ -190,7 +234,6 @@ SoakCommand CommandGenerator::readBytes()
 SoakCommand CommandGenerator::readBits()
 {
     SoakCommand c;
-    c.op = Op::ReadBits;
     c.dataType = chance(0.3) ? 6 : 0; // BitBlock is read as Bit
     c.station = station();
     const int r = uniform(1, 100);
@@ -206,7 +249,6 @@ SoakCommand CommandGenerator::readBits()
 SoakCommand CommandGenerator::readRegisterBits()
 {
     SoakCommand c;
-    c.op = Op::ReadRegisterBits;
     c.dataType = chance(0.3) ? 6 : 0;
     c.station = station();
     const int r = uniform(1, 100);
@@ -224,7 +266,6 @@ SoakCommand CommandGenerator::readRegisterBits()
 SoakCommand CommandGenerator::readWindow(const SoakModel &model)
 {
     SoakCommand c;
-    c.op = Op::ReadWindow;
     c.dataType = 2;
     c.station = station();
     // Reads that reach HR60010 read it back from a station; those that would
@@ -233,14 +274,14 @@ SoakCommand CommandGenerator::readWindow(const SoakModel &model)
     const bool reachRelay = chance(readBack < 0 || model.serves(readBack) ? 0.4 : 0.1);
     c.start = uniform(0, reachRelay ? 10 : 9);
     c.count = c.elements = reachRelay ? 11 - c.start : uniform(1, 10 - c.start);
-    c.address = text(chance(0.7) ? "HR" : "FN6HR", WindowFirst + c.start);
+    c.prefix = chance(0.7) ? "HR" : "FN6HR";
+    c.address = text(c.prefix, WindowFirst + c.start);
     return c;
 }
 
 SoakCommand CommandGenerator::writeWords()
 {
     SoakCommand c;
-    c.op = Op::WriteWords;
     c.write = true;
     c.dataType = 2;
     c.station = station();
@@ -256,7 +297,6 @@ SoakCommand CommandGenerator::writeWords()
 SoakCommand CommandGenerator::writeDWords()
 {
     SoakCommand c;
-    c.op = Op::WriteDWords;
     c.write = true;
     c.dataType = 3;
     c.station = station();
@@ -273,7 +313,6 @@ SoakCommand CommandGenerator::writeDWords()
 SoakCommand CommandGenerator::writeBytes()
 {
     SoakCommand c;
-    c.op = Op::WriteBytes;
     c.write = true;
     c.dataType = chance(0.3) ? 5 : 1;
     c.station = station();
@@ -290,7 +329,6 @@ SoakCommand CommandGenerator::writeBytes()
 SoakCommand CommandGenerator::writeCoils()
 {
     SoakCommand c;
-    c.op = Op::WriteCoils;
     c.write = true;
     c.dataType = chance(0.3) ? 6 : 0;
     c.station = station();
@@ -307,7 +345,6 @@ SoakCommand CommandGenerator::writeCoils()
 SoakCommand CommandGenerator::writeRegisterBits()
 {
     SoakCommand c;
-    c.op = Op::WriteRegisterBits;
     c.write = true;
     c.dataType = chance(0.3) ? 6 : 0;
     c.station = station();
@@ -341,38 +378,37 @@ SoakCommand CommandGenerator::window(const SoakModel &model)
         return configureWindow();
     if (r <= 40) {
         // A bit of the table; one of the station count sets the count to 8.
-        c.op = Op::WriteWindowBit;
         c.dataType = chance(0.3) ? 6 : 0;
         c.start = chance(0.1) ? 0 : uniform(1, 9);
         c.bit = chance(0.9) ? uniform(0, 15) : uniform(16, 20);
         c.count = c.elements = chance(0.8) ? 1 : 2;
         c.data = bitStates(c.count);
-        c.address = text(chance(0.7) ? "HR" : "FN6HR", WindowFirst + c.start, c.bit);
+        c.prefix = chance(0.7) ? "HR" : "FN6HR";
+        c.address = text(c.prefix, WindowFirst + c.start, c.bit);
         return c;
     }
     c.start = SoakModel::RelayIndex;
     c.single = chance(0.4);
     if (r <= 75) {
-        c.op = Op::Relay;
         c.dataType = 2;
         c.count = c.elements = 1;
         c.data = words(1);
-        c.address = text(c.single ? "FN6HR" : "HR", WindowLast);
+        c.prefix = c.single ? "FN6HR" : "HR";
+        c.address = text(c.prefix, WindowLast);
         return c;
     }
-    c.op = Op::RelayBit;
     c.dataType = chance(0.3) ? 6 : 0;
     c.bit = chance(0.9) ? uniform(0, 15) : uniform(16, 19);
     c.count = c.elements = chance(0.8) ? 1 : 2;
     c.data = bitStates(c.count);
-    c.address = text(c.single ? "FN6HR" : "HR", WindowLast, c.bit);
+    c.prefix = c.single ? "FN6HR" : "HR";
+    c.address = text(c.prefix, WindowLast, c.bit);
     return c;
 }
 
 SoakCommand CommandGenerator::configureWindow()
 {
     SoakCommand c;
-    c.op = Op::WriteWindowWords;
     c.write = true;
     c.dataType = 2;
     c.station = station();
@@ -407,121 +443,29 @@ SoakCommand CommandGenerator::configureWindow()
         word(c.data, c.start == 9 && chance(0.2) ? uniform(9, 300) : listed());
     }
     c.count = c.elements = c.data.size() / 2;
-    c.address = text(chance(0.7) ? "HR" : "FN6HR", WindowFirst + c.start);
+    c.prefix = chance(0.7) ? "HR" : "FN6HR";
+    c.address = text(c.prefix, WindowFirst + c.start);
     return c;
 }
 
 SoakCommand CommandGenerator::refused()
 {
+    const RefusedShape &shape = RefusedShapes[size_t(uniform(0, int(std::size(RefusedShapes)) - 1))];
     SoakCommand c;
     c.op = Op::Refused;
-    c.station = station();
-    c.dataType = 2;
-    switch (uniform(0, 18)) {
-    case 0: // more than 125 registers
-        c.count = 126;
-        c.address = text("HR", uniform(0, 1000));
-        break;
-    case 1:
-        c.dataType = 3;
-        c.count = 63;
-        c.address = text("IR", uniform(0, 1000));
-        break;
-    case 2:
-        c.dataType = 1;
-        c.count = 251;
-        c.address = text("HR", uniform(0, 1000));
-        break;
-    case 3: // more than 2008 bits
-        c.dataType = 0;
-        c.count = 2009;
-        c.address = text(chance(0.5) ? "DI" : "DO", uniform(0, 1000));
-        break;
-    case 4: // past the top of the address space
-        c.count = 7;
-        c.address = text("HR", 65530);
-        break;
-    case 5: // register bits that need 126 registers
-        c.dataType = 0;
-        c.count = 2001;
-        c.address = text("HR", uniform(0, 1000), 0);
-        break;
-    case 6: // more than 123 registers in one write
-        c.write = true;
-        c.data = words(124);
-        c.address = text("HR", uniform(0, 1000));
-        break;
-    case 7: // more than 1976 coils
-        c.write = true;
-        c.dataType = 0;
-        c.data = bitStates(1977);
-        c.address = text("DO", uniform(0, 1000));
-        break;
-    case 8: // areas that cannot be written
-        c.write = true;
-        c.data = words(1);
-        c.address = text("IR", uniform(0, 1000));
-        break;
-    case 9:
-        c.write = true;
-        c.dataType = 0;
-        c.data = bitStates(1);
-        c.address = text("DI", uniform(0, 1000));
-        break;
-    case 10:
-        c.write = true;
-        c.dataType = 1;
-        c.data = words(1);
-        c.address = text("DO", uniform(0, 1000));
-        break;
-    case 11:
-        c.write = true;
-        c.dataType = 3;
-        c.data = words(2);
-        c.address = text("IR", uniform(0, 1000));
-        break;
-    case 12: // an unsupported data type
-        c.write = chance(0.5);
-        c.dataType = 4;
-        c.count = 1;
-        c.data = c.write ? words(4) : QByteArray();
-        c.address = text("HR", uniform(0, 1000));
-        break;
-    case 13: // past the end of the register window
-        c.count = 7;
-        c.address = text("HR", WindowFirst + 5);
-        break;
-    case 14: // HR60010 takes one word on its own
-        c.write = true;
-        c.data = words(2);
-        c.address = text("HR", chance(0.5) ? WindowLast - 1 : WindowLast);
-        break;
-    case 15: // words of an odd number of bytes
-        c.write = true;
-        c.data = words(2);
-        c.data.resize(3);
-        c.address = text("HR", uniform(0, 1000));
-        break;
-    case 16: // a station number above 255
-        c.station = 300;
-        c.count = 1;
-        c.address = text("HR", uniform(0, 1000));
-        break;
-    case 17: // a double word in the last register
-        c.write = true;
-        c.dataType = 3;
-        c.data = words(2);
-        c.address = text("HR", 65535);
-        break;
-    default:
-        c.write = true;
-        c.dataType = 0;
-        c.data = bitStates(2);
-        c.address = text("DO", 65535);
-        break;
-    }
+    c.station = shape.station ? shape.station : station();
+    c.dataType = shape.dataType;
+    c.write = shape.data == 'w' || shape.data == 'b' || (shape.data == '?' && chance(0.5));
+    c.count = c.write ? 1 : shape.count;
     if (c.write)
-        c.count = 1;
+        c.data = shape.data == 'b' ? bitStates(shape.elements) : words(shape.elements);
+    if (shape.bytes >= 0)
+        c.data.resize(shape.bytes);
+    c.prefix = shape.orPrefix && chance(0.5) ? shape.orPrefix : shape.prefix;
+    c.start = shape.start < 0               ? uniform(0, 1000)
+        : shape.orStart >= 0 && chance(0.5) ? shape.orStart
+                                            : shape.start;
+    c.address = text(c.prefix, c.start, shape.bit);
     return c;
 }
 

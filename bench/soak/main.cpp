@@ -3,9 +3,7 @@
 // rate; every result checked against a model of the drive kept apart from the
 // driver, and every command's duration against its time bound.
 //
-//   teco-soak [--commands N] [--fault-rate P] [--fault-kinds LIST] [--timeout MS] [--retry N]
-//             [--late-guard MS] [--delay MS] [--tolerance MS] [--seed N] [--link TEXT]
-//             [--stations LIST] [--plugin PATH] [--trace FILE] [--json] [--quiet]
+// teco-soak --help lists its options.
 //
 // A command that ends past its bound by no more than the tolerance plus the
 // time the machine stalled while it ran (stallmeter.h) is reported with that
@@ -16,6 +14,7 @@
 // command that the driver handled otherwise than the soak expects; 2 for bad
 // usage or a set-up that failed.
 
+#include "benchoptions.h"
 #include "driverhost.h"
 #include "faultrule.h"
 #include "generator.h"
@@ -23,6 +22,7 @@
 #include "seriallink.h"
 #include "simdrive.h"
 #include "stallmeter.h"
+#include "textutil.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
@@ -34,7 +34,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <getopt.h>
 #include <map>
 #include <memory>
 #include <random>
@@ -66,47 +65,9 @@ struct Settings
     bool quiet = false;
 };
 
-int usage(const char *problem = nullptr)
+bool parseRate(const std::string &given, double &rate)
 {
-    if (problem)
-        std::fprintf(stderr, "teco-soak: %s\n", problem);
-    std::fprintf(stderr,
-        "usage: teco-soak [--commands N] [--fault-rate P] [--fault-kinds LIST] [--timeout MS] [--retry N]\n"
-        "                 [--late-guard MS] [--delay MS] [--tolerance MS] [--seed N] [--link TEXT]\n"
-        "                 [--stations LIST] [--plugin PATH] [--trace FILE] [--json] [--quiet]\n"
-        "  --commands N        commands to run (default 10000)\n"
-        "  --fault-rate P      share of requests that the simulated drive answers wrongly: noreply,\n"
-        "                      corrupt, truncate, late, exception, wrongstation and noise in equal parts\n"
-        "                      (0.1 or 10%%; default 10%%)\n"
-        "  --fault-kinds LIST  only these kinds, in equal parts of the rate (such as noreply,late)\n"
-        "  --timeout MS        the link's reply time-out (default 100)\n"
-        "  --retry N           the link's retry count (default 2)\n"
-        "  --late-guard MS     the link's late-answer guard; -1: the time-out, 0: off (default -1)\n"
-        "  --delay MS          the link's delay before every attempt (default 0)\n"
-        "  --tolerance MS      how far past its time bound, beyond the machine's stall, a command may end\n"
-        "                      (default 3)\n"
-        "  --seed N            seed of the commands, the drive's values and the faults (default 1)\n"
-        "  --link TEXT         line settings (default RS485,9600,NONE,8,2)\n"
-        "  --stations LIST     stations the simulated drive serves (default 1,2,3)\n"
-        "  --plugin PATH       the driver plug-in (default the one built here)\n"
-        "  --trace FILE        the frame trace of the link (- for standard error)\n"
-        "  --json              the summary as one JSON object\n"
-        "  --quiet             no progress lines\n");
-    return 2;
-}
-
-bool wholeNumber(const char *text, long low, long high, long &out)
-{
-    char *end = nullptr;
-    const long v = std::strtol(text, &end, 10);
-    if (!*text || !end || *end || v < low || v > high)
-        return false;
-    out = v;
-    return true;
-}
-
-bool parseRate(std::string text, double &rate)
-{
+    std::string text = given;
     const bool percent = !text.empty() && text.back() == '%';
     if (percent)
         text.pop_back();
@@ -142,6 +103,86 @@ bool parseKinds(const std::string &text, std::vector<bool> &kinds)
     }
     kinds = chosen;
     return true;
+}
+
+// A whole number from low to high for option name: the seed goes beyond an int.
+bool wholeOption(const char *name, const std::string &text, long long low, long long high, long long &out,
+    std::string &error)
+{
+    if (parseWholeNumber(text, low, high, out))
+        return true;
+    error = std::string("option --") + name + " takes a number from " + std::to_string(low) + " to "
+        + std::to_string(high) + ", not \"" + text + "\"";
+    return false;
+}
+
+// Sets target from an option's text with parse, or refuses it with "option
+// --NAME takes WHAT, not "TEXT"".
+template <typename Target>
+OptionTable::Row parsedRow(
+    const char *name, const char *what, bool (*parse)(const std::string &, Target &), Target &target)
+{
+    return OptionTable::checked(name, [=, &target](const std::string &text, std::string &error) {
+        if (parse(text, target))
+            return true;
+        error = std::string("option --") + name + " takes " + what + ", not \"" + text + "\"";
+        return false;
+    });
+}
+
+BenchCommandLine soakCommandLine(Settings &s)
+{
+    using T = OptionTable;
+    auto ms = [](int &target) { return [&target](int v) { target = v; }; };
+    return BenchCommandLine("teco-soak",
+        {
+            { T::integer("commands", 1, 100000000, [&s](int v) { s.commands = v; }), "N",
+                "commands to run (default 10000)" },
+            { parsedRow("fault-rate", "a share such as 0.1 or 10%", parseRate, s.faultRate), "P",
+                "share of requests the drive answers wrongly, all kinds in equal parts (default 10%)" },
+            { parsedRow("fault-kinds",
+                  "fault kinds such as noreply,late (noreply, corrupt, truncate, late, exception, "
+                  "wrongstation, noise)",
+                  parseKinds, s.kinds),
+                "LIST", "only these kinds, in equal parts of the rate (such as noreply,late)" },
+            { T::integer("timeout", 1, 60000, ms(s.timeoutMs)), "MS",
+                "the link's reply time-out (default 100)" },
+            { T::integer("retry", 0, 100, ms(s.retry)), "N", "the link's retry count (default 2)" },
+            { T::checked("late-guard",
+                  [&s](const std::string &text, std::string &error) {
+                      const bool good = text == "-1" || parseWholeNumber(text, 0, 60000, s.lateGuardMs);
+                      if (text == "-1")
+                          s.lateGuardMs = -1;
+                      else if (!good)
+                          error = "option --late-guard takes milliseconds from 0 to 60000, or -1 for the "
+                                  "time-out, not \""
+                              + text + "\"";
+                      return good;
+                  }),
+                "MS", "the link's late-answer guard; -1: the time-out, 0: off (default -1)" },
+            { T::integer("delay", 0, 60000, ms(s.delayMs)), "MS",
+                "the link's delay before every attempt (default 0)" },
+            { T::integer("tolerance", 0, 60000, ms(s.toleranceMs)), "MS",
+                "how far past its bound, beyond the machine's stall, a command may end (default 3)" },
+            { T::checked("seed",
+                  [&s](const std::string &text, std::string &error) {
+                      long long v = 0;
+                      const bool good = wholeOption("seed", text, 0, 4294967295LL, v, error);
+                      s.seed = unsigned(v);
+                      return good;
+                  }),
+                "N", "seed of the commands, the drive's values and the faults (default 1)" },
+            { T::text("link", [&s](const std::string &v) { s.link = v; }), "TEXT",
+                "line settings (default RS485,9600,NONE,8,2)" },
+            { T::text("stations", [&s](const std::string &v) { s.stations = v; }), "LIST",
+                "stations the simulated drive serves (default 1,2,3)" },
+            { T::text("plugin", [&s](const std::string &v) { s.plugin = v; }), "PATH",
+                "the driver plug-in (default the one built here)" },
+            { T::text("trace", [&s](const std::string &v) { s.trace = v; }), "FILE",
+                "the frame trace of the link (- for standard error)" },
+            { T::flag("json", s.json), "", "the summary as one JSON object" },
+            { T::flag("quiet", s.quiet), "", "no progress lines" },
+        });
 }
 
 // ---------------------------------------------------------------- faults
@@ -294,8 +335,26 @@ public:
     int run();
 
 private:
+    // What one command did.
+    struct Outcome
+    {
+        QByteArray got; // a read's result
+        bool written = false; // a write's result
+        bool failed = false;
+        QString error;
+        uint64_t sent = 0; // requests
+        uint64_t lateBefore = 0; // the link's late wake-ups before it
+        StallMeter::Mark start;
+        int64_t took = 0;
+    };
+
     bool setUp(std::string &error);
+    void printSettings();
     void runOne(long index);
+    Outcome execute(const SoakCommand &c);
+    void count(const SoakCommand &c, const Outcome &o);
+    void noteTime(const SoakCommand &c, const Outcome &o, bool sends, int64_t bound);
+    static std::string oddity(const SoakCommand &c, const Outcome &o, bool sends);
     void checkRead(long index, const SoakCommand &c, const QByteArray &got);
     void checkWrite(long index, const SoakCommand &c);
     void afterFailedWrite(const SoakCommand &c);
@@ -416,7 +475,7 @@ bool Soak::settle()
 {
     const uint64_t sent = link.counters().requests;
     const auto giveUp = std::chrono::steady_clock::now()
-        + std::chrono::milliseconds(2 * settings.timeoutMs + figures.guardNs / 1000000 + 2000);
+        + std::chrono::milliseconds(2 * int64_t(settings.timeoutMs) + figures.guardNs / 1000000 + 2000);
     for (;;) {
         const SimDrive::Stats s = sim.stats();
         if (s.requests + s.ignored + s.badFrames >= sent)
@@ -530,89 +589,134 @@ void Soak::checkTime(long index, const SoakCommand &c, const StallMeter::Mark &s
     report(index, stalled ? "over bound in a stall" : "over bound", c.describe() + text);
 }
 
-void Soak::runOne(long index)
+Soak::Outcome Soak::execute(const SoakCommand &c)
 {
-    const SoakCommand c = generator->next(*model);
     link.options().station = c.station;
-    const std::vector<Exchange> attempt = model->attempt(c);
-    const int64_t bound = timeBound(attempt, figures);
     const uint64_t before = link.counters().requests;
     const CommunicatorCommand cmd(c.dataType, c.count, QString::fromStdString(c.address));
-
-    const uint64_t lateBefore = link.counters().lateWakeNs;
-    const StallMeter::Mark start = stalls.mark();
-    const int64_t t0 = start.atNs;
-    QByteArray got;
-    bool written = false;
+    Outcome o;
+    o.lateBefore = link.counters().lateWakeNs;
+    o.start = stalls.mark();
     if (c.write)
-        written = driver->write(&link, cmd, c.data);
+        o.written = driver->write(&link, cmd, c.data);
     else
-        got = driver->read(&link, cmd);
-    const int64_t took = monotonicNs() - t0;
-    const bool failed = driver->hasError();
-    const QString error = failed ? driver->getLastError() : QString();
-    const uint64_t sent = link.counters().requests - before;
+        o.got = driver->read(&link, cmd);
+    o.took = monotonicNs() - o.start.atNs;
+    o.failed = driver->hasError();
+    o.error = o.failed ? driver->getLastError() : QString();
+    o.sent = link.counters().requests - before;
+    return o;
+}
 
+void Soak::count(const SoakCommand &c, const Outcome &o)
+{
     OpTally &tally = byOp[c.op];
     ++tally.commands;
-    if (failed)
+    if (o.failed)
         ++tally.failed;
     if (c.op == Op::Refused) {
         ++refusals;
-        if (failed)
-            ++refusalTexts[failureKey(error, true)];
+        if (o.failed)
+            ++refusalTexts[failureKey(o.error, true)];
     } else if (c.write) {
         ++writes;
     } else {
         ++reads;
     }
+}
 
-    // Time.
-    if (took > longestNs) {
-        longestNs = took;
+void Soak::noteTime(const SoakCommand &c, const Outcome &o, bool sends, int64_t bound)
+{
+    if (o.took > longestNs) {
+        longestNs = o.took;
         longestBoundNs = bound;
         longestCommand = c.describe();
     }
     // Closest to its bound among the commands that send (the others only
     // wait the link's delay).
-    if (!attempt.empty() && bound - took < tightestMarginNs) {
-        tightestMarginNs = bound - took;
-        tightestNs = took;
+    if (sends && bound - o.took < tightestMarginNs) {
+        tightestMarginNs = bound - o.took;
+        tightestNs = o.took;
         tightestBoundNs = bound;
         tightestCommand = c.describe();
     }
-    checkTime(index, c, start, lateBefore, took, bound, error);
+}
 
-    // What the driver did against what the soak expects of the command.
-    std::string odd;
-    if (c.write && written == failed)
-        odd = "write returned " + std::string(written ? "true" : "false") + " with hasError() "
-            + (failed ? "true" : "false");
-    else if (c.op == Op::Refused && !failed)
-        odd = "accepted, but the driver must refuse it";
-    else if (c.op == Op::Refused && sent > 0)
-        odd = "refused, but sent " + std::to_string(sent) + " request(s)";
-    else if (c.op != Op::Refused && failed && sent == 0)
-        odd = "failed without sending anything: " + error.toStdString();
-    else if (c.op != Op::Refused && attempt.empty() && sent > 0)
-        odd = "sent " + std::to_string(sent) + " request(s) where none is needed";
+// What the driver did against what the soak expects of the command: "" when
+// they agree.
+std::string Soak::oddity(const SoakCommand &c, const Outcome &o, bool sends)
+{
+    const bool refused = c.op == Op::Refused;
+    if (c.write && o.written == o.failed)
+        return "write returned " + std::string(o.written ? "true" : "false") + " with hasError() "
+            + (o.failed ? "true" : "false");
+    if (refused && !o.failed)
+        return "accepted, but the driver must refuse it";
+    if (refused && o.sent > 0)
+        return "refused, but sent " + std::to_string(o.sent) + " request(s)";
+    if (!refused && o.failed && o.sent == 0)
+        return "failed without sending anything: " + o.error.toStdString();
+    if (!refused && !sends && o.sent > 0)
+        return "sent " + std::to_string(o.sent) + " request(s) where none is needed";
+    return std::string();
+}
+
+void Soak::runOne(long index)
+{
+    const SoakCommand c = generator->next(*model);
+    const std::vector<Exchange> attempt = model->attempt(c);
+    const int64_t bound = timeBound(attempt, figures);
+    const Outcome o = execute(c);
+    count(c, o);
+    noteTime(c, o, !attempt.empty(), bound);
+    checkTime(index, c, o.start, o.lateBefore, o.took, bound, o.error);
+    const std::string odd = oddity(c, o, !attempt.empty());
     if (!odd.empty()) {
         ++disagreements;
         report(index, "disagreement", c.describe() + ": " + odd);
     }
-
     if (c.op == Op::Refused)
         return;
-    if (failed)
-        ++failures[failureKey(error, false)];
+    if (o.failed)
+        ++failures[failureKey(o.error, false)];
     if (!c.write) {
-        if (!failed)
-            checkRead(index, c, got);
-    } else if (!failed) {
+        if (!o.failed)
+            checkRead(index, c, o.got);
+    } else if (!o.failed) {
         checkWrite(index, c);
     } else {
         afterFailedWrite(c);
     }
+}
+
+void Soak::printSettings()
+{
+    const int guardMs = int(figures.guardNs / 1000000);
+    std::printf("teco-soak: %ld commands, seed %u, link %s, stations %s\n", settings.commands, settings.seed,
+        line.text().c_str(), settings.stations.c_str());
+    std::printf("  time-out %d ms, retry %d, late guard %d ms%s, delay %d ms\n", settings.timeoutMs,
+        settings.retry, guardMs, guardMs == 0 ? " (off)" : "", settings.delayMs);
+    std::string kinds;
+    long chosen = 0;
+    for (int k = 0; k < FaultRule::KindCount; ++k)
+        if (settings.kinds[size_t(k)]) {
+            kinds += std::string(kinds.empty() ? "" : ", ") + faultKindName(FaultRule::Kind(k));
+            ++chosen;
+        }
+    std::printf("  faults: %.1f%% of requests; %s %.2f%% each\n", settings.faultRate * 100, kinds.c_str(),
+        settings.faultRate * 100 / double(std::max(1L, chosen)));
+    if (settings.kinds[FaultRule::Late])
+        std::printf(
+            "  late answers: 1/4 arrive within the time-out (%d..%d ms after the request), 3/4 between "
+            "the time-out and the time-out + %s (%d..%d ms)\n",
+            mix.withinLow, mix.withinHigh, guardMs > 0 ? "guard" : "one more time-out, as the guard is off",
+            mix.beyondLow, mix.beyondHigh);
+    std::printf(
+        "  time bound of a command: (1 + retry) x (delay + guard + for each request of an attempt: "
+        "pause + silence + request and reply on the wire + time-out); tolerance %.0f ms, plus the time "
+        "the machine stalled meanwhile\n\n",
+        double(toleranceNs) / 1e6);
+    std::fflush(stdout);
 }
 
 int Soak::run()
@@ -622,35 +726,8 @@ int Soak::run()
         std::fprintf(stderr, "teco-soak: %s\n", error.c_str());
         return 2;
     }
-    if (!settings.json) {
-        const int guardMs = int(figures.guardNs / 1000000);
-        std::printf("teco-soak: %ld commands, seed %u, link %s, stations %s\n", settings.commands,
-            settings.seed, line.text().c_str(), settings.stations.c_str());
-        std::printf("  time-out %d ms, retry %d, late guard %d ms%s, delay %d ms\n", settings.timeoutMs,
-            settings.retry, guardMs, guardMs == 0 ? " (off)" : "", settings.delayMs);
-        std::string kinds;
-        long chosen = 0;
-        for (int k = 0; k < FaultRule::KindCount; ++k)
-            if (settings.kinds[size_t(k)]) {
-                kinds += std::string(kinds.empty() ? "" : ", ") + faultKindName(FaultRule::Kind(k));
-                ++chosen;
-            }
-        std::printf("  faults: %.1f%% of requests; %s %.2f%% each\n", settings.faultRate * 100, kinds.c_str(),
-            settings.faultRate * 100 / double(std::max(1L, chosen)));
-        if (settings.kinds[FaultRule::Late])
-            std::printf(
-                "  late answers: 1/4 arrive within the time-out (%d..%d ms after the request), 3/4 between "
-                "the time-out and the time-out + %s (%d..%d ms)\n",
-                mix.withinLow, mix.withinHigh,
-                guardMs > 0 ? "guard" : "one more time-out, as the guard is off", mix.beyondLow,
-                mix.beyondHigh);
-        std::printf(
-            "  time bound of a command: (1 + retry) x (delay + guard + for each request of an attempt: "
-            "pause + silence + request and reply on the wire + time-out); tolerance %.0f ms, plus the time "
-            "the machine stalled meanwhile\n\n",
-            double(toleranceNs) / 1e6);
-        std::fflush(stdout);
-    }
+    if (!settings.json)
+        printSettings();
     stalls.start();
     const long step = std::max(100L, settings.commands / 10);
     const auto started = std::chrono::steady_clock::now();
@@ -746,7 +823,7 @@ void Soak::printJson(double seconds)
     o["seed"] = double(settings.seed);
     o["timeoutMs"] = settings.timeoutMs;
     o["retry"] = settings.retry;
-    o["lateGuardMs"] = double(figures.guardNs / 1000000);
+    o["lateGuardMs"] = double(figures.guardNs) / 1e6;
     o["faultRate"] = settings.faultRate;
     o["requests"] = double(lc.requests);
     o["staleBytesDropped"] = double(lc.staleBytesDropped);
@@ -785,118 +862,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     Settings s;
-    enum {
-        Commands = 1000,
-        FaultRate,
-        FaultKinds,
-        Timeout,
-        Retry,
-        LateGuard,
-        Delay,
-        Tolerance,
-        Seed,
-        Link,
-        Stations,
-        Plugin,
-        Trace,
-        Json,
-        Quiet,
-        Help
-    };
-    static const struct option longOptions[] = {
-        { "commands", required_argument, nullptr, Commands },
-        { "fault-rate", required_argument, nullptr, FaultRate },
-        { "fault-kinds", required_argument, nullptr, FaultKinds },
-        { "timeout", required_argument, nullptr, Timeout },
-        { "retry", required_argument, nullptr, Retry },
-        { "late-guard", required_argument, nullptr, LateGuard },
-        { "delay", required_argument, nullptr, Delay },
-        { "tolerance", required_argument, nullptr, Tolerance },
-        { "seed", required_argument, nullptr, Seed },
-        { "link", required_argument, nullptr, Link },
-        { "stations", required_argument, nullptr, Stations },
-        { "plugin", required_argument, nullptr, Plugin },
-        { "trace", required_argument, nullptr, Trace },
-        { "json", no_argument, nullptr, Json },
-        { "quiet", no_argument, nullptr, Quiet },
-        { "help", no_argument, nullptr, Help },
-        { nullptr, 0, nullptr, 0 },
-    };
-    int opt;
-    long v = 0;
-    while ((opt = getopt_long(argc, argv, "", longOptions, nullptr)) != -1) {
-        switch (opt) {
-        case Commands:
-            if (!wholeNumber(optarg, 1, 100000000, v))
-                return usage("--commands takes a number from 1 to 100000000");
-            s.commands = v;
-            break;
-        case FaultRate:
-            if (!parseRate(optarg, s.faultRate))
-                return usage("--fault-rate takes a share such as 0.1 or 10%");
-            break;
-        case FaultKinds:
-            if (!parseKinds(optarg, s.kinds))
-                return usage(
-                    "--fault-kinds takes fault kinds such as noreply,late (noreply, corrupt, truncate, "
-                    "late, exception, wrongstation, noise)");
-            break;
-        case Timeout:
-            if (!wholeNumber(optarg, 1, 60000, v))
-                return usage("--timeout takes milliseconds from 1 to 60000");
-            s.timeoutMs = int(v);
-            break;
-        case Retry:
-            if (!wholeNumber(optarg, 0, 100, v))
-                return usage("--retry takes a number from 0 to 100");
-            s.retry = int(v);
-            break;
-        case LateGuard:
-            if (!wholeNumber(optarg, -1, 60000, v))
-                return usage("--late-guard takes milliseconds from 0 to 60000, or -1 for the time-out");
-            s.lateGuardMs = int(v);
-            break;
-        case Delay:
-            if (!wholeNumber(optarg, 0, 60000, v))
-                return usage("--delay takes milliseconds from 0 to 60000");
-            s.delayMs = int(v);
-            break;
-        case Tolerance:
-            if (!wholeNumber(optarg, 0, 60000, v))
-                return usage("--tolerance takes milliseconds from 0 to 60000");
-            s.toleranceMs = int(v);
-            break;
-        case Seed:
-            if (!wholeNumber(optarg, 0, 4294967295L, v))
-                return usage("--seed takes a number from 0 to 4294967295");
-            s.seed = unsigned(v);
-            break;
-        case Link:
-            s.link = optarg;
-            break;
-        case Stations:
-            s.stations = optarg;
-            break;
-        case Plugin:
-            s.plugin = optarg;
-            break;
-        case Trace:
-            s.trace = optarg;
-            break;
-        case Json:
-            s.json = true;
-            break;
-        case Quiet:
-            s.quiet = true;
-            break;
-        case Help:
-            usage();
-            return 0;
-        default:
-            return usage();
-        }
-    }
-    if (optind < argc)
-        return usage("unexpected argument");
+    if (const int status = soakCommandLine(s).parse(argc, argv); status >= 0)
+        return status;
     return Soak(s).run();
 }

@@ -31,6 +31,94 @@ QByteArray packBits(const std::vector<bool> &bits)
 
 int registersForBits(int bit, int bits) { return (bit + bits + 15) / 16; }
 
+Cell registerCell(int station, int address, unsigned value)
+{
+    return Cell { station, Area::HoldingRegisters, address & 0xFFFF, uint16_t(value) };
+}
+
+// Registers as a write leaves them, by station and address, before they
+// reach the model: a station listed twice in a relay sees its own change.
+using WorkingCopy = std::map<std::pair<int, int>, uint16_t>;
+
+// Read, change the bits and write back the registers that hold them.
+void changeBits(const SoakModel &model, const SoakCommand &c, int station, int start, WorkingCopy &copy,
+    std::vector<Cell> &out)
+{
+    const QByteArray &d = c.data;
+    const int w = registersForBits(c.bit, d.size());
+    std::vector<uint16_t> regs;
+    for (int i = 0; i < w; ++i) {
+        const auto key = std::make_pair(station, (start + i) & 0xFFFF);
+        const auto it = copy.find(key);
+        regs.push_back(
+            it != copy.end() ? it->second : model.value(station, Area::HoldingRegisters, key.second));
+    }
+    for (int i = 0; i < d.size(); ++i) {
+        const int p = c.bit + i;
+        const uint16_t mask = uint16_t(1u << (p % 16));
+        uint16_t &reg = regs[size_t(p / 16)];
+        reg = d.at(i) != 0 ? uint16_t(reg | mask) : uint16_t(reg & ~mask);
+    }
+    for (int i = 0; i < w; ++i) {
+        copy[std::make_pair(station, (start + i) & 0xFFFF)] = regs[size_t(i)];
+        out.push_back(registerCell(station, start + i, regs[size_t(i)]));
+    }
+}
+
+// Function 16 of w registers, or w requests of function 6.
+void writeRegisters(int w, bool single, bool pauseBefore, std::vector<Exchange> &out)
+{
+    if (single)
+        for (int i = 0; i < w; ++i)
+            out.push_back(Exchange { 8, 8, pauseBefore });
+    else
+        out.push_back(Exchange { 9 + 2 * w, 8, pauseBefore });
+}
+
+// The register-bit write: the read, the link's delay, the write back; the
+// function-6 form pauses again between two registers.
+void readModifyWrite(const SoakCommand &c, bool pauseFirst, std::vector<Exchange> &out)
+{
+    const int w = registersForBits(c.bit, c.data.size());
+    out.push_back(Exchange { 8, 5 + 2 * w, pauseFirst });
+    writeRegisters(w, c.single, true, out);
+}
+
+// The requests of one attempt of a write; a relay visits relayed stations
+// with the link's delay between two of them.
+void writeExchanges(const SoakCommand &c, size_t relayed, std::vector<Exchange> &out)
+{
+    switch (c.op) {
+    case Op::WriteWords:
+    case Op::WriteDWords:
+        writeRegisters(c.data.size() / 2, c.single, false, out);
+        break;
+    case Op::WriteBytes:
+        writeRegisters((c.data.size() + 1) / 2, c.single, false, out);
+        break;
+    case Op::WriteCoils:
+        if (c.single)
+            for (int i = 0; i < c.data.size(); ++i)
+                out.push_back(Exchange { 8, 8, false });
+        else
+            out.push_back(Exchange { 9 + (c.data.size() + 7) / 8, 8, false });
+        break;
+    case Op::WriteRegisterBits:
+        readModifyWrite(c, false, out);
+        break;
+    case Op::Relay:
+        for (size_t i = 0; i < relayed; ++i)
+            writeRegisters(1, c.single, i > 0, out);
+        break;
+    case Op::RelayBit:
+        for (size_t i = 0; i < relayed; ++i)
+            readModifyWrite(c, i > 0, out);
+        break;
+    default:
+        break;
+    }
+}
+
 } // namespace
 
 SoakModel::SoakModel(const std::vector<int> &stations)
@@ -93,18 +181,6 @@ void SoakModel::setValue(const Cell &cell)
         = bit ? uint16_t(cell.value ? 1 : 0) : cell.value;
 }
 
-std::vector<int> SoakModel::relayStations() const
-{
-    // The list has eight entries; a relay never visits more.
-    const int count = std::min<int>(table[CountIndex], ListEntries);
-    std::vector<int> out;
-    for (int e = 0; e < count; ++e)
-        out.push_back(table[size_t(e + 1)] & 0xFF);
-    return out;
-}
-
-int SoakModel::readBackStation() const { return table[CountIndex] == 0 ? -1 : table[ReadBackIndex] & 0xFF; }
-
 bool SoakModel::expectedRead(const SoakCommand &c, QByteArray &out) const
 {
     out.clear();
@@ -148,7 +224,7 @@ bool SoakModel::expectedRead(const SoakCommand &c, QByteArray &out) const
         const int end = c.start + c.count;
         bool possible = true;
         for (int k = c.start; k < end; ++k) {
-            uint16_t v = table[size_t(k)];
+            uint16_t v = windowTable.at(k);
             if (k == RelayIndex && readBackStation() >= 0) {
                 possible = serves(readBackStation());
                 v = value(readBackStation(), Area::HoldingRegisters, RelayTarget);
@@ -167,76 +243,65 @@ void SoakModel::readDone(const SoakCommand &c, const QByteArray &got)
     // The driver keeps what it read back; follow its table, so that one
     // wrong value is reported once and not again with every later read.
     if (c.op == Op::ReadWindow && c.start + c.count == WindowSize && got.size() >= 2 * c.count)
-        table[RelayIndex] = uint16_t(byteAt(got, 2 * c.count - 2) | byteAt(got, 2 * c.count - 1) << 8);
+        windowTable.relayed(uint16_t(byteAt(got, 2 * c.count - 2) | byteAt(got, 2 * c.count - 1) << 8));
+}
+
+void SoakModel::stationCells(const SoakCommand &c, std::vector<Cell> &out) const
+{
+    const int s = c.station;
+    const QByteArray &d = c.data;
+    switch (c.op) {
+    case Op::WriteWords:
+        for (int i = 0; i + 1 < d.size(); i += 2)
+            out.push_back(registerCell(s, c.start + i / 2, byteAt(d, i) | byteAt(d, i + 1) << 8));
+        return;
+    case Op::WriteDWords:
+        for (int j = 0; j + 3 < d.size(); j += 4) {
+            const unsigned low = byteAt(d, j) | byteAt(d, j + 1) << 8;
+            const unsigned high = byteAt(d, j + 2) | byteAt(d, j + 3) << 8;
+            out.push_back(registerCell(s, c.start + j / 2, c.swap ? high : low));
+            out.push_back(registerCell(s, c.start + j / 2 + 1, c.swap ? low : high));
+        }
+        return;
+    case Op::WriteBytes:
+        for (int i = 0; i < d.size(); i += 2)
+            out.push_back(registerCell(
+                s, c.start + i / 2, byteAt(d, i) | (i + 1 < d.size() ? byteAt(d, i + 1) << 8 : 0u)));
+        return;
+    case Op::WriteCoils:
+        for (int i = 0; i < d.size(); ++i)
+            out.push_back(Cell { s, Area::Coils, c.start + i, uint16_t(d.at(i) != 0 ? 1 : 0) });
+        return;
+    default: { // Op::WriteRegisterBits
+        WorkingCopy copy;
+        changeBits(*this, c, s, c.start, copy, out);
+        return;
+    }
+    }
 }
 
 bool SoakModel::intended(const SoakCommand &c, std::vector<Cell> &out) const
 {
     out.clear();
-    const int s = c.station;
-    const QByteArray &d = c.data;
-    auto reg = [&](int station, int address, unsigned v) {
-        out.push_back(Cell { station, Area::HoldingRegisters, address & 0xFFFF, uint16_t(v) });
-    };
-    // Read, change the bits and write back W registers, on a working copy so
-    // that a station listed twice sees its own first change.
-    std::map<std::pair<int, int>, uint16_t> copy;
-    auto readModifyWrite = [&](int station, int start) {
-        const int w = registersForBits(c.bit, d.size());
-        std::vector<uint16_t> regs;
-        for (int i = 0; i < w; ++i) {
-            const auto key = std::make_pair(station, (start + i) & 0xFFFF);
-            const auto it = copy.find(key);
-            regs.push_back(
-                it != copy.end() ? it->second : value(station, Area::HoldingRegisters, key.second));
-        }
-        for (int i = 0; i < d.size(); ++i) {
-            const int p = c.bit + i;
-            const uint16_t mask = uint16_t(1u << (p % 16));
-            regs[size_t(p / 16)] = d.at(i) != 0 ? uint16_t(regs[size_t(p / 16)] | mask)
-                                                : uint16_t(regs[size_t(p / 16)] & ~mask);
-        }
-        for (int i = 0; i < w; ++i) {
-            copy[std::make_pair(station, (start + i) & 0xFFFF)] = regs[size_t(i)];
-            reg(station, start + i, regs[size_t(i)]);
-        }
-    };
     switch (c.op) {
     case Op::WriteWords:
-        for (int i = 0; i + 1 < d.size(); i += 2)
-            reg(s, c.start + i / 2, byteAt(d, i) | byteAt(d, i + 1) << 8);
-        return serves(s);
     case Op::WriteDWords:
-        for (int j = 0; j + 3 < d.size(); j += 4) {
-            const unsigned low = byteAt(d, j) | byteAt(d, j + 1) << 8;
-            const unsigned high = byteAt(d, j + 2) | byteAt(d, j + 3) << 8;
-            reg(s, c.start + j / 2, c.swap ? high : low);
-            reg(s, c.start + j / 2 + 1, c.swap ? low : high);
-        }
-        return serves(s);
     case Op::WriteBytes:
-        for (int i = 0; i < d.size(); i += 2)
-            reg(s, c.start + i / 2, byteAt(d, i) | (i + 1 < d.size() ? byteAt(d, i + 1) << 8 : 0u));
-        return serves(s);
     case Op::WriteCoils:
-        for (int i = 0; i < d.size(); ++i)
-            out.push_back(Cell { s, Area::Coils, c.start + i, uint16_t(d.at(i) != 0 ? 1 : 0) });
-        return serves(s);
     case Op::WriteRegisterBits:
-        readModifyWrite(s, c.start);
-        return serves(s);
-    case Op::Relay: {
-        bool possible = true;
-        for (int station : relayStations()) {
-            reg(station, RelayTarget, byteAt(d, 0) | byteAt(d, 1) << 8);
-            possible = possible && serves(station);
-        }
-        return possible;
-    }
+        stationCells(c, out);
+        return serves(c.station);
+    case Op::Relay:
     case Op::RelayBit: {
+        // One working copy for the whole relay, so that a station listed
+        // twice sees its own first change.
+        WorkingCopy copy;
         bool possible = true;
         for (int station : relayStations()) {
-            readModifyWrite(station, RelayTarget);
+            if (c.op == Op::Relay)
+                out.push_back(registerCell(station, RelayTarget, byteAt(c.data, 0) | byteAt(c.data, 1) << 8));
+            else
+                changeBits(*this, c, station, RelayTarget, copy, out);
             possible = possible && serves(station);
         }
         return possible;
@@ -269,28 +334,24 @@ void SoakModel::writeDone(const SoakCommand &c, bool succeeded)
     const QByteArray &d = c.data;
     switch (c.op) {
     case Op::WriteWindowWords:
-        if (!succeeded)
-            return;
-        for (int i = 0; i + 1 < d.size(); i += 2)
-            table[size_t(c.start + i / 2)] = uint16_t(byteAt(d, i) | byteAt(d, i + 1) << 8);
-        if (table[ReadBackIndex] > ListEntries)
-            table[ReadBackIndex] = ListEntries;
+        if (succeeded) {
+            std::vector<uint16_t> values;
+            for (int i = 0; i + 1 < d.size(); i += 2)
+                values.push_back(uint16_t(byteAt(d, i) | byteAt(d, i + 1) << 8));
+            windowTable.writeWords(c.start, values);
+        }
         return;
     case Op::WriteWindowBit:
-    case Op::RelayBit:
-        if (succeeded && !d.isEmpty() && c.bit < 16) {
-            const uint16_t mask = uint16_t(1u << c.bit);
-            uint16_t &v = table[size_t(c.start)];
-            v = d.at(0) != 0 ? uint16_t(v | mask) : uint16_t(v & ~mask);
-        }
-        // Every bit write, done or not, keeps the station count within the
-        // list; one that addressed the count itself sets it to the list's size.
-        if ((succeeded && c.start == CountIndex) || table[CountIndex] > ListEntries)
-            table[CountIndex] = ListEntries;
+    case Op::RelayBit: {
+        std::vector<bool> states;
+        for (int i = 0; i < d.size(); ++i)
+            states.push_back(d.at(i) != 0);
+        windowTable.bitWritten(c.start, c.bit, states, succeeded);
         return;
+    }
     case Op::Relay:
         if (succeeded)
-            table[RelayIndex] = uint16_t(byteAt(d, 0) | byteAt(d, 1) << 8);
+            windowTable.relayed(uint16_t(byteAt(d, 0) | byteAt(d, 1) << 8));
         return;
     default:
         return;
@@ -300,77 +361,28 @@ void SoakModel::writeDone(const SoakCommand &c, bool succeeded)
 std::vector<Exchange> SoakModel::attempt(const SoakCommand &c) const
 {
     std::vector<Exchange> out;
-    auto add = [&](int request, int reply, bool pause) { out.push_back(Exchange { request, reply, pause }); };
-    // Function 16 of w registers, or w requests of function 6.
-    auto writeRegisters = [&](int w, bool single, bool pauseBefore) {
-        if (single)
-            for (int i = 0; i < w; ++i)
-                add(8, 8, pauseBefore);
-        else
-            add(9 + 2 * w, 8, pauseBefore);
-    };
-    // The register-bit write: the read, the link's delay, the write back; the
-    // function-6 form pauses again between two registers.
-    auto readModifyWrite = [&](bool pauseFirst) {
-        const int w = registersForBits(c.bit, c.data.size());
-        add(8, 5 + 2 * w, pauseFirst);
-        if (c.single)
-            for (int i = 0; i < w; ++i)
-                add(8, 8, true);
-        else
-            add(9 + 2 * w, 8, true);
-    };
     switch (c.op) {
     case Op::ReadWords:
-        add(8, 5 + 2 * c.count, false);
+        out.push_back(Exchange { 8, 5 + 2 * c.count, false });
         break;
     case Op::ReadDWords:
-        add(8, 5 + 4 * c.count, false);
+        out.push_back(Exchange { 8, 5 + 4 * c.count, false });
         break;
     case Op::ReadBytes:
-        add(8, 5 + 2 * ((c.count + 1) / 2), false);
+        out.push_back(Exchange { 8, 5 + 2 * ((c.count + 1) / 2), false });
         break;
     case Op::ReadBits:
-        add(8, 5 + (c.count + 7) / 8, false);
+        out.push_back(Exchange { 8, 5 + (c.count + 7) / 8, false });
         break;
     case Op::ReadRegisterBits:
-        add(8, 5 + 2 * registersForBits(c.bit, c.count), false);
+        out.push_back(Exchange { 8, 5 + 2 * registersForBits(c.bit, c.count), false });
         break;
     case Op::ReadWindow:
-        if (c.start + c.count == WindowSize && readBackStation() >= 0)
-            add(8, 7, false);
+        if (windowTable.readsBack(c.start, c.count))
+            out.push_back(Exchange { 8, 7, false });
         break;
-    case Op::WriteWords:
-    case Op::WriteDWords:
-        writeRegisters(c.data.size() / 2, c.single, false);
-        break;
-    case Op::WriteBytes:
-        writeRegisters((c.data.size() + 1) / 2, c.single, false);
-        break;
-    case Op::WriteCoils:
-        if (c.single)
-            for (int i = 0; i < c.data.size(); ++i)
-                add(8, 8, false);
-        else
-            add(9 + (c.data.size() + 7) / 8, 8, false);
-        break;
-    case Op::WriteRegisterBits:
-        readModifyWrite(false);
-        break;
-    case Op::Relay: {
-        // The link's delay separates two stations.
-        const size_t n = relayStations().size();
-        for (size_t i = 0; i < n; ++i)
-            writeRegisters(1, c.single, i > 0);
-        break;
-    }
-    case Op::RelayBit: {
-        const size_t n = relayStations().size();
-        for (size_t i = 0; i < n; ++i)
-            readModifyWrite(i > 0);
-        break;
-    }
     default:
+        writeExchanges(c, relayStations().size(), out);
         break;
     }
     return out;

@@ -9,6 +9,7 @@
 // return and the requests that every command needs.
 
 #include "command.h"
+#include "driverrules.h"
 
 #include <array>
 #include <cstdint>
@@ -38,10 +39,16 @@ struct Exchange
 class SoakModel
 {
 public:
-    // The window's layout: station count, station list 1..8, read-back
-    // station, relay register; HR1300 is the register a relay writes.
-    enum { WindowSize = 11, CountIndex = 0, ListEntries = 8, ReadBackIndex = 9, RelayIndex = 10 };
-    static constexpr int RelayTarget = 1299;
+    // The window's layout (driverrules.h): station count, station list 1..8,
+    // read-back station, relay register; HR1300 is the register a relay writes.
+    enum {
+        WindowSize = DriverRules::WindowSize,
+        CountIndex = DriverRules::CountIndex,
+        ListEntries = DriverRules::ListEntries,
+        ReadBackIndex = DriverRules::ReadBackIndex,
+        RelayIndex = DriverRules::RelayIndex
+    };
+    static constexpr int RelayTarget = DriverRules::RelayTarget;
 
     explicit SoakModel(const std::vector<int> &stations);
 
@@ -54,13 +61,13 @@ public:
     bool serves(int station) const;
     uint16_t value(int station, Area area, int address) const;
     void setValue(const Cell &cell);
-    uint16_t window(int index) const { return table[size_t(index)]; }
+    uint16_t window(int index) const { return windowTable.at(index); }
 
     // The stations a relay visits, in order, as the table stands.
-    std::vector<int> relayStations() const;
+    std::vector<int> relayStations() const { return windowTable.relayStations(); }
     // The station a window read that reaches HR60010 reads back from; -1
     // when such a read sends nothing.
-    int readBackStation() const;
+    int readBackStation() const { return windowTable.readBackStation(); }
 
     // What a successful read must return, in the panel's byte order. False
     // when no read of the command can succeed (it needs a station that does
@@ -84,13 +91,15 @@ public:
 
 private:
     int slot(int station) const;
+    // The cells that a write to the command's own station must leave.
+    void stationCells(const SoakCommand &c, std::vector<Cell> &cells) const;
     std::vector<uint16_t> &memory(int station, Area area);
     const std::vector<uint16_t> &memory(int station, Area area) const;
 
     std::vector<int> served;
     // Per served station and area (in Area order), 65536 cells.
     std::vector<std::array<std::vector<uint16_t>, 4>> cells;
-    std::array<uint16_t, WindowSize> table {}; // the driver's window, all 0 in a new driver
+    DriverRules::RegisterWindow windowTable; // the driver's window, all 0 in a new driver
 };
 
 #endif // BENCH_SOAK_MODEL_H
