@@ -141,13 +141,13 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         std::vector<std::string> args;
         const char *message;
     } rows[] = {
+        // What tests/host checks of addresses, links, options and formats
+        // shows here once per way to status 2.
         { {}, "teco-cli: no command given" },
         { { "frobnicate" }, "teco-cli: unknown command \"frobnicate\"" },
-        { { "read", "XR100" }, "teco-cli: unknown address \"XR100\"" },
         { { "read", "HR100", "--type", "float" }, "teco-cli: unknown data type \"float\"" },
         { { "read", "DO5", "--type", "word" }, "teco-cli: DO5 is a coil: it holds bits, not words" },
         { { "read", "HR100", "--count", "0" }, "teco-cli: option --count takes a number from 1 to 65535" },
-        { { "read", "HR1", "--interval", "5" }, "teco-cli: option --interval does not apply to read" },
         { { "read", "HR1", "--colour" }, "teco-cli: unknown option --colour" },
         { { "write", "HR100" }, "teco-cli: usage: write ADDRESS VALUE" },
         { { "write", "HR100", "70000" }, "teco-cli: value 70000 does not fit in a word (-32768 to 65535)" },
@@ -157,7 +157,6 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--station", "300", "read", "HR1" }, "teco-cli: option --station takes a number from 0 to 255" },
         { { "--timeout", "-5", "read", "HR1" }, "teco-cli: option --timeout takes a number" },
         { { "poll" }, "teco-cli: usage: poll TAG" },
-        { { "--link", "RS485,9601,NONE,8,2", "read", "HR1" }, "teco-cli: unsupported baud rate \"9601\"" },
         { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
         { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
         { { "--port", "", "read", "HR1" }, "teco-cli: option --port needs a file name, not an empty word" },
@@ -166,17 +165,8 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
         { { "--sim-map", "/no/such/map", "read", "HR1" }, "teco-cli: cannot read the map /no/such/map" },
         { { "--trace", "/no/such/dir/trace.txt", "read", "HR1" }, "teco-cli: cannot write the trace to" },
-        // Single-dash words are options, except negative numbers.
-        { { "write", "HR100", "-x" }, "teco-cli: unknown option -x" },
-        // Number formats, hexadecimal and zero-based addresses.
-        { { "read", "HR1", "--format", "float" },
-            "teco-cli: unknown format \"float\" (expected int16, uint16" },
-        { { "read", "DO5", "--format", "int16" }, "teco-cli: formats apply to registers: DO5 is a coil" },
-        { { "poll", "HR1.2:hex" }, "teco-cli: formats apply to whole registers: HR1.2 names bit 2" },
         { { "read", "HR1", "--format", "int16", "--type", "word" },
             "teco-cli: give a data type or a format" },
-        { { "write", "HR100", "70000", "--format", "int16" },
-            "teco-cli: value 70000 does not fit in int16 (-32768 to 32767)" },
         { { "write", "HR100", "a", "b", "--format", "string" }, "teco-cli: a string is one value" },
         { { "write", "HR100", "abcde", "--format", "string", "--count", "2" },
             "teco-cli: the string takes 3 registers, more than the 2 given" },
