@@ -45,7 +45,6 @@ TEST(Formats, TypedValuesGiveTheirRegistersAndShowAsTyped)
         { "int16", "0x10", "0010", "16" },
         { "uint16", "65535", "FFFF", "65535" },
         { "uint16", "0b101", "0005", "5" },
-        { "hex", "0x1234", "1234", "0x1234" },
         { "hex", "0xbeef", "BEEF", "0xBEEF" },
         { "hex", "7", "0007", "0x0007" },
         { "binary", "0b1010", "000A", "0b0000000000001010" },
@@ -58,11 +57,9 @@ TEST(Formats, TypedValuesGiveTheirRegistersAndShowAsTyped)
         { "int32", "-2147483648", "8000 0000", "-2147483648" },
         { "int32:CDAB", "-2", "FFFE FFFF", "-2" },
         { "uint32", "4294967295", "FFFF FFFF", "4294967295" },
-        // Floats: the shortest text that reads back to the same bits.
+        // Floats: the shortest text that reads back to the same bits (their
+        // word orders are those of every 32-bit format, above).
         { "float32", "-1.5", "BFC0 0000", "-1.5" },
-        { "float32:CDAB", "-1.5", "0000 BFC0", "-1.5" },
-        { "float32:BADC", "-1.5", "C0BF 0000", "-1.5" },
-        { "float32:DCBA", "-1.5", "0000 C0BF", "-1.5" },
         { "float32", "0.1", "3DCC CCCD", "0.1" },
         { "float32", "3.4028235e38", "7F7F FFFF", "3.4028235e+38" },
         { "float32", "1.4e-45", "0000 0001", "1e-45" },
