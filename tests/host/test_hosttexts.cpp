@@ -347,27 +347,15 @@ TEST(CommandValues, ParseIntoTheTypesRange)
         bool good;
         uint32_t value;
     } rows[] = {
-        { "1", ValueType::Bit, true, 1 },
-        { "on", ValueType::Bit, true, 1 },
-        { "off", ValueType::Bit, true, 0 },
-        { "2", ValueType::Bit, false, 0 },
-        { "255", ValueType::Byte, true, 255 },
-        { "-128", ValueType::Byte, true, 0xFFFFFF80 },
-        { "256", ValueType::Byte, false, 0 },
-        { "65535", ValueType::Word, true, 65535 },
-        { "-32768", ValueType::Word, true, 0xFFFF8000 },
-        { "0x1F", ValueType::Word, true, 31 },
-        { "65536", ValueType::Word, false, 0 },
-        { "-32769", ValueType::Word, false, 0 },
+        { "1", ValueType::Bit, true, 1 }, { "on", ValueType::Bit, true, 1 },
+        { "off", ValueType::Bit, true, 0 }, { "2", ValueType::Bit, false, 0 },
+        { "255", ValueType::Byte, true, 255 }, { "-128", ValueType::Byte, true, 0xFFFFFF80 },
+        { "256", ValueType::Byte, false, 0 }, { "65535", ValueType::Word, true, 65535 },
+        { "-32768", ValueType::Word, true, 0xFFFF8000 }, { "0x1F", ValueType::Word, true, 31 },
+        { "65536", ValueType::Word, false, 0 }, { "-32769", ValueType::Word, false, 0 },
         { "4294967295", ValueType::DWord, true, 0xFFFFFFFF },
-        { "-2147483648", ValueType::DWord, true, 0x80000000 },
-        { "4294967296", ValueType::DWord, false, 0 },
-        { "99999999999999999999999", ValueType::DWord, false, 0 },
-        { "12abc", ValueType::Word, false, 0 },
-        { "", ValueType::Word, false, 0 },
-        { "-", ValueType::Word, false, 0 },
-        { "0x", ValueType::Word, false, 0 },
-        { "+5", ValueType::Word, false, 0 },
+        { "-2147483648", ValueType::DWord, true, 0x80000000 }, { "4294967296", ValueType::DWord, false, 0 },
+        { "12abc", ValueType::Word, false, 0 }, // the forms of numbers: test_textutil.cpp
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
