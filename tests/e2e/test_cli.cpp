@@ -2,6 +2,8 @@
 // with one sentence for bad usage; JSON for scripts; bad input never reaches
 // the device.
 
+#include "hex.h"
+
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -77,14 +79,6 @@ CliRun cli(const std::vector<std::string> &args, const std::string &input = std:
 QJsonObject json(const std::string &line)
 {
     return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
-}
-
-std::string joined(const std::vector<std::string> &args)
-{
-    std::string shown;
-    for (const std::string &a : args)
-        shown += a + " ";
-    return shown;
 }
 
 std::vector<std::string> lines(const std::string &text)

@@ -4,6 +4,7 @@
 
 #include "command.h"
 #include "faultrule.h"
+#include "hex.h"
 #include "registermap.h"
 #include "seriallink.h"
 #include "simdrive.h"
@@ -512,10 +513,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "poll", "HR100@256" }, false, "a tag's station follows \"@\"" },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &a : row.args)
-            shown += a + " ";
-        SCOPED_TRACE(shown + (row.batchLine ? "(in a batch)" : ""));
+        SCOPED_TRACE(joined(row.args) + (row.batchLine ? "(in a batch)" : ""));
         CliOptions o;
         Command c;
         std::string error;
@@ -642,10 +640,7 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
         { { "read", "HR1", "--format" }, "int32:C", { "int32:CDAB" } },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &w : row.before)
-            shown += w + " ";
-        SCOPED_TRACE(shown + "[" + row.word + "]");
+        SCOPED_TRACE(joined(row.before) + "[" + row.word + "]");
         EXPECT_EQ(completeShellWord(row.before, row.word), row.completions);
     }
 }

@@ -1,6 +1,7 @@
 // The command-line machinery that teco-cli and teco-sim share: what each
 // word of a command line becomes, and the one sentence for each mistake.
 
+#include "hex.h"
 #include "optiontable.h"
 
 #include <gtest/gtest.h>
@@ -18,14 +19,6 @@ struct Parsed
 };
 
 enum Scope { Anywhere, FirstOnly };
-
-std::string shown(const std::vector<std::string> &args)
-{
-    std::string text;
-    for (const std::string &a : args)
-        text += a + " ";
-    return text;
-}
 
 OptionTable table(Parsed &p)
 {
@@ -75,7 +68,7 @@ TEST(OptionTable, SetsWhatEachRowNames)
         { { "--even", "12" }, {}, false, nullptr, 0, 0, false },
     };
     for (const Row &row : rows) {
-        SCOPED_TRACE(shown(row.args));
+        SCOPED_TRACE(joined(row.args));
         Parsed p;
         std::vector<std::string> arguments;
         std::string error;
@@ -121,7 +114,7 @@ TEST(OptionTable, RefusesWithOneSentence)
         { { "--quiet", "-5" }, false, "unknown argument -5" },
     };
     for (const Row &row : rows) {
-        SCOPED_TRACE(shown(row.args));
+        SCOPED_TRACE(joined(row.args));
         Parsed p;
         std::vector<std::string> arguments;
         std::string error;
