@@ -2,6 +2,8 @@
 // with one sentence for bad usage; JSON for scripts; bad input never reaches
 // the device.
 
+#include "hex.h"
+
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -79,14 +81,6 @@ QJsonObject json(const std::string &line)
     return QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
 }
 
-std::string joined(const std::vector<std::string> &args)
-{
-    std::string shown;
-    for (const std::string &a : args)
-        shown += a + " ";
-    return shown;
-}
-
 std::vector<std::string> lines(const std::string &text)
 {
     std::vector<std::string> out;
@@ -141,13 +135,13 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         std::vector<std::string> args;
         const char *message;
     } rows[] = {
+        // What tests/host checks of addresses, links, options and formats
+        // shows here once per way to status 2.
         { {}, "teco-cli: no command given" },
         { { "frobnicate" }, "teco-cli: unknown command \"frobnicate\"" },
-        { { "read", "XR100" }, "teco-cli: unknown address \"XR100\"" },
         { { "read", "HR100", "--type", "float" }, "teco-cli: unknown data type \"float\"" },
         { { "read", "DO5", "--type", "word" }, "teco-cli: DO5 is a coil: it holds bits, not words" },
         { { "read", "HR100", "--count", "0" }, "teco-cli: option --count takes a number from 1 to 65535" },
-        { { "read", "HR1", "--interval", "5" }, "teco-cli: option --interval does not apply to read" },
         { { "read", "HR1", "--colour" }, "teco-cli: unknown option --colour" },
         { { "write", "HR100" }, "teco-cli: usage: write ADDRESS VALUE" },
         { { "write", "HR100", "70000" }, "teco-cli: value 70000 does not fit in a word (-32768 to 65535)" },
@@ -157,7 +151,6 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--station", "300", "read", "HR1" }, "teco-cli: option --station takes a number from 0 to 255" },
         { { "--timeout", "-5", "read", "HR1" }, "teco-cli: option --timeout takes a number" },
         { { "poll" }, "teco-cli: usage: poll TAG" },
-        { { "--link", "RS485,9601,NONE,8,2", "read", "HR1" }, "teco-cli: unsupported baud rate \"9601\"" },
         { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
         { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
         { { "--port", "", "read", "HR1" }, "teco-cli: option --port needs a file name, not an empty word" },
@@ -166,17 +159,8 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "--sim-stations", "0", "read", "HR1" }, "teco-cli: bad station list \"0\"" },
         { { "--sim-map", "/no/such/map", "read", "HR1" }, "teco-cli: cannot read the map /no/such/map" },
         { { "--trace", "/no/such/dir/trace.txt", "read", "HR1" }, "teco-cli: cannot write the trace to" },
-        // Single-dash words are options, except negative numbers.
-        { { "write", "HR100", "-x" }, "teco-cli: unknown option -x" },
-        // Number formats, hexadecimal and zero-based addresses.
-        { { "read", "HR1", "--format", "float" },
-            "teco-cli: unknown format \"float\" (expected int16, uint16" },
-        { { "read", "DO5", "--format", "int16" }, "teco-cli: formats apply to registers: DO5 is a coil" },
-        { { "poll", "HR1.2:hex" }, "teco-cli: formats apply to whole registers: HR1.2 names bit 2" },
         { { "read", "HR1", "--format", "int16", "--type", "word" },
             "teco-cli: give a data type or a format" },
-        { { "write", "HR100", "70000", "--format", "int16" },
-            "teco-cli: value 70000 does not fit in int16 (-32768 to 32767)" },
         { { "write", "HR100", "a", "b", "--format", "string" }, "teco-cli: a string is one value" },
         { { "write", "HR100", "abcde", "--format", "string", "--count", "2" },
             "teco-cli: the string takes 3 registers, more than the 2 given" },
@@ -277,18 +261,15 @@ TEST(Cli, CommandsShowWhatHappened)
         // A batch from standard input runs up to its first bad line.
         { { "batch" }, 2, false, "teco-cli: batch line 2: option --port belongs on the command line",
             "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n" },
-        // What the line did, per command and per station.
-        { { "--sim-fault", "noreply:times=2", "--timeout", "50", "write", "HR100", "5" }, 0, true,
-            "wrote 1 word at HR100, station 1 (2 retries, 2 time-outs)\n" },
+        // What the line did, per command and per station (a write's, and what
+        // the driver serves itself, are shown in docs/serial-link.md and
+        // docs/number-formats.md).
         { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, 0, true,
             "(1 retry, 1 CRC error)\n" },
         { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, 1, false,
             "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\nteco-cli: no answer to 3 requests: "
             "check that the drive is station 1 and set to RS485,9600,NONE,8,2" },
         // What the driver serves from its own window says that nothing was sent.
-        { { "write", "HR60000", "7" }, 0, true,
-            "wrote 1 word at HR60000, station 1 (held by the driver itself; nothing was sent to a "
-            "station)\n" },
         { { "--json", "--station", "77", "read", "HR60000" }, 0, true, "\"heldByDriver\":true" },
         { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
               "--timeout", "50", "batch" },
@@ -489,11 +470,10 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const std::string root = dir.path().toStdString();
-    const std::string target = root + "/target", link = root + "/link", dangling = root + "/dangling",
-                      sub = root + "/dir", fifo = root + "/fifo", big = root + "/big";
+    const std::string target = root + "/target", link = root + "/link", sub = root + "/dir",
+                      fifo = root + "/fifo", big = root + "/big";
     std::ofstream(target) << "read HR1\n";
     ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
-    ASSERT_EQ(::symlink((root + "/created").c_str(), dangling.c_str()), 0);
     ASSERT_EQ(::mkdir(sub.c_str(), 0700), 0);
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     std::ofstream(big).close();
@@ -507,7 +487,6 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     };
     const std::string symlinkText = ": it is a symbolic link (name the file itself)";
     const std::string directoryText = ": it is a directory, not a regular file";
-    const std::string deviceText = ": it is a device, not a regular file";
     const std::string fifoText = ": it is a FIFO that no program writes to";
     const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB";
     struct Row
@@ -521,23 +500,16 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         // each reader and writer is wired to those checks once.
         { TECO_CLI_PATH, with(port, { "--trace", link, "read", "HR1" }), "",
             "teco-cli: cannot write the trace to " + link + symlinkText },
-        { TECO_CLI_PATH, with(port, { "--trace", dangling, "read", "HR1" }), "",
-            "teco-cli: cannot write the trace to " + dangling + symlinkText },
-        { TECO_CLI_PATH, with(port, { "--trace", "/dev/zero", "read", "HR1" }), "",
-            "teco-cli: cannot write the trace to /dev/zero" + deviceText },
         { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", sub }), "",
             "teco-cli: cannot write the log to " + sub + directoryText },
         { TECO_CLI_PATH, { "--sim-map", fifo, "read", "HR1" }, "",
             "teco-cli: cannot read the map " + fifo + fifoText },
         { TECO_CLI_PATH, with(port, { "batch", big }), "",
             "teco-cli: cannot read the batch " + big + bigText },
-        { TECO_CLI_PATH, with(port, { "batch", "/dev/zero" }), "",
-            "teco-cli: cannot read the batch /dev/zero" + deviceText },
         { TECO_CLI_PATH, with(port, { "batch" }), std::string(70000, 'x'),
             "teco-cli: batch line 1 is longer than 64 KiB" },
         { TECO_CLI_PATH, with(port, { "batch" }), "<" + sub,
             "teco-cli: cannot read the batch from standard input: it is a directory" },
-        { TECO_SIM_PATH, { "--map", fifo }, "", "teco-sim: cannot read the map " + fifo + fifoText },
         { TECO_SIM_PATH, { "--map", big }, "", "teco-sim: cannot read the map " + big + bigText },
     };
     for (const Row &row : rows) {
@@ -550,8 +522,6 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         EXPECT_EQ(r.out, "");
     }
     EXPECT_EQ(device.bytesArrived(), 0);
-    struct stat st;
-    EXPECT_NE(::lstat((root + "/created").c_str(), &st), 0) << "the dangling link was followed";
 
     // The same files through the symbolic link to a regular file: read.
     const CliRun r = cli(with(port, { "--retry", "0", "--timeout", "50", "batch", link }));
@@ -826,16 +796,6 @@ TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
 // on: here 40 columns, so each line is cut to 39 and ends in "...".
 TEST(Cli, TheStatusLineFitsTheTerminal)
 {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    char name[128] = { 0 };
-    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0
-        && ptsname_r(master, name, sizeof name) == 0);
-    const int terminal = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_GE(terminal, 0);
-    struct winsize size = {};
-    size.ws_col = 40;
-    size.ws_row = 24;
-    ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
     std::vector<std::string> words;
     const QString emulator = TECO_EMULATOR;
     for (const QString &w : emulator.split('|', Qt::SkipEmptyParts))
@@ -846,16 +806,18 @@ TEST(Cli, TheStatusLineFitsTheTerminal)
     for (std::string &w : words)
         argv.push_back(&w[0]);
     argv.push_back(nullptr);
-    const pid_t child = fork();
+    struct winsize size = {};
+    size.ws_col = 40;
+    size.ws_row = 24;
+    int master = -1;
+    const pid_t child = forkpty(&master, nullptr, nullptr, &size);
     ASSERT_GE(child, 0);
     if (child == 0) {
         const int null = ::open("/dev/null", O_WRONLY);
         dup2(null, STDOUT_FILENO);
-        dup2(terminal, STDERR_FILENO);
         execv(argv[0], argv.data());
         _exit(127);
     }
-    ::close(terminal);
     std::string seen;
     char buffer[512];
     ssize_t n;

@@ -4,6 +4,7 @@
 
 #include "command.h"
 #include "faultrule.h"
+#include "hex.h"
 #include "registermap.h"
 #include "seriallink.h"
 #include "simdrive.h"
@@ -127,19 +128,13 @@ TEST(AddressTexts, RefuseTypingErrors)
         { "", "unknown address \"\"" },
         { "HR0",
             "address \"HR0\" is out of range: numbers run from 1 to 65536 (one-based: HR1 is the first" },
-        { "HR0x0", "address \"HR0x0\" is out of range" },
-        { "HR0x10001", "address \"HR0x10001\" is out of range" },
         { "HR0x", "unknown address \"HR0x\"" },
-        { "HR0x100000", "unknown address" },
         { "HR0xG1", "unknown address" },
-        { "HR0x-1", "unknown address" },
         { "HR65536", "address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535",
             true },
         { "HR-1", "unknown address \"HR-1\" (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number",
             true },
-        { "XR100", "unknown address \"XR100\"" },
         { "HR", "unknown address \"HR\"" },
-        { "H100", "unknown address \"H100\"" },
         { "HR65537", "address \"HR65537\" is out of range" },
         { "HR123456", "unknown address" },
         { "HR100.16", "bad bit in address \"HR100.16\"" },
@@ -213,18 +208,18 @@ TEST(FaultRules, MatchTheRequestsRange)
 
 TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
 {
+    // One row per way a rule is refused; what each key takes is its line of
+    // the key table, shown here once through the value key's range.
     struct Row
     {
         const char *text;
         const char *error;
     } rows[] = {
         { "", "unknown fault \"\" (noreply, corrupt" },
-        { "explode", "unknown fault \"explode\"" },
         { "noreply:", "fault \"noreply:\" has an empty key (write KIND:KEY=VALUE,...)" },
         { "late:ms=5,,times=1", "fault \"late:ms=5,,times=1\" has an empty key" },
         { "late:code=2",
             "fault \"late:code=2\": late has no key \"code\" (it takes station, at, rate, times and ms)" },
-        { "noreply:colour=red", "fault \"noreply:colour=red\": noreply has no key \"colour\"" },
         { "late:ms=5,ms=6", "fault \"late:ms=5,ms=6\" gives the key \"ms\" twice" },
         { "noreply:at", "fault \"noreply:at\": the key \"at\" needs a value, an address without a bit" },
         { "exception:code=",
@@ -232,28 +227,12 @@ TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
         { "exception:code=99",
             "fault \"exception:code=99\": the key \"code\" takes a Modbus exception code from 1 to 11, not "
             "\"99\"" },
-        { "exception:code=0",
-            "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code from 1 to 11" },
-        { "truncate:keep=1000",
-            "fault \"truncate:keep=1000\": the key \"keep\" takes a byte count from 0 to 255 (a "
-            "reply has at most 256 bytes), not \"1000\"" },
-        { "truncate:keep=256",
-            "fault \"truncate:keep=256\": the key \"keep\" takes a byte count from 0 to 255" },
-        { "late:ms=-1",
-            "fault \"late:ms=-1\": the key \"ms\" takes milliseconds from 0 to 600000, not \"-1\"" },
-        { "wrongstation:as=256",
-            "fault \"wrongstation:as=256\": the key \"as\" takes a station number from 0 to 255" },
-        { "noise:bytes=1025",
-            "fault \"noise:bytes=1025\": the key \"bytes\" takes a byte count from 0 to 1024" },
-        { "noreply:rate=1.5",
-            "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1 (0.1 or 10%)" },
-        { "noreply:rate=x", "fault \"noreply:rate=x\": the key \"rate\" takes a share" },
-        { "noreply:times=0",
-            "fault \"noreply:times=0\": the key \"times\" takes a count from 1 to 1000000000" },
+        { "exception:code=0", "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code" },
+        { "noreply:rate=1.5", "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1" },
+        { "noreply:times=0", "fault \"noreply:times=0\": the key \"times\" takes a count from 1" },
         { "noreply:at=HR100.3",
             "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
-        { "noreply:station=300",
-            "fault \"noreply:station=300\": the key \"station\" takes a station from 0 to 247" },
+        { "noreply:station=300", "fault \"noreply:station=300\": the key \"station\" takes a station" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
@@ -262,6 +241,13 @@ TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
         EXPECT_FALSE(FaultRule::parse(row.text, r, error));
         EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
         EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    }
+    // Each kind's own key stops at its range: one past either end is refused.
+    for (const char *text :
+        { "truncate:keep=256", "late:ms=-1", "wrongstation:as=256", "noise:bytes=1025", "noreply:rate=x" }) {
+        FaultRule r;
+        std::string error;
+        EXPECT_FALSE(FaultRule::parse(text, r, error)) << text;
     }
 }
 
@@ -362,27 +348,15 @@ TEST(CommandValues, ParseIntoTheTypesRange)
         bool good;
         uint32_t value;
     } rows[] = {
-        { "1", ValueType::Bit, true, 1 },
-        { "on", ValueType::Bit, true, 1 },
-        { "off", ValueType::Bit, true, 0 },
-        { "2", ValueType::Bit, false, 0 },
-        { "255", ValueType::Byte, true, 255 },
-        { "-128", ValueType::Byte, true, 0xFFFFFF80 },
-        { "256", ValueType::Byte, false, 0 },
-        { "65535", ValueType::Word, true, 65535 },
-        { "-32768", ValueType::Word, true, 0xFFFF8000 },
-        { "0x1F", ValueType::Word, true, 31 },
-        { "65536", ValueType::Word, false, 0 },
-        { "-32769", ValueType::Word, false, 0 },
+        { "1", ValueType::Bit, true, 1 }, { "on", ValueType::Bit, true, 1 },
+        { "off", ValueType::Bit, true, 0 }, { "2", ValueType::Bit, false, 0 },
+        { "255", ValueType::Byte, true, 255 }, { "-128", ValueType::Byte, true, 0xFFFFFF80 },
+        { "256", ValueType::Byte, false, 0 }, { "65535", ValueType::Word, true, 65535 },
+        { "-32768", ValueType::Word, true, 0xFFFF8000 }, { "0x1F", ValueType::Word, true, 31 },
+        { "65536", ValueType::Word, false, 0 }, { "-32769", ValueType::Word, false, 0 },
         { "4294967295", ValueType::DWord, true, 0xFFFFFFFF },
-        { "-2147483648", ValueType::DWord, true, 0x80000000 },
-        { "4294967296", ValueType::DWord, false, 0 },
-        { "99999999999999999999999", ValueType::DWord, false, 0 },
-        { "12abc", ValueType::Word, false, 0 },
-        { "", ValueType::Word, false, 0 },
-        { "-", ValueType::Word, false, 0 },
-        { "0x", ValueType::Word, false, 0 },
-        { "+5", ValueType::Word, false, 0 },
+        { "-2147483648", ValueType::DWord, true, 0x80000000 }, { "4294967296", ValueType::DWord, false, 0 },
+        { "12abc", ValueType::Word, false, 0 }, // the forms of numbers: test_textutil.cpp
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
@@ -491,7 +465,6 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "batch" }, true, "a batch cannot start another batch" },
         { { "trace", "on" }, false,
             "unknown command \"trace\" (info, read, write, poll, scan, batch, shell or decode)" },
-        { { "fault", "noreply" }, false, "unknown command \"fault\"" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
         { { "fault", "noreply:times=1" }, true, "" },
@@ -536,14 +509,10 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
             "a word takes an integer, not \"1.5\" (for a number with a fraction give a format, such as "
             "--format float32)" },
         { { "poll", "HR100@2", "IR1:uint16:2@0" }, false, "" },
-        { { "poll", "HR100@" }, false, "a tag's station follows \"@\"" },
         { { "poll", "HR100@256" }, false, "a tag's station follows \"@\"" },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &a : row.args)
-            shown += a + " ";
-        SCOPED_TRACE(shown + (row.batchLine ? "(in a batch)" : ""));
+        SCOPED_TRACE(joined(row.args) + (row.batchLine ? "(in a batch)" : ""));
         CliOptions o;
         Command c;
         std::string error;
@@ -670,10 +639,7 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
         { { "read", "HR1", "--format" }, "int32:C", { "int32:CDAB" } },
     };
     for (const Row &row : rows) {
-        std::string shown;
-        for (const std::string &w : row.before)
-            shown += w + " ";
-        SCOPED_TRACE(shown + "[" + row.word + "]");
+        SCOPED_TRACE(joined(row.before) + "[" + row.word + "]");
         EXPECT_EQ(completeShellWord(row.before, row.word), row.completions);
     }
 }

@@ -1,6 +1,7 @@
 // The command-line machinery that teco-cli and teco-sim share: what each
 // word of a command line becomes, and the one sentence for each mistake.
 
+#include "hex.h"
 #include "optiontable.h"
 
 #include <gtest/gtest.h>
@@ -18,14 +19,6 @@ struct Parsed
 };
 
 enum Scope { Anywhere, FirstOnly };
-
-std::string shown(const std::vector<std::string> &args)
-{
-    std::string text;
-    for (const std::string &a : args)
-        text += a + " ";
-    return text;
-}
 
 OptionTable table(Parsed &p)
 {
@@ -75,7 +68,7 @@ TEST(OptionTable, SetsWhatEachRowNames)
         { { "--even", "12" }, {}, false, nullptr, 0, 0, false },
     };
     for (const Row &row : rows) {
-        SCOPED_TRACE(shown(row.args));
+        SCOPED_TRACE(joined(row.args));
         Parsed p;
         std::vector<std::string> arguments;
         std::string error;
@@ -108,13 +101,9 @@ TEST(OptionTable, RefusesWithOneSentence)
         { { "--quiet", "--count" }, true, "option --count needs a value" },
         { { "--count", "0" }, true, "option --count takes a number from 1 to 100, not \"0\"" },
         { { "--count", "101" }, true, "option --count takes a number from 1 to 100, not \"101\"" },
-        { { "--count", "-5" }, true, "option --count takes a number from 1 to 100, not \"-5\"" },
-        { { "--count", "+5" }, true, "option --count takes a number from 1 to 100, not \"+5\"" },
-        { { "--count", " 5" }, true, "option --count takes a number from 1 to 100, not \" 5\"" },
+        // What a number is (signs, spaces, overflow) is checked in test_textutil.cpp.
         { { "--count", "5x" }, true, "option --count takes a number from 1 to 100, not \"5x\"" },
         { { "--count=" }, true, "option --count takes a number from 1 to 100, not \"\"" },
-        { { "--count", "99999999999999999999999" }, true,
-            "option --count takes a number from 1 to 100, not \"99999999999999999999999\"" },
         { { "--count", "--quiet" }, true, "option --count takes a number from 1 to 100, not \"--quiet\"" },
         { { "--even", "3" }, true, "odd \"3\"" },
         { { "stray" }, false, "unknown argument stray" },
@@ -125,7 +114,7 @@ TEST(OptionTable, RefusesWithOneSentence)
         { { "--quiet", "-5" }, false, "unknown argument -5" },
     };
     for (const Row &row : rows) {
-        SCOPED_TRACE(shown(row.args));
+        SCOPED_TRACE(joined(row.args));
         Parsed p;
         std::vector<std::string> arguments;
         std::string error;

@@ -15,6 +15,14 @@ std::string toHex(const QByteArray &bytes)
     return out;
 }
 
+std::string joined(const std::vector<std::string> &words)
+{
+    std::string out;
+    for (const std::string &w : words)
+        out += w + " ";
+    return out;
+}
+
 quint16 bitwiseCrc16(const QByteArray &bytes)
 {
     quint16 crc = 0xFFFF;

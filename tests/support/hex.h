@@ -24,6 +24,9 @@ QByteArray repeated(const char *bytes, int times);
 // 16-bit values in the panel's order, low byte first.
 QByteArray words(std::initializer_list<quint16> values);
 
+// Words with a space after each, to name a row of command-line words.
+std::string joined(const std::vector<std::string> &words);
+
 // gtest prints QByteArray and QString through these.
 QT_BEGIN_NAMESPACE
 void PrintTo(const QByteArray &bytes, std::ostream *os);
