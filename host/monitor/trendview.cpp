@@ -442,7 +442,10 @@ void TrendView::refresh()
             while (i < last) {
                 const double bucketEnd = std::floor((r.at(i).x() - from) / width + 1) * width + from;
                 int lowAt = -1, highAt = -1, gapAt = -1;
-                for (; i < last && r.at(i).x() < bucketEnd; ++i) {
+                // Sample i is in this column even when rounding put the
+                // column's end at its time: the loop always moves on.
+                for (const int columnStart = i; i < last && (i == columnStart || r.at(i).x() < bucketEnd);
+                     ++i) {
                     if (std::isnan(r.at(i).y())) {
                         gapAt = gapAt < 0 ? i : gapAt; // a failed read: the line breaks in this column
                         continue;
