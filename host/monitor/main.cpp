@@ -40,16 +40,17 @@ struct MonitorArguments
     bool version = false;
 };
 
-} // namespace
+// Goes on with the program.
+constexpr int carryOn = -1;
 
-int main(int argc, char **argv)
+OptionTable monitorOptionTable(MonitorArguments &a)
 {
-    MonitorArguments a;
-    const OptionTable table({
-        OptionTable::text("tags", a.tags),
-        OptionTable::text("plugin", a.plugin),
-        OptionTable::text("screenshot", a.screenshot),
-        OptionTable::checked("sim-fault",
+    using T = OptionTable;
+    return OptionTable({
+        T::text("tags", a.tags),
+        T::text("plugin", a.plugin),
+        T::text("screenshot", a.screenshot),
+        T::checked("sim-fault",
             [&a](const std::string &text, std::string &error) {
                 FaultRule rule;
                 if (!FaultRule::parse(text, rule, error))
@@ -57,8 +58,8 @@ int main(int argc, char **argv)
                 a.simFaults << QString::fromStdString(text);
                 return true;
             }),
-        OptionTable::text("sim-map", a.simMap),
-        OptionTable::checked("tab",
+        T::text("sim-map", a.simMap),
+        T::checked("tab",
             [&a](const std::string &text, std::string &error) {
                 if (text != "trends" && text != "traffic" && text != "scan") {
                     error = "unknown tab \"" + text + "\" (trends, traffic or scan)";
@@ -67,15 +68,20 @@ int main(int argc, char **argv)
                 a.tab = text;
                 return true;
             }),
-        OptionTable::integer("seconds", 1, 3600, a.seconds),
-        OptionTable::flag("help", a.help),
-        OptionTable::flag("version", a.version),
+        T::integer("seconds", 1, 3600, a.seconds),
+        T::flag("help", a.help),
+        T::flag("version", a.version),
     });
-    std::vector<std::string> args;
-    for (int i = 1; i < argc; ++i)
-        args.push_back(argv[i]);
+}
+
+std::string pluginPath(const MonitorArguments &a) { return a.plugin ? *a.plugin : defaultPluginPath(); }
+
+// Reads the command line into a and answers --help and --version: carryOn,
+// or the exit status.
+int parseArguments(int argc, char **argv, MonitorArguments &a)
+{
     std::string error;
-    if (!table.parse(args, nullptr, error)) {
+    if (!monitorOptionTable(a).parse(std::vector<std::string>(argv + 1, argv + argc), nullptr, error)) {
         std::fprintf(stderr, "teco-monitor: %s\n(teco-monitor --help shows the usage)\n", error.c_str());
         return 2;
     }
@@ -85,67 +91,109 @@ int main(int argc, char **argv)
     }
     if (a.version) {
         QCoreApplication core(argc, argv);
-        std::fputs(versionText("teco-monitor", a.plugin ? *a.plugin : defaultPluginPath()).c_str(), stdout);
+        std::fputs(versionText("teco-monitor", pluginPath(a)).c_str(), stdout);
         return 0;
     }
     if (a.seconds && !a.screenshot) {
         std::fprintf(stderr, "teco-monitor: --seconds goes with --screenshot\n");
         return 2;
     }
-    // A screenshot needs no screen; a window does.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        if (a.screenshot) {
-            qputenv("QT_QPA_PLATFORM", "offscreen");
-        } else if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-            std::fprintf(stderr, "teco-monitor: no display to open a window on (DISPLAY is not set)\n");
-            return 2;
-        }
-    }
-    QApplication app(argc, argv);
-    const std::string plugin = a.plugin ? *a.plugin : defaultPluginPath();
+    return carryOn;
+}
 
-    MainWindow window(QString::fromStdString(plugin));
+// A screenshot needs no screen; a window does. False with the message
+// printed when there is none.
+bool chooseScreen(bool screenshot)
+{
+    if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        return true;
+    if (screenshot) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        return true;
+    }
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        std::fprintf(stderr, "teco-monitor: no display to open a window on (DISPLAY is not set)\n");
+        return false;
+    }
+    return true;
+}
+
+// The window as the command line asks for it; false with the message
+// printed for a tag list that does not load.
+bool setUpWindow(MainWindow &window, const MonitorArguments &a)
+{
     window.setSimFaults(a.simFaults);
     if (a.simMap)
         window.setSimMap(QString::fromStdString(*a.simMap));
     if (a.tab)
         window.tabs()->setCurrentIndex(*a.tab == "trends" ? 0 : *a.tab == "traffic" ? 1 : 2);
-    if (a.tags) {
-        QString e;
-        if (!window.loadTags(QString::fromStdString(*a.tags), e)) {
-            std::fprintf(stderr, "teco-monitor: %s\n", e.toLocal8Bit().constData());
-            return 2;
+    if (!a.tags)
+        return true;
+    QString e;
+    if (window.loadTags(QString::fromStdString(*a.tags), e))
+        return true;
+    std::fprintf(stderr, "teco-monitor: %s\n", e.toLocal8Bit().constData());
+    return false;
+}
+
+// Saves the window as a PNG after polling for seconds, prints what it shows
+// and quits; status becomes 1 when the line or the file fails.
+void arrangeScreenshot(
+    QApplication &app, MainWindow &window, const std::string &file, int seconds, int &status)
+{
+    QObject::connect(&window, &MainWindow::connectFailed, &app, [&app, &status](const QString &e) {
+        std::fprintf(stderr, "teco-monitor: cannot connect: %s\n", e.toLocal8Bit().constData());
+        status = 1;
+        app.quit();
+    });
+    QTimer::singleShot(seconds * 1000, &app, [&app, &window, &status, file] {
+        window.trends()->refresh();
+        if (!window.grab().save(QString::fromStdString(file), "PNG")) {
+            std::fprintf(stderr, "teco-monitor: cannot write %s as a PNG image\n", file.c_str());
+            status = 1;
+        } else {
+            std::printf("teco-monitor: wrote %s: %d tags, %d points plotted\n", file.c_str(),
+                window.tags()->rowCount(), window.trends()->plottedPoints());
         }
-    }
+        app.quit();
+    });
+}
+
+// Shows the window until it closes (or the screenshot is taken); the exit
+// status.
+int run(QApplication &app, const MonitorArguments &a)
+{
+    MainWindow window(QString::fromStdString(pluginPath(a)));
+    if (!setUpWindow(window, a))
+        return 2;
     int status = 0;
-    QObject::connect(&window, &MainWindow::driverReady, &app, [&](bool ok, const QString &e) {
-        if (!ok) {
+    const bool screenshot = a.screenshot.has_value();
+    QObject::connect(
+        &window, &MainWindow::driverReady, &app, [&app, &status, screenshot](bool ok, const QString &e) {
+            if (ok)
+                return;
             std::fprintf(stderr, "teco-monitor: %s\n", e.toLocal8Bit().constData());
             status = 2;
-            if (a.screenshot)
+            if (screenshot)
                 app.quit();
-        }
-    });
-    if (a.screenshot) {
-        QObject::connect(&window, &MainWindow::connectFailed, &app, [&](const QString &e) {
-            std::fprintf(stderr, "teco-monitor: cannot connect: %s\n", e.toLocal8Bit().constData());
-            status = 1;
-            app.quit();
         });
-        const QString path = QString::fromStdString(*a.screenshot);
-        QTimer::singleShot((a.seconds ? *a.seconds : 3) * 1000, &app, [&, path] {
-            window.trends()->refresh();
-            if (!window.grab().save(path, "PNG")) {
-                std::fprintf(stderr, "teco-monitor: cannot write %s as a PNG image\n", a.screenshot->c_str());
-                status = 1;
-            } else {
-                std::printf("teco-monitor: wrote %s: %d tags, %d points plotted\n", a.screenshot->c_str(),
-                    window.tags()->rowCount(), window.trends()->plottedPoints());
-            }
-            app.quit();
-        });
-    }
+    if (screenshot)
+        arrangeScreenshot(app, window, *a.screenshot, a.seconds ? *a.seconds : 3, status);
     window.show();
     const int ran = app.exec();
     return status ? status : ran;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    MonitorArguments a;
+    const int parsed = parseArguments(argc, argv, a);
+    if (parsed != carryOn)
+        return parsed;
+    if (!chooseScreen(a.screenshot.has_value()))
+        return 2;
+    QApplication app(argc, argv);
+    return run(app, a);
 }

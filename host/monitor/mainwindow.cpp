@@ -222,6 +222,36 @@ MainWindow::~MainWindow()
 QWidget *MainWindow::makeConnectionPanel()
 {
     auto *box = new QGroupBox("Connection");
+    makeLineFields();
+    auto *rescan = new QPushButton("Ports");
+    rescan->setToolTip("look for serial ports again");
+    QHBoxLayout *mapRow = makeSimFields();
+    connectButton = new QPushButton("Connect");
+    connectButton->setEnabled(false);
+    auto *grid = new QGridLayout(box);
+    layOutConnection(grid, rescan, mapRow);
+    makePollFields(grid);
+
+    refreshPorts();
+    auto simOnly = [this] {
+        const bool sim = chosenPort().isEmpty();
+        simStations->setEnabled(sim);
+        simFaults->setEnabled(sim);
+        simMap->setEnabled(sim);
+    };
+    connect(port, &QComboBox::currentTextChanged, this, simOnly);
+    connect(rescan, &QPushButton::clicked, this, &MainWindow::refreshPorts);
+    connect(connectButton, &QPushButton::clicked, this, [this] {
+        if (connected || connecting)
+            disconnectLine();
+        else
+            connectLine();
+    });
+    return box;
+}
+
+void MainWindow::makeLineFields()
+{
     port = new QComboBox;
     port->setObjectName("port");
     port->setEditable(true); // any path: /dev/pts/N, /dev/serial/by-id/...
@@ -229,8 +259,6 @@ QWidget *MainWindow::makeConnectionPanel()
     port->setToolTip(
         "a serial port (choose one, or type its path), or the simulated drive on a pseudo-terminal");
     port->setMinimumContentsLength(16);
-    auto *rescan = new QPushButton("Ports");
-    rescan->setToolTip("look for serial ports again");
     linkText = new QLineEdit;
     linkText->setToolTip("interface, baud rate, parity, data bits, stop bits");
     station = spin(1, 247);
@@ -242,6 +270,10 @@ QWidget *MainWindow::makeConnectionPanel()
     lateGuard = spin(-1, 60000, " ms");
     lateGuard->setSpecialValueText("time-out");
     lateGuard->setToolTip("after a failed exchange, hold that station's next request back this long");
+}
+
+QHBoxLayout *MainWindow::makeSimFields()
+{
     simStations = new QLineEdit("1,2,3");
     simStations->setToolTip("the stations the simulated drive serves, such as 1,2,5-7");
     simFaults = new QLineEdit;
@@ -255,10 +287,19 @@ QWidget *MainWindow::makeConnectionPanel()
     auto *browseMap = new QPushButton("...");
     browseMap->setToolTip("choose a map file");
     browseMap->setMaximumWidth(browseMap->fontMetrics().horizontalAdvance("...") + 24);
-    connectButton = new QPushButton("Connect");
-    connectButton->setEnabled(false);
+    connect(browseMap, &QPushButton::clicked, this, [this] {
+        const QString path = QFileDialog::getOpenFileName(this, "Map of the simulated drive");
+        if (!path.isEmpty())
+            simMap->setText(path);
+    });
+    auto *mapRow = new QHBoxLayout;
+    mapRow->addWidget(simMap, 1);
+    mapRow->addWidget(browseMap);
+    return mapRow;
+}
 
-    auto *grid = new QGridLayout(box);
+void MainWindow::layOutConnection(QGridLayout *grid, QPushButton *rescan, QHBoxLayout *mapRow)
+{
     auto *portRow = new QHBoxLayout;
     portRow->addWidget(port, 1);
     portRow->addWidget(rescan);
@@ -280,11 +321,12 @@ QWidget *MainWindow::makeConnectionPanel()
     grid->addWidget(simStations, 4, 3);
     grid->addWidget(new QLabel("Sim faults"), 5, 0);
     grid->addWidget(simFaults, 5, 1, 1, 3);
-    auto *mapRow = new QHBoxLayout;
-    mapRow->addWidget(simMap, 1);
-    mapRow->addWidget(browseMap);
     grid->addWidget(new QLabel("Sim map"), 6, 0);
     grid->addLayout(mapRow, 6, 1, 1, 3);
+}
+
+void MainWindow::makePollFields(QGridLayout *grid)
+{
     pollBox = new QCheckBox("Poll every");
     pollBox->setChecked(true);
     interval = spin(10, 3600000, " ms");
@@ -296,28 +338,6 @@ QWidget *MainWindow::makeConnectionPanel()
     grid->addWidget(connectButton, 7, 2, 1, 2);
     grid->setColumnStretch(1, 1);
     grid->setColumnStretch(3, 1);
-
-    refreshPorts();
-    auto simOnly = [this] {
-        const bool sim = chosenPort().isEmpty();
-        simStations->setEnabled(sim);
-        simFaults->setEnabled(sim);
-        simMap->setEnabled(sim);
-    };
-    connect(browseMap, &QPushButton::clicked, this, [this] {
-        const QString path = QFileDialog::getOpenFileName(this, "Map of the simulated drive");
-        if (!path.isEmpty())
-            simMap->setText(path);
-    });
-    connect(port, &QComboBox::currentTextChanged, this, simOnly);
-    connect(rescan, &QPushButton::clicked, this, &MainWindow::refreshPorts);
-    connect(connectButton, &QPushButton::clicked, this, [this] {
-        if (connected || connecting)
-            disconnectLine();
-        else
-            connectLine();
-    });
-    return box;
 }
 
 QStringList MainWindow::portChoices() const
@@ -373,17 +393,46 @@ void MainWindow::refreshPorts()
 QWidget *MainWindow::makeTagPanel()
 {
     auto *box = new QGroupBox("Tags");
+    auto *layout = new QVBoxLayout(box);
+    layout->addLayout(makeAddRow());
+    makeTagTable();
+    layout->addWidget(tagTable, 1);
+    layout->addLayout(makeTagButtons());
+    auto *hint = new QLabel("Double-click a value to write it; tick a tag to trend it.");
+    hint->setStyleSheet("color: gray");
+    layout->addWidget(hint);
+
+    connect(pollBox, &QCheckBox::toggled, this, &MainWindow::sendPolling);
+    connect(pollBox, &QCheckBox::toggled, this, [this](bool on) {
+        if (!on)
+            tagModel->markAllStale(notPolled);
+    });
+    connect(interval, QOverload<int>::of(&QSpinBox::valueChanged), this, &MainWindow::sendPolling);
+    return box;
+}
+
+QHBoxLayout *MainWindow::makeAddRow()
+{
     tagLine = new QLineEdit;
     tagLine->setPlaceholderText("HR100, IR1:word:2, HR200:float32 station=2");
     tagLine->setToolTip(
         "ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off] [alarm], as teco-cli's poll tags;\n"
         "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
     auto *add = new QPushButton("Add");
-    auto *remove = new QPushButton("Remove");
-    auto *up = new QPushButton("Up");
-    auto *down = new QPushButton("Down");
-    auto *load = new QPushButton("Load...");
-    auto *save = new QPushButton("Save...");
+    auto *addRow = new QHBoxLayout;
+    addRow->addWidget(tagLine, 1);
+    addRow->addWidget(add);
+    auto addTyped = [this] {
+        if (addTagLine(tagLine->text()))
+            tagLine->clear();
+    };
+    connect(add, &QPushButton::clicked, this, addTyped);
+    connect(tagLine, &QLineEdit::returnPressed, this, addTyped);
+    return addRow;
+}
+
+void MainWindow::makeTagTable()
+{
     tagTable = new QTableView;
     tagTable->setModel(tagModel);
     tagTable->setItemDelegate(new TagDelegate(tagTable));
@@ -402,42 +451,27 @@ QWidget *MainWindow::makeTagPanel()
         tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 14);
     tagTable->setColumnWidth(
         TagModel::TagColumn, tagTable->columnWidth(TagModel::TagColumn) + 22); // the tick
+}
 
-    auto *addRow = new QHBoxLayout;
-    addRow->addWidget(tagLine, 1);
-    addRow->addWidget(add);
+QHBoxLayout *MainWindow::makeTagButtons()
+{
+    auto *remove = new QPushButton("Remove");
+    auto *up = new QPushButton("Up");
+    auto *down = new QPushButton("Down");
+    auto *load = new QPushButton("Load...");
+    auto *save = new QPushButton("Save...");
     auto *buttons = new QHBoxLayout;
     for (QPushButton *b : { remove, up, down })
         buttons->addWidget(b);
     buttons->addStretch();
     buttons->addWidget(load);
     buttons->addWidget(save);
-    auto *layout = new QVBoxLayout(box);
-    layout->addLayout(addRow);
-    layout->addWidget(tagTable, 1);
-    layout->addLayout(buttons);
-    auto *hint = new QLabel("Double-click a value to write it; tick a tag to trend it.");
-    hint->setStyleSheet("color: gray");
-    layout->addWidget(hint);
-
-    auto addTyped = [this] {
-        if (addTagLine(tagLine->text()))
-            tagLine->clear();
-    };
-    connect(add, &QPushButton::clicked, this, addTyped);
-    connect(tagLine, &QLineEdit::returnPressed, this, addTyped);
     connect(remove, &QPushButton::clicked, this, &MainWindow::removeSelected);
     connect(up, &QPushButton::clicked, this, [this] { moveSelected(-1); });
     connect(down, &QPushButton::clicked, this, [this] { moveSelected(1); });
     connect(load, &QPushButton::clicked, this, &MainWindow::chooseLoad);
     connect(save, &QPushButton::clicked, this, &MainWindow::chooseSave);
-    connect(pollBox, &QCheckBox::toggled, this, &MainWindow::sendPolling);
-    connect(pollBox, &QCheckBox::toggled, this, [this](bool on) {
-        if (!on)
-            tagModel->markAllStale(notPolled);
-    });
-    connect(interval, QOverload<int>::of(&QSpinBox::valueChanged), this, &MainWindow::sendPolling);
-    return box;
+    return buttons;
 }
 
 void MainWindow::driverLoaded(bool ok, const QString &error, const DriverDefaults &d)

@@ -18,6 +18,8 @@
 class MonitorWorker;
 class QCheckBox;
 class QComboBox;
+class QGridLayout;
+class QHBoxLayout;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -94,7 +96,14 @@ signals:
 
 private:
     QWidget *makeConnectionPanel();
+    void makeLineFields();
+    QHBoxLayout *makeSimFields(); // the map's row
+    void layOutConnection(QGridLayout *grid, QPushButton *rescan, QHBoxLayout *mapRow);
+    void makePollFields(QGridLayout *grid);
     QWidget *makeTagPanel();
+    QHBoxLayout *makeAddRow();
+    void makeTagTable();
+    QHBoxLayout *makeTagButtons();
     void makeStatusBar();
     // The queued connections between the window, its views and the worker.
     void connectWorker();

@@ -26,41 +26,18 @@ QString TagModel::valueText(int row) const
     return parts.join(' ');
 }
 
-QVariant TagModel::data(const QModelIndex &index, int role) const
-{
-    if (!index.isValid() || index.row() >= rows.size())
-        return QVariant();
-    const Row &r = rows.at(index.row());
-    const Tag &t = r.tag.tag;
-    if (role == Qt::DisplayRole || role == Qt::EditRole) {
-        switch (index.column()) {
-        case TagColumn:
-            return QString::fromStdString(t.text);
-        case StationColumn:
-            return role == Qt::EditRole ? QVariant(r.tag.station)
-                                        : QVariant(r.tag.station ? QString::number(r.tag.station) : "link");
-        case TypeColumn:
-            if (t.format) {
-                const int words = t.format->number == NumberFormat::String
-                    ? t.count
-                    : t.count * t.format->registersPerValue();
-                return QString("%1 word%2").arg(words).arg(words == 1 ? "" : "s");
-            }
-            return QString(valueTypeName(t.type)) + (t.count > 1 ? " x" + QString::number(t.count) : "");
-        case FormatColumn:
-            return t.format ? QString::fromStdString(t.format->text()) : QString();
-        case ValueColumn:
-            return valueText(index.row());
-        case UpdatedColumn:
-            return r.updated.isValid() ? r.updated.toString("HH:mm:ss.zzz") : QString();
-        case ErrorColumn:
-            return r.backoff.isEmpty() ? r.error : r.backoff + ": " + r.error;
-        }
-    }
-    return decoration(r, index.column(), role);
-}
-
 namespace {
+
+// The type column: the words a formatted tag reads, else its type and count.
+QString typeText(const Tag &t)
+{
+    if (t.format) {
+        const int words
+            = t.format->number == NumberFormat::String ? t.count : t.count * t.format->registersPerValue();
+        return QString("%1 word%2").arg(words).arg(words == 1 ? "" : "s");
+    }
+    return QString(valueTypeName(t.type)) + (t.count > 1 ? " x" + QString::number(t.count) : "");
+}
 
 // Whether an alarm tag's value is not zero.
 bool alarmOn(const MonitorTag &tag, const std::vector<std::string> &values)
@@ -74,41 +51,96 @@ bool alarmOn(const MonitorTag &tag, const std::vector<std::string> &values)
 
 } // namespace
 
+QVariant TagModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid() || index.row() >= rows.size())
+        return QVariant();
+    const Row &r = rows.at(index.row());
+    if (role == Qt::DisplayRole || role == Qt::EditRole)
+        return text(index.row(), index.column(), role == Qt::EditRole);
+    return decoration(r, index.column(), role);
+}
+
+QVariant TagModel::text(int row, int column, bool edit) const
+{
+    const Row &r = rows.at(row);
+    const Tag &t = r.tag.tag;
+    switch (column) {
+    case TagColumn:
+        return QString::fromStdString(t.text);
+    case StationColumn:
+        return edit ? QVariant(r.tag.station)
+                    : QVariant(r.tag.station ? QString::number(r.tag.station) : "link");
+    case TypeColumn:
+        return typeText(t);
+    case FormatColumn:
+        return t.format ? QString::fromStdString(t.format->text()) : QString();
+    case ValueColumn:
+        return valueText(row);
+    case UpdatedColumn:
+        return r.updated.isValid() ? r.updated.toString("HH:mm:ss.zzz") : QString();
+    case ErrorColumn:
+        return r.backoff.isEmpty() ? r.error : r.backoff + ": " + r.error;
+    }
+    return QVariant();
+}
+
 QVariant TagModel::decoration(const Row &r, int column, int role) const
 {
     const bool alarm = column == ValueColumn && r.tag.alarm && r.hasValue && alarmOn(r.tag, r.values);
-    if (role == Qt::CheckStateRole && column == TagColumn && trendable(r.tag.tag))
-        return r.tag.trend ? Qt::Checked : Qt::Unchecked;
-    if (role == Qt::ForegroundRole) {
-        if (column == ErrorColumn)
-            return QBrush(QColor(180, 0, 0));
-        if (column == ValueColumn && r.stale)
-            return QBrush(Qt::gray);
+    switch (role) {
+    case Qt::CheckStateRole:
+        if (column == TagColumn && trendable(r.tag.tag))
+            return r.tag.trend ? Qt::Checked : Qt::Unchecked;
+        break;
+    case Qt::ForegroundRole:
+        return foreground(r, column, alarm);
+    case Qt::BackgroundRole:
         if (alarm)
-            return QBrush(Qt::white);
+            return QBrush(r.stale ? QColor(230, 150, 150) : QColor(200, 0, 0));
+        break;
+    case Qt::FontRole:
+        if (column == ValueColumn && (r.stale || alarm)) {
+            QFont f;
+            f.setItalic(r.stale);
+            f.setBold(alarm);
+            return f;
+        }
+        break;
+    case Qt::TextAlignmentRole:
+        if (column == ValueColumn || column == StationColumn)
+            return int(Qt::AlignRight | Qt::AlignVCenter);
+        break;
+    case Qt::ToolTipRole:
+        return toolTip(r, column, alarm);
     }
-    if (role == Qt::BackgroundRole && alarm)
-        return QBrush(r.stale ? QColor(230, 150, 150) : QColor(200, 0, 0));
-    if (role == Qt::FontRole && column == ValueColumn && (r.stale || alarm)) {
-        QFont f;
-        f.setItalic(r.stale);
-        f.setBold(alarm);
-        return f;
-    }
-    if (role == Qt::TextAlignmentRole && (column == ValueColumn || column == StationColumn))
-        return int(Qt::AlignRight | Qt::AlignVCenter);
-    if (role == Qt::ToolTipRole) {
-        const QString prefix = alarm ? "alarm (not zero); " : QString();
-        if (column == ValueColumn)
-            return prefix
-                + (r.stale ? r.staleWhy + ": this value is from " + r.updated.toString("HH:mm:ss.zzz")
-                           : QString("double-click to write"));
-        if (column == TagColumn)
-            return trendable(r.tag.tag) ? "ticked: shown in the trend" : "text: not trended";
-        if (column == FormatColumn && takesFormat(r.tag.tag))
-            return "double-click to choose a number format";
-        if (column == ErrorColumn)
-            return r.error;
+    return QVariant();
+}
+
+QVariant TagModel::foreground(const Row &r, int column, bool alarm)
+{
+    if (column == ErrorColumn)
+        return QBrush(QColor(180, 0, 0));
+    if (column == ValueColumn && r.stale)
+        return QBrush(Qt::gray);
+    if (alarm)
+        return QBrush(Qt::white);
+    return QVariant();
+}
+
+QVariant TagModel::toolTip(const Row &r, int column, bool alarm)
+{
+    switch (column) {
+    case ValueColumn:
+        return (alarm ? "alarm (not zero); " : QString())
+            + (r.stale ? r.staleWhy + ": this value is from " + r.updated.toString("HH:mm:ss.zzz")
+                       : QString("double-click to write"));
+    case TagColumn:
+        return trendable(r.tag.tag) ? "ticked: shown in the trend" : "text: not trended";
+    case FormatColumn:
+        return takesFormat(r.tag.tag) ? "double-click to choose a number format" : QVariant();
+    case ErrorColumn:
+        return r.error;
     }
     return QVariant();
 }

@@ -105,7 +105,12 @@ private:
     };
     void rowChanged(int row);
     bool setValue(int row, const QString &typed, bool confirm);
+    // What the cells show: their text (for editing, with edit), and the
+    // other roles.
+    QVariant text(int row, int column, bool edit) const;
     QVariant decoration(const Row &r, int column, int role) const;
+    static QVariant foreground(const Row &r, int column, bool alarm);
+    static QVariant toolTip(const Row &r, int column, bool alarm);
     void forgetValue(Row &row);
     Row newRow(const MonitorTag &tag); // with the next id
 

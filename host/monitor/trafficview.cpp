@@ -32,38 +32,58 @@ QVariant TraceModel::data(const QModelIndex &index, int role) const
     if (!index.isValid() || size_t(index.row()) >= rows.size())
         return QVariant();
     const Row &r = rows[size_t(index.row())];
+    switch (role) {
+    case Qt::DisplayRole:
+        return text(r, index.column());
+    case Qt::ForegroundRole:
+        return foreground(r);
+    case Qt::FontRole:
+        if (index.column() == BytesColumn)
+            return QFontDatabase::systemFont(QFontDatabase::FixedFont);
+        break;
+    case Qt::ToolTipRole:
+        if (index.column() >= FrameColumn)
+            return r.frame + "\n" + r.bytes;
+        break;
+    case Qt::TextAlignmentRole:
+        if (index.column() == StationColumn || index.column() == AfterColumn)
+            return int(Qt::AlignRight | Qt::AlignVCenter);
+        break;
+    }
+    return QVariant();
+}
+
+QVariant TraceModel::text(const Row &r, int column)
+{
+    const TraceEvent &e = r.event;
+    switch (column) {
+    case TimeColumn:
+        return r.time.toString("HH:mm:ss.zzz");
+    case StationColumn:
+        return e.station >= 0 ? QVariant(e.station) : QVariant();
+    case KindColumn:
+        return traceKindName(e.kind);
+    case AfterColumn:
+        return e.kind == TraceEvent::Kind::Sent || e.sinceRequestNs < 0
+            ? QString()
+            : QString::number(double(e.sinceRequestNs) / 1e6, 'f', 1);
+    case FrameColumn:
+        return r.frame;
+    case BytesColumn:
+        return r.bytes;
+    }
+    return QVariant();
+}
+
+// Trouble in red, requests in blue.
+QVariant TraceModel::foreground(const Row &r)
+{
     const TraceEvent &e = r.event;
     const bool trouble = e.kind != TraceEvent::Kind::Sent && e.kind != TraceEvent::Kind::Received;
-    if (role == Qt::DisplayRole) {
-        switch (index.column()) {
-        case TimeColumn:
-            return r.time.toString("HH:mm:ss.zzz");
-        case StationColumn:
-            return e.station >= 0 ? QVariant(e.station) : QVariant();
-        case KindColumn:
-            return traceKindName(e.kind);
-        case AfterColumn:
-            return e.kind == TraceEvent::Kind::Sent || e.sinceRequestNs < 0
-                ? QString()
-                : QString::number(double(e.sinceRequestNs) / 1e6, 'f', 1);
-        case FrameColumn:
-            return r.frame;
-        case BytesColumn:
-            return r.bytes;
-        }
-    }
-    if (role == Qt::ForegroundRole) {
-        if (trouble || r.frame.contains("exception") || r.frame.contains("BAD"))
-            return QBrush(QColor(180, 0, 0));
-        if (e.kind == TraceEvent::Kind::Sent)
-            return QBrush(QColor(0, 70, 150));
-    }
-    if (role == Qt::FontRole && index.column() == BytesColumn)
-        return QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    if (role == Qt::ToolTipRole && index.column() >= FrameColumn)
-        return r.frame + "\n" + r.bytes;
-    if (role == Qt::TextAlignmentRole && (index.column() == StationColumn || index.column() == AfterColumn))
-        return int(Qt::AlignRight | Qt::AlignVCenter);
+    if (trouble || r.frame.contains("exception") || r.frame.contains("BAD"))
+        return QBrush(QColor(180, 0, 0));
+    if (e.kind == TraceEvent::Kind::Sent)
+        return QBrush(QColor(0, 70, 150));
     return QVariant();
 }
 
@@ -175,7 +195,25 @@ TrafficView::TrafficView(QWidget *parent)
     , filtered(new TraceFilter(this))
 {
     filtered->setSourceModel(trace);
+    QHBoxLayout *bar = makeFilterBar();
+    makeTraceView();
+    makeHealthView();
+    QWidget *healthBox = makeHealthBox();
+    auto *split = new QSplitter(Qt::Vertical);
+    split->addWidget(view);
+    split->addWidget(healthBox);
+    split->setStretchFactor(0, 1);
+    split->setStretchFactor(1, 0);
+    split->setSizes({ 540, 130 });
 
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 4, 4, 4);
+    layout->addLayout(bar);
+    layout->addWidget(split, 1);
+}
+
+QHBoxLayout *TrafficView::makeFilterBar()
+{
     stationBox = new QComboBox;
     stationBox->addItem("all stations", 0);
     directionBox = new QComboBox;
@@ -188,10 +226,6 @@ TrafficView::TrafficView(QWidget *parent)
     freeze = new QCheckBox("Freeze");
     freeze->setToolTip("stop adding new frames to the list");
     auto *clearButton = new QPushButton("Clear");
-    faultEdit = new QLineEdit;
-    faultEdit->setPlaceholderText("noreply:station=1,times=1");
-    faultEdit->setToolTip("a fault for the simulated drive, as teco-sim --fault takes it");
-    auto *faultButton = new QPushButton("Inject fault");
 
     auto *bar = new QHBoxLayout;
     bar->addWidget(new QLabel("Show"));
@@ -201,6 +235,16 @@ TrafficView::TrafficView(QWidget *parent)
     bar->addWidget(clearButton);
     bar->addStretch();
 
+    connect(stationBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+        [this] { filtered->setStation(stationBox->currentData().toInt()); });
+    connect(directionBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+        [this] { filtered->setDirection(TraceFilter::Direction(directionBox->currentData().toInt())); });
+    connect(clearButton, &QPushButton::clicked, this, &TrafficView::clear);
+    return bar;
+}
+
+void TrafficView::makeTraceView()
+{
     view = new QTableView;
     view->setModel(filtered);
     view->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -215,7 +259,10 @@ TrafficView::TrafficView(QWidget *parent)
     view->setColumnWidth(TraceModel::AfterColumn, m.horizontalAdvance("1000.0") + 16);
     view->setColumnWidth(TraceModel::FrameColumn,
         m.horizontalAdvance("station 1, read holding registers HR100 x1, CRC ok") + 16);
+}
 
+void TrafficView::makeHealthView()
+{
     healthView = new QTableWidget(0, int(std::size(healthColumns)) + 1);
     healthView->verticalHeader()->hide();
     QStringList headers { "Station" };
@@ -229,6 +276,14 @@ TrafficView::TrafficView(QWidget *parent)
     healthView->horizontalHeader()->setStretchLastSection(true);
     healthView->setEditTriggers(QAbstractItemView::NoEditTriggers);
     healthView->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 4);
+}
+
+QWidget *TrafficView::makeHealthBox()
+{
+    faultEdit = new QLineEdit;
+    faultEdit->setPlaceholderText("noreply:station=1,times=1");
+    faultEdit->setToolTip("a fault for the simulated drive, as teco-sim --fault takes it");
+    auto *faultButton = new QPushButton("Inject fault");
 
     auto *healthBox = new QWidget;
     auto *healthLayout = new QVBoxLayout(healthBox);
@@ -240,29 +295,14 @@ TrafficView::TrafficView(QWidget *parent)
     faultRow->addWidget(faultEdit, 1);
     faultRow->addWidget(faultButton);
     healthLayout->addLayout(faultRow);
-    auto *split = new QSplitter(Qt::Vertical);
-    split->addWidget(view);
-    split->addWidget(healthBox);
-    split->setStretchFactor(0, 1);
-    split->setStretchFactor(1, 0);
-    split->setSizes({ 540, 130 });
 
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(4, 4, 4, 4);
-    layout->addLayout(bar);
-    layout->addWidget(split, 1);
-
-    connect(stationBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
-        [this] { filtered->setStation(stationBox->currentData().toInt()); });
-    connect(directionBox, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
-        [this] { filtered->setDirection(TraceFilter::Direction(directionBox->currentData().toInt())); });
-    connect(clearButton, &QPushButton::clicked, this, &TrafficView::clear);
     auto inject = [this] {
         if (!faultEdit->text().trimmed().isEmpty())
             emit faultRequested(faultEdit->text().trimmed());
     };
     connect(faultButton, &QPushButton::clicked, this, inject);
     connect(faultEdit, &QLineEdit::returnPressed, this, inject);
+    return healthBox;
 }
 
 void TrafficView::noteStation(int station)

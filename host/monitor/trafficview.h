@@ -16,6 +16,7 @@
 
 class QCheckBox;
 class QComboBox;
+class QHBoxLayout;
 class QLineEdit;
 class QTableView;
 class QTableWidget;
@@ -43,6 +44,8 @@ private:
         QDateTime time;
         QString frame, bytes;
     };
+    static QVariant text(const Row &r, int column);
+    static QVariant foreground(const Row &r);
     int limit;
     std::deque<Row> rows;
 };
@@ -85,6 +88,10 @@ signals:
     void faultRequested(const QString &rule);
 
 private:
+    QHBoxLayout *makeFilterBar();
+    void makeTraceView();
+    void makeHealthView();
+    QWidget *makeHealthBox();
     void noteStation(int station);
 
     TraceModel *trace;

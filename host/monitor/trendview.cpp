@@ -22,7 +22,9 @@
 #include <QtCharts/QValueAxis>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
 
 using namespace QtCharts;
 
@@ -102,12 +104,62 @@ private:
     bool panning = false;
 };
 
+namespace {
+
+QPushButton *button(const char *text, const char *toolTip)
+{
+    auto *b = new QPushButton(text);
+    b->setToolTip(toolTip);
+    return b;
+}
+
+QComboBox *makeSpanBox()
+{
+    auto *span = new QComboBox;
+    const std::pair<const char *, int> spans[]
+        = { { "30 s", 30 }, { "1 min", 60 }, { "5 min", 300 }, { "15 min", 900 }, { "1 h", 3600 } };
+    for (const auto &s : spans)
+        span->addItem(s.first, s.second);
+    span->setCurrentIndex(1);
+    span->setToolTip("how much of the newest samples the chart shows while it follows them");
+    return span;
+}
+
+} // namespace
+
 TrendView::TrendView(int samplesPerTag, QWidget *parent)
     : QWidget(parent)
     , capacity(samplesPerTag)
     , chart(new QChart)
     , timeAxis(new QDateTimeAxis)
     , sharedAxis(new QValueAxis)
+{
+    setUpChart();
+    span = makeSpanBox();
+    axisPerTag = new QCheckBox("Axis per tag");
+    axisPerTag->setToolTip("each tag on its own value axis, in its colour");
+    pauseButton = button("Pause", "stop following the newest samples (polling goes on)");
+    pauseButton->setCheckable(true);
+    auto *followButton = button("Follow", "undo zoom and pan, and follow the newest samples again");
+    auto *csvButton = button("CSV...", "export every sample kept as CSV: time, tag, value");
+    auto *pngButton = button("PNG...", "save the chart as a PNG image");
+    layOut(followButton, csvButton, pngButton);
+
+    connect(pauseButton, &QPushButton::toggled, this, &TrendView::setPaused);
+    connect(followButton, &QPushButton::clicked, this, &TrendView::follow);
+    connect(axisPerTag, &QCheckBox::toggled, this, [this] {
+        rebuildAxes();
+        refresh();
+    });
+    connect(span, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] { refresh(); });
+    connect(csvButton, &QPushButton::clicked, this, &TrendView::chooseCsv);
+    connect(pngButton, &QPushButton::clicked, this, &TrendView::choosePng);
+    timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &TrendView::refresh);
+    timer->start(250);
+}
+
+void TrendView::setUpChart()
 {
     chart->legend()->setAlignment(Qt::AlignBottom);
     chart->setMargins(QMargins(4, 4, 4, 4));
@@ -122,26 +174,10 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     sharedAxis->setLabelFormat("%g");
     view = new TrendChartView(chart, this);
     view->setMinimumSize(300, 200);
+}
 
-    span = new QComboBox;
-    const std::pair<const char *, int> spans[]
-        = { { "30 s", 30 }, { "1 min", 60 }, { "5 min", 300 }, { "15 min", 900 }, { "1 h", 3600 } };
-    for (const auto &s : spans)
-        span->addItem(s.first, s.second);
-    span->setCurrentIndex(1);
-    span->setToolTip("how much of the newest samples the chart shows while it follows them");
-    axisPerTag = new QCheckBox("Axis per tag");
-    axisPerTag->setToolTip("each tag on its own value axis, in its colour");
-    pauseButton = new QPushButton("Pause");
-    pauseButton->setCheckable(true);
-    pauseButton->setToolTip("stop following the newest samples (polling goes on)");
-    auto *followButton = new QPushButton("Follow");
-    followButton->setToolTip("undo zoom and pan, and follow the newest samples again");
-    auto *csvButton = new QPushButton("CSV...");
-    csvButton->setToolTip("export every sample kept as CSV: time, tag, value");
-    auto *pngButton = new QPushButton("PNG...");
-    pngButton->setToolTip("save the chart as a PNG image");
-
+void TrendView::layOut(QWidget *followButton, QWidget *csvButton, QWidget *pngButton)
+{
     // The export buttons below the chart, so that the bar above stays narrow
     // and the window's tag table keeps its room.
     auto *bar = new QHBoxLayout;
@@ -163,19 +199,6 @@ TrendView::TrendView(int samplesPerTag, QWidget *parent)
     layout->addLayout(bar);
     layout->addWidget(view, 1);
     layout->addLayout(below);
-
-    connect(pauseButton, &QPushButton::toggled, this, &TrendView::setPaused);
-    connect(followButton, &QPushButton::clicked, this, &TrendView::follow);
-    connect(axisPerTag, &QCheckBox::toggled, this, [this] {
-        rebuildAxes();
-        refresh();
-    });
-    connect(span, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] { refresh(); });
-    connect(csvButton, &QPushButton::clicked, this, &TrendView::chooseCsv);
-    connect(pngButton, &QPushButton::clicked, this, &TrendView::choosePng);
-    timer = new QTimer(this);
-    connect(timer, &QTimer::timeout, this, &TrendView::refresh);
-    timer->start(250);
 }
 
 void TrendView::dropTrace(std::map<int, Trace>::iterator it)
@@ -387,9 +410,106 @@ void TrendView::follow()
 
 void TrendView::userMovedView() { following = false; }
 
-void TrendView::refresh()
+namespace {
+
+// How many of r's samples come before time x, or at it with orAt.
+int countBefore(const SampleRing &r, double x, bool orAt)
 {
-    const bool follows = following && !pauseButton->isChecked();
+    int lo = 0, hi = r.size();
+    while (lo < hi) {
+        const int mid = (lo + hi) / 2;
+        if (r.at(mid).x() < x || (orAt && r.at(mid).x() == x))
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    return lo;
+}
+
+// Adds to points, in time order, the lowest, the highest and the first gap
+// (a failed read: the line breaks in this column) of the samples from i on
+// before columnEnd; returns the index after them. Sample i is in the column
+// even when rounding put the column's end at its time: the caller always
+// moves on.
+int keepColumn(const SampleRing &r, int i, int last, double columnEnd, QVector<QPointF> &points)
+{
+    int lowAt = -1, highAt = -1, gapAt = -1;
+    for (const int columnStart = i; i < last && (i == columnStart || r.at(i).x() < columnEnd); ++i) {
+        if (std::isnan(r.at(i).y())) {
+            gapAt = gapAt < 0 ? i : gapAt;
+            continue;
+        }
+        if (lowAt < 0 || r.at(i).y() < r.at(lowAt).y())
+            lowAt = i;
+        if (highAt < 0 || r.at(i).y() > r.at(highAt).y())
+            highAt = i;
+    }
+    std::array<int, 3> keep = { lowAt, highAt, gapAt };
+    std::sort(keep.begin(), keep.end());
+    const auto kept = std::unique(keep.begin(), keep.end());
+    for (auto k = keep.begin(); k != kept; ++k)
+        if (*k >= 0)
+            points.push_back(r.at(*k));
+    return i;
+}
+
+// The samples from time from to time to, and one on either side so that
+// the line runs to the edges. At most about two points per pixel column:
+// the lowest and the highest of each column, in time order, so that no
+// spike is lost.
+void samplesShown(const SampleRing &r, double from, double to, int columns, QVector<QPointF> &points)
+{
+    const int first = std::max(0, countBefore(r, from, false) - 1);
+    const int last = std::min(r.size(), countBefore(r, to, true) + 1);
+    if (last - first <= 2 * columns) {
+        for (int i = first; i < last; ++i)
+            points.push_back(r.at(i));
+        return;
+    }
+    const double width = (to - from) / columns;
+    int i = first;
+    while (i < last) {
+        const double columnEnd = std::floor((r.at(i).x() - from) / width + 1) * width + from;
+        i = keepColumn(r, i, last, columnEnd, points);
+    }
+}
+
+// The lowest and the highest value shown; empty (low > high) without any.
+struct ValueRange
+{
+    double low = std::numeric_limits<double>::infinity();
+    double high = -std::numeric_limits<double>::infinity();
+
+    void include(double lowest, double highest)
+    {
+        low = std::min(low, lowest);
+        high = std::max(high, highest);
+    }
+};
+
+ValueRange valueRange(const QVector<QPointF> &points)
+{
+    ValueRange range;
+    for (const QPointF &p : points)
+        range.include(p.y(), p.y()); // a gap (NaN) changes neither
+    return range;
+}
+
+// The axis over range and a margin; no negative part for values that are
+// never negative.
+void fitAxis(QValueAxis *axis, const ValueRange &range)
+{
+    if (!(range.low <= range.high))
+        return;
+    const double m = std::max((range.high - range.low) * 0.05, 0.5);
+    axis->setRange(range.low >= 0 ? std::max(0.0, range.low - m) : range.low - m, range.high + m);
+    axis->applyNiceNumbers();
+}
+
+} // namespace
+
+void TrendView::showNewest()
+{
     qint64 newest = 0, oldest = 0;
     for (const auto &entry : traces) {
         const SampleRing &r = entry.second.ring;
@@ -398,88 +518,36 @@ void TrendView::refresh()
             oldest = oldest ? std::min(oldest, qint64(r.at(0).x())) : qint64(r.at(0).x());
         }
     }
-    if (follows) {
-        // The span, or less while there are fewer samples (10 s at least).
-        const qint64 end = newest ? newest : QDateTime::currentMSecsSinceEpoch();
-        const qint64 width = qint64(span->currentData().toInt()) * 1000;
-        const qint64 begin = std::min(end - 10000, std::max(end - width, oldest ? oldest : end - width));
-        timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(begin), QDateTime::fromMSecsSinceEpoch(end));
-    } else if (pauseButton->isChecked() && following) {
+    // The span, or less while there are fewer samples (10 s at least).
+    const qint64 end = newest ? newest : QDateTime::currentMSecsSinceEpoch();
+    const qint64 width = qint64(span->currentData().toInt()) * 1000;
+    const qint64 begin = std::min(end - 10000, std::max(end - width, oldest ? oldest : end - width));
+    timeAxis->setRange(QDateTime::fromMSecsSinceEpoch(begin), QDateTime::fromMSecsSinceEpoch(end));
+}
+
+void TrendView::refresh()
+{
+    const bool follows = following && !pauseButton->isChecked();
+    if (follows)
+        showNewest();
+    else if (pauseButton->isChecked() && following)
         return; // paused and untouched: the picture stays as it is
-    }
     const double from = double(timeAxis->min().toMSecsSinceEpoch());
     const double to = double(timeAxis->max().toMSecsSinceEpoch());
-    // At most about two points per pixel column: the lowest and the highest
-    // of each column, in time order, so that no spike is lost.
     const int columns = std::max(100, int(chart->plotArea().width()));
-    double low = INFINITY, high = -INFINITY;
+    ValueRange all;
     for (int id : order) {
         Trace &t = traces.at(id);
-        const SampleRing &r = t.ring;
-        // The samples in range, and one on either side so that the line
-        // runs to the edges.
-        auto countBefore = [&r](double x, bool orAt) {
-            int lo = 0, hi = r.size();
-            while (lo < hi) {
-                const int mid = (lo + hi) / 2;
-                if (r.at(mid).x() < x || (orAt && r.at(mid).x() == x))
-                    lo = mid + 1;
-                else
-                    hi = mid;
-            }
-            return lo;
-        };
-        const int first = std::max(0, countBefore(from, false) - 1);
-        const int last = std::min(r.size(), countBefore(to, true) + 1);
         QVector<QPointF> points;
-        const int n = last - first;
-        if (n <= 2 * columns) {
-            for (int i = first; i < last; ++i)
-                points.push_back(r.at(i));
-        } else {
-            const double width = (to - from) / columns;
-            int i = first;
-            while (i < last) {
-                const double bucketEnd = std::floor((r.at(i).x() - from) / width + 1) * width + from;
-                int lowAt = -1, highAt = -1, gapAt = -1;
-                for (; i < last && r.at(i).x() < bucketEnd; ++i) {
-                    if (std::isnan(r.at(i).y())) {
-                        gapAt = gapAt < 0 ? i : gapAt; // a failed read: the line breaks in this column
-                        continue;
-                    }
-                    if (lowAt < 0 || r.at(i).y() < r.at(lowAt).y())
-                        lowAt = i;
-                    if (highAt < 0 || r.at(i).y() > r.at(highAt).y())
-                        highAt = i;
-                }
-                std::vector<int> keep = { lowAt, highAt, gapAt };
-                std::sort(keep.begin(), keep.end());
-                keep.erase(std::unique(keep.begin(), keep.end()), keep.end());
-                for (int k : keep)
-                    if (k >= 0)
-                        points.push_back(r.at(k));
-            }
-        }
+        samplesShown(t.ring, from, to, columns, points);
         plot(t, points);
-        double tl = INFINITY, th = -INFINITY;
-        for (const QPointF &p : points) {
-            tl = std::min(tl, p.y());
-            th = std::max(th, p.y());
-        }
-        if (t.axis && follows && tl <= th) {
-            const double m = std::max((th - tl) * 0.05, 0.5);
-            t.axis->setRange(tl >= 0 ? std::max(0.0, tl - m) : tl - m, th + m);
-            t.axis->applyNiceNumbers();
-        }
-        low = std::min(low, tl);
-        high = std::max(high, th);
+        const ValueRange shown = valueRange(points);
+        if (t.axis && follows)
+            fitAxis(t.axis, shown);
+        all.include(shown.low, shown.high);
     }
-    if (follows && low <= high) {
-        const double m = std::max((high - low) * 0.05, 0.5);
-        // No negative part for values that are never negative.
-        sharedAxis->setRange(low >= 0 ? std::max(0.0, low - m) : low - m, high + m);
-        sharedAxis->applyNiceNumbers();
-    }
+    if (follows)
+        fitAxis(sharedAxis, all);
 }
 
 bool TrendView::exportCsv(const QString &path, QString &error) const

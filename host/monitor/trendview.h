@@ -91,6 +91,10 @@ private:
         QList<QtCharts::QLineSeries *> pieces; // the pieces after each gap, unnamed
         QtCharts::QValueAxis *axis = nullptr; // its own axis, when each tag has one
     };
+    void setUpChart();
+    void layOut(QWidget *followButton, QWidget *csvButton, QWidget *pngButton);
+    // The time axis over the newest samples and the span chosen.
+    void showNewest();
     void dropTrace(std::map<int, Trace>::iterator it);
     void rebuildAxes();
     // Shows points, which may hold gaps (NaN), as pieces of one line.

@@ -298,6 +298,21 @@ private slots:
         QVERIFY(after.last().endsWith(",HR100,5"));
     }
 
+    // The newest sample lies on the right edge of the chart; when the span
+    // divided into pixel columns rounds so that it also lies on a column's
+    // end, drawing still goes on to the end (it used to loop there forever).
+    void trendEndsOnAColumnEdge()
+    {
+        TrendView view(1000);
+        view.setTags({ { 7, "HR100" } });
+        const qint64 start = 1700000000000;
+        // 12.88 s in 100 columns of 128.8 ms: more than two samples a column.
+        for (int i = 0; i < 645; ++i)
+            view.addSample(7, start + i * 20, i % 2);
+        view.refresh();
+        QVERIFY(view.plottedPoints() > 100 && view.plottedPoints() <= 300);
+    }
+
     // Polling switched off and on while a read is under way: the answer that
     // comes after the switch is not shown as current, and polling goes on.
     void valuesNotPolledAreNotShownAsCurrent()
