@@ -60,13 +60,13 @@ int Session::runLine(const Line &line)
     std::string error;
     int rc = ExitOk;
     if (command.name == "trace") {
-        if (command.argument == "on" && !session.trace && !link.setTrace("-", error))
+        if (command.argument == "on" && !session.trace && !link().setTrace("-", error))
             return usage(error);
-        link.setTraceEnabled(command.argument == "on");
+        link().setTraceEnabled(command.argument == "on");
     } else if (command.name == "fault") {
         FaultRule rule;
         FaultRule::parse(command.argument, rule, error); // checked when the line was prepared
-        sim.addFault(rule);
+        drive.sim().addFault(rule);
     } else {
         rc = run(command);
     }

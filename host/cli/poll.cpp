@@ -298,7 +298,7 @@ int Session::poll(const Command &c)
     InterruptScope stop; // Ctrl-C ends the poll, with its summary
     for (const Tag &t : c.tags)
         noteWindow(t);
-    const std::map<int, SerialLink::StationHealth> healthAtStart = link.health();
-    PollRun run(c, host, link, pollLog, deviceGoneText());
+    const std::map<int, SerialLink::StationHealth> healthAtStart = link().health();
+    PollRun run(c, host(), link(), pollLog, drive.deviceGoneText());
     return run.run(healthAtStart);
 }

@@ -1,16 +1,13 @@
 #ifndef HOST_CLI_SESSION_H
 #define HOST_CLI_SESSION_H
 
-// A teco-cli session: the driver plug-in loaded as the panel loads it, the
-// serial link, and, when no port is given, the simulated drive on a
-// pseudo-terminal at the other end of the link.
+// A teco-cli session: one DriverSession (the driver plug-in, the serial
+// link and, when no port is given, the simulated drive at its other end)
+// and the commands that run on it.
 
 #include "command.h"
-#include "driverhost.h"
-#include "driverinterface.h"
+#include "driversession.h"
 #include "samplelog.h"
-#include "seriallink.h"
-#include "simdrive.h"
 
 #include <cstdio>
 #include <memory>
@@ -65,21 +62,24 @@ private:
     void showHealth(const Command &c, int64_t answeredMs = 0, int64_t requestsSent = -1);
     // For a device the user may not open: how to get the right; else "".
     static std::string permissionHint(const std::string &port);
-    // One sentence: the link's device went away.
-    std::string deviceGoneText() const;
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began
     // An informational line on standard error, unless --quiet.
     void note(const std::string &text);
     // A read or write that failed: its text, the exception name, what the line did.
     int failure(const Command &c, const std::string &text);
 
+    // Starts the tracing that --trace asks for.
+    int startTrace();
+    // The simulated drive's options, or bad usage when there is a port.
+    int simOptions(SimDrive::Options &options);
+
+    SerialLink &link() { return drive.link(); }
+    const DriverHost &host() const { return drive.host(); }
+
     CliOptions session;
-    DriverHost host;
-    DriverInterface *driver = nullptr; // the loaded driver, owned by its plug-in
+    DriverSession drive;
     LinkSettings settings;
     LinkOptions defaults; // the session's link options; commands override some
-    SerialLink link;
-    SimDrive sim;
     SampleLog pollLog; // poll --log
     bool lineOpen = false;
 };

@@ -25,6 +25,25 @@ void registerMonitorTypes()
     (void)done;
 }
 
+namespace {
+
+std::vector<std::string> simFaults(const ConnectSettings &s)
+{
+    std::vector<std::string> faults;
+    for (const QString &text : s.simFaults)
+        faults.push_back(text.toStdString());
+    return faults;
+}
+
+std::optional<std::string> simMap(const ConnectSettings &s)
+{
+    if (s.simMap.isEmpty())
+        return std::nullopt;
+    return s.simMap.toStdString();
+}
+
+} // namespace
+
 MonitorWorker::MonitorWorker(QObject *parent)
     : QObject(parent)
     , cycleTimer(this)
@@ -47,20 +66,16 @@ MonitorWorker::MonitorWorker(QObject *parent)
     });
 }
 
-MonitorWorker::~MonitorWorker()
-{
-    link.close();
-    sim.stop();
-}
+MonitorWorker::~MonitorWorker() = default;
 
 void MonitorWorker::loadDriver(const QString &plugin)
 {
     std::string error;
     DriverDefaults d;
     LinkSettings settings;
-    driver = host.load(plugin.toStdString(), error);
-    if (!driver || !host.defaults(std::nullopt, settings, d.options, error)) {
-        driver = nullptr;
+    if (!drive.load(plugin.toStdString(), error)
+        || !drive.defaults(std::nullopt, settings, d.options, error)) {
+        drive.unload();
         emit driverLoaded(false, QString::fromStdString(error), d);
         return;
     }
@@ -73,40 +88,27 @@ void MonitorWorker::open(const ConnectSettings &s)
     close();
     std::string error;
     auto fail = [this](const std::string &text) { emit opened(false, QString::fromStdString(text)); };
-    if (!driver)
+    if (!drive.driver())
         return fail("no driver loaded");
     LinkSettings settings;
     LinkOptions unused;
-    if (!host.defaults(s.link.toStdString(), settings, unused, error))
+    if (!drive.defaults(s.link.toStdString(), settings, unused, error))
         return fail(error);
     base = s.options;
-    std::string port = s.port.toStdString();
-    if (port.empty()) {
-        SimDrive::Options so;
-        so.link = settings;
-        std::vector<std::string> faults;
-        for (const QString &text : s.simFaults)
-            faults.push_back(text.toStdString());
-        std::optional<std::string> map;
-        if (!s.simMap.isEmpty())
-            map = s.simMap.toStdString();
-        if (!SimDrive::optionsFrom(s.simStations.toStdString(), faults, map, so, error))
-            return fail(error);
-        if (!sim.start(so, error))
-            return fail("cannot start the simulated drive: " + error);
-        port = sim.devicePath();
-    }
-    if (!link.open(port, settings, base, error)) {
-        sim.stop();
+    const std::string port = s.port.toStdString();
+    SimDrive::Options so;
+    if (port.empty()
+        && !DriverSession::simOptions(s.simStations.toStdString(), simFaults(s), simMap(s), so, error))
         return fail(error);
-    }
-    link.setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
-    driver->initialize(&link);
+    if (!drive.connect(port, so, settings, base, error))
+        return fail(error);
+    link().setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
     lineOpen = true;
     backoff.clear();
     cycle = 0;
-    const QString where
-        = sim.running() ? "simulated drive on " + QString::fromStdString(port) : QString::fromStdString(port);
+    const QString where = drive.sim().running()
+        ? "simulated drive on " + QString::fromStdString(link().device())
+        : QString::fromStdString(port);
     emit opened(true, where + ", " + QString::fromStdString(settings.text()));
     if (polling)
         cycleTimer.start(0);
@@ -120,10 +122,8 @@ void MonitorWorker::close()
         scan.running = false;
         emit scanFinished(scan.answering, true, "the line closed");
     }
-    if (!lineOpen && !sim.running())
+    if (!drive.close() && !lineOpen)
         return;
-    link.close();
-    sim.stop();
     lineOpen = false;
     pending.clear();
     emit closed();
@@ -150,9 +150,9 @@ void MonitorWorker::setPolling(bool on, int interval)
 
 void MonitorWorker::useStation(int station)
 {
-    link.options() = base;
+    link().options() = base;
     if (station > 0)
-        link.options().station = station;
+        link().options().station = station;
 }
 
 void MonitorWorker::startCycle()
@@ -166,12 +166,12 @@ Reading MonitorWorker::readTag(const PollTag &t, int retry)
 {
     useStation(t.station);
     if (retry >= 0)
-        link.options().retry = retry;
+        link().options().retry = retry;
     Reading r;
     r.id = t.id;
     r.revision = t.revision;
     const int64_t t0 = monotonicNs();
-    const FormattedResult f = readAsTexts(host, link, t.tag.address, t.tag.type, t.tag.format, t.tag.count);
+    const FormattedResult f = drive.readTag(t.tag);
     r.latencyNs = monotonicNs() - t0;
     r.ok = f.ok;
     if (r.ok)
@@ -234,9 +234,8 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
         return;
     }
     useStation(t.station);
-    const DriverHost::Result result = t.tag.format
-        ? writeRegisters(host, link, t.tag.address, std::vector<uint16_t>(values.begin(), values.end()))
-        : host.write(link, t.tag.address, t.tag.type, std::vector<uint32_t>(values.begin(), values.end()));
+    const DriverHost::Result result
+        = drive.writeTag(t.tag, std::vector<uint32_t>(values.begin(), values.end()));
     const QString mismatch = result.ok ? readBackMismatch(t, values) : QString();
     flushTraffic();
     emitHealth();
@@ -299,11 +298,11 @@ void MonitorWorker::scanNext()
 {
     if (!scan.running || !lineOpen)
         return;
-    link.options() = base;
-    link.options().station = scan.station;
-    link.options().timeoutMs = scanTimeoutMs;
-    link.options().retry = scanRetry;
-    const DriverHost::Result result = host.read(link, scan.probe, defaultType(scan.probe), 1);
+    link().options() = base;
+    link().options().station = scan.station;
+    link().options().timeoutMs = scanTimeoutMs;
+    link().options().retry = scanRetry;
+    const DriverHost::Result result = drive.host().read(link(), scan.probe, defaultType(scan.probe), 1);
     flushTraffic();
     if (result.requestsSent == 0) {
         // The driver answered from its own registers: no station was asked.
@@ -327,7 +326,7 @@ void MonitorWorker::addFault(const QString &text)
 {
     FaultRule rule;
     std::string error;
-    if (!sim.running()) {
+    if (!drive.sim().running()) {
         emit faultAdded(false, "faults go to the simulated drive, which runs only without a port");
         return;
     }
@@ -335,11 +334,11 @@ void MonitorWorker::addFault(const QString &text)
         emit faultAdded(false, QString::fromStdString(error));
         return;
     }
-    sim.addFault(rule);
+    drive.sim().addFault(rule);
     emit faultAdded(true, "fault " + QString::fromStdString(rule.text()) + " added to the simulated drive");
 }
 
-void MonitorWorker::emitHealth() { emit health(link.health()); }
+void MonitorWorker::emitHealth() { emit health(link().health()); }
 
 void MonitorWorker::flushTraffic()
 {

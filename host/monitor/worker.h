@@ -14,10 +14,8 @@
 // as it answers. A write is read back, and a value other than the one
 // written is reported as a failed write.
 
-#include "driverhost.h"
+#include "driversession.h"
 #include "monitortypes.h"
-#include "seriallink.h"
-#include "simdrive.h"
 #include "stationbackoff.h"
 #include "traffic.h"
 
@@ -81,10 +79,9 @@ private:
     void emitHealth();
     void useStation(int station);
 
-    DriverHost host;
-    DriverInterface *driver = nullptr;
-    SerialLink link;
-    SimDrive sim;
+    SerialLink &link() { return drive.link(); }
+
+    DriverSession drive;
     LinkOptions base; // the connection's options; commands change the station
     bool lineOpen = false;
 
