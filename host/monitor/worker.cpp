@@ -42,6 +42,14 @@ std::optional<std::string> simMap(const ConnectSettings &s)
     return s.simMap.toStdString();
 }
 
+// A tag as the poller reads it: at its own station, or the connection's.
+Tag polledTag(const PollTag &t)
+{
+    Tag tag = t.tag;
+    tag.station = t.station > 0 ? t.station : -1;
+    return tag;
+}
+
 } // namespace
 
 MonitorWorker::MonitorWorker(QObject *parent)
@@ -60,7 +68,7 @@ MonitorWorker::MonitorWorker(QObject *parent)
         if (!polling || !lineOpen)
             return;
         cycleTimer.start(intervalMs); // the next cycle is due one interval after this one began
-        if (scan.running || nextTag >= 0 || tags.isEmpty())
+        if (scan.running || poller.inCycle() || tags.isEmpty())
             return; // a cycle or a scan still runs: this one is skipped
         startCycle();
     });
@@ -104,8 +112,8 @@ void MonitorWorker::open(const ConnectSettings &s)
         return fail(error);
     link().setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
     lineOpen = true;
-    backoff.clear();
-    cycle = 0;
+    poller.setOptions(base);
+    poller.restart();
     const QString where = drive.sim().running()
         ? "simulated drive on " + QString::fromStdString(link().device())
         : QString::fromStdString(port);
@@ -132,8 +140,10 @@ void MonitorWorker::close()
 void MonitorWorker::setTags(const QVector<PollTag> &list)
 {
     tags = list;
-    if (nextTag >= tags.size())
-        nextTag = -1;
+    std::vector<Tag> polled;
+    for (const PollTag &t : list)
+        polled.push_back(polledTag(t));
+    poller.setTags(std::move(polled));
 }
 
 void MonitorWorker::setPolling(bool on, int interval)
@@ -157,72 +167,57 @@ void MonitorWorker::useStation(int station)
 
 void MonitorWorker::startCycle()
 {
-    nextTag = 0;
-    cycleStartNs = monotonicNs();
+    poller.beginCycle();
     pollNext();
 }
 
-Reading MonitorWorker::readTag(const PollTag &t, int retry)
+Reading MonitorWorker::readingOf(const PollTag &t, const PollSample &s) const
 {
-    useStation(t.station);
-    if (retry >= 0)
-        link().options().retry = retry;
     Reading r;
     r.id = t.id;
     r.revision = t.revision;
-    const int64_t t0 = monotonicNs();
-    const FormattedResult f = drive.readTag(t.tag);
-    r.latencyNs = monotonicNs() - t0;
-    r.ok = f.ok;
+    r.latencyNs = s.latencyNs;
+    r.ok = s.result.ok;
     if (r.ok)
-        r.values = f.values;
+        r.values = s.result.values;
     else
-        r.error = QString::fromStdString(f.errorText);
-    // The time of the answer; a read without one failed when it ended.
-    r.timeMs = f.answeredMs > 0 ? f.answeredMs : QDateTime::currentMSecsSinceEpoch();
-    const int station = stationOf(t);
-    backoff.record(station, cycle, f.ok || f.error.kind == ErrorKind::Exception);
-    if (backoff.backedOff(station))
+        r.error = QString::fromStdString(s.result.errorText);
+    r.timeMs = s.wallMs;
+    if (s.backedOff)
         r.backoff = QString("station %1 does not answer; read every %2th cycle")
-                        .arg(station)
-                        .arg(backoff.everyCycles());
+                        .arg(s.station)
+                        .arg(poller.backoff().everyCycles());
     return r;
 }
 
 void MonitorWorker::pollNext()
 {
-    if (!lineOpen || nextTag < 0) {
-        nextTag = -1;
+    PollSample sample;
+    if (!lineOpen || !poller.inCycle()) {
+        poller.abandonCycle();
         return;
     }
-    // A backed-off station's tags wait for its turn.
-    while (nextTag < tags.size() && !backoff.due(stationOf(tags[nextTag]), cycle))
-        ++nextTag;
-    if (nextTag >= tags.size())
+    if (!poller.next(sample))
         return finishCycle();
-    const PollTag t = tags[nextTag];
-    const Reading r = readTag(t, backoff.backedOff(stationOf(t)) ? 0 : -1);
+    const Reading r = readingOf(tags[int(sample.index)], sample);
     flushTraffic();
     emit reading(r);
-    ++nextTag;
     stepTimer.start(0);
 }
 
 void MonitorWorker::abandonCycle()
 {
     stepTimer.stop();
-    nextTag = -1;
+    poller.abandonCycle();
 }
 
 void MonitorWorker::finishCycle()
 {
-    nextTag = -1;
     CycleStatus status;
-    for (int station : backoff.backedOffStations())
+    for (int station : poller.backoff().backedOffStations())
         status.backedOff.push_back(station);
-    status.cycleMs = (monotonicNs() - cycleStartNs) / 1000000;
+    status.cycleMs = poller.endCycle() / 1000000;
     status.missed = status.cycleMs > intervalMs;
-    ++cycle;
     emitHealth();
     emit cycleDone(status);
 }
@@ -247,7 +242,7 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
 
 QString MonitorWorker::readBackMismatch(const PollTag &t, const QVector<uint> &values)
 {
-    const Reading back = readTag(t);
+    const Reading back = readingOf(t, poller.read(polledTag(t)));
     emit reading(back);
     if (!back.ok)
         return "written, but the read-back failed: " + back.error;

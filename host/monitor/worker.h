@@ -16,7 +16,7 @@
 
 #include "driversession.h"
 #include "monitortypes.h"
-#include "stationbackoff.h"
+#include "poller.h"
 #include "traffic.h"
 
 #include <QObject>
@@ -68,9 +68,8 @@ private:
     void pollNext();
     void finishCycle();
     void abandonCycle();
-    int stationOf(const PollTag &tag) const { return tag.station > 0 ? tag.station : base.station; }
-    // One read of a tag as it is now; retry as the link's unless given.
-    Reading readTag(const PollTag &tag, int retry = -1);
+    // A poller's sample of a tag as the window takes it.
+    Reading readingOf(const PollTag &tag, const PollSample &sample) const;
     // Why a write read back is not what was written; empty when it is.
     QString readBackMismatch(const PollTag &tag, const QVector<uint> &values);
     void endScan(bool stopped, const QString &why);
@@ -95,10 +94,7 @@ private:
     QTimer scanTimer;
     bool polling = false;
     int intervalMs = 500;
-    int nextTag = -1; // within a cycle: the tag to read next; -1 between cycles
-    StationBackoff backoff;
-    uint64_t cycle = 0; // cycles since the line opened
-    int64_t cycleStartNs = 0;
+    Poller poller { drive }; // cycles since the line opened, each station's backoff
 
     struct Scan
     {
