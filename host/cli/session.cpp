@@ -30,8 +30,7 @@ void Session::note(const std::string &text)
 
 int Session::failure(const Command &c, const std::string &text)
 {
-    showHealth(c); // a read or write that failed on the line
-    Output::forCommand(c).failed(c, text);
+    Output::forCommand(c).failed(c, text, lineReport()); // a read or write that failed on the line
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
@@ -197,9 +196,13 @@ int Session::info(const Command &c)
     return ExitOk;
 }
 
-void Session::showHealth(const Command &c, int64_t answeredMs, int64_t requestsSent)
+LineReport Session::lineReport(int64_t answeredMs, int64_t requestsSent)
 {
-    Output::forCommand(c).setLinkHealth(link().totalHealth() - healthBefore, answeredMs, requestsSent);
+    LineReport line;
+    line.health = drive.totalHealth() - healthBefore;
+    line.answeredMs = answeredMs;
+    line.requestsSent = requestsSent;
+    return line;
 }
 
 void Session::noteWindow(const Tag &t)
@@ -225,15 +228,15 @@ int Session::read(const Command &c)
         const FormattedResult r = readFormatted(host(), link(), t.address, *t.format, t.count);
         if (!r.ok)
             return failure(c, r.errorText);
-        showHealth(c, r.answeredMs, r.requestsSent);
-        Output::forCommand(c).formattedReadDone(t, link().options().station, r);
+        Output::forCommand(c).formattedReadDone(
+            t, link().options().station, r, lineReport(r.answeredMs, r.requestsSent));
         return ExitOk;
     }
     const DriverHost::Result r = host().read(link(), t.address, t.type, t.count);
     if (!r.ok)
         return failure(c, r.errorText);
-    showHealth(c, r.answeredMs, r.requestsSent);
-    Output::forCommand(c).readDone(t, link().options().station, r.elements);
+    Output::forCommand(c).readDone(
+        t, link().options().station, r.elements, lineReport(r.answeredMs, r.requestsSent));
     return ExitOk;
 }
 
@@ -245,15 +248,14 @@ int Session::write(const Command &c)
         const DriverHost::Result r = writeRegisters(host(), link(), t.address, c.write.registers);
         if (!r.ok)
             return failure(c, r.errorText);
-        showHealth(c, r.answeredMs, r.requestsSent);
-        Output::forCommand(c).formattedWriteDone(
-            t, link().options().station, c.write.texts, c.write.registers.size());
+        Output::forCommand(c).formattedWriteDone(t, link().options().station, c.write.texts,
+            c.write.registers.size(), lineReport(r.answeredMs, r.requestsSent));
         return ExitOk;
     }
     const DriverHost::Result r = host().write(link(), t.address, t.type, c.write.values);
     if (!r.ok)
         return failure(c, r.errorText);
-    showHealth(c, r.answeredMs, r.requestsSent);
-    Output::forCommand(c).writeDone(t, link().options().station, c.write.values);
+    Output::forCommand(c).writeDone(
+        t, link().options().station, c.write.values, lineReport(r.answeredMs, r.requestsSent));
     return ExitOk;
 }

@@ -7,6 +7,7 @@
 
 #include "command.h"
 #include "driversession.h"
+#include "output.h"
 #include "samplelog.h"
 
 #include <cstdio>
@@ -57,9 +58,9 @@ private:
     int usage(const std::string &text);
     // Says so when a read covers the driver's register window but goes to the drive.
     void noteWindow(const Tag &t);
-    // Hands the output what the line did since the command began, when its
-    // answer was complete and the requests it sent.
-    void showHealth(const Command &c, int64_t answeredMs = 0, int64_t requestsSent = -1);
+    // What the line did since the command began, when its answer was
+    // complete and the requests it sent.
+    LineReport lineReport(int64_t answeredMs = 0, int64_t requestsSent = -1);
     // For a device the user may not open: how to get the right; else "".
     static std::string permissionHint(const std::string &port);
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began

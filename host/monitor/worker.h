@@ -2,17 +2,13 @@
 #define HOST_MONITOR_WORKER_H
 
 // The one object that talks to the line. It lives on its own thread and
-// owns the driver host, the serial link and, without a port, the simulated
-// drive; it runs every command, one at a time, and the window reaches it
-// only through queued signals and slots. A poll cycle reads one tag per
-// turn of the thread's event loop, so a write, a stop or a disconnect waits
-// for one command at most.
-//
-// A station that stops answering is backed off (StationBackoff): its tags
-// are read once every few cycles with a single attempt, so that its
-// time-outs do not stretch every other tag's interval; it comes back as soon
-// as it answers. A write is read back, and a value other than the one
-// written is reported as a failed write.
+// owns one driver session (the plug-in, the serial link and, without a port,
+// the simulated drive); it runs every command, one at a time, and the window
+// reaches it only through queued signals and slots. A poll cycle (Poller)
+// reads one tag per turn of the thread's event loop, so a write, a stop or a
+// disconnect waits for one command at most; a station that stops answering
+// is backed off as the poller says. A write is read back, and a value other
+// than the one written is reported as a failed write.
 
 #include "driversession.h"
 #include "monitortypes.h"
