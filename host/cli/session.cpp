@@ -157,37 +157,49 @@ void Session::applyLinkOptions(const CliOptions &o)
 
 int Session::run(const Command &c)
 {
-    if (c.name == "info")
+    switch (c.kind) {
+    case CommandKind::Info:
         return info(c);
-    if (c.name == "decode") {
+    case CommandKind::Decode:
         Output::forCommand(c).decoded(c.argument, decodeAnyFrame(c.argument));
         return ExitOk;
-    }
-    if (c.name == "batch")
+    case CommandKind::Batch:
         return batch(c);
-    if (c.name == "shell")
+    case CommandKind::Shell:
         return shell(c);
+    default:
+        return runOnLine(c);
+    }
+}
+
+int Session::runOnLine(const Command &c)
+{
+    const bool poll = c.kind == CommandKind::Poll;
     // The log is created before the line opens: a refused path sends nothing.
     std::string error;
-    if (c.name == "poll" && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))
+    if (poll && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))
         return usage("cannot write the log to " + *c.options.log + ": " + error);
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
     applyLinkOptions(c.options);
-    if (link().options().station == 0 && (c.name == "read" || c.name == "write" || c.name == "poll"))
+    if (link().options().station == 0
+        && (poll || c.kind == CommandKind::Read || c.kind == CommandKind::Write))
         note("note: station 0 is the broadcast address, which no drive answers: drives that take "
              "broadcasts carry out a write, but the driver waits for an answer and reports \"PLC no "
              "response\" after its retries, and a read always fails so");
-    if (c.name == "read")
+    switch (c.kind) {
+    case CommandKind::Read:
         return read(c);
-    if (c.name == "write")
+    case CommandKind::Write:
         return write(c);
-    if (c.name == "poll")
-        return poll(c);
-    if (c.name == "scan")
+    case CommandKind::Poll:
+        return this->poll(c);
+    case CommandKind::Scan:
         return scan(c);
-    return usage("unknown command \"" + c.name + "\"");
+    default:
+        return usage("unknown command \"" + c.name + "\"");
+    }
 }
 
 int Session::info(const Command &c)

@@ -43,6 +43,8 @@ public:
     int runLine(const Line &line);
 
 private:
+    // A command that needs the line: opens it first.
+    int runOnLine(const Command &c);
     int info(const Command &c);
     int read(const Command &c);
     int write(const Command &c);
