@@ -15,12 +15,10 @@
 // usage or a set-up that failed.
 
 #include "benchoptions.h"
-#include "driverhost.h"
+#include "driversession.h"
 #include "faultrule.h"
 #include "generator.h"
 #include "model.h"
-#include "seriallink.h"
-#include "simdrive.h"
 #include "stallmeter.h"
 #include "textutil.h"
 
@@ -374,10 +372,10 @@ private:
     LineFigures figures {};
     int64_t toleranceNs = 0;
     FaultMix mix;
-    DriverHost host;
+    DriverSession drive;
+    SimDrive &sim = drive.sim();
+    SerialLink &link = drive.link();
     DriverInterface *driver = nullptr;
-    SimDrive sim;
-    SerialLink link;
     StallMeter stalls;
     std::unique_ptr<SoakModel> model;
     std::unique_ptr<CommandGenerator> generator;
@@ -405,9 +403,9 @@ bool Soak::setUp(std::string &error)
     }
     if (!SimDrive::parseStations(settings.stations, stations, error))
         return false;
-    driver = host.load(settings.plugin, error);
-    if (!driver)
+    if (!drive.load(settings.plugin, error))
         return false;
+    driver = drive.driver();
 
     const int guardMs = settings.lateGuardMs < 0 ? settings.timeoutMs : settings.lateGuardMs;
     // With the guard off, late answers still come up to one time-out late.
@@ -427,7 +425,7 @@ bool Soak::setUp(std::string &error)
     so.map = "# every value is drawn below\n";
     so.faults = mix.rules;
     so.seed = settings.seed;
-    if (!sim.start(so, error)) {
+    if (!drive.startSim(so, error)) {
         error = "simulated drive: " + error;
         return false;
     }
@@ -448,12 +446,9 @@ bool Soak::setUp(std::string &error)
     lo.retry = settings.retry;
     lo.station = stations.front();
     lo.delayMs = (unsigned long)settings.delayMs;
-    if (!link.open(sim.devicePath(), line, lo, error))
+    if (!drive.open(std::string(), line, lo, error)) // to the simulated drive; initializes the driver
         return false;
-    if (!settings.trace.empty() && !link.setTrace(settings.trace, error))
-        return false;
-    driver->initialize(&link);
-    return true;
+    return settings.trace.empty() || link.setTrace(settings.trace, error);
 }
 
 void Soak::report(long index, const std::string &kind, const std::string &text)
@@ -748,7 +743,7 @@ int Soak::run()
     else
         printSummary(seconds);
     link.close();
-    host.unload();
+    drive.unload();
     return wrongValues == 0 && overBound == 0 && disagreements == 0 ? 0 : 1;
 }
 

@@ -30,7 +30,7 @@ bool Session::prepareLine(const std::string &text, Line &line, std::string &erro
     options.zeroBased = options.zeroBased || session.zeroBased;
     if (!prepareCommand(options, true, line.command, error))
         return false;
-    if (line.command.name == "fault" && session.port) {
+    if (line.command.kind == CommandKind::Fault && session.port) {
         error = "fault needs the simulated drive (no --port)";
         return false;
     }
@@ -59,14 +59,14 @@ int Session::runLine(const Line &line)
     const Command &command = line.command;
     std::string error;
     int rc = ExitOk;
-    if (command.name == "trace") {
-        if (command.argument == "on" && !session.trace && !link.setTrace("-", error))
+    if (command.kind == CommandKind::Trace) {
+        if (command.argument == "on" && !session.trace && !link().setTrace("-", error))
             return usage(error);
-        link.setTraceEnabled(command.argument == "on");
-    } else if (command.name == "fault") {
+        link().setTraceEnabled(command.argument == "on");
+    } else if (command.kind == CommandKind::Fault) {
         FaultRule rule;
         FaultRule::parse(command.argument, rule, error); // checked when the line was prepared
-        sim.addFault(rule);
+        drive.sim().addFault(rule);
     } else {
         rc = run(command);
     }

@@ -232,6 +232,7 @@ enum Place : unsigned { CommandLine = 1, Line = 2 };
 struct CommandRow
 {
     const char *name;
+    CommandKind kind;
     unsigned places; // Place
     unsigned accepts; // OptionGroup
     bool (*prepare)(const Given &, Command &, std::string &error);
@@ -242,16 +243,18 @@ struct CommandRow
 };
 
 const CommandRow commands[] = {
-    { "info", CommandLine | Line, 0, prepareInfo, "" },
-    { "read", CommandLine | Line, TypeOption | CountOption | FormatOption, prepareRead, "address" },
-    { "write", CommandLine | Line, TypeOption | CountOption | FormatOption, prepareWrite, "address" },
-    { "poll", CommandLine | Line, PollOptions | FormatOption, preparePoll, "addresses" },
-    { "scan", CommandLine | Line, ScanOptions, prepareScan, "" },
-    { "batch", CommandLine, 0, prepareBatch, "file" },
-    { "shell", CommandLine, 0, prepareShell, "" },
-    { "decode", CommandLine | Line, 0, prepareDecode, "" },
-    { "trace", Line, 0, prepareTrace, "" },
-    { "fault", Line, 0, prepareFault, "" },
+    { "info", CommandKind::Info, CommandLine | Line, 0, prepareInfo, "" },
+    { "read", CommandKind::Read, CommandLine | Line, TypeOption | CountOption | FormatOption, prepareRead,
+        "address" },
+    { "write", CommandKind::Write, CommandLine | Line, TypeOption | CountOption | FormatOption, prepareWrite,
+        "address" },
+    { "poll", CommandKind::Poll, CommandLine | Line, PollOptions | FormatOption, preparePoll, "addresses" },
+    { "scan", CommandKind::Scan, CommandLine | Line, ScanOptions, prepareScan, "" },
+    { "batch", CommandKind::Batch, CommandLine, 0, prepareBatch, "file" },
+    { "shell", CommandKind::Shell, CommandLine, 0, prepareShell, "" },
+    { "decode", CommandKind::Decode, CommandLine | Line, 0, prepareDecode, "" },
+    { "trace", CommandKind::Trace, Line, 0, prepareTrace, "" },
+    { "fault", CommandKind::Fault, Line, 0, prepareFault, "" },
 };
 
 } // namespace
@@ -273,6 +276,7 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
             return false;
         }
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
+        c.kind = row.kind;
         return row.prepare(Given { args, o, batchLine }, c, error);
     }
     std::vector<std::string> known;

@@ -11,9 +11,12 @@
 #include <utility>
 #include <vector>
 
+enum class CommandKind { Info, Read, Write, Poll, Scan, Batch, Shell, Decode, Trace, Fault };
+
 struct Command
 {
     std::string name; // info, read, write, poll, scan, batch, shell; in batches also trace, fault
+    CommandKind kind = CommandKind::Info; // what name says
     CliOptions options;
 
     Tag target; // read, write

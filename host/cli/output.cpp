@@ -57,16 +57,19 @@ class TableOutput : public Output
 {
     // What the line did when something went wrong on it ("2 retries"), or
     // that nothing went on it; "" otherwise.
-    std::string lineText() const { return heldByDriver() ? heldByDriverText : healthText(health); }
-    // " (2 retries)", or "".
-    std::string healthNote() const
+    static std::string lineText(const LineReport &line)
     {
-        const std::string text = lineText();
+        return line.heldByDriver() ? heldByDriverText : healthText(line.health);
+    }
+    // " (2 retries)", or "".
+    static std::string healthNote(const LineReport &line)
+    {
+        const std::string text = lineText(line);
         return text.empty() ? text : " (" + text + ")";
     }
-    void linkLine() const
+    static void linkLine(const LineReport &line)
     {
-        const std::string text = lineText();
+        const std::string text = lineText(line);
         if (!text.empty())
             std::printf("(%s)\n", text.c_str());
         std::fflush(stdout);
@@ -96,7 +99,7 @@ public:
             driver.getBitBlockAccessSize());
     }
 
-    void readDone(const Tag &t, int, const std::vector<Element> &elements) override
+    void readDone(const Tag &t, int, const std::vector<Element> &elements, const LineReport &line) override
     {
         if (t.type == ValueType::Bit)
             std::printf("%-16s %11s\n", "address", "value");
@@ -104,34 +107,35 @@ public:
             std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
         for (const Element &e : elements)
             std::printf("%s\n", formatValue(e, t.type).c_str());
-        linkLine();
+        linkLine(line);
     }
 
-    void writeDone(const Tag &t, int station, const std::vector<uint32_t> &values) override
+    void writeDone(
+        const Tag &t, int station, const std::vector<uint32_t> &values, const LineReport &line) override
     {
         std::printf("wrote %zu %s%s at %s, station %d%s\n", values.size(), valueTypeName(t.type),
-            values.size() == 1 ? "" : "s", t.address.text().c_str(), station, healthNote().c_str());
+            values.size() == 1 ? "" : "s", t.address.text().c_str(), station, healthNote(line).c_str());
         std::fflush(stdout);
     }
 
-    void formattedReadDone(const Tag &t, int, const FormattedResult &r) override
+    void formattedReadDone(const Tag &t, int, const FormattedResult &r, const LineReport &line) override
     {
         std::printf("%-16s %s\n", "address", t.format->text().c_str());
         for (size_t i = 0; i < r.values.size(); ++i)
             std::printf("%-16s %s\n", r.addresses[i].c_str(), r.values[i].c_str());
-        linkLine();
+        linkLine(line);
     }
 
-    void formattedWriteDone(
-        const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
+    void formattedWriteDone(const Tag &t, int station, const std::vector<std::string> &texts,
+        size_t registers, const LineReport &line) override
     {
         std::printf("wrote %zu %s value%s (%zu register%s) at %s, station %d%s\n", texts.size(),
             t.format->text().c_str(), texts.size() == 1 ? "" : "s", registers, registers == 1 ? "" : "s",
-            t.address.text().c_str(), station, healthNote().c_str());
+            t.address.text().c_str(), station, healthNote(line).c_str());
         std::fflush(stdout);
     }
 
-    void failed(const Command &, const std::string &) override { }
+    void failed(const Command &, const std::string &, const LineReport &) override { }
 
     void pollChange(double seconds, const Tag &tag, const std::string &shown) override
     {
@@ -245,9 +249,10 @@ public:
         print(o);
     }
 
-    void readDone(const Tag &t, int station, const std::vector<Element> &elements) override
+    void readDone(
+        const Tag &t, int station, const std::vector<Element> &elements, const LineReport &line) override
     {
-        QJsonObject o = commandObject("read", t, station);
+        QJsonObject o = commandObject("read", t, station, line);
         o["count"] = t.count;
         QJsonArray values, addresses;
         for (const Element &e : elements) {
@@ -259,9 +264,10 @@ public:
         print(o);
     }
 
-    void writeDone(const Tag &t, int station, const std::vector<uint32_t> &values) override
+    void writeDone(
+        const Tag &t, int station, const std::vector<uint32_t> &values, const LineReport &line) override
     {
-        QJsonObject o = commandObject("write", t, station);
+        QJsonObject o = commandObject("write", t, station, line);
         QJsonArray array;
         for (uint32_t v : values)
             array.append(double(v));
@@ -269,9 +275,10 @@ public:
         print(o);
     }
 
-    void formattedReadDone(const Tag &t, int station, const FormattedResult &r) override
+    void formattedReadDone(
+        const Tag &t, int station, const FormattedResult &r, const LineReport &line) override
     {
-        QJsonObject o = formattedObject("read", t, station);
+        QJsonObject o = formattedObject("read", t, station, line);
         o["count"] = t.count;
         QJsonArray values, addresses;
         for (size_t i = 0; i < r.values.size(); ++i) {
@@ -283,10 +290,10 @@ public:
         print(o);
     }
 
-    void formattedWriteDone(
-        const Tag &t, int station, const std::vector<std::string> &texts, size_t registers) override
+    void formattedWriteDone(const Tag &t, int station, const std::vector<std::string> &texts,
+        size_t registers, const LineReport &line) override
     {
-        QJsonObject o = formattedObject("write", t, station);
+        QJsonObject o = formattedObject("write", t, station, line);
         QJsonArray values;
         for (const std::string &text : texts)
             values.append(jsonValue(text, t.format->isNumeric()));
@@ -295,7 +302,7 @@ public:
         print(o);
     }
 
-    void failed(const Command &c, const std::string &text) override
+    void failed(const Command &c, const std::string &text, const LineReport &line) override
     {
         QJsonObject o;
         o["command"] = QString::fromStdString(c.name);
@@ -303,7 +310,7 @@ public:
             o["address"] = QString::fromStdString(c.target.address.text());
         o["ok"] = false;
         o["error"] = QString::fromLocal8Bit(text.c_str());
-        o["link"] = healthObject(health);
+        o["link"] = healthObject(line.health);
         const DriverError e = classifyDriverError(text);
         o["errorKind"] = errorKindName(e.kind);
         if (e.kind == ErrorKind::Exception) {
@@ -416,7 +423,7 @@ public:
     }
 
 private:
-    QJsonObject commandObject(const char *command, const Tag &t, int station) const
+    static QJsonObject commandObject(const char *command, const Tag &t, int station, const LineReport &line)
     {
         QJsonObject o;
         o["command"] = command;
@@ -424,11 +431,11 @@ private:
         o["type"] = valueTypeName(t.type);
         o["station"] = station;
         o["ok"] = true;
-        o["link"] = healthObject(health);
-        if (heldByDriver())
+        o["link"] = healthObject(line.health);
+        if (line.heldByDriver())
             o["heldByDriver"] = true;
-        if (answeredMs > 0)
-            o["time"] = QString::fromStdString(isoTime(answeredMs));
+        if (line.answeredMs > 0)
+            o["time"] = QString::fromStdString(isoTime(line.answeredMs));
         return o;
     }
     static QJsonObject healthObject(const SerialLink::StationHealth &h)
@@ -443,9 +450,9 @@ private:
         o["staleBytesDropped"] = double(h.staleBytesDropped);
         return o;
     }
-    QJsonObject formattedObject(const char *command, const Tag &t, int station) const
+    static QJsonObject formattedObject(const char *command, const Tag &t, int station, const LineReport &line)
     {
-        QJsonObject o = commandObject(command, t, station);
+        QJsonObject o = commandObject(command, t, station, line);
         o.remove("type");
         o["format"] = QString::fromStdString(t.format->text());
         return o;

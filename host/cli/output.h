@@ -59,21 +59,39 @@ struct ScanSummary
     bool interrupted = false; // by Ctrl-C
 };
 
+// What the line did for one read or write (retries, time-outs, ...), when
+// its answer was complete (wall clock ms, 0 for none) and the requests it
+// sent (0: the driver served it itself).
+struct LineReport
+{
+    SerialLink::StationHealth health;
+    int64_t answeredMs = 0;
+    int64_t requestsSent = -1;
+    bool heldByDriver() const { return requestsSent == 0; }
+};
+
 class Output
 {
 public:
     virtual ~Output() = default;
     virtual void info(DriverInterface &driver) = 0;
-    virtual void readDone(const Tag &target, int station, const std::vector<Element> &elements) = 0;
-    virtual void writeDone(const Tag &target, int station, const std::vector<uint32_t> &values) = 0;
+    // Each read or write comes with what the line did for it.
+    virtual void readDone(
+        const Tag &target, int station, const std::vector<Element> &elements, const LineReport &line)
+        = 0;
+    virtual void writeDone(
+        const Tag &target, int station, const std::vector<uint32_t> &values, const LineReport &line)
+        = 0;
     // A read or write with a number format (target.format): the values as texts.
-    virtual void formattedReadDone(const Tag &target, int station, const FormattedResult &result) = 0;
-    virtual void formattedWriteDone(
-        const Tag &target, int station, const std::vector<std::string> &texts, size_t registers)
+    virtual void formattedReadDone(
+        const Tag &target, int station, const FormattedResult &result, const LineReport &line)
+        = 0;
+    virtual void formattedWriteDone(const Tag &target, int station, const std::vector<std::string> &texts,
+        size_t registers, const LineReport &line)
         = 0;
     // A command that failed with the driver's (or the host's) text; the text
     // also goes to standard error, whatever the output.
-    virtual void failed(const Command &c, const std::string &text) = 0;
+    virtual void failed(const Command &c, const std::string &text, const LineReport &line) = 0;
     // A poll tag whose shown value changed.
     virtual void pollChange(double seconds, const Tag &tag, const std::string &shown) = 0;
     // Every sample of a poll with --every: JSON shows each as a line of its own.
@@ -90,25 +108,10 @@ public:
     // The output for a command: JSON when it asks for it.
     static Output &forCommand(const Command &c);
 
-    // What the line did during the command about to be shown (retries,
-    // time-outs, ...), when its answer was complete (wall clock ms, 0 for
-    // none) and the requests it sent (0: the driver served it itself): read,
-    // write and failed show them.
-    void setLinkHealth(const SerialLink::StationHealth &during, int64_t answered = 0, int64_t requests = -1)
-    {
-        health = during;
-        answeredMs = answered;
-        requestsSent = requests;
-    }
-
 protected:
     // Said of a command that the driver served from its own register window.
     static constexpr const char *heldByDriverText
         = "held by the driver itself; nothing was sent to a station";
-    bool heldByDriver() const { return requestsSent == 0; }
-    SerialLink::StationHealth health;
-    int64_t answeredMs = 0;
-    int64_t requestsSent = -1;
 };
 
 #endif // HOST_CLI_OUTPUT_H

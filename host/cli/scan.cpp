@@ -44,12 +44,12 @@ std::string timeText(double seconds)
 int Session::scan(const Command &c)
 {
     InterruptScope stop; // Ctrl-C ends the scan; what it found is kept and shown
-    LinkOptions &l = link.options();
+    LinkOptions &l = link().options();
     l.timeoutMs = c.options.timeout ? *c.options.timeout : scanTimeoutMs;
     l.retry = c.options.retry ? *c.options.retry : scanRetry;
     const bool live = stderrIsTerminal();
     const ValueType type = defaultType(c.probe);
-    const LinkSettings own = link.settings();
+    const LinkSettings own = link().settings();
     const std::vector<LinkSettings> lines = settingsToTry(c, own);
     const bool switching = !c.bauds.empty() || !c.parities.empty() || !c.stopBits.empty();
     Output &out = Output::forCommand(c);
@@ -70,11 +70,11 @@ int Session::scan(const Command &c)
     std::string error;
     for (size_t k = 0; k < lines.size() && !InterruptScope::interrupted() && error.empty(); ++k) {
         const std::string linkText = lines[k].text();
-        if (switching && !link.setLine(lines[k], error))
+        if (switching && !link().setLine(lines[k], error))
             break;
         for (int s = c.from; s <= c.to; ++s) {
             l.station = s;
-            const DriverHost::Result r = host.read(link, c.probe, type, 1);
+            const DriverHost::Result r = host().read(link(), c.probe, type, 1);
             if (InterruptScope::interrupted())
                 break; // this probe may have been cut short: it does not count
             ++summary.probed;
@@ -106,7 +106,7 @@ int Session::scan(const Command &c)
     }
     clearProgress();
     std::string restoreError;
-    if (switching && !link.setLine(own, restoreError) && error.empty())
+    if (switching && !link().setLine(own, restoreError) && error.empty())
         error = restoreError;
     summary.interrupted = InterruptScope::interrupted();
     out.scanDone(summary);

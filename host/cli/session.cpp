@@ -14,11 +14,7 @@ Session::Session(const CliOptions &sessionOptions)
 {
 }
 
-Session::~Session()
-{
-    link.close();
-    sim.stop();
-}
+Session::~Session() = default;
 
 int Session::usage(const std::string &text)
 {
@@ -34,8 +30,7 @@ void Session::note(const std::string &text)
 
 int Session::failure(const Command &c, const std::string &text)
 {
-    showHealth(c); // a read or write that failed on the line
-    Output::forCommand(c).failed(c, text);
+    Output::forCommand(c).failed(c, text, lineReport()); // a read or write that failed on the line
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
@@ -43,18 +38,18 @@ int Session::failure(const Command &c, const std::string &text)
         stderr, "teco-cli: %s%s%s%s\n", text.c_str(), name ? " [" : "", name ? name : "", name ? "]" : "");
     // Everything fails at once on a device that went away: say so, not only
     // that the drive is silent.
-    const bool gone = link.deviceGone() || !link.isOpen();
+    const bool gone = link().deviceGone() || !link().isOpen();
     if (gone)
-        std::fprintf(stderr, "teco-cli: %s\n", deviceGoneText().c_str());
+        std::fprintf(stderr, "teco-cli: %s\n", drive.deviceGoneText().c_str());
     // Retries are worth a line of their own: the text names only the last attempt's fault.
-    const SerialLink::StationHealth during = link.totalHealth() - healthBefore;
+    const SerialLink::StationHealth during = link().totalHealth() - healthBefore;
     if (during.requests > 1)
         note("on the line: " + healthText(during, true));
     // Silence to every attempt: most often the line is set up unlike the drive.
     if (e.kind == ErrorKind::TimeOut && during.requests > 0 && during.timeOuts == during.requests && !gone)
         note("no answer to " + std::to_string(during.requests) + " request"
             + (during.requests == 1 ? "" : "s") + ": check that the drive is station "
-            + std::to_string(link.options().station) + " and set to " + link.settings().text()
+            + std::to_string(link().options().station) + " and set to " + link().settings().text()
             + " (baud rate, parity, stop bits), and its wiring");
     return ExitFailed;
 }
@@ -71,11 +66,10 @@ int Session::loadDriver()
 {
     const std::string path = session.plugin ? *session.plugin : defaultPluginPath();
     std::string error;
-    driver = host.load(path, error);
-    if (!driver)
+    if (!drive.load(path, error))
         return usage(error);
     // The driver's own defaults, as a new panel project would take them.
-    if (!host.defaults(session.link, settings, defaults, error))
+    if (!drive.defaults(session.link, settings, defaults, error))
         return usage(error);
     overrideLinkOptions(session, defaults);
     defaults.silence = !session.noSilence;
@@ -84,48 +78,59 @@ int Session::loadDriver()
     return ExitOk;
 }
 
+int Session::simOptions(SimDrive::Options &so)
+{
+    if (session.port) {
+        if (!session.simFaults.empty() || session.simMap || session.simStations)
+            return usage("the --sim-... options are for the simulated drive, which runs only without --port");
+        return ExitOk;
+    }
+    std::string error;
+    if (!DriverSession::simOptions(session.simStations, session.simFaults, session.simMap, so, error))
+        return usage(error);
+    return ExitOk;
+}
+
+int Session::startTrace()
+{
+    TraceFormat traceFormat = TraceFormat::Decoded;
+    if (session.traceFormat)
+        parseTraceFormat(*session.traceFormat, traceFormat);
+    std::string error;
+    if (session.trace && !link().setTrace(*session.trace, error, traceFormat))
+        return usage(error);
+    return ExitOk;
+}
+
 int Session::openLine()
 {
     if (lineOpen) {
         // A poll that ended while the device was gone left the line closed.
         std::string ignored;
-        if (!link.isOpen())
-            link.reopen(ignored);
+        if (!drive.isOpen())
+            drive.reopen(ignored);
         return ExitOk;
     }
     // Every file named on the command line is checked before anything
     // starts: a bad map leaves no trace file behind, a bad trace path starts
     // no simulated drive.
-    std::string error;
     SimDrive::Options so;
-    if (session.port) {
-        if (!session.simFaults.empty() || session.simMap || session.simStations)
-            return usage("the --sim-... options are for the simulated drive, which runs only without --port");
-    } else {
-        so.link = settings;
-        if (!SimDrive::optionsFrom(session.simStations, session.simFaults, session.simMap, so, error))
-            return usage(error);
-    }
-    TraceFormat traceFormat = TraceFormat::Decoded;
-    if (session.traceFormat)
-        parseTraceFormat(*session.traceFormat, traceFormat);
-    if (session.trace && !link.setTrace(*session.trace, error, traceFormat))
-        return usage(error);
-    std::string port;
-    if (session.port) {
-        port = *session.port;
-    } else {
-        if (!sim.start(so, error))
-            return usage("cannot start the simulated drive: " + error);
-        port = sim.devicePath();
+    int status = simOptions(so);
+    if (status == ExitOk)
+        status = startTrace();
+    if (status != ExitOk)
+        return status;
+    const std::string port = session.port ? *session.port : std::string();
+    std::string error;
+    if (!drive.connect(port, so, settings, defaults, error))
+        return usage(error + (port.empty() ? std::string() : permissionHint(port)));
+    if (port.empty()) {
         std::string stations;
         for (int s : so.stations)
             stations += (stations.empty() ? "" : ",") + std::to_string(s);
-        note("no --port given: talking to the simulated drive on " + port + " (stations " + stations + ")");
+        note("no --port given: talking to the simulated drive on " + drive.sim().devicePath() + " (stations "
+            + stations + ")");
     }
-    if (!link.open(port, settings, defaults, error))
-        return usage(error + permissionHint(port));
-    driver->initialize(&link);
     lineOpen = true;
     return ExitOk;
 }
@@ -146,59 +151,70 @@ void Session::overrideLinkOptions(const CliOptions &o, LinkOptions &l)
 
 void Session::applyLinkOptions(const CliOptions &o)
 {
-    link.options() = defaults;
-    overrideLinkOptions(o, link.options());
+    link().options() = defaults;
+    overrideLinkOptions(o, link().options());
 }
 
 int Session::run(const Command &c)
 {
-    if (c.name == "info")
+    switch (c.kind) {
+    case CommandKind::Info:
         return info(c);
-    if (c.name == "decode") {
+    case CommandKind::Decode:
         Output::forCommand(c).decoded(c.argument, decodeAnyFrame(c.argument));
         return ExitOk;
-    }
-    if (c.name == "batch")
+    case CommandKind::Batch:
         return batch(c);
-    if (c.name == "shell")
+    case CommandKind::Shell:
         return shell(c);
+    default:
+        return runOnLine(c);
+    }
+}
+
+int Session::runOnLine(const Command &c)
+{
+    const bool poll = c.kind == CommandKind::Poll;
     // The log is created before the line opens: a refused path sends nothing.
     std::string error;
-    if (c.name == "poll" && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))
+    if (poll && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))
         return usage("cannot write the log to " + *c.options.log + ": " + error);
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
     applyLinkOptions(c.options);
-    if (link.options().station == 0 && (c.name == "read" || c.name == "write" || c.name == "poll"))
+    if (link().options().station == 0
+        && (poll || c.kind == CommandKind::Read || c.kind == CommandKind::Write))
         note("note: station 0 is the broadcast address, which no drive answers: drives that take "
              "broadcasts carry out a write, but the driver waits for an answer and reports \"PLC no "
              "response\" after its retries, and a read always fails so");
-    if (c.name == "read")
+    switch (c.kind) {
+    case CommandKind::Read:
         return read(c);
-    if (c.name == "write")
+    case CommandKind::Write:
         return write(c);
-    if (c.name == "poll")
-        return poll(c);
-    if (c.name == "scan")
+    case CommandKind::Poll:
+        return this->poll(c);
+    case CommandKind::Scan:
         return scan(c);
-    return usage("unknown command \"" + c.name + "\"");
+    default:
+        return usage("unknown command \"" + c.name + "\"");
+    }
 }
 
 int Session::info(const Command &c)
 {
-    Output::forCommand(c).info(*driver);
+    Output::forCommand(c).info(*drive.driver());
     return ExitOk;
 }
 
-void Session::showHealth(const Command &c, int64_t answeredMs, int64_t requestsSent)
+LineReport Session::lineReport(int64_t answeredMs, int64_t requestsSent)
 {
-    Output::forCommand(c).setLinkHealth(link.totalHealth() - healthBefore, answeredMs, requestsSent);
-}
-
-std::string Session::deviceGoneText() const
-{
-    return "the device " + link.device() + " is gone (unplugged, or its other end closed)";
+    LineReport line;
+    line.health = drive.totalHealth() - healthBefore;
+    line.answeredMs = answeredMs;
+    line.requestsSent = requestsSent;
+    return line;
 }
 
 void Session::noteWindow(const Tag &t)
@@ -219,40 +235,39 @@ int Session::read(const Command &c)
 {
     const Tag &t = c.target;
     noteWindow(t);
-    healthBefore = link.totalHealth();
+    healthBefore = link().totalHealth();
     if (t.format) {
-        const FormattedResult r = readFormatted(host, link, t.address, *t.format, t.count);
+        const FormattedResult r = readFormatted(host(), link(), t.address, *t.format, t.count);
         if (!r.ok)
             return failure(c, r.errorText);
-        showHealth(c, r.answeredMs, r.requestsSent);
-        Output::forCommand(c).formattedReadDone(t, link.options().station, r);
+        Output::forCommand(c).formattedReadDone(
+            t, link().options().station, r, lineReport(r.answeredMs, r.requestsSent));
         return ExitOk;
     }
-    const DriverHost::Result r = host.read(link, t.address, t.type, t.count);
+    const DriverHost::Result r = host().read(link(), t.address, t.type, t.count);
     if (!r.ok)
         return failure(c, r.errorText);
-    showHealth(c, r.answeredMs, r.requestsSent);
-    Output::forCommand(c).readDone(t, link.options().station, r.elements);
+    Output::forCommand(c).readDone(
+        t, link().options().station, r.elements, lineReport(r.answeredMs, r.requestsSent));
     return ExitOk;
 }
 
 int Session::write(const Command &c)
 {
     const Tag &t = c.target;
-    healthBefore = link.totalHealth();
+    healthBefore = link().totalHealth();
     if (t.format) {
-        const DriverHost::Result r = writeRegisters(host, link, t.address, c.write.registers);
+        const DriverHost::Result r = writeRegisters(host(), link(), t.address, c.write.registers);
         if (!r.ok)
             return failure(c, r.errorText);
-        showHealth(c, r.answeredMs, r.requestsSent);
-        Output::forCommand(c).formattedWriteDone(
-            t, link.options().station, c.write.texts, c.write.registers.size());
+        Output::forCommand(c).formattedWriteDone(t, link().options().station, c.write.texts,
+            c.write.registers.size(), lineReport(r.answeredMs, r.requestsSent));
         return ExitOk;
     }
-    const DriverHost::Result r = host.write(link, t.address, t.type, c.write.values);
+    const DriverHost::Result r = host().write(link(), t.address, t.type, c.write.values);
     if (!r.ok)
         return failure(c, r.errorText);
-    showHealth(c, r.answeredMs, r.requestsSent);
-    Output::forCommand(c).writeDone(t, link.options().station, c.write.values);
+    Output::forCommand(c).writeDone(
+        t, link().options().station, c.write.values, lineReport(r.answeredMs, r.requestsSent));
     return ExitOk;
 }

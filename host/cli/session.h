@@ -1,16 +1,14 @@
 #ifndef HOST_CLI_SESSION_H
 #define HOST_CLI_SESSION_H
 
-// A teco-cli session: the driver plug-in loaded as the panel loads it, the
-// serial link, and, when no port is given, the simulated drive on a
-// pseudo-terminal at the other end of the link.
+// A teco-cli session: one DriverSession (the driver plug-in, the serial
+// link and, when no port is given, the simulated drive at its other end)
+// and the commands that run on it.
 
 #include "command.h"
-#include "driverhost.h"
-#include "driverinterface.h"
+#include "driversession.h"
+#include "output.h"
 #include "samplelog.h"
-#include "seriallink.h"
-#include "simdrive.h"
 
 #include <cstdio>
 #include <memory>
@@ -45,6 +43,8 @@ public:
     int runLine(const Line &line);
 
 private:
+    // A command that needs the line: opens it first.
+    int runOnLine(const Command &c);
     int info(const Command &c);
     int read(const Command &c);
     int write(const Command &c);
@@ -60,26 +60,29 @@ private:
     int usage(const std::string &text);
     // Says so when a read covers the driver's register window but goes to the drive.
     void noteWindow(const Tag &t);
-    // Hands the output what the line did since the command began, when its
-    // answer was complete and the requests it sent.
-    void showHealth(const Command &c, int64_t answeredMs = 0, int64_t requestsSent = -1);
+    // What the line did since the command began, when its answer was
+    // complete and the requests it sent.
+    LineReport lineReport(int64_t answeredMs = 0, int64_t requestsSent = -1);
     // For a device the user may not open: how to get the right; else "".
     static std::string permissionHint(const std::string &port);
-    // One sentence: the link's device went away.
-    std::string deviceGoneText() const;
     SerialLink::StationHealth healthBefore; // the link's totals when the running command began
     // An informational line on standard error, unless --quiet.
     void note(const std::string &text);
     // A read or write that failed: its text, the exception name, what the line did.
     int failure(const Command &c, const std::string &text);
 
+    // Starts the tracing that --trace asks for.
+    int startTrace();
+    // The simulated drive's options, or bad usage when there is a port.
+    int simOptions(SimDrive::Options &options);
+
+    SerialLink &link() { return drive.link(); }
+    const DriverHost &host() const { return drive.host(); }
+
     CliOptions session;
-    DriverHost host;
-    DriverInterface *driver = nullptr; // the loaded driver, owned by its plug-in
+    DriverSession drive;
     LinkSettings settings;
     LinkOptions defaults; // the session's link options; commands override some
-    SerialLink link;
-    SimDrive sim;
     SampleLog pollLog; // poll --log
     bool lineOpen = false;
 };

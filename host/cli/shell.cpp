@@ -337,7 +337,7 @@ int Session::shell(const Command &)
     ShellInput input;
     if (input.interactive())
         std::printf("teco-cli shell on %s: \"help\" lists the commands, Ctrl-D ends\n",
-            link.settings().text().c_str());
+            link().settings().text().c_str());
     bool quit = false;
     // One line: its exit status, or -1 for one that runs nothing (blanks, a
     // comment, quit).

@@ -25,6 +25,33 @@ void registerMonitorTypes()
     (void)done;
 }
 
+namespace {
+
+std::vector<std::string> simFaults(const ConnectSettings &s)
+{
+    std::vector<std::string> faults;
+    for (const QString &text : s.simFaults)
+        faults.push_back(text.toStdString());
+    return faults;
+}
+
+std::optional<std::string> simMap(const ConnectSettings &s)
+{
+    if (s.simMap.isEmpty())
+        return std::nullopt;
+    return s.simMap.toStdString();
+}
+
+// A tag as the poller reads it: at its own station, or the connection's.
+Tag polledTag(const PollTag &t)
+{
+    Tag tag = t.tag;
+    tag.station = t.station > 0 ? t.station : -1;
+    return tag;
+}
+
+} // namespace
+
 MonitorWorker::MonitorWorker(QObject *parent)
     : QObject(parent)
     , cycleTimer(this)
@@ -41,26 +68,22 @@ MonitorWorker::MonitorWorker(QObject *parent)
         if (!polling || !lineOpen)
             return;
         cycleTimer.start(intervalMs); // the next cycle is due one interval after this one began
-        if (scan.running || nextTag >= 0 || tags.isEmpty())
+        if (scan.running || poller.inCycle() || tags.isEmpty())
             return; // a cycle or a scan still runs: this one is skipped
         startCycle();
     });
 }
 
-MonitorWorker::~MonitorWorker()
-{
-    link.close();
-    sim.stop();
-}
+MonitorWorker::~MonitorWorker() = default;
 
 void MonitorWorker::loadDriver(const QString &plugin)
 {
     std::string error;
     DriverDefaults d;
     LinkSettings settings;
-    driver = host.load(plugin.toStdString(), error);
-    if (!driver || !host.defaults(std::nullopt, settings, d.options, error)) {
-        driver = nullptr;
+    if (!drive.load(plugin.toStdString(), error)
+        || !drive.defaults(std::nullopt, settings, d.options, error)) {
+        drive.unload();
         emit driverLoaded(false, QString::fromStdString(error), d);
         return;
     }
@@ -73,40 +96,27 @@ void MonitorWorker::open(const ConnectSettings &s)
     close();
     std::string error;
     auto fail = [this](const std::string &text) { emit opened(false, QString::fromStdString(text)); };
-    if (!driver)
+    if (!drive.driver())
         return fail("no driver loaded");
     LinkSettings settings;
     LinkOptions unused;
-    if (!host.defaults(s.link.toStdString(), settings, unused, error))
+    if (!drive.defaults(s.link.toStdString(), settings, unused, error))
         return fail(error);
     base = s.options;
-    std::string port = s.port.toStdString();
-    if (port.empty()) {
-        SimDrive::Options so;
-        so.link = settings;
-        std::vector<std::string> faults;
-        for (const QString &text : s.simFaults)
-            faults.push_back(text.toStdString());
-        std::optional<std::string> map;
-        if (!s.simMap.isEmpty())
-            map = s.simMap.toStdString();
-        if (!SimDrive::optionsFrom(s.simStations.toStdString(), faults, map, so, error))
-            return fail(error);
-        if (!sim.start(so, error))
-            return fail("cannot start the simulated drive: " + error);
-        port = sim.devicePath();
-    }
-    if (!link.open(port, settings, base, error)) {
-        sim.stop();
+    const std::string port = s.port.toStdString();
+    SimDrive::Options so;
+    if (port.empty()
+        && !DriverSession::simOptions(s.simStations.toStdString(), simFaults(s), simMap(s), so, error))
         return fail(error);
-    }
-    link.setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
-    driver->initialize(&link);
+    if (!drive.connect(port, so, settings, base, error))
+        return fail(error);
+    link().setTraceSink([this](const TraceEvent &e) { pending.push_back(e); });
     lineOpen = true;
-    backoff.clear();
-    cycle = 0;
-    const QString where
-        = sim.running() ? "simulated drive on " + QString::fromStdString(port) : QString::fromStdString(port);
+    poller.setOptions(base);
+    poller.restart();
+    const QString where = drive.sim().running()
+        ? "simulated drive on " + QString::fromStdString(link().device())
+        : QString::fromStdString(port);
     emit opened(true, where + ", " + QString::fromStdString(settings.text()));
     if (polling)
         cycleTimer.start(0);
@@ -120,10 +130,8 @@ void MonitorWorker::close()
         scan.running = false;
         emit scanFinished(scan.answering, true, "the line closed");
     }
-    if (!lineOpen && !sim.running())
+    if (!drive.close() && !lineOpen)
         return;
-    link.close();
-    sim.stop();
     lineOpen = false;
     pending.clear();
     emit closed();
@@ -132,8 +140,10 @@ void MonitorWorker::close()
 void MonitorWorker::setTags(const QVector<PollTag> &list)
 {
     tags = list;
-    if (nextTag >= tags.size())
-        nextTag = -1;
+    std::vector<Tag> polled;
+    for (const PollTag &t : list)
+        polled.push_back(polledTag(t));
+    poller.setTags(std::move(polled));
 }
 
 void MonitorWorker::setPolling(bool on, int interval)
@@ -150,79 +160,64 @@ void MonitorWorker::setPolling(bool on, int interval)
 
 void MonitorWorker::useStation(int station)
 {
-    link.options() = base;
+    link().options() = base;
     if (station > 0)
-        link.options().station = station;
+        link().options().station = station;
 }
 
 void MonitorWorker::startCycle()
 {
-    nextTag = 0;
-    cycleStartNs = monotonicNs();
+    poller.beginCycle();
     pollNext();
 }
 
-Reading MonitorWorker::readTag(const PollTag &t, int retry)
+Reading MonitorWorker::readingOf(const PollTag &t, const PollSample &s) const
 {
-    useStation(t.station);
-    if (retry >= 0)
-        link.options().retry = retry;
     Reading r;
     r.id = t.id;
     r.revision = t.revision;
-    const int64_t t0 = monotonicNs();
-    const FormattedResult f = readAsTexts(host, link, t.tag.address, t.tag.type, t.tag.format, t.tag.count);
-    r.latencyNs = monotonicNs() - t0;
-    r.ok = f.ok;
+    r.latencyNs = s.latencyNs;
+    r.ok = s.result.ok;
     if (r.ok)
-        r.values = f.values;
+        r.values = s.result.values;
     else
-        r.error = QString::fromStdString(f.errorText);
-    // The time of the answer; a read without one failed when it ended.
-    r.timeMs = f.answeredMs > 0 ? f.answeredMs : QDateTime::currentMSecsSinceEpoch();
-    const int station = stationOf(t);
-    backoff.record(station, cycle, f.ok || f.error.kind == ErrorKind::Exception);
-    if (backoff.backedOff(station))
+        r.error = QString::fromStdString(s.result.errorText);
+    r.timeMs = s.wallMs;
+    if (s.backedOff)
         r.backoff = QString("station %1 does not answer; read every %2th cycle")
-                        .arg(station)
-                        .arg(backoff.everyCycles());
+                        .arg(s.station)
+                        .arg(poller.backoff().everyCycles());
     return r;
 }
 
 void MonitorWorker::pollNext()
 {
-    if (!lineOpen || nextTag < 0) {
-        nextTag = -1;
+    PollSample sample;
+    if (!lineOpen || !poller.inCycle()) {
+        poller.abandonCycle();
         return;
     }
-    // A backed-off station's tags wait for its turn.
-    while (nextTag < tags.size() && !backoff.due(stationOf(tags[nextTag]), cycle))
-        ++nextTag;
-    if (nextTag >= tags.size())
+    if (!poller.next(sample))
         return finishCycle();
-    const PollTag t = tags[nextTag];
-    const Reading r = readTag(t, backoff.backedOff(stationOf(t)) ? 0 : -1);
+    const Reading r = readingOf(tags[int(sample.index)], sample);
     flushTraffic();
     emit reading(r);
-    ++nextTag;
     stepTimer.start(0);
 }
 
 void MonitorWorker::abandonCycle()
 {
     stepTimer.stop();
-    nextTag = -1;
+    poller.abandonCycle();
 }
 
 void MonitorWorker::finishCycle()
 {
-    nextTag = -1;
     CycleStatus status;
-    for (int station : backoff.backedOffStations())
+    for (int station : poller.backoff().backedOffStations())
         status.backedOff.push_back(station);
-    status.cycleMs = (monotonicNs() - cycleStartNs) / 1000000;
+    status.cycleMs = poller.endCycle() / 1000000;
     status.missed = status.cycleMs > intervalMs;
-    ++cycle;
     emitHealth();
     emit cycleDone(status);
 }
@@ -234,9 +229,8 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
         return;
     }
     useStation(t.station);
-    const DriverHost::Result result = t.tag.format
-        ? writeRegisters(host, link, t.tag.address, std::vector<uint16_t>(values.begin(), values.end()))
-        : host.write(link, t.tag.address, t.tag.type, std::vector<uint32_t>(values.begin(), values.end()));
+    const DriverHost::Result result
+        = drive.writeTag(t.tag, std::vector<uint32_t>(values.begin(), values.end()));
     const QString mismatch = result.ok ? readBackMismatch(t, values) : QString();
     flushTraffic();
     emitHealth();
@@ -248,7 +242,7 @@ void MonitorWorker::write(const PollTag &t, const QVector<uint> &values)
 
 QString MonitorWorker::readBackMismatch(const PollTag &t, const QVector<uint> &values)
 {
-    const Reading back = readTag(t);
+    const Reading back = readingOf(t, poller.read(polledTag(t)));
     emit reading(back);
     if (!back.ok)
         return "written, but the read-back failed: " + back.error;
@@ -299,11 +293,11 @@ void MonitorWorker::scanNext()
 {
     if (!scan.running || !lineOpen)
         return;
-    link.options() = base;
-    link.options().station = scan.station;
-    link.options().timeoutMs = scanTimeoutMs;
-    link.options().retry = scanRetry;
-    const DriverHost::Result result = host.read(link, scan.probe, defaultType(scan.probe), 1);
+    link().options() = base;
+    link().options().station = scan.station;
+    link().options().timeoutMs = scanTimeoutMs;
+    link().options().retry = scanRetry;
+    const DriverHost::Result result = drive.host().read(link(), scan.probe, defaultType(scan.probe), 1);
     flushTraffic();
     if (result.requestsSent == 0) {
         // The driver answered from its own registers: no station was asked.
@@ -327,7 +321,7 @@ void MonitorWorker::addFault(const QString &text)
 {
     FaultRule rule;
     std::string error;
-    if (!sim.running()) {
+    if (!drive.sim().running()) {
         emit faultAdded(false, "faults go to the simulated drive, which runs only without a port");
         return;
     }
@@ -335,11 +329,11 @@ void MonitorWorker::addFault(const QString &text)
         emit faultAdded(false, QString::fromStdString(error));
         return;
     }
-    sim.addFault(rule);
+    drive.sim().addFault(rule);
     emit faultAdded(true, "fault " + QString::fromStdString(rule.text()) + " added to the simulated drive");
 }
 
-void MonitorWorker::emitHealth() { emit health(link.health()); }
+void MonitorWorker::emitHealth() { emit health(link().health()); }
 
 void MonitorWorker::flushTraffic()
 {

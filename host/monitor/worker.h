@@ -2,23 +2,17 @@
 #define HOST_MONITOR_WORKER_H
 
 // The one object that talks to the line. It lives on its own thread and
-// owns the driver host, the serial link and, without a port, the simulated
-// drive; it runs every command, one at a time, and the window reaches it
-// only through queued signals and slots. A poll cycle reads one tag per
-// turn of the thread's event loop, so a write, a stop or a disconnect waits
-// for one command at most.
-//
-// A station that stops answering is backed off (StationBackoff): its tags
-// are read once every few cycles with a single attempt, so that its
-// time-outs do not stretch every other tag's interval; it comes back as soon
-// as it answers. A write is read back, and a value other than the one
-// written is reported as a failed write.
+// owns one driver session (the plug-in, the serial link and, without a port,
+// the simulated drive); it runs every command, one at a time, and the window
+// reaches it only through queued signals and slots. A poll cycle (Poller)
+// reads one tag per turn of the thread's event loop, so a write, a stop or a
+// disconnect waits for one command at most; a station that stops answering
+// is backed off as the poller says. A write is read back, and a value other
+// than the one written is reported as a failed write.
 
-#include "driverhost.h"
+#include "driversession.h"
 #include "monitortypes.h"
-#include "seriallink.h"
-#include "simdrive.h"
-#include "stationbackoff.h"
+#include "poller.h"
 #include "traffic.h"
 
 #include <QObject>
@@ -70,9 +64,8 @@ private:
     void pollNext();
     void finishCycle();
     void abandonCycle();
-    int stationOf(const PollTag &tag) const { return tag.station > 0 ? tag.station : base.station; }
-    // One read of a tag as it is now; retry as the link's unless given.
-    Reading readTag(const PollTag &tag, int retry = -1);
+    // A poller's sample of a tag as the window takes it.
+    Reading readingOf(const PollTag &tag, const PollSample &sample) const;
     // Why a write read back is not what was written; empty when it is.
     QString readBackMismatch(const PollTag &tag, const QVector<uint> &values);
     void endScan(bool stopped, const QString &why);
@@ -81,10 +74,9 @@ private:
     void emitHealth();
     void useStation(int station);
 
-    DriverHost host;
-    DriverInterface *driver = nullptr;
-    SerialLink link;
-    SimDrive sim;
+    SerialLink &link() { return drive.link(); }
+
+    DriverSession drive;
     LinkOptions base; // the connection's options; commands change the station
     bool lineOpen = false;
 
@@ -98,10 +90,7 @@ private:
     QTimer scanTimer;
     bool polling = false;
     int intervalMs = 500;
-    int nextTag = -1; // within a cycle: the tag to read next; -1 between cycles
-    StationBackoff backoff;
-    uint64_t cycle = 0; // cycles since the line opened
-    int64_t cycleStartNs = 0;
+    Poller poller { drive }; // cycles since the line opened, each station's backoff
 
     struct Scan
     {

@@ -5,11 +5,8 @@
 // QPluginLoader, our serial link, a pseudo-terminal, and the simulated drive
 // (a libmodbus slave) at the other end.
 
-#include "driverhost.h"
-#include "driverinterface.h"
+#include "driversession.h"
 #include "hex.h"
-#include "seriallink.h"
-#include "simdrive.h"
 
 #include <gtest/gtest.h>
 
@@ -37,28 +34,25 @@ public:
         so.stations = { 1, 2, 3, 7 };
         so.map = map;
         so.faults = faults;
-        std::string error;
-        if (!sim.start(so, error))
-            ADD_FAILURE() << "simulated drive: " << error;
         LinkOptions lo;
         lo.timeoutMs = timeoutMs;
         lo.retry = retry;
         lo.station = 1;
-        if (!link.open(sim.devicePath(), line, lo, error))
-            ADD_FAILURE() << "link: " << error;
-        driver = host.load(TECO_SERVO_PLUGIN_PATH, error);
-        if (!driver)
+        std::string error;
+        if (!session.load(TECO_SERVO_PLUGIN_PATH, error))
             ADD_FAILURE() << "plug-in: " << error;
-        else
-            driver->initialize(&link);
+        driver = session.driver();
+        if (!session.startSim(so, error))
+            ADD_FAILURE() << "simulated drive: " << error;
+        else if (!session.open(std::string(), line, lo, error))
+            ADD_FAILURE() << "link: " << error;
     }
     ~E2eRig()
     {
         // The plug-in's shared instance carries the relay window's table:
         // every test starts with a new one.
-        host.unload();
-        link.close();
-        sim.stop();
+        session.unload();
+        session.close();
     }
 
     QByteArray read(int type, int count, const char *address)
@@ -100,9 +94,10 @@ public:
         return false;
     }
 
-    SimDrive sim;
-    SerialLink link;
-    DriverHost host;
+    DriverSession session;
+    SimDrive &sim = session.sim();
+    SerialLink &link = session.link();
+    const DriverHost &host = session.host();
     DriverInterface *driver = nullptr;
 };
 
