@@ -9,6 +9,10 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build/lint}
 cd "$root"
 
+for tool in clang-format clang-tidy; do
+  command -v $tool >/dev/null || { echo "lint: $tool is missing (WITH_LINT=1 scripts/setup.sh installs it)" >&2; exit 2; }
+done
+
 status=0
 mapfile -t files < <(git ls-files -- runtime host bench | grep -E '\.(cpp|h)$')
 mapfile -t units < <(printf '%s\n' "${files[@]}" | grep -E '\.cpp$')
@@ -20,12 +24,12 @@ if ! clang-format --dry-run -Werror "${files[@]}"; then
 fi
 
 # clang-tidy reads the compiler's flags from compile_commands.json. Only the
-# configuration is needed: no product file includes a generated one (moc
-# output is compiled on its own), so nothing is built.
-if [ ! -f "$build/compile_commands.json" ] || [ CMakeLists.txt -nt "$build/compile_commands.json" ]; then
-  cmake -S "$root" -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DTECO_QMAKE_TEST=OFF >"$build.configure.log" 2>&1 ||
-    { cat "$build.configure.log"; exit 1; }
-fi
+# configuration is needed (a few seconds; it also picks up new files): no
+# product file includes a generated one (moc output is compiled on its own),
+# so nothing is built.
+mkdir -p "$build"
+cmake -S "$root" -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DTECO_QMAKE_TEST=OFF >"$build/lint.configure.log" 2>&1 ||
+  { cat "$build/lint.configure.log"; exit 1; }
 
 echo "== lint: clang-tidy over ${#units[@]} translation units"
 out=$(mktemp -d)
