@@ -337,7 +337,7 @@ private:
 
 // A line that the shell runs itself: "quit" or "exit" (quit set) or "help"
 // (its text shown). False for any other line.
-bool runShellWord(const std::string &text, bool &quit)
+bool runBuiltinLine(const std::string &text, bool &quit)
 {
     std::vector<std::string> words;
     std::string error;
@@ -371,7 +371,7 @@ int Session::shell(const Command &)
     // One line: its exit status, or -1 for one that runs nothing (blanks, a
     // comment, quit).
     auto runText = [&](const std::string &text) {
-        if (runShellWord(text, quit))
+        if (runBuiltinLine(text, quit))
             return quit ? -1 : int(ExitOk);
         Line line;
         std::string lineError;
