@@ -13,6 +13,10 @@ packages=(
 if [ "${WITH_ARMHF:-1}" = 1 ]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
 fi
+# The lint gate (scripts/lint.sh) needs clang-format and clang-tidy (opt-in).
+if [ "${WITH_LINT:-0}" = 1 ]; then
+  packages+=(clang-format clang-tidy)
+fi
 # The libFuzzer targets under fuzz/ need clang and its runtime (opt-in).
 if [ "${WITH_FUZZ:-0}" = 1 ]; then
   packages+=(clang libclang-rt-14-dev)

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Quick start, second command: set up, then build and run the whole test
-# suite three ways: native (then build, install, run and remove its Debian
-# package), under AddressSanitizer and UndefinedBehaviorSanitizer,
-# and for the panel's 32-bit ARM under qemu; then build the libFuzzer targets
-# with clang and run each one for a bounded time (scripts/fuzz.sh). Any
-# failure fails the run.
+# Quick start, second command: set up, run the lint gate (scripts/lint.sh:
+# clang-format and clang-tidy), then build and run the whole test suite three
+# ways: native (then build, install, run and remove its Debian package), under
+# AddressSanitizer and UndefinedBehaviorSanitizer, and for the panel's 32-bit
+# ARM under qemu; then build the libFuzzer targets with clang and run each one
+# for a bounded time (scripts/fuzz.sh). Any failure fails the run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/setup.sh"
@@ -21,9 +21,14 @@ run_variant() {
   echo "== $name: done in $((SECONDS - start)) s"
 }
 
-only=${TECO_VARIANTS:-native package sanitize armhf fuzz}
+only=${TECO_VARIANTS:-lint native package sanitize armhf fuzz}
 for v in $only; do
   case $v in
+    lint)
+      start=$SECONDS
+      WITH_LINT=1 "$root/scripts/setup.sh"
+      "$root/scripts/lint.sh"
+      echo "== lint: done in $((SECONDS - start)) s" ;;
     native) run_variant native ;;
     sanitize)
       ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \

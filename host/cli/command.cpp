@@ -153,8 +153,11 @@ bool lineSettingsToTry(const CliOptions &o, Command &c, std::string &error)
     };
     const std::function<bool(const std::string &, char &)> parity = [](const std::string &t, char &p) {
         const std::string u = upperCase(t);
-        p = u == "N" || u == "NONE" ? 'N' : u == "E" || u == "EVEN" ? 'E' : u == "O" || u == "ODD" ? 'O' : 0;
-        return p != 0;
+        p = u == "N" || u == "NONE"   ? 'N'
+            : u == "E" || u == "EVEN" ? 'E'
+            : u == "O" || u == "ODD"  ? 'O'
+                                      : '\0';
+        return p != '\0';
     };
     const std::function<bool(const std::string &, int &)> stop
         = [](const std::string &t, int &bits) { return parseWholeNumber(t, 1, 2, bits); };
@@ -289,39 +292,57 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
     return false;
 }
 
-std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word)
+namespace {
+
+// The arguments a shell line's command takes ("address", "addresses",
+// "file" or ""), from the command table.
+std::string lineCommandArguments(const std::string &command)
 {
-    std::vector<std::string> candidates;
+    const CommandRow *row = nullptr;
+    for (const CommandRow &r : commands)
+        if (command == r.name && (r.places & Line))
+            row = &r;
+    return row && row->arguments ? row->arguments : "";
+}
+
+// Every word that may stand where the shell is completing, before it is
+// matched against what is typed.
+std::vector<std::string> shellCandidates(const std::vector<std::string> &before, const std::string &word)
+{
     const std::string command = before.empty() ? std::string() : before[0];
     const std::string previous = before.empty() ? std::string() : before.back();
     // What the option before the word takes, and what the command's
     // arguments are: from the option and command tables.
     const std::string values = lineOptionValues(previous);
-    const CommandRow *row = nullptr;
-    for (const CommandRow &r : commands)
-        if (command == r.name && (r.places & Line))
-            row = &r;
-    const std::string arguments = row && row->arguments ? row->arguments : "";
-    if (values.compare(0, 6, "words ") == 0) {
-        candidates = splitFields(values.substr(6), ' ');
-    } else if (word.compare(0, 1, "-") == 0) {
-        candidates = lineOptionNames(); // options may stand before the command too
-    } else if (before.empty()) {
+    const std::string arguments = lineCommandArguments(command);
+    if (values.compare(0, 6, "words ") == 0)
+        return splitFields(values.substr(6), ' ');
+    if (word.compare(0, 1, "-") == 0)
+        return lineOptionNames(); // options may stand before the command too
+    if (before.empty()) {
+        std::vector<std::string> candidates;
         for (const CommandRow &r : commands)
             if (r.places & Line)
                 candidates.push_back(r.name);
         candidates.insert(candidates.end(), { "help", "quit", "exit" });
-    } else if (command == "trace" && before.size() == 1) {
-        candidates = { "on", "off" };
-    } else if (!values.empty() && values != "address") {
-        // a file or a text: nothing to offer
-    } else if (values == "address" || arguments == "addresses"
-        || (arguments == "address" && before.size() == 1)) {
-        candidates = addressPrefixes();
+        return candidates;
     }
+    if (command == "trace" && before.size() == 1)
+        return { "on", "off" };
+    if (!values.empty() && values != "address")
+        return {}; // a file or a text: nothing to offer
+    if (values == "address" || arguments == "addresses" || (arguments == "address" && before.size() == 1))
+        return addressPrefixes();
+    return {};
+}
+
+} // namespace
+
+std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word)
+{
     const std::string upperWord = upperCase(word);
     std::vector<std::string> matches;
-    for (const std::string &c : candidates) {
+    for (const std::string &c : shellCandidates(before, word)) {
         const bool address = std::isupper(static_cast<unsigned char>(c[0])) != 0;
         const std::string &typed = address ? upperWord : word;
         // A word order ("int32:CDAB") once its colon is typed.

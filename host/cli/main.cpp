@@ -70,6 +70,7 @@ const char usageText[]
       "other options:\n"
       "  --help                this text\n"
       "  --version             the version of teco-cli and of its default (or --plugin) plug-in\n"
+      "  --list-completions    the words the shell's completion offers (options, values, commands)\n"
       "\n"
       "output: a table, or --json for scripts; --quiet drops informational lines on standard\n"
       "error. Exit status: 0 success, 1 a command failed\n"

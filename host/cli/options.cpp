@@ -58,10 +58,12 @@ std::string formatWords()
     return words;
 }
 
-OptionTable cliOptionTable(CliOptions &o)
+// The options of the session: the link, the plug-in, the simulated drive and
+// the program itself; only on the command line.
+std::vector<OptionTable::Row> sessionOptionRows(CliOptions &o)
 {
     using T = OptionTable;
-    return OptionTable({
+    return {
         T::text("plugin", o.plugin, Session).completing("file"),
         T::checked(
             "port",
@@ -97,7 +99,14 @@ OptionTable cliOptionTable(CliOptions &o)
         T::flag("version", o.version, Session),
         T::flag("list-completions", o.listCompletions, Session),
         T::flag("quiet", o.quiet, Session),
+    };
+}
 
+// The options of a command: also on a line of a batch or the shell.
+std::vector<OptionTable::Row> commandOptionRows(CliOptions &o)
+{
+    using T = OptionTable;
+    return {
         T::integer("station", 0, 255, o.station, Command),
         T::integer("timeout", 1, 600000, o.timeout, Command),
         T::integer("retry", 0, 100, o.retry, Command),
@@ -122,7 +131,15 @@ OptionTable cliOptionTable(CliOptions &o)
         T::text("bauds", o.bauds, Command),
         T::text("parities", o.parities, Command),
         T::text("stop-bits", o.stopBits, Command),
-    });
+    };
+}
+
+OptionTable cliOptionTable(CliOptions &o)
+{
+    std::vector<OptionTable::Row> rows = sessionOptionRows(o);
+    const std::vector<OptionTable::Row> command = commandOptionRows(o);
+    rows.insert(rows.end(), command.begin(), command.end());
+    return OptionTable(rows);
 }
 
 } // namespace

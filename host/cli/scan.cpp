@@ -6,6 +6,8 @@
 #include "terminal.h"
 #include "textutil.h"
 
+#include <cmath>
+
 namespace {
 
 // Every combination of the settings to try, on the link's own interface and
@@ -30,13 +32,99 @@ std::vector<LinkSettings> settingsToTry(const Command &c, const LinkSettings &ow
 
 std::string timeText(double seconds)
 {
-    const long s = long(seconds + 0.5);
+    const long s = std::lround(seconds);
     char text[32];
     if (s >= 60)
         std::snprintf(text, sizeof text, "%ld min %02ld s", s / 60, s % 60);
     else
         std::snprintf(text, sizeof text, "%ld s", s);
     return text;
+}
+
+// One scan under way: the stations probed at one line setting after
+// another, the stations heard, and the progress line on a terminal.
+struct ScanRun
+{
+    DriverHost &host;
+    SerialLink &link;
+    const Command &c;
+    Output &out;
+    ValueType type;
+    bool live;
+    int64_t start;
+    ScanSummary summary;
+
+    // Probes every station at the link's present setting (linkText);
+    // where names it on the progress line when settings are listed.
+    void probeStations(const std::string &linkText, const std::string &where);
+    void showProgress(const std::string &where) const;
+    void clearProgress() const
+    {
+        if (live)
+            std::fputs("\r\033[K", stderr);
+    }
+};
+
+void ScanRun::probeStations(const std::string &linkText, const std::string &where)
+{
+    for (int s = c.from; s <= c.to; ++s) {
+        link.options().station = s;
+        const DriverHost::Result r = host.read(link, c.probe, type, 1);
+        if (InterruptScope::interrupted())
+            break; // this probe may have been cut short: it does not count
+        ++summary.probed;
+        const ScanVerdict v = judgeScanProbe(r);
+        if (v.heard) {
+            summary.stations.push_back({ s, v.text, linkText });
+            summary.answering += v.answers ? 1 : 0;
+            clearProgress();
+            out.scanFound(summary, summary.stations.back());
+        }
+        if (live)
+            showProgress(where);
+    }
+}
+
+void ScanRun::showProgress(const std::string &where) const
+{
+    const int width = 30, filled = summary.probed * width / summary.probes;
+    const double elapsed = double(monotonicNs() - start) / 1e9;
+    const double left = elapsed / summary.probed * (summary.probes - summary.probed);
+    char text[160];
+    std::snprintf(text, sizeof text, "scan [%s%s] %d/%d, %d answering%s, %s left",
+        std::string(size_t(filled), '#').c_str(), std::string(size_t(width - filled), '.').c_str(),
+        summary.probed, summary.probes, summary.answering, where.c_str(), timeText(left).c_str());
+    // Like poll's status line: one column short of the width, so it never wraps.
+    std::fprintf(stderr, "\r\033[K%s", fitColumns(text, stderrColumns() - 1).c_str());
+    std::fflush(stderr);
+}
+
+ScanSummary startSummary(const Command &c, ValueType type, size_t lines, bool switching)
+{
+    ScanSummary summary;
+    summary.from = c.from;
+    summary.to = c.to;
+    summary.type = type;
+    summary.probe = c.probe.text();
+    summary.settings = int(lines);
+    summary.settingsListed = switching;
+    const int stations = c.to - c.from + 1;
+    summary.probes = stations * int(lines);
+    return summary;
+}
+
+// The exit status of a finished scan, with its one sentence if it failed.
+int scanStatus(const Command &c, const ScanSummary &summary, const std::string &error)
+{
+    if (!error.empty()) {
+        std::fprintf(stderr, "teco-cli: %s\n", error.c_str());
+        return ExitFailed;
+    }
+    if (summary.answering == 0) {
+        std::fprintf(stderr, "teco-cli: no station answered between %d and %d\n", c.from, c.to);
+        return ExitFailed;
+    }
+    return ExitOk;
 }
 
 } // namespace
@@ -47,76 +135,27 @@ int Session::scan(const Command &c)
     LinkOptions &l = link().options();
     l.timeoutMs = c.options.timeout ? *c.options.timeout : scanTimeoutMs;
     l.retry = c.options.retry ? *c.options.retry : scanRetry;
-    const bool live = stderrIsTerminal();
     const ValueType type = defaultType(c.probe);
     const LinkSettings own = link().settings();
     const std::vector<LinkSettings> lines = settingsToTry(c, own);
     const bool switching = !c.bauds.empty() || !c.parities.empty() || !c.stopBits.empty();
-    Output &out = Output::forCommand(c);
-    ScanSummary summary;
-    summary.from = c.from;
-    summary.to = c.to;
-    summary.type = type;
-    summary.probe = c.probe.text();
-    summary.settings = int(lines.size());
-    summary.settingsListed = switching;
-    const int stations = c.to - c.from + 1;
-    summary.probes = stations * int(lines.size());
-    auto clearProgress = [&]() {
-        if (live)
-            std::fputs("\r\033[K", stderr);
-    };
-    const int64_t start = monotonicNs();
+    ScanRun run { host(), link(), c, Output::forCommand(c), type, stderrIsTerminal(), monotonicNs(),
+        startSummary(c, type, lines.size(), switching) };
     std::string error;
     for (size_t k = 0; k < lines.size() && !InterruptScope::interrupted() && error.empty(); ++k) {
         const std::string linkText = lines[k].text();
         if (switching && !link().setLine(lines[k], error))
             break;
-        for (int s = c.from; s <= c.to; ++s) {
-            l.station = s;
-            const DriverHost::Result r = host().read(link(), c.probe, type, 1);
-            if (InterruptScope::interrupted())
-                break; // this probe may have been cut short: it does not count
-            ++summary.probed;
-            const ScanVerdict v = judgeScanProbe(r);
-            if (v.heard) {
-                summary.stations.push_back({ s, v.text, linkText });
-                summary.answering += v.answers ? 1 : 0;
-                clearProgress();
-                out.scanFound(summary, summary.stations.back());
-            }
-            if (live) {
-                const int width = 30, filled = summary.probed * width / summary.probes;
-                const double elapsed = double(monotonicNs() - start) / 1e9;
-                const double left = elapsed / summary.probed * (summary.probes - summary.probed);
-                std::string where;
-                if (switching)
-                    where = ", " + linkText + " (" + std::to_string(k + 1) + " of "
-                        + std::to_string(lines.size()) + ")";
-                char text[160];
-                std::snprintf(text, sizeof text, "scan [%s%s] %d/%d, %d answering%s, %s left",
-                    std::string(size_t(filled), '#').c_str(),
-                    std::string(size_t(width - filled), '.').c_str(), summary.probed, summary.probes,
-                    summary.answering, where.c_str(), timeText(left).c_str());
-                // Like poll's status line: one column short of the width, so it never wraps.
-                std::fprintf(stderr, "\r\033[K%s", fitColumns(text, stderrColumns() - 1).c_str());
-                std::fflush(stderr);
-            }
-        }
+        const std::string where = switching
+            ? ", " + linkText + " (" + std::to_string(k + 1) + " of " + std::to_string(lines.size()) + ")"
+            : std::string();
+        run.probeStations(linkText, where);
     }
-    clearProgress();
+    run.clearProgress();
     std::string restoreError;
     if (switching && !link().setLine(own, restoreError) && error.empty())
         error = restoreError;
-    summary.interrupted = InterruptScope::interrupted();
-    out.scanDone(summary);
-    if (!error.empty()) {
-        std::fprintf(stderr, "teco-cli: %s\n", error.c_str());
-        return ExitFailed;
-    }
-    if (summary.answering == 0) {
-        std::fprintf(stderr, "teco-cli: no station answered between %d and %d\n", c.from, c.to);
-        return ExitFailed;
-    }
-    return ExitOk;
+    run.summary.interrupted = InterruptScope::interrupted();
+    run.out.scanDone(run.summary);
+    return scanStatus(c, run.summary, error);
 }

@@ -166,8 +166,44 @@ char **complete(const char *text, int start, int)
         return nullptr;
     // An address prefix is followed by its number, not a blank.
     const bool prefix = std::isupper(static_cast<unsigned char>(completions[0][0])) != 0;
-    rl_completion_append_character = prefix ? '\0' : ' ';
+    rl_completion_append_character = prefix ? 0 : ' ';
     return rl_completion_matches(text, nextCompletion);
+}
+
+// One byte of standard input, waited for with SIGINT let through (previous
+// is the signal mask without it blocked); false at the end of the input,
+// when the terminal is gone and at Ctrl-C.
+bool waitForByte(const sigset_t &previous, unsigned char &byte)
+{
+    while (!InterruptScope::interrupted()) {
+        struct pollfd p = { STDIN_FILENO, POLLIN, 0 };
+        if (ppoll(&p, 1, nullptr, &previous) < 0 && errno != EINTR)
+            return false;
+        const ssize_t n = p.revents ? ::read(STDIN_FILENO, &byte, 1) : -1;
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || !p.revents))
+            continue;
+        return n > 0; // n == 0: the end of the input, or the terminal is gone
+    }
+    return false;
+}
+
+// The code point that starts with the byte lead, its other bytes read from
+// standard input; lead itself where they are not UTF-8.
+int utf8Key(unsigned char lead)
+{
+    const int length = lead < 0x80 ? 1
+        : (lead & 0xE0) == 0xC0    ? 2
+        : (lead & 0xF0) == 0xE0    ? 3
+        : (lead & 0xF8) == 0xF0    ? 4
+                                   : 1;
+    int key = length == 1 ? lead : lead & (0x7F >> length);
+    for (int i = 1; i < length; ++i) {
+        unsigned char byte = 0;
+        if (::read(STDIN_FILENO, &byte, 1) != 1 || (byte & 0xC0) != 0x80)
+            return lead; // not UTF-8: the byte as it is
+        key = (key << 6) | (byte & 0x3F);
+    }
+    return key;
 }
 
 // A key for libedit: the next character on standard input, decoded from
@@ -181,33 +217,8 @@ int readKey(FILE *)
     sigemptyset(&interrupt);
     sigaddset(&interrupt, SIGINT);
     sigprocmask(SIG_BLOCK, &interrupt, &previous);
-    int key = EOF;
-    unsigned char bytes[4];
-    while (!InterruptScope::interrupted()) {
-        struct pollfd p = { STDIN_FILENO, POLLIN, 0 };
-        if (ppoll(&p, 1, nullptr, &previous) < 0 && errno != EINTR)
-            break;
-        const ssize_t n = p.revents ? ::read(STDIN_FILENO, bytes, 1) : -1;
-        if (n < 0 && (errno == EINTR || errno == EAGAIN || !p.revents))
-            continue;
-        if (n <= 0)
-            break; // the end of the input, or the terminal is gone
-        const unsigned char lead = bytes[0];
-        const int length = lead < 0x80 ? 1
-            : (lead & 0xE0) == 0xC0    ? 2
-            : (lead & 0xF0) == 0xE0    ? 3
-            : (lead & 0xF8) == 0xF0    ? 4
-                                       : 1;
-        key = length == 1 ? lead : lead & (0x7F >> length);
-        for (int i = 1; i < length; ++i) {
-            if (::read(STDIN_FILENO, bytes + i, 1) != 1 || (bytes[i] & 0xC0) != 0x80) {
-                key = lead; // not UTF-8: the byte as it is
-                break;
-            }
-            key = (key << 6) | (bytes[i] & 0x3F);
-        }
-        break;
-    }
+    unsigned char lead = 0;
+    const int key = waitForByte(previous, lead) ? utf8Key(lead) : EOF;
     sigprocmask(SIG_SETMASK, &previous, nullptr);
     return key;
 }
@@ -324,6 +335,24 @@ private:
     BatchLines plain;
 };
 
+// A line that the shell runs itself: "quit" or "exit" (quit set) or "help"
+// (its text shown). False for any other line.
+bool runBuiltinLine(const std::string &text, bool &quit)
+{
+    std::vector<std::string> words;
+    std::string error;
+    if (!splitWords(text, words, error) || words.empty())
+        return false;
+    quit = words[0] == "quit" || words[0] == "exit";
+    if (quit)
+        return true;
+    if (words[0] != "help")
+        return false;
+    std::fputs(shellHelp().c_str(), stdout);
+    std::fflush(stdout);
+    return true;
+}
+
 } // namespace
 
 int Session::shell(const Command &)
@@ -342,19 +371,10 @@ int Session::shell(const Command &)
     // One line: its exit status, or -1 for one that runs nothing (blanks, a
     // comment, quit).
     auto runText = [&](const std::string &text) {
-        std::vector<std::string> words;
-        std::string lineError;
-        if (splitWords(text, words, lineError) && !words.empty()) {
-            quit = words[0] == "quit" || words[0] == "exit";
-            if (quit)
-                return -1;
-            if (words[0] == "help") {
-                std::fputs(shellHelp().c_str(), stdout);
-                std::fflush(stdout);
-                return int(ExitOk);
-            }
-        }
+        if (runBuiltinLine(text, quit))
+            return quit ? -1 : int(ExitOk);
         Line line;
+        std::string lineError;
         if (!prepareLine(text, line, lineError))
             return usage(lineError);
         InterruptScope::reset();

@@ -43,37 +43,79 @@ bool AddressText::parse(const std::string &text, AddressText &address, std::stri
     return parse(text, address, error, false);
 }
 
-bool AddressText::parse(const std::string &text, AddressText &address, std::string &error, bool zeroBased)
+namespace {
+
+// The area prefix that upper starts with, into a; pos after it. False for
+// none.
+bool readPrefix(const std::string &upper, AddressText &a, size_t &pos)
 {
-    const char *const expected = zeroBased ? expectedZeroBased : expectedOneBased;
-    const std::string upper = upperCase(text);
-    AddressText a;
-    size_t pos = 0;
     for (const auto &p : prefixes) {
         const std::string name = p.prefix;
         if (upper.compare(0, name.size(), name) == 0) {
             a.prefix = name;
             a.area = p.area;
             pos = name.size();
-            break;
+            return true;
         }
     }
-    if (a.prefix.empty()) {
-        error = "unknown address \"" + text + "\"" + expected;
-        return false;
-    }
-    // Decimal, or 0x and hexadecimal: at most five digits either way.
+    return false;
+}
+
+// The digits from pos on: decimal, or 0x and hexadecimal, at most five
+// either way. False for none or too many; else typed and pos after them.
+bool readDigits(const std::string &upper, size_t &pos, int &typed)
+{
     const bool hex = upper.compare(pos, 2, "0X") == 0;
     if (hex)
         pos += 2;
     size_t digits = pos;
     while (digits < upper.size() && (hex ? isHexDigit(upper[digits]) : isDigit(upper[digits])))
         ++digits;
-    if (digits == pos || digits - pos > 5) {
-        error = "unknown address \"" + text + "\"" + expected;
+    if (digits == pos || digits - pos > 5)
+        return false;
+    typed = int(std::stol(upper.substr(pos, digits - pos), nullptr, hex ? 16 : 10));
+    pos = digits;
+    return true;
+}
+
+// A bit behind a dot at pos, if there is one, into a; pos after it. False
+// with one sentence for a bad bit or a bit of a bit area.
+bool readBit(
+    const std::string &text, const std::string &upper, size_t &pos, AddressText &a, std::string &error)
+{
+    if (pos >= upper.size() || upper[pos] != '.')
+        return true;
+    size_t end = pos + 1;
+    while (end < upper.size() && isDigit(upper[end]))
+        ++end;
+    if (end == pos + 1 || end - pos > 3 || std::stoi(upper.substr(pos + 1, end - pos - 1)) > 15) {
+        error = "bad bit in address \"" + text + "\": the bit behind the dot runs from 0 to 15";
         return false;
     }
-    const int typed = int(std::stol(upper.substr(pos, digits - pos), nullptr, hex ? 16 : 10));
+    if (!a.isRegister()) {
+        error = "address \"" + text + "\" names a bit of a " + areaName(a.area)
+            + " area; only registers have bits (such as HR100.3)";
+        return false;
+    }
+    a.bit = std::stoi(upper.substr(pos + 1, end - pos - 1));
+    pos = end;
+    return true;
+}
+
+} // namespace
+
+bool AddressText::parse(const std::string &text, AddressText &address, std::string &error, bool zeroBased)
+{
+    const std::string unknown
+        = "unknown address \"" + text + "\"" + (zeroBased ? expectedZeroBased : expectedOneBased);
+    const std::string upper = upperCase(text);
+    AddressText a;
+    size_t pos = 0;
+    int typed = 0;
+    if (!readPrefix(upper, a, pos) || !readDigits(upper, pos, typed)) {
+        error = unknown;
+        return false;
+    }
     a.number = zeroBased ? typed + 1 : typed;
     if (a.number < 1 || a.number > 65536) {
         error = "address \"" + text + "\" is out of range: "
@@ -81,30 +123,15 @@ bool AddressText::parse(const std::string &text, AddressText &address, std::stri
                          : "numbers run from 1 to 65536 (one-based: HR1 is the first register)");
         return false;
     }
-    pos = digits;
-    if (pos < upper.size() && upper[pos] == '.') {
-        size_t end = pos + 1;
-        while (end < upper.size() && isDigit(upper[end]))
-            ++end;
-        if (end == pos + 1 || end - pos > 3 || std::stoi(upper.substr(pos + 1, end - pos - 1)) > 15) {
-            error = "bad bit in address \"" + text + "\": the bit behind the dot runs from 0 to 15";
-            return false;
-        }
-        if (!a.isRegister()) {
-            error = "address \"" + text + "\" names a bit of a " + areaName(a.area)
-                + " area; only registers have bits (such as HR100.3)";
-            return false;
-        }
-        a.bit = std::stoi(upper.substr(pos + 1, end - pos - 1));
-        pos = end;
-    }
+    if (!readBit(text, upper, pos, a, error))
+        return false;
     if (pos < upper.size() && upper.compare(pos, std::string::npos, "SW") == 0 && a.bit < 0
         && a.isRegister()) {
         a.swap = true;
         pos = upper.size();
     }
     if (pos != upper.size()) {
-        error = "unknown address \"" + text + "\"" + expected;
+        error = unknown;
         return false;
     }
     address = a;

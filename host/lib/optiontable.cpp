@@ -135,23 +135,72 @@ std::string OptionTable::completionList() const
     return list;
 }
 
+namespace {
+
+// A word that is no option: kept in arguments where the program takes any,
+// else refused with one sentence.
+bool takeArgument(const std::string &arg, std::vector<std::string> *arguments, std::string &error)
+{
+    if (arg.size() > 1 && arg[0] == '-' && arg != "--" && !isNegativeValue(arg)) {
+        error = "unknown option " + arg + " (options begin with \"--\")";
+        return false;
+    }
+    if (!arguments) {
+        error = "unknown argument " + arg;
+        return false;
+    }
+    arguments->push_back(arg);
+    return true;
+}
+
+// The value of option w: none for a flag; for any other option the one
+// given with "=", else the next word (i moves past it).
+bool takeValue(const OptionTable::Row &r, OptionWord &w, const std::vector<std::string> &args, size_t &i,
+    std::string &error)
+{
+    if (r.kind == OptionTable::Flag && w.value) {
+        error = "option --" + w.name + " takes no value";
+        return false;
+    }
+    if (r.kind != OptionTable::Flag && !w.value) {
+        if (i + 1 >= args.size()) {
+            error = "option --" + w.name + " needs a value";
+            return false;
+        }
+        w.value = args[++i];
+    }
+    return true;
+}
+
+// Checks the value of option w against its row and hands it on.
+bool setOption(const OptionTable::Row &r, const OptionWord &w, std::string &error)
+{
+    const std::string value = w.value ? *w.value : std::string();
+    if (r.values == "file" && value.empty()) {
+        error = "option --" + w.name + " needs a file name, not an empty word";
+        return false;
+    }
+    int number = 0;
+    if (r.kind == OptionTable::Integer && !parseWholeNumber(value, r.low, r.high, number)) {
+        error = "option --" + w.name + " takes a number from " + std::to_string(r.low) + " to "
+            + std::to_string(r.high) + ", not \"" + value + "\"";
+        return false;
+    }
+    return r.set(value, number, error);
+}
+
+} // namespace
+
 bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::string> *arguments,
     std::string &error, const Refusal &refuse) const
 {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string &arg = args[i];
         const bool isOption = arg == "-h" || (arg.size() > 2 && arg.compare(0, 2, "--") == 0);
-        if (!isOption && arg.size() > 1 && arg[0] == '-' && arg != "--" && !isNegativeValue(arg)) {
-            error = "unknown option " + arg + " (options begin with \"--\")";
-            return false;
-        }
-        if (!isOption && arguments) {
-            arguments->push_back(arg);
-            continue;
-        }
         if (!isOption) {
-            error = "unknown argument " + arg;
-            return false;
+            if (!takeArgument(arg, arguments, error))
+                return false;
+            continue;
         }
         OptionWord w = optionWord(arg == "-h" ? std::string("--help") : arg);
         const Row *r = find(w.name);
@@ -164,29 +213,7 @@ bool OptionTable::parse(const std::vector<std::string> &args, std::vector<std::s
             error = refusal;
             return false;
         }
-        if (r->kind == Flag && w.value) {
-            error = "option --" + w.name + " takes no value";
-            return false;
-        }
-        if (r->kind != Flag && !w.value) {
-            if (i + 1 >= args.size()) {
-                error = "option --" + w.name + " needs a value";
-                return false;
-            }
-            w.value = args[++i];
-        }
-        const std::string value = w.value ? *w.value : std::string();
-        if (r->values == "file" && value.empty()) {
-            error = "option --" + w.name + " needs a file name, not an empty word";
-            return false;
-        }
-        int number = 0;
-        if (r->kind == Integer && !parseWholeNumber(value, r->low, r->high, number)) {
-            error = "option --" + w.name + " takes a number from " + std::to_string(r->low) + " to "
-                + std::to_string(r->high) + ", not \"" + value + "\"";
-            return false;
-        }
-        if (!r->set(value, number, error))
+        if (!takeValue(*r, w, args, i, error) || !setOption(*r, w, error))
             return false;
     }
     return true;

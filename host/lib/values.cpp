@@ -235,46 +235,58 @@ int expectedReadSize(ValueType type, int count)
     return 0;
 }
 
+namespace {
+
+// The i-th value of type in data with the address it came from; false where
+// data ends before it.
+bool unpackElement(const QByteArray &data, const AddressText &address, ValueType type, int i, Element &e)
+{
+    auto byteAt = [&](int k) { return uint32_t(static_cast<unsigned char>(data.at(k))); };
+    switch (type) {
+    case ValueType::Bit:
+        if (i / 8 >= data.size())
+            return false;
+        e.value = (byteAt(i / 8) >> (i % 8)) & 1;
+        if (address.isRegister()) {
+            const int bit = (address.bit < 0 ? 0 : address.bit) + i;
+            e.address = address.textAt(address.number + bit / 16, bit % 16);
+        } else {
+            e.address = address.textAt(address.number + i, -1);
+        }
+        return true;
+    case ValueType::Byte:
+        if (i >= data.size())
+            return false;
+        e.value = byteAt(i);
+        e.address = address.textAt(address.number + i / 2, -1) + (i % 2 ? " high" : " low");
+        return true;
+    case ValueType::Word:
+        if (2 * i + 1 >= data.size())
+            return false;
+        e.value = byteAt(2 * i) | (byteAt(2 * i + 1) << 8);
+        e.address = address.textAt(address.number + i, -1);
+        return true;
+    case ValueType::DWord:
+        if (4 * i + 3 >= data.size())
+            return false;
+        e.value = byteAt(4 * i) | (byteAt(4 * i + 1) << 8) | (byteAt(4 * i + 2) << 16)
+            | (byteAt(4 * i + 3) << 24);
+        e.address = address.textAt(address.number + 2 * i, -1);
+        return true;
+    }
+    return true;
+}
+
+} // namespace
+
 std::vector<Element> unpackValues(
     const QByteArray &data, const AddressText &address, ValueType type, int count)
 {
     std::vector<Element> out;
-    auto byteAt = [&](int i) { return uint32_t(static_cast<unsigned char>(data.at(i))); };
     for (int i = 0; i < count; ++i) {
         Element e;
-        switch (type) {
-        case ValueType::Bit: {
-            if (i / 8 >= data.size())
-                return out;
-            e.value = (byteAt(i / 8) >> (i % 8)) & 1;
-            if (address.isRegister()) {
-                const int bit = (address.bit < 0 ? 0 : address.bit) + i;
-                e.address = address.textAt(address.number + bit / 16, bit % 16);
-            } else {
-                e.address = address.textAt(address.number + i, -1);
-            }
-            break;
-        }
-        case ValueType::Byte:
-            if (i >= data.size())
-                return out;
-            e.value = byteAt(i);
-            e.address = address.textAt(address.number + i / 2, -1) + (i % 2 ? " high" : " low");
-            break;
-        case ValueType::Word:
-            if (2 * i + 1 >= data.size())
-                return out;
-            e.value = byteAt(2 * i) | (byteAt(2 * i + 1) << 8);
-            e.address = address.textAt(address.number + i, -1);
-            break;
-        case ValueType::DWord:
-            if (4 * i + 3 >= data.size())
-                return out;
-            e.value = byteAt(4 * i) | (byteAt(4 * i + 1) << 8) | (byteAt(4 * i + 2) << 16)
-                | (byteAt(4 * i + 3) << 24);
-            e.address = address.textAt(address.number + 2 * i, -1);
-            break;
-        }
+        if (!unpackElement(data, address, type, i, e))
+            return out;
         out.push_back(e);
     }
     return out;

@@ -86,6 +86,8 @@ TxPackage::TxPackage(const TxPackage &other)
 
 TxPackage &TxPackage::operator=(const TxPackage &other)
 {
+    if (this == &other)
+        return *this;
     *frameData = *other.frameData;
     sectionSizes = other.sectionSizes;
     byteCount = other.byteCount;

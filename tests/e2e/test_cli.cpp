@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -1151,6 +1152,32 @@ TEST(CliShell, HelpNamesEveryOptionALineTakes)
             = r.err.find("option " + option + " belongs on the command line") != std::string::npos;
         EXPECT_EQ(help.find(option) == std::string::npos, commandLine) << option << "\n" << help;
     }
+}
+
+// The usage names every option the program takes, each as a whole word
+// ("--trace" apart from "--trace-format").
+TEST(Cli, UsageNamesEveryOption)
+{
+    const CliRun list = cli({ "--list-completions" });
+    const CliRun usage = cli({ "--help" });
+    ASSERT_EQ(usage.status, 0) << usage.err;
+    const auto named = [&usage](const std::string &option) {
+        for (size_t at = usage.out.find(option); at != std::string::npos;
+             at = usage.out.find(option, at + 1)) {
+            const char next = at + option.size() < usage.out.size() ? usage.out[at + option.size()] : ' ';
+            if (next != '-' && !std::isalnum(static_cast<unsigned char>(next)))
+                return true;
+        }
+        return false;
+    };
+    size_t options = 0;
+    for (const std::string &line : lines(list.out))
+        if (line.rfind("option ", 0) == 0) {
+            const std::string option = line.substr(7, line.find(' ', 7) - 7);
+            EXPECT_TRUE(named(option)) << option;
+            ++options;
+        }
+    EXPECT_GT(options, 30u) << list.out;
 }
 
 // A scan over line settings finds the simulated drive at its own speed and

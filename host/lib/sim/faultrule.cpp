@@ -109,6 +109,71 @@ const char *faultHelp()
            "  e.g.  noreply:station=3,times=1   late:at=HR200,ms=800   corrupt:rate=5%\n";
 }
 
+namespace {
+
+// Sets what key says in r from value; false for a value it does not take.
+bool setKey(const Key &key, const std::string &value, FaultRule &r)
+{
+    switch (key.id) {
+    case Station:
+        return parseWholeNumber(value, key.low, key.high, r.station);
+    case At: {
+        AddressText a;
+        std::string ignored;
+        const bool good = AddressText::parse(value, a, ignored) && a.bit < 0;
+        r.anyAddress = false;
+        r.area = a.area;
+        r.address = a.wireNumber();
+        return good;
+    }
+    case Rate:
+        return parseRate(value, r.rate);
+    case Times:
+        return parseWholeNumber(value, key.low, key.high, r.times);
+    case Value:
+        return parseWholeNumber(value, key.low, key.high, r.value);
+    }
+    return false;
+}
+
+// One KEY=VALUE of the rule named (its text quoted) into r; given marks the
+// keys seen. False with one sentence.
+bool readOption(
+    const std::string &option, const std::string &named, bool *given, FaultRule &r, std::string &error)
+{
+    const int kind = r.kind;
+    const size_t eq = option.find('=');
+    const std::string name = option.substr(0, eq);
+    if (name.empty()) {
+        error = named + " has an empty key (write KIND:KEY=VALUE,...)";
+        return false;
+    }
+    const Key *key = findKey(kind, name);
+    if (!key) {
+        error
+            = named + ": " + kindNames[kind] + " has no key \"" + name + "\" (it takes " + keysOf(kind) + ")";
+        return false;
+    }
+    const std::string quoted = "\"" + std::string(key->name) + "\"";
+    if (given[key - keys]) {
+        error = named + " gives the key " + quoted + " twice";
+        return false;
+    }
+    given[key - keys] = true;
+    const std::string value = eq == std::string::npos ? std::string() : option.substr(eq + 1);
+    if (value.empty()) {
+        error = named + ": the key " + quoted + " needs a value, " + key->takes;
+        return false;
+    }
+    if (!setKey(*key, value, r)) {
+        error = named + ": the key " + quoted + " takes " + key->takes + ", not \"" + value + "\"";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
 bool FaultRule::parse(const std::string &text, FaultRule &rule, std::string &error)
 {
     const size_t colon = text.find(':');
@@ -128,59 +193,9 @@ bool FaultRule::parse(const std::string &text, FaultRule &rule, std::string &err
     if (colon != std::string::npos)
         options = splitFields(text.substr(colon + 1), ',');
     bool given[keyCount] = {};
-    for (const std::string &option : options) {
-        const size_t eq = option.find('=');
-        const std::string name = option.substr(0, eq);
-        if (name.empty()) {
-            error = named + " has an empty key (write KIND:KEY=VALUE,...)";
+    for (const std::string &option : options)
+        if (!readOption(option, named, given, r, error))
             return false;
-        }
-        const Key *key = findKey(kind, name);
-        if (!key) {
-            error = named + ": " + kindNames[kind] + " has no key \"" + name + "\" (it takes " + keysOf(kind)
-                + ")";
-            return false;
-        }
-        const std::string quoted = "\"" + std::string(key->name) + "\"";
-        if (given[key - keys]) {
-            error = named + " gives the key " + quoted + " twice";
-            return false;
-        }
-        given[key - keys] = true;
-        const std::string value = eq == std::string::npos ? std::string() : option.substr(eq + 1);
-        if (value.empty()) {
-            error = named + ": the key " + quoted + " needs a value, " + key->takes;
-            return false;
-        }
-        bool good = false;
-        switch (key->id) {
-        case Station:
-            good = parseWholeNumber(value, key->low, key->high, r.station);
-            break;
-        case At: {
-            AddressText a;
-            std::string ignored;
-            good = AddressText::parse(value, a, ignored) && a.bit < 0;
-            r.anyAddress = false;
-            r.area = a.area;
-            r.address = a.wireNumber();
-            break;
-        }
-        case Rate:
-            good = parseRate(value, r.rate);
-            break;
-        case Times:
-            good = parseWholeNumber(value, key->low, key->high, r.times);
-            break;
-        case Value:
-            good = parseWholeNumber(value, key->low, key->high, r.value);
-            break;
-        }
-        if (!good) {
-            error = named + ": the key " + quoted + " takes " + key->takes + ", not \"" + value + "\"";
-            return false;
-        }
-    }
     rule = r;
     return true;
 }

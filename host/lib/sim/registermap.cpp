@@ -137,106 +137,146 @@ bool checkMotion(const std::vector<MotionEntry> &motion, std::string &error)
     return true;
 }
 
+// A map's lines read one after another: the entries and motion lines so
+// far, and the station that the lines name.
+struct MapReader
+{
+    std::vector<MapEntry> entries;
+    std::vector<MotionEntry> motion;
+    int station = 0;
+    int lineNumber = 0;
+
+    // The next line; false with one sentence (without its line number).
+    bool readLine(const std::string &lineText, std::string &error);
+    bool readMotion(std::istringstream &words, std::string &error);
+    bool readStation(const std::string &second, const std::string &name, std::string &error);
+    bool readValue(
+        const std::string &first, const std::string &second, const std::string &name, std::string &error);
+    // The entries for value at address (first and second as written).
+    bool addValue(const AddressText &address, MapEntry e, long long value, const std::string &first,
+        const std::string &second, std::string &error);
+};
+
+bool MapReader::readLine(const std::string &lineText, std::string &error)
+{
+    std::istringstream words(lineText);
+    std::string first, second;
+    if (!(words >> first) || first[0] == '#')
+        return true;
+    if (first == "motion")
+        return readMotion(words, error);
+    if (!(words >> second)) {
+        error = "expected ADDRESS VALUE [NAME] or \"station N|all\"";
+        return false;
+    }
+    std::string name;
+    std::getline(words, name);
+    name = trimmed(name);
+    if (first == "station")
+        return readStation(second, name, error);
+    return readValue(first, second, name, error);
+}
+
+bool MapReader::readMotion(std::istringstream &words, std::string &error)
+{
+    MotionEntry e;
+    e.station = station;
+    e.line = lineNumber;
+    if (!parseMotionLine(words, e, motion, error))
+        return false;
+    motion.push_back(e);
+    return true;
+}
+
+bool MapReader::readStation(const std::string &second, const std::string &name, std::string &error)
+{
+    long long n = 0;
+    if (second == "all")
+        station = 0;
+    else if (parseInteger(second, n) && n >= 1 && n <= 247 && name.empty())
+        station = int(n);
+    else {
+        error = "a station is a number from 1 to 247, or \"all\"";
+        return false;
+    }
+    return true;
+}
+
+bool MapReader::readValue(
+    const std::string &first, const std::string &second, const std::string &name, std::string &error)
+{
+    AddressText address;
+    if (!AddressText::parse(first, address, error))
+        return false;
+    if (address.bit >= 0 || address.prefix.compare(0, 2, "FN") == 0) {
+        error = "use plain HR, IR, DO or DI addresses in a map, not \"" + first + "\"";
+        return false;
+    }
+    long long value = 0;
+    if (!parseInteger(second, value)) {
+        error = "\"" + second + "\" is not a number";
+        return false;
+    }
+    MapEntry e;
+    e.station = station;
+    e.area = address.area;
+    e.address = address.wireNumber();
+    e.name = name;
+    e.line = lineNumber;
+    return addValue(address, e, value, first, second, error);
+}
+
+bool MapReader::addValue(const AddressText &address, MapEntry e, long long value, const std::string &first,
+    const std::string &second, std::string &error)
+{
+    if (!address.isRegister()) {
+        if (value != 0 && value != 1) {
+            error = "a coil or discrete input holds 0 or 1, not " + second;
+            return false;
+        }
+        e.value = uint16_t(value);
+        entries.push_back(e);
+    } else if (address.swap) {
+        if (value < -2147483648LL || value > 4294967295LL || e.address > 65534) {
+            error = second + " does not fit in two registers at " + first;
+            return false;
+        }
+        const uint32_t v = uint32_t(value);
+        e.value = uint16_t(v >> 16);
+        entries.push_back(e);
+        e.address += 1;
+        e.value = uint16_t(v & 0xFFFF);
+        entries.push_back(e);
+    } else {
+        if (value < -32768 || value > 65535) {
+            error = second + " does not fit in a register (-32768 to 65535)";
+            return false;
+        }
+        e.value = uint16_t(value);
+        entries.push_back(e);
+    }
+    return true;
+}
+
 } // namespace
 
 bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, std::string &error,
     std::vector<MotionEntry> *motion)
 {
-    std::vector<MapEntry> out;
-    std::vector<MotionEntry> motionOut;
+    MapReader reader;
     std::istringstream in(text);
     std::string lineText;
-    int lineNumber = 0;
-    int station = 0;
     while (std::getline(in, lineText)) {
-        ++lineNumber;
-        const std::string where = "line " + std::to_string(lineNumber) + ": ";
-        std::istringstream words(lineText);
-        std::string first, second;
-        if (!(words >> first) || first[0] == '#')
-            continue;
-        if (first == "motion") {
-            MotionEntry e;
-            e.station = station;
-            e.line = lineNumber;
-            if (!parseMotionLine(words, e, motionOut, error)) {
-                error = where + error;
-                return false;
-            }
-            motionOut.push_back(e);
-            continue;
-        }
-        if (!(words >> second)) {
-            error = where + "expected ADDRESS VALUE [NAME] or \"station N|all\"";
+        ++reader.lineNumber;
+        if (!reader.readLine(lineText, error)) {
+            error = "line " + std::to_string(reader.lineNumber) + ": " + error;
             return false;
-        }
-        std::string name;
-        std::getline(words, name);
-        name = trimmed(name);
-        if (first == "station") {
-            long long n = 0;
-            if (second == "all")
-                station = 0;
-            else if (parseInteger(second, n) && n >= 1 && n <= 247 && name.empty())
-                station = int(n);
-            else {
-                error = where + "a station is a number from 1 to 247, or \"all\"";
-                return false;
-            }
-            continue;
-        }
-        AddressText address;
-        std::string problem;
-        if (!AddressText::parse(first, address, problem)) {
-            error = where + problem;
-            return false;
-        }
-        if (address.bit >= 0 || address.prefix.compare(0, 2, "FN") == 0) {
-            error = where + "use plain HR, IR, DO or DI addresses in a map, not \"" + first + "\"";
-            return false;
-        }
-        long long value = 0;
-        if (!parseInteger(second, value)) {
-            error = where + "\"" + second + "\" is not a number";
-            return false;
-        }
-        MapEntry e;
-        e.station = station;
-        e.area = address.area;
-        e.address = address.wireNumber();
-        e.name = name;
-        e.line = lineNumber;
-        if (!address.isRegister()) {
-            if (value != 0 && value != 1) {
-                error = where + "a coil or discrete input holds 0 or 1, not " + second;
-                return false;
-            }
-            e.value = uint16_t(value);
-            out.push_back(e);
-        } else if (address.swap) {
-            if (value < -2147483648LL || value > 4294967295LL || e.address > 65534) {
-                error = where + second + " does not fit in two registers at " + first;
-                return false;
-            }
-            const uint32_t v = uint32_t(value);
-            e.value = uint16_t(v >> 16);
-            out.push_back(e);
-            e.address += 1;
-            e.value = uint16_t(v & 0xFFFF);
-            out.push_back(e);
-        } else {
-            if (value < -32768 || value > 65535) {
-                error = where + second + " does not fit in a register (-32768 to 65535)";
-                return false;
-            }
-            e.value = uint16_t(value);
-            out.push_back(e);
         }
     }
-    if (!checkMotion(motionOut, error))
+    if (!checkMotion(reader.motion, error))
         return false;
-    entries.swap(out);
+    entries.swap(reader.entries);
     if (motion)
-        motion->swap(motionOut);
+        motion->swap(reader.motion);
     return true;
 }

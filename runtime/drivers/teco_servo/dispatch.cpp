@@ -37,6 +37,86 @@ inline bool inSpecialWindow(unsigned short registerNumber)
     return specialRegisterIndex(registerNumber) < SpecialRegisterCount;
 }
 
+// Where a write goes: the address, the area its prefix names and whether
+// its register lies in the special window.
+struct WriteTarget
+{
+    ParsedAddress a;
+    bool coils;
+    bool coilsFn5;
+    bool holding;
+    bool holdingFn6;
+    bool window;
+};
+
+WriteTarget writeTarget(const QString &address)
+{
+    WriteTarget t;
+    t.a = parse(address);
+    t.coils = prefixMatches(t.a.prefix, CoilPrefix);
+    t.coilsFn5 = prefixMatches(t.a.prefix, CoilFn5Prefix);
+    t.holding = prefixMatches(t.a.prefix, HoldingRegisterPrefix);
+    t.holdingFn6 = prefixMatches(t.a.prefix, HoldingRegisterFn6Prefix);
+    t.window = inSpecialWindow(t.a.registerNumber);
+    return t;
+}
+
+// One attempt of a write of each data type: the operation that the prefix
+// and the register select, or refusal set where the prefix takes no such
+// write. relayPosition is kept across attempts.
+bool writeBitsOnce(DriverTecoServo &d, AbstractDeviceInterface *link, const WriteTarget &t,
+    const QByteArray &data, int &relayPosition, const char *&refusal)
+{
+    const ParsedAddress &a = t.a;
+    if (t.coils)
+        return d.writeCoils(link, a.registerNumber, data);
+    if (t.coilsFn5)
+        return d.writeCoilsWithFN5(link, a.registerNumber, data);
+    if (t.holding)
+        return t.window ? d.writeSpecialHRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
+                        : d.writeHRbit(link, a.registerNumber, a.bitIndex, data);
+    if (t.holdingFn6)
+        return t.window ? d.writeSpecialFN6HRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
+                        : d.writeHRbitWithFN6(link, a.registerNumber, a.bitIndex, data);
+    refusal = CantWriteAnyBitTo;
+    return false;
+}
+
+bool writeBytesOnce(DriverTecoServo &d, AbstractDeviceInterface *link, const WriteTarget &t,
+    const QByteArray &data, const char *&refusal)
+{
+    if (t.holding)
+        return d.writeBytes(link, t.a.registerNumber, data);
+    if (t.holdingFn6)
+        return d.writeBytesWithFN6(link, t.a.registerNumber, data);
+    refusal = CantWriteAnyByteTo;
+    return false;
+}
+
+bool writeWordsOnce(DriverTecoServo &d, AbstractDeviceInterface *link, const WriteTarget &t,
+    const QByteArray &data, int &relayPosition, const char *&refusal)
+{
+    if (t.holding)
+        return t.window ? d.writeSpecialHRWords(link, t.a.registerNumber, data, relayPosition)
+                        : d.writeWords(link, t.a.registerNumber, data);
+    if (t.holdingFn6)
+        return t.window ? d.writeSpecialFN6HRWords(link, t.a.registerNumber, data, relayPosition)
+                        : d.writeWordsWithFN6(link, t.a.registerNumber, data);
+    refusal = CantWriteAnyWordTo;
+    return false;
+}
+
+bool writeDWordsOnce(DriverTecoServo &d, AbstractDeviceInterface *link, const WriteTarget &t,
+    const QByteArray &data, const char *&refusal)
+{
+    if (t.holding)
+        return d.writeDWords(link, t.a.registerNumber, data, t.a.swap);
+    if (t.holdingFn6)
+        return d.writeDWordsWithFN6(link, t.a.registerNumber, data, t.a.swap);
+    refusal = CantWriteAnyDoubleWordTo;
+    return false;
+}
+
 } // namespace
 
 QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const CommunicatorCommand &cmd)
@@ -85,12 +165,7 @@ QByteArray DriverTecoServo::read(AbstractDeviceInterface *link, const Communicat
 bool DriverTecoServo::write(
     AbstractDeviceInterface *link, const CommunicatorCommand &cmd, const QByteArray &data)
 {
-    const ParsedAddress a = parse(cmd.address);
-    const bool coils = prefixMatches(a.prefix, CoilPrefix);
-    const bool coilsFn5 = prefixMatches(a.prefix, CoilFn5Prefix);
-    const bool holding = prefixMatches(a.prefix, HoldingRegisterPrefix);
-    const bool holdingFn6 = prefixMatches(a.prefix, HoldingRegisterFn6Prefix);
-    const bool window = inSpecialWindow(a.registerNumber);
+    const WriteTarget t = writeTarget(cmd.address);
     // Shared by every attempt, so that a repeated relay resumes with the
     // station that failed.
     int relayPosition = 0;
@@ -102,46 +177,17 @@ bool DriverTecoServo::write(
         switch (cmd.dataType) {
         case Bit:
         case BitBlock:
-            if (coils)
-                result = writeCoils(link, a.registerNumber, data);
-            else if (coilsFn5)
-                result = writeCoilsWithFN5(link, a.registerNumber, data);
-            else if (holding)
-                result = window ? writeSpecialHRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
-                                : writeHRbit(link, a.registerNumber, a.bitIndex, data);
-            else if (holdingFn6)
-                result = window
-                    ? writeSpecialFN6HRbit(link, a.registerNumber, a.bitIndex, data, relayPosition)
-                    : writeHRbitWithFN6(link, a.registerNumber, a.bitIndex, data);
-            else
-                refusal = CantWriteAnyBitTo;
+            result = writeBitsOnce(*this, link, t, data, relayPosition, refusal);
             break;
         case Byte:
         case Block:
-            if (holding)
-                result = writeBytes(link, a.registerNumber, data);
-            else if (holdingFn6)
-                result = writeBytesWithFN6(link, a.registerNumber, data);
-            else
-                refusal = CantWriteAnyByteTo;
+            result = writeBytesOnce(*this, link, t, data, refusal);
             break;
         case Word:
-            if (holding)
-                result = window ? writeSpecialHRWords(link, a.registerNumber, data, relayPosition)
-                                : writeWords(link, a.registerNumber, data);
-            else if (holdingFn6)
-                result = window ? writeSpecialFN6HRWords(link, a.registerNumber, data, relayPosition)
-                                : writeWordsWithFN6(link, a.registerNumber, data);
-            else
-                refusal = CantWriteAnyWordTo;
+            result = writeWordsOnce(*this, link, t, data, relayPosition, refusal);
             break;
         case DoubleWord:
-            if (holding)
-                result = writeDWords(link, a.registerNumber, data, a.swap);
-            else if (holdingFn6)
-                result = writeDWordsWithFN6(link, a.registerNumber, data, a.swap);
-            else
-                refusal = CantWriteAnyDoubleWordTo;
+            result = writeDWordsOnce(*this, link, t, data, refusal);
             break;
         default:
             setCommError(QString(UnsupportedDataType) + cmd.address);
