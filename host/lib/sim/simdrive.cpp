@@ -194,9 +194,7 @@ bool SimDrive::start(const Options &options, std::string &error)
         if (holdFd < 0 || !makeRaw(holdFd) || !makeRaw(lineFd))
             return fail(std::string("cannot set up the pseudo-terminal: ") + std::strerror(errno));
     } else {
-        LinkOptions lineOptions;
-        lineOptions.silence = false;
-        if (!device.open(opts.device, opts.link, lineOptions, error))
+        if (!device.open(opts.device, opts.link, false, error))
             return fail(error);
         lineFd = device.descriptor();
         path = opts.device;

@@ -29,7 +29,8 @@
 #include "addresstext.h"
 #include "faultrule.h"
 #include "registermap.h"
-#include "seriallink.h"
+#include "linksettings.h"
+#include "serialport.h"
 
 #include <atomic>
 #include <cstdint>
@@ -118,7 +119,7 @@ private:
     int wake[2] = { -1, -1 };
     int modbusSide = -1; // libmodbus reads requests from and writes answers to this socket
     int ourSide = -1; // ... and we feed and collect them here
-    SerialLink device;
+    SerialPort device; // an existing serial device
     modbus_t *ctx = nullptr;
     std::map<int, modbus_mapping_t *> mappings;
     std::thread worker;
