@@ -167,6 +167,26 @@ TEST(SerialLink, CountsHowLongItsWaitsEndedPastTheirDeadlinesAndNoMore)
     }
 }
 
+TEST(SerialLink, ReopeningKeepsTheCountsAndOpeningAnewClearsThem)
+{
+    // A device that went away and came back continues the counts (a poll's
+    // summary spans the gap); a line opened anew starts its own.
+    for (bool reopen : { true, false }) {
+        SCOPED_TRACE(reopen ? "reopened" : "opened anew");
+        Device device;
+        SerialLink link;
+        std::string error;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), options(20), error)) << error;
+        const QByteArray request = withCrc("01 03 00 63 00 01");
+        link.send(request.constData(), request.size());
+        EXPECT_EQ(received(link, 7), "");
+        ASSERT_TRUE(reopen ? link.reopen(error) : link.open(device.path, LinkSettings(), options(20), error))
+            << error;
+        EXPECT_EQ(link.counters().requests, reopen ? 1u : 0u);
+        EXPECT_EQ(link.healthOf(1).timeOuts, reopen ? 1u : 0u);
+    }
+}
+
 TEST(SerialLink, BytesWaitingBeforeARequestAreDropped)
 {
     for (bool silence : { true, false }) {
