@@ -18,8 +18,8 @@ namespace {
 // One read of a tag as a sample: its values as texts in the tag's format
 // (unsigned numbers for a plain type), or the driver's text. Its time is
 // when the answer was complete; without one, when the read gave up.
-Sample readTag(const DriverHost &host, CommandLink link, const Tag &t, DriverError &error,
-    int64_t &requestsSent)
+Sample readTag(
+    const DriverHost &host, CommandLink link, const Tag &t, DriverError &error, int64_t &requestsSent)
 {
     Sample s;
     s.tag = t.text;
