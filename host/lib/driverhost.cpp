@@ -90,31 +90,31 @@ DriverHost::Result failedWith(DriverInterface &d, const std::string &fallback)
 
 namespace {
 
-// Our own link counts a command's repeated requests as retries; it needs to
-// know where one command ends and the next begins. It also tells what the
-// command sent and when its answer came.
+// A link that keeps a tally counts a command's repeated requests as
+// retries; it needs to know where one command ends and the next begins. It
+// also tells what the command sent and when its answer came.
 struct CommandOnLink
 {
-    explicit CommandOnLink(AbstractDeviceInterface &link)
-        : serial(dynamic_cast<SerialLink *>(&link))
+    explicit CommandOnLink(CommandTally *tally)
+        : tally(tally)
     {
-        if (!serial)
+        if (!tally)
             return;
-        serial->commandBegins();
-        requestsBefore = serial->counters().requests;
-        answerBefore = serial->lastAnswerWallMs();
+        tally->commandBegins();
+        requestsBefore = tally->requestsSent();
+        answerBefore = tally->lastAnswerWallMs();
     }
     DriverHost::Result finish(DriverHost::Result r) const
     {
-        if (!serial)
+        if (!tally)
             return r;
-        r.requestsSent = int64_t(serial->counters().requests - requestsBefore);
-        const int64_t answer = serial->lastAnswerWallMs();
+        r.requestsSent = int64_t(tally->requestsSent() - requestsBefore);
+        const int64_t answer = tally->lastAnswerWallMs();
         r.answeredMs = answer != answerBefore ? answer : 0;
         return r;
     }
 
-    SerialLink *serial;
+    CommandTally *tally;
     uint64_t requestsBefore = 0;
     int64_t answerBefore = 0;
 };
@@ -122,14 +122,14 @@ struct CommandOnLink
 } // namespace
 
 DriverHost::Result DriverHost::read(
-    AbstractDeviceInterface &link, const AddressText &address, ValueType type, int count) const
+    CommandLink link, const AddressText &address, ValueType type, int count) const
 {
     DriverInterface *d = driver();
     if (!d)
         return Result();
     const CommunicatorCommand cmd(commandDataType(type), count, QString::fromStdString(address.text()));
-    const CommandOnLink onLink(link);
-    const QByteArray data = d->read(&link, cmd);
+    const CommandOnLink onLink(link.tally);
+    const QByteArray data = d->read(&link.device, cmd);
     if (d->hasError())
         return onLink.finish(failedWith(*d, std::string()));
     Result r;
@@ -144,16 +144,16 @@ DriverHost::Result DriverHost::read(
     return onLink.finish(r);
 }
 
-DriverHost::Result DriverHost::write(AbstractDeviceInterface &link, const AddressText &address,
-    ValueType type, const std::vector<uint32_t> &values) const
+DriverHost::Result DriverHost::write(
+    CommandLink link, const AddressText &address, ValueType type, const std::vector<uint32_t> &values) const
 {
     DriverInterface *d = driver();
     if (!d)
         return Result();
     const CommunicatorCommand cmd(
         commandDataType(type), int(values.size()), QString::fromStdString(address.text()));
-    const CommandOnLink onLink(link);
-    const bool ok = d->write(&link, cmd, packValues(values, type));
+    const CommandOnLink onLink(link.tally);
+    const bool ok = d->write(&link.device, cmd, packValues(values, type));
     if (d->hasError() || !ok)
         return onLink.finish(failedWith(*d, "the driver did not write " + address.text()));
     Result r;

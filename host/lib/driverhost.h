@@ -12,6 +12,7 @@
 // library once no loader holds it; the next load() starts with a new driver
 // object: a clear error state and a new register window.
 
+#include "commandtally.h"
 #include "driverinterface.h"
 #include "errorkind.h"
 #include "seriallink.h"
@@ -22,7 +23,27 @@
 
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
+
+// The link a command goes over, and what that link tells of the command
+// (commandtally.h) when it can: a link that keeps a tally passes it along
+// by its type alone, any other link passes without one.
+struct CommandLink
+{
+    CommandLink(AbstractDeviceInterface &link)
+        : device(link)
+    {
+    }
+    template <class Link, std::enable_if_t<std::is_base_of_v<CommandTally, Link>, int> = 0>
+    CommandLink(Link &link)
+        : device(link)
+        , tally(&link)
+    {
+    }
+    AbstractDeviceInterface &device;
+    CommandTally *tally = nullptr;
+};
 
 class DriverHost
 {
@@ -67,8 +88,8 @@ public:
         // 0 for a command the driver served itself (its register window).
         int64_t requestsSent = -1;
     };
-    Result read(AbstractDeviceInterface &link, const AddressText &address, ValueType type, int count) const;
-    Result write(AbstractDeviceInterface &link, const AddressText &address, ValueType type,
+    Result read(CommandLink link, const AddressText &address, ValueType type, int count) const;
+    Result write(CommandLink link, const AddressText &address, ValueType type,
         const std::vector<uint32_t> &values) const;
 
 private:

@@ -81,8 +81,8 @@ bool registersFromTexts(const std::vector<std::string> &texts, const ValueFormat
     return true;
 }
 
-FormattedResult readFormatted(const DriverHost &host, AbstractDeviceInterface &link,
-    const AddressText &address, const ValueFormat &format, int count)
+FormattedResult readFormatted(const DriverHost &host, CommandLink link, const AddressText &address,
+    const ValueFormat &format, int count)
 {
     FormattedResult out;
     int registers = 0;
@@ -112,7 +112,7 @@ FormattedResult readFormatted(const DriverHost &host, AbstractDeviceInterface &l
     return out;
 }
 
-FormattedResult readAsTexts(const DriverHost &host, AbstractDeviceInterface &link, const AddressText &address,
+FormattedResult readAsTexts(const DriverHost &host, CommandLink link, const AddressText &address,
     ValueType type, const std::optional<ValueFormat> &format, int count)
 {
     if (format)
@@ -131,8 +131,8 @@ FormattedResult readAsTexts(const DriverHost &host, AbstractDeviceInterface &lin
     return out;
 }
 
-DriverHost::Result writeRegisters(const DriverHost &host, AbstractDeviceInterface &link,
-    const AddressText &address, const std::vector<uint16_t> &registers)
+DriverHost::Result writeRegisters(const DriverHost &host, CommandLink link, const AddressText &address,
+    const std::vector<uint16_t> &registers)
 {
     return host.write(link, plainWords(address), ValueType::Word,
         std::vector<uint32_t>(registers.begin(), registers.end()));

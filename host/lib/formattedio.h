@@ -46,14 +46,14 @@ struct FormattedResult
 };
 
 // Reads count values (for a string: count registers) from address.
-FormattedResult readFormatted(const DriverHost &host, AbstractDeviceInterface &link,
-    const AddressText &address, const ValueFormat &format, int count);
+FormattedResult readFormatted(const DriverHost &host, CommandLink link, const AddressText &address,
+    const ValueFormat &format, int count);
 // One read as texts, as poll and the monitor show it: in format when there
 // is one, else count values of type as unsigned numbers.
-FormattedResult readAsTexts(const DriverHost &host, AbstractDeviceInterface &link, const AddressText &address,
+FormattedResult readAsTexts(const DriverHost &host, CommandLink link, const AddressText &address,
     ValueType type, const std::optional<ValueFormat> &format, int count);
 // Writes registers from address on.
-DriverHost::Result writeRegisters(const DriverHost &host, AbstractDeviceInterface &link,
-    const AddressText &address, const std::vector<uint16_t> &registers);
+DriverHost::Result writeRegisters(const DriverHost &host, CommandLink link, const AddressText &address,
+    const std::vector<uint16_t> &registers);
 
 #endif // HOST_FORMATTEDIO_H

@@ -167,6 +167,26 @@ TEST(SerialLink, CountsHowLongItsWaitsEndedPastTheirDeadlinesAndNoMore)
     }
 }
 
+TEST(SerialLink, ReopeningKeepsTheCountsAndOpeningAnewClearsThem)
+{
+    // A device that went away and came back continues the counts (a poll's
+    // summary spans the gap); a line opened anew starts its own.
+    for (bool reopen : { true, false }) {
+        SCOPED_TRACE(reopen ? "reopened" : "opened anew");
+        Device device;
+        SerialLink link;
+        std::string error;
+        ASSERT_TRUE(link.open(device.path, LinkSettings(), options(20), error)) << error;
+        const QByteArray request = withCrc("01 03 00 63 00 01");
+        link.send(request.constData(), request.size());
+        EXPECT_EQ(received(link, 7), "");
+        ASSERT_TRUE(reopen ? link.reopen(error) : link.open(device.path, LinkSettings(), options(20), error))
+            << error;
+        EXPECT_EQ(link.counters().requests, reopen ? 1u : 0u);
+        EXPECT_EQ(link.healthOf(1).timeOuts, reopen ? 1u : 0u);
+    }
+}
+
 TEST(SerialLink, BytesWaitingBeforeARequestAreDropped)
 {
     for (bool silence : { true, false }) {
@@ -281,17 +301,16 @@ TEST(SerialLink, TheLocalEchoOfARequestIsReadBackAndDropped)
 TEST(SerialLink, AFrameThatCannotAnswerTheRequestIsDroppedAndTheWaitGoesOn)
 {
     // Each request is answered first by a well-formed frame that answers
-    // something else, then by its own answer, within one time-out.
+    // something else, then by its own answer, within one time-out. (Which
+    // frames answer what is replycheck's table; here, the framing of each
+    // kind of answer and the wait that goes on.)
     struct Row
     {
         const char *what, *request, *stray, *answer;
     } rows[] = {
-        { "another station", "01 03 00 63 00 01", "02 03 02 11 11", "01 03 02 12 34" },
-        { "another function code", "01 03 00 63 00 01", "01 04 02 11 11", "01 03 02 12 34" },
         { "another byte count", "01 03 00 63 00 01", "01 03 04 11 11 22 22", "01 03 02 12 34" },
         { "an exception to another function", "01 03 00 63 00 01", "01 84 02", "01 03 02 12 34" },
         { "coils: another byte count", "01 01 00 00 00 08", "01 01 02 FF 01", "01 01 01 A5" },
-        { "write: another address", "01 06 00 63 00 05", "01 06 00 64 00 05", "01 06 00 63 00 05" },
         { "write: another value", "01 06 00 63 00 05", "01 06 00 63 00 04", "01 06 00 63 00 05" },
         { "write: another quantity", "01 10 00 63 00 01 02 00 05", "01 10 00 63 00 02", "01 10 00 63 00 01" },
         { "coil write: another value", "01 05 00 04 FF 00", "01 05 00 04 00 00", "01 05 00 04 FF 00" },
@@ -332,23 +351,21 @@ TEST(SerialLink, AFrameWithABadCrcGoesToTheDriver)
     EXPECT_EQ(link.counters().framesRejected, 0u);
 }
 
-TEST(SerialLink, ALateAnswerIsDroppedInTheGuardOrWhileTheNextRequestIsOnTheWire)
+TEST(SerialLink, ALateAnswerIsDroppedWhileTheNextRequestIsOnTheWire)
 {
-    // A request times out; its answer comes just after the time-out. The
-    // next request to that station waits for the guard, which drops the
-    // late answer; a request that goes out at once (to another station, or
-    // with the guard off) is still on the wire when the late answer begins,
-    // so that cannot be its answer either. Each takes its own answer.
+    // A request times out; its answer comes just after the time-out, while
+    // a request that went out at once (to another station, or with the
+    // guard off) is still on the wire: that cannot be its answer. Each takes
+    // its own answer. (Holding the same station back for the guard: the
+    // out-of-step test below and LateAnswer.*.)
     struct Row
     {
         const char *what;
         int guardMs;
         const char *next; // the next request
-        bool heldBack;
     } rows[] = {
-        { "same station, same length", -1, "01 03 00 C7 00 01", true },
-        { "another station", -1, "02 03 00 C7 00 01", false },
-        { "guard switched off", 0, "01 03 00 C7 00 01", false },
+        { "another station", -1, "02 03 00 C7 00 01" },
+        { "guard switched off", 0, "01 03 00 C7 00 01" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.what);
@@ -371,7 +388,7 @@ TEST(SerialLink, ALateAnswerIsDroppedInTheGuardOrWhileTheNextRequestIsOnTheWire)
         const QByteArray next = withCrc(row.next);
         link.send(next.constData(), next.size());
         drive.join();
-        EXPECT_EQ(link.counters().guardWaits, row.heldBack ? 1u : 0u);
+        EXPECT_EQ(link.counters().guardWaits, 0u);
         EXPECT_EQ(device.take(8), toHex(next));
         const QByteArray answer = withCrc((std::string(row.next).substr(0, 2) + " 03 02 22 22").c_str());
         device.answer(toHex(answer).c_str());

@@ -37,8 +37,9 @@ int pendingBytes(int fd)
     return ioctl(fd, FIONREAD, &n) < 0 ? 0 : n;
 }
 
-// What a request asks for: its data area and range.
-struct RequestRange
+} // namespace
+
+struct SimDrive::RequestRange
 {
     Area area;
     int first;
@@ -46,7 +47,7 @@ struct RequestRange
     const char *what;
 };
 
-RequestRange rangeOf(const uint8_t *r)
+SimDrive::RequestRange SimDrive::rangeOf(const uint8_t *r)
 {
     const int first = (r[2] << 8) | r[3];
     const int quantity = (r[4] << 8) | r[5];
@@ -71,6 +72,8 @@ RequestRange rangeOf(const uint8_t *r)
         return { Area::HoldingRegisters, -1, 0, "function" };
     }
 }
+
+namespace {
 
 uint16_t cellOf(const modbus_mapping_t *m, Area area, int address)
 {
@@ -148,16 +151,9 @@ bool SimDrive::parseStations(const std::string &text, std::vector<int> &stations
     return true;
 }
 
-bool SimDrive::start(const Options &options, std::string &error)
+bool SimDrive::checkMap(
+    std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion, std::string &error) const
 {
-    stop();
-    opts = options;
-    if (opts.stations.empty()) {
-        error = "the simulated drive needs at least one station";
-        return false;
-    }
-    std::vector<MapEntry> entries;
-    std::vector<MotionEntry> motion;
     if (!parseRegisterMap(opts.map ? *opts.map : builtinServoMap(), entries, error, &motion)) {
         error = "register map, " + error;
         return false;
@@ -174,46 +170,53 @@ bool SimDrive::start(const Options &options, std::string &error)
                 + std::to_string(sl.first) + " is not served (serve it with --stations)";
             return false;
         }
+    return true;
+}
 
-    auto fail = [&](const std::string &text) {
-        error = text;
-        stop();
-        return false;
-    };
-
-    if (opts.device.empty()) {
-        lineFd = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-        char name[128] = { 0 };
-        if (lineFd < 0 || grantpt(lineFd) < 0 || unlockpt(lineFd) < 0
-            || ptsname_r(lineFd, name, sizeof name) != 0)
-            return fail(std::string("cannot create a pseudo-terminal: ") + std::strerror(errno));
-        path = name;
-        // Our own descriptor on the master's side keeps the line up while no
-        // master has it open; we never read from it.
-        holdFd = ::open(name, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-        if (holdFd < 0 || !makeRaw(holdFd) || !makeRaw(lineFd))
-            return fail(std::string("cannot set up the pseudo-terminal: ") + std::strerror(errno));
-    } else {
-        LinkOptions lineOptions;
-        lineOptions.silence = false;
-        if (!device.open(opts.device, opts.link, lineOptions, error))
-            return fail(error);
+bool SimDrive::openLine(std::string &error)
+{
+    if (!opts.device.empty()) {
+        if (!device.open(opts.device, opts.link, false, error))
+            return false;
         lineFd = device.descriptor();
         path = opts.device;
+        return true;
     }
+    lineFd = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    char name[128] = { 0 };
+    if (lineFd < 0 || grantpt(lineFd) < 0 || unlockpt(lineFd) < 0
+        || ptsname_r(lineFd, name, sizeof name) != 0) {
+        error = std::string("cannot create a pseudo-terminal: ") + std::strerror(errno);
+        return false;
+    }
+    path = name;
+    // Our own descriptor on the master's side keeps the line up while no
+    // master has it open; we never read from it.
+    holdFd = ::open(name, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (holdFd < 0 || !makeRaw(holdFd) || !makeRaw(lineFd)) {
+        error = std::string("cannot set up the pseudo-terminal: ") + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
 
+bool SimDrive::openModbus(std::string &error)
+{
     int pair[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) < 0
-        || pipe2(wake, O_CLOEXEC | O_NONBLOCK) < 0)
-        return fail(std::string("cannot create the simulated drive's channels: ") + std::strerror(errno));
+        || pipe2(wake, O_CLOEXEC | O_NONBLOCK) < 0) {
+        error = std::string("cannot create the simulated drive's channels: ") + std::strerror(errno);
+        return false;
+    }
     ourSide = pair[0];
     modbusSide = pair[1];
     fcntl(ourSide, F_SETFL, O_NONBLOCK);
-
     ctx = modbus_new_rtu(
         path.c_str(), opts.link.baudRate, opts.link.parity, opts.link.dataBits, opts.link.stopBits);
-    if (!ctx)
-        return fail(std::string("libmodbus: ") + modbus_strerror(errno));
+    if (!ctx) {
+        error = std::string("libmodbus: ") + modbus_strerror(errno);
+        return false;
+    }
     modbus_set_socket(ctx, modbusSide);
     // A request is complete in the socket before libmodbus reads it: a
     // missing byte is a short frame, not a slow line.
@@ -221,17 +224,28 @@ bool SimDrive::start(const Options &options, std::string &error)
     // libmodbus pauses its response time-out after refusing a quantity; keep
     // that pause negligible.
     modbus_set_response_timeout(ctx, 0, 1);
+    return true;
+}
 
+bool SimDrive::fillRegisters(const std::vector<MapEntry> &entries, std::string &error)
+{
     for (int s : opts.stations) {
         modbus_mapping_t *m = modbus_mapping_new(65536, 65536, 65536, 65536);
-        if (!m)
-            return fail("out of memory for the simulated drive's registers");
+        if (!m) {
+            error = "out of memory for the simulated drive's registers";
+            return false;
+        }
         mappings[s] = m;
     }
     for (const MapEntry &e : entries)
         for (auto &sm : mappings)
             if (e.station == 0 || e.station == sm.first)
                 setValue(sm.first, e.area, e.address, e.value);
+    return true;
+}
+
+void SimDrive::setUpMotors(const std::vector<MotionEntry> &motion)
+{
     // Each motor starts from what its monitor registers hold in the map.
     motors.clear();
     for (const MotionEntry &e : motion)
@@ -255,7 +269,25 @@ bool SimDrive::start(const Options &options, std::string &error)
     }
     motorsAt = monotonicNs();
     advanceMotors(motorsAt);
+}
 
+bool SimDrive::start(const Options &options, std::string &error)
+{
+    stop();
+    opts = options;
+    if (opts.stations.empty()) {
+        error = "the simulated drive needs at least one station";
+        return false;
+    }
+    std::vector<MapEntry> entries;
+    std::vector<MotionEntry> motion;
+    if (!checkMap(entries, motion, error))
+        return false;
+    if (!openLine(error) || !openModbus(error) || !fillRegisters(entries, error)) {
+        stop();
+        return false;
+    }
+    setUpMotors(motion);
     faults = opts.faults;
     counts = Stats();
     requestCounts.clear();
@@ -311,41 +343,49 @@ bool SimDrive::pause(int64_t ns)
     }
 }
 
+SimDrive::LineEvent SimDrive::waitForLine(struct pollfd *p, bool frameBegun, int64_t gapNs)
+{
+    if (!frameBegun)
+        return poll(p, 2, -1) < 0 && errno != EINTR ? LineEvent::Stop : LineEvent::Polled;
+    // The frame ends when the line has been quiet for the silence.
+    struct timespec ts = { time_t(gapNs / 1000000000), long(gapNs % 1000000000) };
+    return ppoll(p, 2, &ts, nullptr) == 0 ? LineEvent::FrameEnded : LineEvent::Polled;
+}
+
+void SimDrive::readLine(std::vector<uint8_t> &frame)
+{
+    uint8_t chunk[512];
+    const ssize_t n = ::read(lineFd, chunk, sizeof chunk);
+    const bool queued = queuedSinceNs > 0;
+    if (n > 0 && frame.empty())
+        frameStartNs = !opts.device.empty() ? 0 : queued ? queuedSinceNs : monotonicNs();
+    queuedSinceNs = 0;
+    if (n > 0 && frame.size() < 4096)
+        frame.insert(frame.end(), chunk, chunk + n);
+    if (queued && n > 0) {
+        // Whole requests that came while the drive was busy: on a wire, the
+        // silence after them has passed too.
+        handleBytes(frame);
+        frame.clear();
+    }
+}
+
 void SimDrive::run()
 {
     const int64_t gap = opts.link.silenceNs();
     std::vector<uint8_t> frame;
-    uint8_t chunk[512];
     for (;;) {
         struct pollfd p[2] = { { lineFd, POLLIN, 0 }, { wake[0], POLLIN, 0 } };
-        if (frame.empty()) {
-            if (poll(p, 2, -1) < 0 && errno != EINTR)
-                return;
-        } else {
-            // The frame ends when the line has been quiet for the silence.
-            struct timespec ts = { time_t(gap / 1000000000), long(gap % 1000000000) };
-            if (ppoll(p, 2, &ts, nullptr) == 0) {
-                handleBytes(frame);
-                frame.clear();
-                continue;
-            }
+        const LineEvent event = waitForLine(p, !frame.empty(), gap);
+        if (event == LineEvent::FrameEnded) {
+            handleBytes(frame);
+            frame.clear();
+            continue;
         }
-        if (p[1].revents)
+        if (event == LineEvent::Stop || p[1].revents)
             return;
         if (p[0].revents & POLLIN) {
-            const ssize_t n = ::read(lineFd, chunk, sizeof chunk);
-            const bool queued = queuedSinceNs > 0;
-            if (n > 0 && frame.empty())
-                frameStartNs = !opts.device.empty() ? 0 : queued ? queuedSinceNs : monotonicNs();
-            queuedSinceNs = 0;
-            if (n > 0 && frame.size() < 4096)
-                frame.insert(frame.end(), chunk, chunk + n);
-            if (queued && n > 0) {
-                // Whole requests that came while the drive was busy: on a
-                // wire, the silence after them has passed too.
-                handleBytes(frame);
-                frame.clear();
-            }
+            readLine(frame);
         } else if (p[0].revents) {
             // No master on the line (a device that hung up): wait quietly.
             if (!pause(10000000))
@@ -407,82 +447,105 @@ void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
     }
 }
 
+std::optional<FaultRule> SimDrive::pickFault(int station, const RequestRange &range)
+{
+    for (FaultRule &rule : faults) {
+        if (rule.times == 0 || !rule.matches(station, range.area, range.first, range.quantity))
+            continue;
+        if (rule.rate < 1.0 && std::uniform_real_distribution<double>(0.0, 1.0)(random) >= rule.rate)
+            continue;
+        if (rule.times > 0)
+            --rule.times;
+        ++counts.faults[rule.kind];
+        return rule;
+    }
+    return std::nullopt;
+}
+
+std::vector<uint8_t> SimDrive::answerOf(
+    const uint8_t *request, int length, const RequestRange &range, std::optional<FaultRule> &fault)
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    advanceMotors(monotonicNs());
+    const int station = request[0];
+    if (station != 0 && !mappings.count(station)) {
+        ++counts.ignored;
+        return {};
+    }
+    ++counts.requests;
+    ++requestCounts[std::make_pair(station, int(request[1]))];
+    fault = pickFault(station, range);
+    if (fault && fault->kind == FaultRule::NoReply) {
+        if (opts.log)
+            std::fprintf(opts.log, "sim: station %d %s %s%d: no reply (injected)\n", station, range.what,
+                areaPrefix(range.area), range.first + 1);
+        return {};
+    }
+    // Let libmodbus answer into the socket, then collect the answer.
+    if (fault && fault->kind == FaultRule::Exception)
+        modbus_reply_exception(ctx, request, unsigned(fault->value >= 0 ? fault->value : 4));
+    else if (station == 0)
+        for (auto &sm : mappings)
+            modbus_reply(ctx, request, length, sm.second);
+    else
+        modbus_reply(ctx, request, length, mappings.at(station));
+    std::vector<uint8_t> answer;
+    uint8_t buffer[512];
+    ssize_t n;
+    while ((n = recv(ourSide, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
+        answer.insert(answer.end(), buffer, buffer + n);
+    return answer;
+}
+
+bool SimDrive::spoil(std::vector<uint8_t> &answer, const FaultRule &fault, int station)
+{
+    switch (fault.kind) {
+    case FaultRule::Corrupt:
+        answer[std::max<size_t>(2, answer.size() - 3)] ^= 0xFF;
+        break;
+    case FaultRule::Truncate:
+        answer.resize(
+            fault.value >= 0 ? std::min<size_t>(size_t(fault.value), answer.size() - 1) : answer.size() - 2);
+        break;
+    case FaultRule::WrongStation:
+        answer[0] = uint8_t(fault.value >= 0 ? fault.value : station % 247 + 1);
+        setModbusCrc(answer.data(), int(answer.size()));
+        break;
+    case FaultRule::Late:
+        return pause(int64_t(fault.value >= 0 ? fault.value : 1000) * 1000000);
+    default:
+        break;
+    }
+    return true;
+}
+
+void SimDrive::sendNoise(const FaultRule &fault)
+{
+    if (!pause(opts.link.silenceNs()))
+        return;
+    std::vector<uint8_t> noise(size_t(fault.value >= 0 ? fault.value : 4));
+    for (uint8_t &b : noise)
+        b = uint8_t(random());
+    putOnLine(noise.data(), int(noise.size()));
+    std::lock_guard<std::mutex> lock(mutex);
+    counts.noiseBytesSent += noise.size();
+}
+
 void SimDrive::handleRequest(const uint8_t *request, int length)
 {
     const int station = request[0];
     const RequestRange range = rangeOf(request);
-    std::vector<uint8_t> answer;
-    FaultRule fault;
-    bool faulty = false;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        advanceMotors(monotonicNs());
-        const bool served = station == 0 || mappings.count(station);
-        if (!served) {
-            ++counts.ignored;
-            return;
-        }
-        ++counts.requests;
-        ++requestCounts[std::make_pair(station, int(request[1]))];
-        for (FaultRule &rule : faults) {
-            if (rule.times == 0 || !rule.matches(station, range.area, range.first, range.quantity))
-                continue;
-            if (rule.rate < 1.0 && std::uniform_real_distribution<double>(0.0, 1.0)(random) >= rule.rate)
-                continue;
-            if (rule.times > 0)
-                --rule.times;
-            fault = rule;
-            faulty = true;
-            ++counts.faults[rule.kind];
-            break;
-        }
-        if (faulty && fault.kind == FaultRule::NoReply) {
-            if (opts.log)
-                std::fprintf(opts.log, "sim: station %d %s %s%d: no reply (injected)\n", station, range.what,
-                    areaPrefix(range.area), range.first + 1);
-            return;
-        }
-        // Let libmodbus answer into the socket, then collect the answer.
-        if (faulty && fault.kind == FaultRule::Exception)
-            modbus_reply_exception(ctx, request, unsigned(fault.value >= 0 ? fault.value : 4));
-        else if (station == 0)
-            for (auto &sm : mappings)
-                modbus_reply(ctx, request, length, sm.second);
-        else
-            modbus_reply(ctx, request, length, mappings.at(station));
-        uint8_t buffer[512];
-        ssize_t n;
-        while ((n = recv(ourSide, buffer, sizeof buffer, MSG_DONTWAIT)) > 0)
-            answer.insert(answer.end(), buffer, buffer + n);
-    }
+    std::optional<FaultRule> fault;
+    std::vector<uint8_t> answer = answerOf(request, length, range, fault);
     if (answer.empty())
-        return; // broadcast: no answer
+        return; // not served, no reply injected, or a broadcast: no answer
     if (!pause(heardNs - monotonicNs()))
         return;
-    if (faulty) {
-        switch (fault.kind) {
-        case FaultRule::Corrupt:
-            answer[std::max<size_t>(2, answer.size() - 3)] ^= 0xFF;
-            break;
-        case FaultRule::Truncate:
-            answer.resize(fault.value >= 0 ? std::min<size_t>(size_t(fault.value), answer.size() - 1)
-                                           : answer.size() - 2);
-            break;
-        case FaultRule::WrongStation:
-            answer[0] = uint8_t(fault.value >= 0 ? fault.value : station % 247 + 1);
-            setModbusCrc(answer.data(), int(answer.size()));
-            break;
-        case FaultRule::Late:
-            if (!pause(int64_t(fault.value >= 0 ? fault.value : 1000) * 1000000))
-                return;
-            break;
-        default:
-            break;
-        }
-    }
+    if (fault && !spoil(answer, *fault, station))
+        return;
     if (opts.log) {
         std::string note
-            = faulty ? std::string(" [") + faultKindName(fault.kind) + " injected]" : std::string();
+            = fault ? std::string(" [") + faultKindName(fault->kind) + " injected]" : std::string();
         std::fprintf(opts.log, "sim: station %d %s %s%d x%d: answered %zu bytes%s\n", station, range.what,
             areaPrefix(range.area), range.first + 1, range.quantity, answer.size(), note.c_str());
     }
@@ -490,19 +553,11 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
     {
         std::lock_guard<std::mutex> lock(mutex);
         ++counts.replies;
-        if (faulty && fault.kind == FaultRule::Late)
+        if (fault && fault->kind == FaultRule::Late)
             ++counts.lateRepliesSent;
     }
-    if (faulty && fault.kind == FaultRule::Noise) {
-        if (!pause(opts.link.silenceNs()))
-            return;
-        std::vector<uint8_t> noise(size_t(fault.value >= 0 ? fault.value : 4));
-        for (uint8_t &b : noise)
-            b = uint8_t(random());
-        putOnLine(noise.data(), int(noise.size()));
-        std::lock_guard<std::mutex> lock(mutex);
-        counts.noiseBytesSent += noise.size();
-    }
+    if (fault && fault->kind == FaultRule::Noise)
+        sendNoise(*fault);
 }
 
 void SimDrive::putOnLine(const uint8_t *bytes, int length)

@@ -29,7 +29,8 @@
 #include "addresstext.h"
 #include "faultrule.h"
 #include "registermap.h"
-#include "seriallink.h"
+#include "linksettings.h"
+#include "serialport.h"
 
 #include <atomic>
 #include <cstdint>
@@ -42,6 +43,7 @@
 #include <thread>
 #include <vector>
 
+struct pollfd;
 typedef struct _modbus modbus_t;
 typedef struct _modbus_mapping_t modbus_mapping_t;
 
@@ -103,9 +105,34 @@ public:
         std::string &error);
 
 private:
+    // Parts of start(): each false with one sentence in error.
+    bool checkMap(std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion, std::string &error) const;
+    bool openLine(std::string &error);
+    bool openModbus(std::string &error);
+    bool fillRegisters(const std::vector<MapEntry> &entries, std::string &error);
+    void setUpMotors(const std::vector<MotionEntry> &motion);
+
     void run();
+    enum class LineEvent { Polled, FrameEnded, Stop };
+    // Waits for the line (p: the line and the wake pipe); with a frame
+    // begun, only until the silence ends it.
+    LineEvent waitForLine(struct pollfd *p, bool frameBegun, int64_t gapNs);
+    // Reads what came into frame.
+    void readLine(std::vector<uint8_t> &frame);
     void handleBytes(const std::vector<uint8_t> &bytes);
     void handleRequest(const uint8_t *request, int length);
+    // What the request asks for: its area, range and name.
+    struct RequestRange;
+    static RequestRange rangeOf(const uint8_t *request);
+    // The answer libmodbus gives the request (empty: none is due), and the
+    // fault picked for it; counts the request.
+    std::vector<uint8_t> answerOf(
+        const uint8_t *request, int length, const RequestRange &range, std::optional<FaultRule> &fault);
+    // The first fault rule that hits the request; with the mutex held.
+    std::optional<FaultRule> pickFault(int station, const RequestRange &range);
+    // Spoils the answer as the fault says; false when asked to stop.
+    bool spoil(std::vector<uint8_t> &answer, const FaultRule &fault, int station);
+    void sendNoise(const FaultRule &fault);
     void putOnLine(const uint8_t *bytes, int length);
     bool pause(int64_t ns); // false when asked to stop
     modbus_mapping_t *mappingOf(int station) const;
@@ -118,7 +145,7 @@ private:
     int wake[2] = { -1, -1 };
     int modbusSide = -1; // libmodbus reads requests from and writes answers to this socket
     int ourSide = -1; // ... and we feed and collect them here
-    SerialLink device;
+    SerialPort device; // an existing serial device
     modbus_t *ctx = nullptr;
     std::map<int, modbus_mapping_t *> mappings;
     std::thread worker;

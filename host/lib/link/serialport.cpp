@@ -1,0 +1,288 @@
+#include "serialport.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/serial.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <time.h>
+#include <unistd.h>
+
+int64_t monotonicNs()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+int64_t wallClockMs()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return int64_t(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+namespace {
+
+void sleepUntil(int64_t ns)
+{
+    struct timespec ts;
+    ts.tv_sec = time_t(ns / 1000000000);
+    ts.tv_nsec = long(ns % 1000000000);
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr) == EINTR) { }
+}
+
+std::string systemError(int error) { return std::strerror(error); }
+
+// Asks the kernel to drive the transmitter of a 2-wire RS485 adapter.
+bool enableRs485(int d)
+{
+    struct serial_rs485 rs;
+    std::memset(&rs, 0, sizeof rs);
+    ioctl(d, TIOCGRS485, &rs);
+    rs.flags |= SER_RS485_ENABLED | SER_RS485_RTS_ON_SEND;
+    rs.flags &= ~SER_RS485_RTS_AFTER_SEND;
+    return ioctl(d, TIOCSRS485, &rs) == 0;
+}
+
+} // namespace
+
+SerialPort::SerialPort() { std::memset(&savedTermios, 0, sizeof savedTermios); }
+
+SerialPort::~SerialPort() { close(); }
+
+bool SerialPort::open(const std::string &device, const LinkSettings &settings, bool rs485, std::string &error)
+{
+    close();
+    int d = ::open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (d < 0) {
+        const int e = errno;
+        error = "cannot open " + device + ": " + systemError(e);
+        return false;
+    }
+    if (!configure(d, device, settings, rs485, error)) {
+        ::close(d);
+        return false;
+    }
+    tcflush(d, TCIOFLUSH);
+    fd = d;
+    savedValid = true;
+    line = settings;
+    path = device;
+    hung = false;
+    return true;
+}
+
+bool SerialPort::configure(
+    int d, const std::string &device, const LinkSettings &settings, bool rs485, std::string &error)
+{
+    if (!isatty(d)) {
+        error = device + " is not a serial device";
+        return false;
+    }
+    if (flock(d, LOCK_EX | LOCK_NB) < 0) {
+        error = errno == EWOULDBLOCK ? device + " is busy: another program has it open"
+                                     : "cannot lock " + device + ": " + systemError(errno);
+        return false;
+    }
+    struct termios t;
+    if (tcgetattr(d, &t) < 0) {
+        error = "cannot read the settings of " + device + ": " + systemError(errno);
+        return false;
+    }
+    savedTermios = t;
+    cfmakeraw(&t);
+    setLineBits(t, settings);
+    t.c_iflag &= ~(IXON | IXOFF | IXANY | INPCK);
+    // With VMIN 1 a read without data fails with EAGAIN (the descriptor is
+    // non-blocking); with VMIN 0 it would return 0, like a hang-up.
+    t.c_cc[VMIN] = 1;
+    t.c_cc[VTIME] = 0;
+    if (!applyLine(d, TCSANOW, t, settings)) {
+        error = "cannot configure " + device + " as " + settings.text() + ": " + systemError(errno);
+        return false;
+    }
+    if (rs485 && !enableRs485(d)) {
+        const int e = errno;
+        tcsetattr(d, TCSANOW, &savedTermios);
+        error = device + " does not support kernel RS485 direction control: " + systemError(e);
+        return false;
+    }
+    return true;
+}
+
+bool SerialPort::setLine(const LinkSettings &settings, std::string &error)
+{
+    struct termios t;
+    if (fd < 0 || tcgetattr(fd, &t) < 0) {
+        error = fd < 0 ? "the link is not open"
+                       : "cannot read the settings of " + path + ": " + systemError(errno);
+        return false;
+    }
+    setLineBits(t, settings);
+    if (!applyLine(fd, TCSADRAIN, t, settings)) {
+        error = "cannot configure " + path + " as " + settings.text() + ": " + systemError(errno);
+        return false;
+    }
+    // Whatever arrived at the old settings is noise at the new ones.
+    tcflush(fd, TCIOFLUSH);
+    line = settings;
+    quietSince = monotonicNs();
+    return true;
+}
+
+void SerialPort::close()
+{
+    if (fd < 0)
+        return;
+    if (savedValid)
+        tcsetattr(fd, TCSANOW, &savedTermios);
+    ::close(fd); // also releases the lock
+    fd = -1;
+    savedValid = false;
+}
+
+int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
+{
+    int got = 0;
+    while (got < length && !hung) {
+        // Right after a request nothing has come yet: wait before reading.
+        ssize_t r = -1;
+        errno = EAGAIN;
+        if (!waitFirst || got > 0)
+            r = ::read(fd, buffer + got, size_t(length - got));
+        waitFirst = false;
+        if (r > 0) {
+            got += int(r);
+            continue;
+        }
+        if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
+            hung = true; // the other side is gone (EIO on a pseudo-terminal)
+            break;
+        }
+        if (errno == EINTR)
+            continue;
+        const int64_t left = deadlineNs - monotonicNs();
+        if (left <= 0)
+            break;
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts;
+        ts.tv_sec = time_t(left / 1000000000);
+        ts.tv_nsec = long(left % 1000000000);
+        int ready = ppoll(&p, 1, &ts, nullptr);
+        noteLateWake(deadlineNs);
+        if (ready == 0)
+            break;
+        if (ready > 0 && !(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
+            hung = true;
+            break;
+        }
+    }
+    return got;
+}
+
+int SerialPort::readArrivedBefore(char *buffer, int capacity, int64_t momentNs)
+{
+    int got = 0;
+    while (!hung && got < capacity) {
+        const int64_t left = momentNs - monotonicNs();
+        if (left <= 0)
+            break;
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
+        const int ready = ppoll(&p, 1, &ts, nullptr);
+        noteLateWake(momentNs);
+        if ((ready < 0 && errno != EINTR) || (ready > 0 && !(p.revents & POLLIN)))
+            break; // the line is gone: the next read says so
+        int waiting = 0;
+        if (ioctl(fd, FIONREAD, &waiting) < 0 || waiting <= 0 || monotonicNs() >= momentNs)
+            continue;
+        const ssize_t r = ::read(fd, buffer + got, size_t(std::min(waiting, capacity - got)));
+        if (r <= 0)
+            break;
+        got += int(r);
+    }
+    return got;
+}
+
+int SerialPort::write(const char *bytes, int length, int64_t deadlineNs)
+{
+    int sent = 0;
+    while (sent < length) {
+        ssize_t w = ::write(fd, bytes + sent, size_t(length - sent));
+        if (w > 0) {
+            sent += int(w);
+            continue;
+        }
+        if (w < 0 && errno == EINTR)
+            continue;
+        if (w < 0 && errno == EAGAIN) {
+            const int64_t left = deadlineNs - monotonicNs();
+            struct pollfd p = { fd, POLLOUT, 0 };
+            if (left > 0 && poll(&p, 1, int(left / 1000000) + 1) > 0)
+                continue;
+        }
+        break;
+    }
+    return sent;
+}
+
+void SerialPort::drain() { tcdrain(fd); }
+
+int SerialPort::pending() const
+{
+    int n = 0;
+    return ioctl(fd, FIONREAD, &n) < 0 ? 0 : n;
+}
+
+void SerialPort::dropWaiting(const std::function<void(const char *, int)> &dropped)
+{
+    int waiting = pending();
+    if (waiting <= 0)
+        return;
+    char junk[256];
+    while (waiting > 0) {
+        ssize_t r = ::read(fd, junk, sizeof junk);
+        if (r <= 0)
+            break;
+        dropped(junk, int(r));
+        waiting -= int(r);
+    }
+    tcflush(fd, TCIFLUSH);
+    quietSince = monotonicNs();
+}
+
+void SerialPort::sleepUntilPrecisely(int64_t target)
+{
+    // A timed sleep wakes late by the scheduler's latency (tens of
+    // microseconds, more on virtual machines). Aim early by the least
+    // lateness seen recently; should that wake us before the target, a short
+    // second sleep makes up the rest, so the wait is never cut short.
+    int64_t earliest = wakeLatenessNs[0];
+    for (int64_t l : wakeLatenessNs)
+        earliest = std::min(earliest, l);
+    const int64_t aim = target - earliest;
+    int64_t now = monotonicNs();
+    const bool waits = now < target;
+    if (now < aim) {
+        sleepUntil(aim);
+        now = monotonicNs();
+        const int64_t late = std::min<int64_t>(now - aim, 500000);
+        wakeLatenessNs[wakeSample++ % WakeSamples] = std::max<int64_t>(late, 0);
+    }
+    if (now < target)
+        sleepUntil(target);
+    if (waits)
+        noteLateWake(target);
+}
+
+void SerialPort::noteLateWake(int64_t deadlineNs)
+{
+    // Only for a wait that began before its deadline.
+    const int64_t late = monotonicNs() - deadlineNs;
+    if (late > 0 && lateWakeNs)
+        *lateWakeNs += uint64_t(late);
+}

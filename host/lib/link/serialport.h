@@ -1,0 +1,90 @@
+#ifndef HOST_LINK_SERIALPORT_H
+#define HOST_LINK_SERIALPORT_H
+
+// A serial device or pseudo-terminal opened for a Modbus RTU line: locked
+// against other programs, raw, at the line's settings, optionally with the
+// kernel driving an RS485 transmitter, and given back its own settings on
+// close. Reads wait, without spinning, until a deadline on the monotonic
+// clock; timed waits end on time, and how long the machine kept them past
+// their deadlines is counted.
+
+#include "linksettings.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <termios.h>
+
+// Monotonic clock in nanoseconds.
+int64_t monotonicNs();
+// Wall clock in milliseconds since the epoch.
+int64_t wallClockMs();
+
+class SerialPort
+{
+public:
+    SerialPort();
+    ~SerialPort();
+    SerialPort(const SerialPort &) = delete;
+    SerialPort &operator=(const SerialPort &) = delete;
+
+    // Opens and configures the device, dropping what waits on it. Fails, with
+    // one sentence in error, for a missing device, one that is not a terminal,
+    // one in use by another program, or an RS485 request that the device's
+    // driver refuses.
+    bool open(const std::string &device, const LinkSettings &settings, bool rs485, std::string &error);
+    void close();
+    // Changes the speed and character format, dropping what is waiting.
+    bool setLine(const LinkSettings &settings, std::string &error);
+    bool isOpen() const { return fd >= 0; }
+    // The other side went away: every read ends at once.
+    bool hungUp() const { return hung; }
+    int descriptor() const { return fd; }
+    const std::string &device() const { return path; }
+    const LinkSettings &settings() const { return line; }
+
+    // The end of the last frame on the line (monotonic ns).
+    int64_t quietSinceNs() const { return quietSince; }
+    void markQuiet(int64_t ns) { quietSince = ns; }
+
+    // Reads up to length bytes until deadline (monotonic ns); returns the
+    // number read. waitFirst: nothing is expected yet, wait before reading.
+    int readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst);
+    // Reads, up to capacity, the bytes seen waiting before momentNs: a
+    // wake-up that comes late does not take later bytes for earlier ones.
+    int readArrivedBefore(char *buffer, int capacity, int64_t momentNs);
+    // Writes, waiting for room until deadline; returns the bytes taken.
+    int write(const char *bytes, int length, int64_t deadlineNs);
+    // Waits until what was written has left.
+    void drain();
+    // Bytes waiting to be read.
+    int pending() const;
+    // Reads what is waiting, handing each piece to dropped, then discards
+    // the rest of the input and marks the line quiet from now.
+    void dropWaiting(const std::function<void(const char *, int)> &dropped);
+    // Sleeps until targetNs, ending within a microsecond when the thread's
+    // timer slack allows it, never before.
+    void sleepUntilPrecisely(int64_t targetNs);
+    // Where the time that timed waits ended past their deadlines adds up.
+    void countLateWakesIn(uint64_t *counter) { lateWakeNs = counter; }
+
+private:
+    void noteLateWake(int64_t deadlineNs);
+    // Sets up an opened descriptor; false with error set.
+    bool configure(
+        int d, const std::string &device, const LinkSettings &settings, bool rs485, std::string &error);
+
+    int fd = -1;
+    LinkSettings line;
+    std::string path;
+    bool savedValid = false;
+    struct termios savedTermios; // the device's settings before open, restored on close
+    bool hung = false;
+    int64_t quietSince = 0;
+    uint64_t *lateWakeNs = nullptr;
+    enum { WakeSamples = 8 };
+    int64_t wakeLatenessNs[WakeSamples] = {}; // how late recent timed sleeps woke
+    unsigned wakeSample = 0;
+};
+
+#endif // HOST_LINK_SERIALPORT_H
