@@ -45,7 +45,7 @@ std::string timeText(double seconds)
 // another, the stations heard, and the progress line on a terminal.
 struct ScanRun
 {
-    DriverHost &host;
+    const DriverHost &host;
     SerialLink &link;
     const Command &c;
     Output &out;

@@ -31,7 +31,7 @@
 // by its type alone, any other link passes without one.
 struct CommandLink
 {
-    CommandLink(AbstractDeviceInterface &link)
+    explicit CommandLink(AbstractDeviceInterface &link)
         : device(link)
     {
     }
