@@ -102,21 +102,18 @@ struct CommandOnLink
             return;
         tally->commandBegins();
         requestsBefore = tally->requestsSent();
-        answerBefore = tally->lastAnswerWallMs();
     }
     DriverHost::Result finish(DriverHost::Result r) const
     {
         if (!tally)
             return r;
         r.requestsSent = int64_t(tally->requestsSent() - requestsBefore);
-        const int64_t answer = tally->lastAnswerWallMs();
-        r.answeredMs = answer != answerBefore ? answer : 0;
+        r.answeredMs = tally->lastAnswerWallMs();
         return r;
     }
 
     CommandTally *tally;
     uint64_t requestsBefore = 0;
-    int64_t answerBefore = 0;
 };
 
 } // namespace

@@ -184,6 +184,10 @@ TEST(SerialLink, ReopeningKeepsTheCountsAndOpeningAnewClearsThem)
             << error;
         EXPECT_EQ(link.counters().requests, reopen ? 1u : 0u);
         EXPECT_EQ(link.healthOf(1).timeOuts, reopen ? 1u : 0u);
+        // The last line's exchange neither holds the first request back nor counts on this line.
+        link.send(request.constData(), request.size());
+        EXPECT_EQ(link.counters().guardWaits, 0u);
+        EXPECT_EQ(link.healthOf(1).timeOuts, reopen ? 1u : 0u);
     }
 }
 

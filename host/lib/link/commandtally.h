@@ -15,8 +15,8 @@ public:
     virtual void commandBegins() = 0;
     // Requests put on the line so far.
     virtual uint64_t requestsSent() const = 0;
-    // When the last complete answer frame was in, by the wall clock (ms
-    // since the epoch); 0 before the first one.
+    // When the command's last complete answer frame was in, by the wall
+    // clock (ms since the epoch); 0 while none has come since it began.
     virtual int64_t lastAnswerWallMs() const = 0;
 };
 

@@ -15,8 +15,10 @@
 #include "serialport.h"
 #include "tracer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
 
 class LateGuard
 {
@@ -56,8 +58,12 @@ public:
     void answerMayCome(int station) { owed[station & 255] = true; }
     // The station's answer came (or was dropped): it owes none.
     void answerCame(int station) { owed[station & 255] = false; }
-    // A new line: no station owes an answer.
-    void forgetOwedAnswers() { owed.fill(false); }
+    // A new line: no station owes an answer, and no request waits for one.
+    void forgetLine()
+    {
+        owed.fill(false);
+        std::fill(std::begin(guardUntilNs), std::end(guardUntilNs), int64_t(0));
+    }
     // Which stations owe an answer, to keep over a device that comes back.
     using Owed = std::array<bool, 256>;
     const Owed &owedAnswers() const { return owed; }

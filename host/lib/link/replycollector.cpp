@@ -136,7 +136,8 @@ bool ReplyCollector::judge(int frameLength, int station)
     exception = clean && (bytes[1] & 0x80);
     if (exception)
         ++h.exceptions;
-    answerWall = wallClockMs();
+    if (clean) // a garbled frame is no answer: a read that fails on it is timed when it gave up
+        answerWall = wallClockMs();
     tracer.trace(TraceEvent::Kind::Received, reply, have, station);
     return true;
 }

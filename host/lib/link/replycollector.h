@@ -47,8 +47,16 @@ public:
     void awaitAnswer() { awaiting = true; }
     // What the driver's receive gets; station: the last request's.
     int receive(char *buffer, int length, int station);
-    // When the last complete answer frame was in, by the wall clock.
+    // When the last complete answer frame was in, by the wall clock; 0
+    // when none came since forgetAnswerTime().
     int64_t answerWallMs() const { return answerWall; }
+    void forgetAnswerTime() { answerWall = 0; }
+    // A new line: the exchange under way on the last one is over.
+    void forgetExchange()
+    {
+        exchange = Exchange::Idle;
+        answerWall = 0;
+    }
 
 private:
     int receiveUnjudged(char *buffer, int length, int station);

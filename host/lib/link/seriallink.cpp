@@ -25,7 +25,8 @@ bool SerialLink::open(
     port.markQuiet(openedNs);
     // The health of this line's stations, not of an earlier one's.
     linkHealth = LinkHealth();
-    guard.forgetOwedAnswers();
+    guard.forgetLine();
+    reply.forgetExchange();
     requestStation = -1;
     requestEndNs = -1;
     tracer.setRequestEnd(requestEndNs);
@@ -37,7 +38,7 @@ bool SerialLink::reopen(std::string &error)
     const std::string device = port.device();
     const LinkHealth kept = linkHealth;
     const LinkSettings line = port.settings();
-    // The answers stations owe are kept too: open() forgets them only for a new line.
+    // The answers stations owe are kept too: open() forgets them, as for a new line.
     LateGuard::Owed owed = guard.owedAnswers();
     close();
     if (!open(device, line, opts, error))
@@ -62,6 +63,7 @@ bool SerialLink::setTrace(const std::string &path, std::string &error, TraceForm
 void SerialLink::commandBegins()
 {
     reply.settle(requestStation);
+    reply.forgetAnswerTime();
     linkHealth.commandBegins();
 }
 
