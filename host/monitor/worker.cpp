@@ -260,7 +260,8 @@ QString MonitorWorker::readBackMismatch(const PollTag &t, const QVector<uint> &v
 void MonitorWorker::startScan(int from, int to, const QString &address)
 {
     std::string error;
-    if (!lineOpen || scan.running || !AddressText::parse(address.toStdString(), scan.probe, error)) {
+    if (!lineOpen || scan.running
+        || !checkScanRange(from, to, address.toStdString(), false, scan.probe, error)) {
         emit scanFinished(0, true, lineOpen ? QString::fromStdString(error) : "not connected");
         return;
     }
@@ -299,12 +300,6 @@ void MonitorWorker::scanNext()
     link().options().retry = scanRetry;
     const DriverHost::Result result = drive.host().read(link(), scan.probe, defaultType(scan.probe), 1);
     flushTraffic();
-    if (result.requestsSent == 0) {
-        // The driver answered from its own registers: no station was asked.
-        return endScan(true,
-            QString::fromStdString(scan.probe.text())
-                + " is served by the driver itself: no station was asked");
-    }
     const ScanVerdict v = judgeScanProbe(result);
     if (v.heard)
         emit scanFound(scan.station, v.answers, QString::fromStdString(v.text));
