@@ -82,18 +82,4 @@ TEST(LateAnswer, OneAnswerBeyondTheGuaranteeStartsNoChainOfWrongValues)
     EXPECT_EQ(rig.sim.stats().lateRepliesSent, 1u);
 }
 
-TEST(LateAnswer, ACommandIsAnsweredWhenItsLastAttemptIsNotWhenItBegan)
-{
-    E2eRig rig(TimeoutMs, 1, { fault("noreply:times=1") });
-    AddressText address;
-    std::string error;
-    ASSERT_TRUE(AddressText::parse("HR100", address, error)) << error;
-    const int64_t start = wallClockMs();
-    const DriverHost::Result r = rig.host.read(rig.link, address, ValueType::Word, 1);
-    EXPECT_TRUE(r.ok) << r.errorText;
-    EXPECT_EQ(r.requestsSent, 2);
-    EXPECT_GE(r.answeredMs, start + TimeoutMs);
-    EXPECT_LE(r.answeredMs, wallClockMs());
-}
-
 } // namespace
