@@ -240,6 +240,9 @@ TEST(Cli, CommandsShowWhatHappened)
         // A batch from standard input runs up to its first bad line.
         { { "batch" }, 2, false, "teco-cli: batch line 2: option --port belongs on the command line",
             "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n" },
+        { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, 1, false,
+            "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\nteco-cli: no answer to 3 requests: "
+            "check that the drive is station 1 and set to RS485,9600,NONE,8,2" },
         // What the driver serves from its own window says that nothing was sent.
         { { "--json", "--station", "77", "read", "HR60000" }, 0, true, "\"heldByDriver\":true" },
         { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
@@ -471,12 +474,14 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
                               "read HR119 --zero-based --format int16 --count 2\n"
                               "write HR130 1e300 --format float64:BADC\n"
                               "read HR130 --format float64:BADC\n"
-                              "write HR140 16777217 --format float32\n";
+                              "write HR140 16777217 --format float32\n"
+                              "read IR1 --type byte --count 3\n"
+                              "read DI1 --count 3\n";
     const CliRun r = cli({ "--json", "--quiet", "batch" }, batch);
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     const std::vector<std::string> out = lines(r.out);
-    ASSERT_EQ(out.size(), 11u) << r.out;
+    ASSERT_EQ(out.size(), 13u) << r.out;
     auto values = [&](int line) {
         return QString::fromUtf8(
             QJsonDocument(json(out[size_t(line)])["values"].toArray()).toJson(QJsonDocument::Compact))
@@ -491,6 +496,7 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
         { 2, "[\"servo 1\"]" }, { 3, "[29541,29302,28448,12544]" }, // "se" "rv" "o " "1\0"
         { 5, "[-2,3]" }, { 6, "[\"0xFFFF\",\"0xFFFE\",\"0x0000\",\"0x0003\"]" }, { 7, "[-1,-2]" },
         { 9, "[1e+300]" }, { 10, "[16777216]" }, // what the float32 holds, not what was typed
+        { 11, "[218,5,125]" }, { 12, "[1,1,0]" }, // IR1 = 1498 (0x05DA), IR2 = 125; DI1, DI2 on
     };
     for (const Row &row : rows)
         EXPECT_EQ(values(row.line), row.values) << out[size_t(row.line)];

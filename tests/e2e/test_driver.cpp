@@ -1,55 +1,11 @@
 // The driver plug-in over our serial link and a pseudo-terminal against the
-// simulated drive: reads of every data type and prefix, the relay window, and
-// recovery from faults on the line (what the driver sends for each write and
-// relay: tests/unit).
+// simulated drive: the relay window, and recovery from faults and late
+// answers on the line (what the driver sends for each data type, prefix and
+// relay: tests/unit; reads and writes of each type end to end: Cli.*).
 
 #include "e2erig.h"
 
-#include <gmock/gmock.h>
-
 namespace {
-
-// Register values on station 1 that the read rows expect (zero-based).
-void loadReadValues(E2eRig &rig)
-{
-    rig.setRegister(1, 99, 0x1234);
-    rig.setRegister(1, 100, 0x5679);
-    rig.sim.setValue(1, Area::InputRegisters, 9, 0xABCD);
-    rig.sim.setValue(1, Area::InputRegisters, 10, 0x0102);
-    for (int coil : { 4, 6 })
-        rig.sim.setValue(1, Area::Coils, coil, 1);
-    rig.sim.setValue(1, Area::DiscreteInputs, 2, 1);
-}
-
-TEST(EndToEnd, ReadsEveryDataTypeAndPrefix)
-{
-    struct Row
-    {
-        int type;
-        int count;
-        const char *address;
-        const char *expected;
-        int functionCode;
-    } rows[] = {
-        { Word, 2, "FN6HR100", "34 12 79 56", 3 },
-        { Word, 2, "IR10", "CD AB 02 01", 4 },
-        { DoubleWord, 1, "HR100", "34 12 79 56", 3 }, // first register is the low half
-        { DoubleWord, 1, "IR10SW", "02 01 CD AB", 4 }, // first register is the high half
-        { Byte, 3, "HR100", "34 12 79", 3 },
-        { Bit, 2, "HR100.15", "02", 3 }, // bit 15 of 0x1234, then bit 0 of 0x5679
-        { BitBlock, 3, "FN5DO5", "05", 1 },
-        { Bit, 2, "DI3", "01", 2 },
-    };
-    E2eRig rig;
-    loadReadValues(rig);
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.address);
-        const uint64_t before = rig.sim.requests(1, row.functionCode);
-        EXPECT_EQ(toHex(rig.read(row.type, row.count, row.address)), row.expected);
-        EXPECT_FALSE(rig.failed()) << rig.error();
-        EXPECT_EQ(rig.sim.requests(1, row.functionCode), before + 1);
-    }
-}
 
 // ---------------------------------------------------------------- relay window
 
