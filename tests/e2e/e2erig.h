@@ -10,10 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
 #include <string>
-#include <thread>
 
 // Time-outs: generous where an answer is expected, so that slow emulation
 // and sanitizers never turn a good exchange into a failure; short where the
@@ -76,24 +73,6 @@ public:
         sim.value(station, Area::HoldingRegisters, address, v);
         return v;
     }
-    // Waits (up to a generous limit) until the simulated drive reports what
-    // the test needs; never a timing assertion.
-    bool waitFor(const std::function<bool(const SimDrive::Stats &)> &ready)
-    {
-        for (int i = 0; i < 2000; ++i) {
-            if (ready(sim.stats())) {
-                // The drive counts a reply once it has written it; the kernel
-                // hands pseudo-terminal output to the other side a moment
-                // later. Give it that moment, so that the bytes are on the line
-                // when the test goes on.
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
-    }
-
     DriverSession session;
     SimDrive &sim = session.sim();
     SerialLink &link = session.link();

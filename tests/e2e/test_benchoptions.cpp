@@ -42,7 +42,6 @@ TEST(BenchCommandLine, TakesEachWordAsTheHarnessMeansIt)
             "" },
         { "a required option missing", { "-k", "2" }, nullptr, nullptr, 2, false,
             "option --device is required" },
-        { "help without the required option", { "-h" }, nullptr, nullptr, 0, true, "" },
         { "a letter the program does not have", { "-d", "x", "-n", "y" }, "x", nullptr, 0, false,
             "unknown option -n (options begin with \"--\")" },
         { "the range of a one-letter form", { "-d", "x", "-k", "11" }, "x", nullptr, 0, false,
@@ -60,12 +59,6 @@ TEST(BenchCommandLine, TakesEachWordAsTheHarnessMeansIt)
         EXPECT_EQ(p.name.value_or("(none)"), row.name ? row.name : "(none)") << row.what;
         EXPECT_EQ(p.count.value_or(0), row.count) << row.what;
     }
-}
-
-TEST(BenchCommandLine, UsageNamesEveryOptionAndMarksTheRequiredOnes)
-{
-    Parsed p;
-    EXPECT_EQ(line(p).usageLine(), "usage: bench --device DEVICE [--count N] [--name NAME]\n");
 }
 
 } // namespace

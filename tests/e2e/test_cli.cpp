@@ -138,19 +138,14 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
     } rows[] = {
         // What tests/host checks of addresses, links, options and formats
         // shows here once per way to status 2.
-        { {}, "teco-cli: no command given" },
-        { { "frobnicate" }, "teco-cli: unknown command \"frobnicate\"" },
         { { "read", "HR100", "--type", "float" }, "teco-cli: unknown data type \"float\"" },
         { { "read", "DO5", "--type", "word" }, "teco-cli: DO5 is a coil: it holds bits, not words" },
         { { "read", "HR100", "--count", "0" }, "teco-cli: option --count takes a number from 1 to 65535" },
-        { { "read", "HR1", "--colour" }, "teco-cli: unknown option --colour" },
         { { "write", "HR100" }, "teco-cli: usage: write ADDRESS VALUE" },
         { { "write", "HR100", "70000" }, "teco-cli: value 70000 does not fit in a word (-32768 to 65535)" },
-        { { "write", "HR100SW", "1", "--type", "word" }, "teco-cli: \"SW\" in HR100SW orders the words" },
         { { "write", "HR100", "12abc" }, "teco-cli: \"12abc\" is not a number" },
         { { "write", "DO1", "2" }, "teco-cli: a bit is 0 or 1" },
         { { "--station", "300", "read", "HR1" }, "teco-cli: option --station takes a number from 0 to 255" },
-        { { "--timeout", "-5", "read", "HR1" }, "teco-cli: option --timeout takes a number" },
         { { "poll" }, "teco-cli: usage: poll TAG" },
         { { "--link", "RS485,9600,NONE,7,2", "read", "HR1" }, "teco-cli: Modbus RTU needs 8 data bits" },
         { { "--port", "/dev/null", "read", "HR1" }, "teco-cli: /dev/null is not a serial device" },
@@ -165,8 +160,6 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
         { { "write", "HR100", "a", "b", "--format", "string" }, "teco-cli: a string is one value" },
         { { "write", "HR100", "abcde", "--format", "string", "--count", "2" },
             "teco-cli: the string takes 3 registers, more than the 2 given" },
-        { { "read", "HR65536", "--zero-based" },
-            "teco-cli: address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(joined(row.args));
@@ -185,13 +178,8 @@ TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
         const char *message;
     } rows[] = {
         { { "--bogus" }, "teco-sim: unknown option --bogus\n" },
-        { { "stray" }, "teco-sim: unknown argument stray\n" },
-        { { "--device" }, "teco-sim: option --device needs a value\n" },
         { { "--seed", "x" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"x\"\n" },
-        { { "--seed=-1" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"-1\"\n" },
-        { { "--quiet=1" }, "teco-sim: option --quiet takes no value\n" },
         { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
-        { { "--link", "RS485,9600" }, "teco-sim: malformed link \"RS485,9600\"" },
         { { "--link", "RS485,9600,NONE,7,2" }, "teco-sim: Modbus RTU needs 8 data bits" }, // as teco-cli
         { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
     };
@@ -213,14 +201,7 @@ TEST(Cli, BadInputNeverReachesTheDevice)
     SilentDevice device;
     for (const std::vector<std::string> &args : std::vector<std::vector<std::string>> {
              { "write", "HR100", "70000" },
-             { "write", "XR100", "1" },
-             { "write", "HR100", "--type", "dword", "1", "x" },
              { "--link", "RS485,9600,NONE,8,3", "write", "HR100", "1" },
-             // What the driver would refuse, or serve itself.
-             { "read", "HR100", "--count", "126" },
-             { "write", "IR5", "1" },
-             { "poll", "HR100:word:200", "--cycles", "1" },
-             { "scan", "--address", "HR60001", "--to", "2" },
          }) {
         std::vector<std::string> withPort = { "--port", device.path };
         withPort.insert(withPort.end(), args.begin(), args.end());
@@ -253,8 +234,6 @@ TEST(Cli, CommandsShowWhatHappened)
         bool endsOutput = false;
     } rows[] = {
         // A failed command exits 1 with the driver's text.
-        { { "--sim-fault", "noreply", "--retry", "1", "--timeout", "100", "read", "HR100" }, 1, false,
-            "\nteco-cli: PLC no response (read 1 word(s) from 1-HR100)\n" },
         { { "--json", "--sim-fault", "exception:code=2", "write", "FN6HR5", "1", "--retry", "0" }, 1, false,
             "(write 1 word to 1-FN6HR5) [illegal data address]\n" },
         { { "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" }, 1, false,
@@ -262,11 +241,6 @@ TEST(Cli, CommandsShowWhatHappened)
         // A batch from standard input runs up to its first bad line.
         { { "batch" }, 2, false, "teco-cli: batch line 2: option --port belongs on the command line",
             "read HR100\nread HR100 --port /dev/ttyS0\nread HR101\n" },
-        // What the line did, per command and per station (a write's, and what
-        // the driver serves itself, are shown in docs/serial-link.md and
-        // docs/number-formats.md).
-        { { "--sim-fault", "corrupt:times=1", "--timeout", "50", "read", "HR100" }, 0, true,
-            "(1 retry, 1 CRC error)\n" },
         { { "--sim-fault", "noreply", "--retry", "2", "--timeout", "50", "read", "HR100" }, 1, false,
             "teco-cli: on the line: 3 requests, 2 retries, 3 time-outs\nteco-cli: no answer to 3 requests: "
             "check that the drive is station 1 and set to RS485,9600,NONE,8,2" },
@@ -274,20 +248,13 @@ TEST(Cli, CommandsShowWhatHappened)
         { { "--json", "--station", "77", "read", "HR60000" }, 0, true, "\"heldByDriver\":true" },
         { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
               "--timeout", "50", "batch" },
-            -1, true,
-            // Each poll names only the stations it talked to.
+            -1, true, // each poll names only the stations it talked to
             "station 1: 5 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2", polls },
         { { "--sim-fault", "noreply:station=2,times=1", "--timeout", "50", "batch" }, -1, true,
             "\nstation 2: 3 requests, 1 retry, 1 time-out\n", polls, true },
-        // Frames decoded, and traced in either form.
-        { { "decode", "01 03 00 63 00 01 74 14" }, 0, true,
-            "request: station 1, read holding registers HR100 x1, CRC ok" },
         { { "decode", "01", "83", "02", "C0", "F1" }, 0, true,
             "reply:   station 1, exception 2 illegal data address to read holding registers, CRC ok" },
-        { { "decode", "01 03 00 63 00 01 74 15" }, 0, true, "CRC BAD" },
         { { "decode", "01 0x" }, 2, false, "teco-cli: \"0x\" is not hexadecimal bytes" },
-        { { "--trace", "-", "read", "HR100" }, 0, false,
-            "01 03 02 05 DC BA 8D  station 1, reply 2 bytes: 1500, CRC ok" },
         { { "--trace", "-", "--trace-format", "panel", "read", "HR100" }, 0, false,
             "RX      (0X1 0X3 0X2 0X5 0Xdc 0Xba 0X8d ) : ......." },
         { { "--trace", "-", "--sim-fault", "noreply", "--retry", "0", "--timeout", "60", "read", "HR100" }, 1,
@@ -311,13 +278,10 @@ TEST(Cli, CommandsShowWhatHappened)
         }
     }
     // The batch stopped at its bad line; --quiet leaves only the error.
-    EXPECT_EQ(cli({ "batch" }, rows[3].input).out.find("teco> read HR101"), std::string::npos);
+    EXPECT_EQ(cli({ "batch" }, rows[2].input).out.find("teco> read HR101"), std::string::npos);
     const CliRun q
         = cli({ "--quiet", "--station", "0", "--retry", "0", "--timeout", "100", "read", "HR100" });
     EXPECT_EQ(q.err, "teco-cli: PLC no response (read 1 word(s) from 0-HR100)\n");
-    const CliRun n = cli({ "--quiet", "write", "HR100", "-5" });
-    EXPECT_EQ(n.status, 0) << n.err;
-    EXPECT_EQ(n.err, "");
 
     const CliRun e
         = cli({ "--json", "--sim-fault", "exception:code=2", "write", "FN6HR5", "1", "--retry", "0" });
@@ -376,38 +340,6 @@ TEST(Cli, AReadPastTheDriversWindowSaysWhereItsValuesComeFrom)
             r.err.find("teco-cli: note: this read of " + row.read[0] + " goes to the drive") == 0, row.note)
             << r.err;
     }
-}
-
-TEST(Cli, ReadsWritesAndRelaysInOneBatch)
-{
-    const std::string batch = "# a comment\n"
-                              "write HR102 250\n"
-                              "read HR102\n"
-                              "read HR104SW\n"
-                              "write HR104SW -2\n"
-                              "read HR104 --count 2\n"
-                              "read DI1 --count 3\n"
-                              "write HR60000 2 2 3\n"
-                              "write HR60010 777\n"
-                              "read HR1300 --station 3\n"
-                              "read IR1 --type byte --count 3\n";
-    const CliRun r = cli({ "--json", "batch" }, batch);
-    EXPECT_EQ(r.status, 0) << r.err;
-    const std::vector<std::string> out = lines(r.out);
-    ASSERT_EQ(out.size(), 10u) << r.out;
-    auto values = [&](int line) {
-        std::vector<double> v;
-        for (const QJsonValue &x : json(out[size_t(line)])["values"].toArray())
-            v.push_back(x.toDouble());
-        return v;
-    };
-    EXPECT_EQ(values(1), (std::vector<double> { 250 }));
-    EXPECT_EQ(values(2), (std::vector<double> { 100000 })); // the built-in map's position command
-    EXPECT_EQ(values(4), (std::vector<double> { 0xFFFF, 0xFFFE }));
-    EXPECT_EQ(values(5), (std::vector<double> { 1, 1, 0 }));
-    EXPECT_EQ(values(8), (std::vector<double> { 777 }));
-    EXPECT_EQ(json(out[8])["station"].toInt(), 3);
-    EXPECT_EQ(values(9), (std::vector<double> { 0xDA, 0x05, 125 })); // IR1 = 1498, IR2 = 125
 }
 
 TEST(Cli, ALateAnswerIsDroppedInTheGuardAndMarkedInTheTrace)
@@ -486,9 +418,6 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         a.insert(a.end(), b.begin(), b.end());
         return a;
     };
-    const std::string symlinkText = ": it is a symbolic link (name the file itself)";
-    const std::string directoryText = ": it is a directory, not a regular file";
-    const std::string fifoText = ": it is a FIFO that no program writes to";
     const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB";
     struct Row
     {
@@ -500,11 +429,12 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         // Which kinds of file each reader refuses is checked in tests/host; here
         // each reader and writer is wired to those checks once.
         { TECO_CLI_PATH, with(port, { "--trace", link, "read", "HR1" }), "",
-            "teco-cli: cannot write the trace to " + link + symlinkText },
+            "teco-cli: cannot write the trace to " + link
+                + ": it is a symbolic link (name the file itself)" },
         { TECO_CLI_PATH, with(port, { "poll", "HR1", "--log", sub }), "",
-            "teco-cli: cannot write the log to " + sub + directoryText },
+            "teco-cli: cannot write the log to " + sub + ": it is a directory, not a regular file" },
         { TECO_CLI_PATH, { "--sim-map", fifo, "read", "HR1" }, "",
-            "teco-cli: cannot read the map " + fifo + fifoText },
+            "teco-cli: cannot read the map " + fifo + ": it is a FIFO that no program writes to" },
         { TECO_CLI_PATH, with(port, { "batch", big }), "",
             "teco-cli: cannot read the batch " + big + bigText },
         { TECO_CLI_PATH, with(port, { "batch" }), std::string(70000, 'x'),
@@ -536,13 +466,10 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
 // the panel's registers.
 TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
 {
-    const std::string batch = "write HR100 -1.5 --format float32\n"
-                              "read HR100 --format float32\n"
-                              "read HR100 --count 2\n"
-                              "write HR104SW 3.25 --format float32\n"
+    // (What docs/number-formats.md shows of float32 and strings is left out.)
+    const std::string batch = "write HR104SW 3.25 --format float32\n"
                               "read HR104 --count 2\n"
                               "write HR110 \"servo 1\" --format string --count 4\n"
-                              "read HR110 --format string --count 4\n"
                               "read HR110 --count 4\n"
                               "write HR120 -2 3 --format int32:ABCD\n"
                               "read HR120 --format int32:ABCD --count 2\n"
@@ -550,12 +477,14 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
                               "read HR119 --zero-based --format int16 --count 2\n"
                               "write HR130 1e300 --format float64:BADC\n"
                               "read HR130 --format float64:BADC\n"
-                              "write HR140 16777217 --format float32\n";
+                              "write HR140 16777217 --format float32\n"
+                              "read IR1 --type byte --count 3\n"
+                              "read DI1 --count 3\n";
     const CliRun r = cli({ "--json", "--quiet", "batch" }, batch);
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     const std::vector<std::string> out = lines(r.out);
-    ASSERT_EQ(out.size(), 15u) << r.out;
+    ASSERT_EQ(out.size(), 13u) << r.out;
     auto values = [&](int line) {
         return QString::fromUtf8(
             QJsonDocument(json(out[size_t(line)])["values"].toArray()).toJson(QJsonDocument::Compact))
@@ -566,75 +495,33 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
         int line;
         const char *values;
     } rows[] = {
-        { 0, "[-1.5]" }, { 1, "[-1.5]" }, { 2, "[0,49088]" }, // 0xBFC0 0000, low word first
-        { 4, "[16464,0]" }, // 0x4050 0000, high word first
-        { 5, "[\"servo 1\"]" }, { 6, "[\"servo 1\"]" },
-        { 7, "[29541,29302,28448,12544]" }, // "se" "rv" "o " "1\0"
-        { 9, "[-2,3]" }, { 10, "[\"0xFFFF\",\"0xFFFE\",\"0x0000\",\"0x0003\"]" }, { 11, "[-1,-2]" },
-        { 13, "[1e+300]" }, { 14, "[16777216]" }, // what the float32 holds, not what was typed
+        { 1, "[16464,0]" }, // 0x4050 0000, high word first
+        { 2, "[\"servo 1\"]" }, { 3, "[29541,29302,28448,12544]" }, // "se" "rv" "o " "1\0"
+        { 5, "[-2,3]" }, { 6, "[\"0xFFFF\",\"0xFFFE\",\"0x0000\",\"0x0003\"]" }, { 7, "[-1,-2]" },
+        { 9, "[1e+300]" }, { 10, "[16777216]" }, // what the float32 holds, not what was typed
+        { 11, "[218,5,125]" }, { 12, "[1,1,0]" }, // IR1 = 1498 (0x05DA), IR2 = 125; DI1, DI2 on
     };
     for (const Row &row : rows)
         EXPECT_EQ(values(row.line), row.values) << out[size_t(row.line)];
-    EXPECT_EQ(json(out[1])["format"].toString(), "float32:CDAB");
-    EXPECT_EQ(json(out[5])["registers"].toInt(), 4);
-    EXPECT_EQ(json(out[10])["addresses"].toArray().first().toString(), "HR120");
-    EXPECT_EQ(json(out[11])["addresses"].toArray().first().toString(), "HR120") << "shown one-based";
+    EXPECT_EQ(json(out[2])["registers"].toInt(), 4);
+    EXPECT_EQ(json(out[6])["addresses"].toArray().first().toString(), "HR120");
+    EXPECT_EQ(json(out[7])["addresses"].toArray().first().toString(), "HR120") << "shown one-based";
 
     // A session's --zero-based holds for every line of its batch.
     const CliRun z = cli({ "--json", "--zero-based", "batch" }, "read HR119 --format uint16\n");
     EXPECT_EQ(json(z.out)["addresses"].toArray().first().toString(), "HR120") << z.out;
-
-    const CliRun t = cli({ "--quiet", "read", "HR104SW", "--format", "uint32" });
-    EXPECT_EQ(t.out, "address          uint32:ABCD\nHR104SW          100000\n");
 }
 
-// Poll in a format, every cycle shown, every sample logged with its time.
+// Poll in a format, every sample logged with its time (the CSV log and the
+// cycles shown of the same poll are checked in docs/teco-cli.md).
 TEST(Cli, PollLogsEverySample)
 {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
-    const std::string csv = dir.path().toStdString() + "/poll.csv";
     const std::string jsonl = dir.path().toStdString() + "/poll.jsonl";
-    const std::vector<std::string> poll = { "--quiet", "--sim-fault", "noreply:at=IR1,times=1", "--retry",
-        "0", "--timeout", "100", "poll", "HR104SW:int32", "IR1:uint16:2", "HR1:binary", "--cycles", "2",
-        "--interval", "10", "--every", "--log" };
-    std::vector<std::string> args = poll;
-    args.push_back(csv);
-    const CliRun p = cli(args);
-    EXPECT_EQ(p.status, 1) << p.err;
-    std::vector<std::string> shown = lines(p.out);
-    // Every cycle, then the summary: the missed interval (the time-out took 100 ms) and the station's counts.
-    ASSERT_EQ(shown.size(), 6u + 5u) << p.out;
-    EXPECT_NE(shown[1].find("IR1:uint16:2   error: PLC no response"), std::string::npos) << shown[1];
-    EXPECT_NE(shown[3].find("HR104SW:int32  100000"), std::string::npos) << shown[3];
-    EXPECT_NE(shown[4].find("IR1:uint16:2   1498 125"), std::string::npos) << shown[4];
-
-    std::ifstream in(csv);
-    std::vector<std::string> rows;
-    for (std::string line; std::getline(in, line);)
-        rows.push_back(line);
-    ASSERT_EQ(rows.size(), 1u + 7u) << p.out;
-    EXPECT_EQ(rows[0], "time,tag,address,value,error\r");
-    const std::vector<std::string> expected = {
-        "HR104SW:int32,HR104SW,100000,\r",
-        "IR1:uint16:2,,,PLC no response (read 2 word(s) from 1-IR1)\r",
-        "HR1:binary,HR1,0b0000000000000010,\r",
-        "HR104SW:int32,HR104SW,100000,\r",
-        "IR1:uint16:2,IR1,1498,\r",
-        "IR1:uint16:2,IR2,125,\r",
-        "HR1:binary,HR1,0b0000000000000010,\r",
-    };
-    // Each row: the sample's time (its form is checked in tests/host), then the rest.
-    for (size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(rows[i + 1].substr(std::min<size_t>(24, rows[i + 1].size())), "," + expected[i]);
-    EXPECT_TRUE(
-        QDateTime::fromString(QString::fromStdString(rows[1].substr(0, 24)), Qt::ISODateWithMs).isValid())
-        << rows[1];
-
-    args = poll;
-    args.push_back(jsonl);
-    args.push_back("--json");
-    const CliRun j = cli(args);
+    const CliRun j = cli({ "--quiet", "--sim-fault", "noreply:at=IR1,times=1", "--retry", "0", "--timeout",
+        "100", "poll", "HR104SW:int32", "IR1:uint16:2", "HR1:binary", "--cycles", "2", "--interval", "10",
+        "--every", "--log", jsonl, "--json" });
     EXPECT_EQ(j.status, 1) << j.err;
     std::ifstream jin(jsonl);
     std::vector<QJsonObject> samples;
@@ -881,21 +768,6 @@ TEST(Cli, AFileBatchIsCheckedWholeBeforeAnythingIsSent)
     EXPECT_EQ(device.bytesArrived(), 0);
 }
 
-TEST(Cli, ABatchLineMayEndInAComment)
-{
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string path = dir.path().toStdString() + "/batch";
-    std::ofstream(path) << "write HR100 77 # the speed command\n  # a comment line\nread HR100 --json #\n";
-    const CliRun r = cli({ "batch", path });
-    EXPECT_EQ(r.status, 0) << r.err;
-    const std::vector<std::string> out = lines(r.out);
-    ASSERT_EQ(out.size(), 5u) << r.out;
-    EXPECT_EQ(out[0], "teco> write HR100 77 # the speed command");
-    EXPECT_EQ(out[2], "  # a comment line");
-    EXPECT_EQ(json(out[4])["values"].toArray().first().toDouble(), 77) << out[4];
-}
-
 // The shell with its lines from a pipe: each shown as it runs, a typing
 // error or a failed command reported on standard error and the shell going
 // on; quit ends it. The exit status is the worst of its lines.
@@ -911,38 +783,38 @@ TEST(Cli, TheShellGoesOnAfterBadAndFailedLines)
                               "read HR101 --json\n";
     const CliRun r = cli({ "shell" }, input);
     EXPECT_EQ(r.status, 2) << r.err;
-    const std::vector<std::string> out = lines(r.out);
-    std::vector<std::string> objects, shown;
-    for (const std::string &line : out) {
-        if (line.rfind("{", 0) == 0)
-            objects.push_back(line);
+    std::vector<std::string> shown; // the JSON of each line: docs/shell.md shows its text
+    for (const std::string &line : lines(r.out))
         if (line.rfind("teco> ", 0) == 0)
             shown.push_back(line.substr(6));
-    }
     EXPECT_EQ(shown,
         (std::vector<std::string> { "read XR1", "write HR100 42 --json", "fault noreply:times=1",
             "read HR100 --retry 0 --timeout 100 --json", "help", "read HR100 --json # again", "quit" }));
-    ASSERT_EQ(objects.size(), 3u) << r.out;
-    EXPECT_EQ(json(objects[0])["ok"].toBool(), true);
-    EXPECT_EQ(
-        json(objects[1])["error"].toString().toStdString(), "PLC no response (read 1 word(s) from 1-HR100)");
-    EXPECT_EQ(json(objects[2])["values"].toArray().first().toDouble(), 42);
     EXPECT_NE(r.out.find("quit, exit or Ctrl-D"), std::string::npos) << "help";
     EXPECT_NE(r.err.find("teco-cli: unknown address \"XR1\""), std::string::npos) << r.err;
+}
+
+// Starts teco-cli with args and input, and reads its standard output until
+// it shows text (or 30 s pass).
+std::string started(QProcess &p, const QStringList &args, const char *input, const std::string &text)
+{
+    p.start(TECO_CLI_PATH, args);
+    std::string out;
+    if (!p.waitForStarted(30000))
+        return out;
+    p.write(input);
+    for (int i = 0; i < 300 && out.find(text) == std::string::npos; ++i) {
+        p.waitForReadyRead(100);
+        out += p.readAllStandardOutput().toStdString();
+    }
+    return out;
 }
 
 // Ctrl-C during a poll ends the poll, with its summary; the shell reads on.
 TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
 {
     QProcess p;
-    p.start(TECO_CLI_PATH, { "shell" });
-    ASSERT_TRUE(p.waitForStarted(30000));
-    p.write("poll HR100 --interval 20\n");
-    std::string out;
-    for (int i = 0; i < 300 && out.find(" 1500\n") == std::string::npos; ++i) {
-        p.waitForReadyRead(100);
-        out += p.readAllStandardOutput().toStdString();
-    }
+    std::string out = started(p, { "shell" }, "poll HR100 --interval 20\n", " 1500\n");
     ASSERT_NE(out.find(" 1500\n"), std::string::npos) << "the poll did not start: " << out;
     ::kill(pid_t(p.processId()), SIGINT);
     p.write("read HR101 --json\n");
@@ -1074,7 +946,7 @@ TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
 }
 
 // The shell and batches take what people give them: text with a byte-order
-// mark, quotes as a POSIX shell takes them, a pipe (bash's <(command)),
+// mark and comments, a pipe (bash's <(command)),
 // /dev/stdout for the trace; a line too long or with a NUL byte is refused
 // with one sentence and the shell goes on; an empty file name is refused as
 // every option that takes a file refuses it.
@@ -1083,7 +955,8 @@ TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const std::string marked = dir.path().toStdString() + "/marked";
-    std::ofstream(marked) << "\xEF\xBB\xBFread HR100 --json\n";
+    std::ofstream(marked)
+        << "\xEF\xBB\xBF  # a comment line\nwrite HR100 77 # the speed command\nread HR100 --json #\n";
     const std::string json = "{\"address\":\"HR100\"";
     struct Row
     {
@@ -1094,19 +967,16 @@ TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
         std::string out; // found in standard output
         std::string err; // found in standard error
     } rows[] = {
-        { "a batch file with a byte-order mark", { "batch", marked }, "", 0, json, "" },
+        { "a batch file with a byte-order mark and comments", { "batch", marked }, "", 0,
+            "  # a comment line\nteco> write HR100 77 # the speed command\nwrote 1 word at HR100, station 1\n"
+            "teco> read HR100 --json #\n{\"address\":\"HR100\"",
+            "" },
         { "a batch on standard input with a byte-order mark", { "batch" }, "\xEF\xBB\xBFread HR100 --json\n",
             0, json, "" },
         { "a line too long, then a good one", { "shell" }, std::string(70000, 'x') + "\nread HR100 --json\n",
             2, json, "teco-cli: line 1 is longer than 64 KiB\n" },
         { "a NUL byte", { "shell" }, std::string("read HR1\0x\nread HR100 --json\n", 26), 2,
             "teco> read HR1\\0x\n", "teco-cli: the line has a NUL byte at column 9\n" },
-        { "quotes", { "shell" },
-            "write HR100 \"say \\\"hi\\\"\" --format string\nread HR100 --count 4 --format string\n", 0,
-            "HR100            say \"hi\"\n", "" },
-        { "single quotes keep a backslash", { "shell" },
-            "write HR100 'it\\\\s' --format string\nread HR100 --count 2 --format string\n", 0,
-            "HR100            it\\\\s\n", "" },
         { "the trace on standard output", { "--trace", "/dev/stdout", "read", "HR100" }, "", 0,
             "01 03 00 63 00 01 74 14", "" },
         { "an empty trace path", { "--trace", "", "read", "HR100" }, "", 2, "",
@@ -1130,33 +1000,11 @@ TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
     }
 }
 
-// The shell's help names every option that a line takes: those that the
-// shell refuses as the command line's are the only ones it leaves out.
-TEST(CliShell, HelpNamesEveryOptionALineTakes)
-{
-    const CliRun list = cli({ "--list-completions" });
-    std::string input = "help\n";
-    std::vector<std::string> options;
-    for (const std::string &line : lines(list.out))
-        if (line.rfind("option ", 0) == 0) {
-            options.push_back(line.substr(7, line.find(' ', 7) - 7));
-            input += "info " + options.back() + " 1\n";
-        }
-    ASSERT_GT(options.size(), 20u) << list.out;
-    const CliRun r = cli({ "shell" }, input);
-    const size_t helpEnd = r.out.find("teco> info");
-    ASSERT_NE(helpEnd, std::string::npos) << r.out;
-    const std::string help = r.out.substr(0, helpEnd);
-    for (const std::string &option : options) {
-        const bool commandLine
-            = r.err.find("option " + option + " belongs on the command line") != std::string::npos;
-        EXPECT_EQ(help.find(option) == std::string::npos, commandLine) << option << "\n" << help;
-    }
-}
-
 // The usage names every option the program takes, each as a whole word
-// ("--trace" apart from "--trace-format").
-TEST(Cli, UsageNamesEveryOption)
+// ("--trace" apart from "--trace-format"); the shell's help every option
+// that a line takes: those that the shell refuses as the command line's are
+// the only ones it leaves out.
+TEST(Cli, UsageAndShellHelpNameEveryOption)
 {
     const CliRun list = cli({ "--list-completions" });
     const CliRun usage = cli({ "--help" });
@@ -1170,19 +1018,30 @@ TEST(Cli, UsageNamesEveryOption)
         }
         return false;
     };
-    size_t options = 0;
+    std::string input = "help\n";
+    std::vector<std::string> options;
     for (const std::string &line : lines(list.out))
         if (line.rfind("option ", 0) == 0) {
-            const std::string option = line.substr(7, line.find(' ', 7) - 7);
-            EXPECT_TRUE(named(option)) << option;
-            ++options;
+            options.push_back(line.substr(7, line.find(' ', 7) - 7));
+            EXPECT_TRUE(named(options.back())) << options.back();
+            input += "info " + options.back() + " 1\n";
         }
-    EXPECT_GT(options, 30u) << list.out;
+    ASSERT_GT(options.size(), 30u) << list.out;
+    const CliRun r = cli({ "shell" }, input);
+    const size_t helpEnd = r.out.find("teco> info");
+    ASSERT_NE(helpEnd, std::string::npos) << r.out;
+    const std::string help = r.out.substr(0, helpEnd);
+    for (const std::string &option : options) {
+        const bool commandLine
+            = r.err.find("option " + option + " belongs on the command line") != std::string::npos;
+        EXPECT_EQ(help.find(option) == std::string::npos, commandLine) << option << "\n" << help;
+    }
 }
 
 // A scan over line settings finds the simulated drive at its own speed and
-// stop bits and leaves the link at its own settings for the next command. A
-// pseudo-terminal keeps no parity, so the drive answers at every parity tried.
+// stop bits (as docs/teco-cli.md shows) and leaves the link at its own
+// settings for the next command. A pseudo-terminal keeps no parity, so the
+// drive answers at every parity tried.
 TEST(Cli, AScanOverLineSettingsFindsTheDriveAtItsOwn)
 {
     struct Row
@@ -1190,7 +1049,6 @@ TEST(Cli, AScanOverLineSettingsFindsTheDriveAtItsOwn)
         const char *lists;
         std::vector<std::string> found;
     } rows[] = {
-        { "--bauds 9600,19200 --stop-bits 1,2", { "RS485,19200,EVEN,8,1" } },
         { "--bauds 4800,9600 --stop-bits 1,2", {} },
         { "--bauds 19200 --parities N,E", { "RS485,19200,NONE,8,1", "RS485,19200,EVEN,8,1" } },
     };
@@ -1217,13 +1075,7 @@ TEST(Cli, AScanOverLineSettingsFindsTheDriveAtItsOwn)
 TEST(Cli, AScanShowsStationsAsTheyAnswerAndKeepsThemOnCtrlC)
 {
     QProcess p;
-    p.start(TECO_CLI_PATH, { "--sim-stations", "2", "scan", "--timeout", "50" });
-    ASSERT_TRUE(p.waitForStarted(30000));
-    std::string out;
-    for (int i = 0; i < 300 && out.find("\n") == std::string::npos; ++i) {
-        p.waitForReadyRead(100);
-        out += p.readAllStandardOutput().toStdString();
-    }
+    std::string out = started(p, { "--sim-stations", "2", "scan", "--timeout", "50" }, "", "\n");
     EXPECT_EQ(out, "station   2  answers\n");
     ::kill(pid_t(p.processId()), SIGINT);
     ASSERT_TRUE(p.waitForFinished(30000));

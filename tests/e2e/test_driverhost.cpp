@@ -17,19 +17,6 @@ namespace {
 
 const std::string driverPath = TECO_SERVO_PLUGIN_PATH;
 
-TEST(DriverHost, LoadsTheDriverByPath)
-{
-    DriverHost host;
-    std::string error;
-    DriverInterface *driver = host.load(driverPath, error);
-    ASSERT_NE(driver, nullptr) << error;
-    EXPECT_EQ(host.driver(), driver);
-    EXPECT_EQ(host.path(), driverPath);
-    EXPECT_EQ(driver->name(), QString("Teco Servo"));
-    host.unload();
-    EXPECT_EQ(host.driver(), nullptr);
-}
-
 TEST(DriverHost, NamesWhatIsWrongWithAPathThatIsNotADriver)
 {
     QTemporaryDir dir;
@@ -73,7 +60,7 @@ TEST(DriverHost, NamesWhatIsWrongWithAPathThatIsNotADriver)
     }
 }
 
-TEST(DriverHost, UnloadLetsTheNextLoadStartWithANewDriverObject)
+TEST(DriverHost, LoadsTheDriverByPathAndUnloadLetsTheNextLoadStartWithANewOne)
 {
     // The register window lives in the driver object: a value written to
     // HR60001 (the table only, nothing sent) is gone after unload().
@@ -85,6 +72,9 @@ TEST(DriverHost, UnloadLetsTheNextLoadStartWithANewDriverObject)
     std::string error;
     DriverInterface *first = host.load(driverPath, error);
     ASSERT_NE(first, nullptr) << error;
+    EXPECT_EQ(host.driver(), first);
+    EXPECT_EQ(host.path(), driverPath);
+    EXPECT_EQ(first->name(), QString("Teco Servo"));
     ASSERT_TRUE(first->write(&link, stationOne, five));
     EXPECT_EQ(first->read(&link, stationOne), five);
 
@@ -93,6 +83,7 @@ TEST(DriverHost, UnloadLetsTheNextLoadStartWithANewDriverObject)
     DriverHost second;
     ASSERT_EQ(second.load(driverPath, error), first) << error;
     host.unload();
+    EXPECT_EQ(host.driver(), nullptr);
     EXPECT_EQ(second.driver(), nullptr);
 
     DriverInterface *fresh = host.load(driverPath, error);

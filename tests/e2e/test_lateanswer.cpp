@@ -1,8 +1,7 @@
 // Answers that come late, just inside and beyond what the late-answer guard
 // and the request's own wire time cover, against the simulated drive:
 // reads of two registers in turn must never show one register's value for
-// the other, and one answer too late to be told apart costs at most the
-// commands it overlaps, never every command after it.
+// the other.
 
 #include "e2erig.h"
 
@@ -63,37 +62,6 @@ TEST(LateAnswer, JustInsideOrBeyondTheGuardNoReadShowsTheOtherRegister)
         // before the next request.
         EXPECT_GE(rig.link.counters().lateBytesDropped + rig.link.counters().staleBytesDropped, 7u);
     }
-}
-
-TEST(LateAnswer, OneAnswerBeyondTheGuaranteeStartsNoChainOfWrongValues)
-{
-    if (std::string(TECO_EMULATOR) != "")
-        GTEST_SKIP() << "under an emulator, when bytes arrive says nothing of the line";
-    // 250 ms is far beyond what the guard covers at 115200 baud (about
-    // 202 ms): after it, a clean line gives every read its own value.
-    LinkSettings fast;
-    std::string error;
-    ASSERT_TRUE(LinkSettings::parse("RS485,115200,NONE,8,2", fast, error)) << error;
-    E2eRig rig(TimeoutMs, 1, { fault("late:at=HR100,times=1,ms=250") }, std::string(), fast);
-    twoRegisters(rig);
-    const Tally t = alternatingReads(rig, 1000);
-    EXPECT_EQ(t.wrong, 0);
-    EXPECT_EQ(t.failed, 0);
-    EXPECT_EQ(rig.sim.stats().lateRepliesSent, 1u);
-}
-
-TEST(LateAnswer, ACommandIsAnsweredWhenItsLastAttemptIsNotWhenItBegan)
-{
-    E2eRig rig(TimeoutMs, 1, { fault("noreply:times=1") });
-    AddressText address;
-    std::string error;
-    ASSERT_TRUE(AddressText::parse("HR100", address, error)) << error;
-    const int64_t start = wallClockMs();
-    const DriverHost::Result r = rig.host.read(rig.link, address, ValueType::Word, 1);
-    EXPECT_TRUE(r.ok) << r.errorText;
-    EXPECT_EQ(r.requestsSent, 2);
-    EXPECT_GE(r.answeredMs, start + TimeoutMs);
-    EXPECT_LE(r.answeredMs, wallClockMs());
 }
 
 } // namespace
