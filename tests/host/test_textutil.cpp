@@ -111,6 +111,7 @@ TEST(TextNumbers, IntegersTakeASignAndHex)
         { "9223372036854775807", true, LLONG_MAX },
         { "-9223372036854775808", true, LLONG_MIN },
         { "9223372036854775808", false, 0 },
+        { "-9223372036854775809", false, 0 },
         { "0x7FFFFFFFFFFFFFFF", true, LLONG_MAX },
         { "0xFFFFFFFFFFFFFFFF", false, 0 },
         { "", false, 0 },
