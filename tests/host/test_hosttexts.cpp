@@ -528,42 +528,37 @@ TEST(CommandLine, TagsNameAddressTypeAndCount)
     struct Row
     {
         const char *text;
-        bool good;
         ValueType type;
         int count;
         const char *format = ""; // settled, with its word order
     } rows[] = {
         // How formats settle at an address is checked in test_formats.cpp.
-        { "HR100", true, ValueType::Word, 1 },
-        { "HR100:float32:2", true, ValueType::Word, 2, "float32:CDAB" },
-        { "HR100:int32:abcd", true, ValueType::Word, 1, "int32:ABCD" },
-        { "HR100:int32:BADC:4", true, ValueType::Word, 4, "int32:BADC" },
-        { "HR100:string:8", true, ValueType::Word, 8, "string" },
-        { "IR1:hex:3", true, ValueType::Word, 3, "hex" },
-        { "HR100:3:float32", false, ValueType::Word, 0 },
-        { "HR100.2:hex", false, ValueType::Word, 0 },
-        { "HR65535:float64", false, ValueType::Word, 0 },
-        { "HR100:3", true, ValueType::Word, 3 },
-        { "HR100:dword", true, ValueType::DWord, 1 },
-        { "DO1:bit:8", true, ValueType::Bit, 8 },
-        { "HR100:byte:4", true, ValueType::Byte, 4 },
-        { "HR100:float", false, ValueType::Word, 0 },
-        { "HR100:0", false, ValueType::Word, 0 },
-        { "DO1:word", false, ValueType::Word, 0 },
-        { "HR1:2:3:4", false, ValueType::Word, 0 },
-        { "HR100:125", true, ValueType::Word, 125 },
-        { "HR100:byte:251", false, ValueType::Word, 0 },
+        { "HR100", ValueType::Word, 1 },
+        { "HR100:float32:2", ValueType::Word, 2, "float32:CDAB" },
+        { "HR100:int32:abcd", ValueType::Word, 1, "int32:ABCD" },
+        { "HR100:int32:BADC:4", ValueType::Word, 4, "int32:BADC" },
+        { "HR100:string:8", ValueType::Word, 8, "string" },
+        { "IR1:hex:3", ValueType::Word, 3, "hex" },
+        { "HR100:3", ValueType::Word, 3 },
+        { "HR100:dword", ValueType::DWord, 1 },
+        { "DO1:bit:8", ValueType::Bit, 8 },
+        { "HR100:byte:4", ValueType::Byte, 4 },
+        { "HR100:125", ValueType::Word, 125 },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
         Tag t;
         std::string error;
-        EXPECT_EQ(parseTag(row.text, t, error), row.good) << error;
-        if (row.good) {
-            EXPECT_EQ(t.type, row.type);
-            EXPECT_EQ(t.count, row.count);
-            EXPECT_EQ(t.format ? t.format->text() : "", row.format);
-        }
+        ASSERT_TRUE(parseTag(row.text, t, error)) << error;
+        EXPECT_EQ(t.type, row.type);
+        EXPECT_EQ(t.count, row.count);
+        EXPECT_EQ(t.format ? t.format->text() : "", row.format);
+    }
+    for (const char *bad : { "HR100:3:float32", "HR100.2:hex", "HR65535:float64", "HR100:float", "HR100:0",
+             "DO1:word", "HR1:2:3:4", "HR100:byte:251" }) {
+        Tag t;
+        std::string error;
+        EXPECT_FALSE(parseTag(bad, t, error)) << bad;
     }
 }
 
