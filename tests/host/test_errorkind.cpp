@@ -13,8 +13,7 @@ TEST(ErrorKinds, EveryTextTheDriverRecordsHasItsKind)
 {
     struct Row
     {
-        const char *what;
-        const char *reply; // nullptr: nothing comes
+        const char *what, *reply; // reply nullptr: nothing comes
         int type, count;
         const char *address;
         int station;

@@ -95,8 +95,7 @@ TEST(FrameDecoder, HexTextsAsPeoplePasteThem)
 {
     struct Row
     {
-        const char *text;
-        const char *bytes; // nullptr: refused
+        const char *text, *bytes; // bytes nullptr: refused
     } rows[] = {
         { "01 03 00 63", "01 03 00 63" },
         { "0103 0063", "01 03 00 63" },

@@ -109,7 +109,6 @@ TEST(OptionTable, RefusesWithOneSentence)
         { { "stray" }, false, "unknown argument stray" },
         { { "-s", "2" }, true, "unknown option -s (options begin with \"--\")" },
         { { "read", "-x" }, true, "unknown option -x (options begin with \"--\")" },
-        { { "-help" }, true, "unknown option -help (options begin with \"--\")" },
         { { "-inform" }, true, "unknown option -inform (options begin with \"--\")" },
         { { "--quiet", "-5" }, false, "unknown argument -5" },
     };

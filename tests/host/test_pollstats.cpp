@@ -31,20 +31,8 @@ TEST(PollStats, PercentilesAreWithinTheStatedErrorOfTheExactOnes)
         std::function<int64_t(std::mt19937_64 &, size_t)> sample;
     } rows[] = {
         { "one sample", 1, [](std::mt19937_64 &, size_t) { return int64_t(8123456); } },
-        { "the same latency every time", 1000, [](std::mt19937_64 &, size_t) { return int64_t(8250000); } },
         { "every nanosecond 0..99, exact below 64", 100,
             [](std::mt19937_64 &, size_t i) { return int64_t(i); } },
-        { "1..100000 ns in order", 100000, [](std::mt19937_64 &, size_t i) { return int64_t(i + 1); } },
-        { "1..100000 ns in reverse", 100000,
-            [](std::mt19937_64 &, size_t i) { return int64_t(100000 - i); } },
-        { "uniform 1 to 20 ms", 50000,
-            [](std::mt19937_64 &g, size_t) {
-                return std::uniform_int_distribution<int64_t>(1000000, 20000000)(g);
-            } },
-        { "exponential, mean 8 ms", 50000,
-            [](std::mt19937_64 &g, size_t) {
-                return int64_t(std::exponential_distribution<double>(1.0 / 8e6)(g));
-            } },
         { "log-uniform 1 us to 100 s", 50000,
             [](std::mt19937_64 &g, size_t) {
                 return int64_t(
@@ -124,7 +112,6 @@ TEST(PollStats, CountsCommandsAndFailureTextsWithinTheLimit)
         { "a few texts", 3, 3, 0 },
         { "exactly the limit", int(PollStats::errorTextLimit), PollStats::errorTextLimit, 0 },
         { "ten more than the limit", int(PollStats::errorTextLimit) + 10, PollStats::errorTextLimit, 20 },
-        { "a thousand texts", 1000, PollStats::errorTextLimit, 2 * (1000 - PollStats::errorTextLimit) },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.what);

@@ -52,7 +52,7 @@ TEST(StationBackoff, OneAnsweringTagOfAStationInACycleKeepsItIn)
         b.record(9, cycle, false); // a station that is not there
     }
     EXPECT_FALSE(b.backedOff(3));
-    EXPECT_EQ(b.backedOffStations(), std::vector<int>{ 9 });
+    EXPECT_EQ(b.backedOffStations(), std::vector<int> { 9 });
 }
 
 } // namespace
