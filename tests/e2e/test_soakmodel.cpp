@@ -1,8 +1,6 @@
-// The fault soak's oracle against answers worked out by hand: what a read must
-// return in the panel's byte order, which cells a write must leave, how the
-// register window follows its rules, and which requests one attempt needs
-// (the time bound rests on them). The soak trusts this model to find the
-// driver's wrong values, so it is checked here without the driver.
+// The fault soak's oracle against answers worked out by hand, without the
+// driver: read results, the cells a write leaves, the register window's rules
+// and the requests of one attempt (the time bound rests on them).
 
 #include "hex.h"
 #include "model.h"
@@ -11,14 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -34,6 +26,23 @@ SoakCommand command(Op op, Area area, int start, int count, int bit = 0, bool sw
     c.swap = swap;
     c.station = 1;
     return c;
+}
+
+const Area HR = Area::HoldingRegisters;
+
+// The command as a write of DATA.
+SoakCommand writing(SoakCommand c, const QByteArray &data, bool single = false)
+{
+    c.write = true;
+    c.single = single;
+    c.data = data;
+    return c;
+}
+
+// The command as a write of so many bytes of 1.
+SoakCommand writing(const SoakCommand &c, int bytes, bool single = false)
+{
+    return writing(c, repeated("01", bytes), single);
 }
 
 void hold(SoakModel &model, int station, Area area, int start, const std::vector<uint16_t> &values)
@@ -53,7 +62,6 @@ std::string exchanges(const std::vector<Exchange> &list)
 
 TEST(SoakModel, ReadsComeOutInThePanelsByteOrder)
 {
-    const Area HR = Area::HoldingRegisters;
     struct Row
     {
         const char *what;
@@ -88,7 +96,6 @@ TEST(SoakModel, ReadsComeOutInThePanelsByteOrder)
 
 TEST(SoakModel, WritesLeaveTheseCells)
 {
-    const Area HR = Area::HoldingRegisters;
     struct Row
     {
         const char *what;
@@ -118,11 +125,8 @@ TEST(SoakModel, WritesLeaveTheseCells)
         SCOPED_TRACE(row.what);
         SoakModel model({ 1 });
         hold(model, 1, row.c.area, row.c.start, row.held);
-        SoakCommand c = row.c;
-        c.write = true;
-        c.data = hex(row.data);
         std::vector<Cell> cells;
-        ASSERT_TRUE(model.intended(c, cells));
+        ASSERT_TRUE(model.intended(writing(row.c, hex(row.data)), cells));
         ASSERT_EQ(cells.size(), row.after.size());
         for (size_t i = 0; i < cells.size(); ++i) {
             EXPECT_EQ(cells[i].station, 1);
@@ -135,20 +139,13 @@ TEST(SoakModel, WritesLeaveTheseCells)
 
 TEST(SoakModel, TheRegisterWindowKeepsItsRules)
 {
-    const Area HR = Area::HoldingRegisters;
     SoakModel model({ 1, 5, 7 });
-    auto windowWrite = [&](int index, const char *data, bool succeeded = true) {
-        SoakCommand c = command(Op::WriteWindowWords, HR, index, 0);
-        c.write = true;
-        c.data = hex(data);
-        model.writeDone(c, succeeded);
+    auto windowWrite = [&](int index, const char *data) {
+        model.writeDone(writing(command(Op::WriteWindowWords, HR, index, 0), hex(data)), true);
     };
     auto windowBit = [&](int index, int bit, const char *data) {
-        SoakCommand c
-            = command(index == SoakModel::RelayIndex ? Op::RelayBit : Op::WriteWindowBit, HR, index, 1, bit);
-        c.write = true;
-        c.data = hex(data);
-        return c;
+        const Op op = index == SoakModel::RelayIndex ? Op::RelayBit : Op::WriteWindowBit;
+        return writing(command(op, HR, index, 1, bit), hex(data));
     };
 
     // A new driver holds zeros and reads them without a request.
@@ -162,9 +159,7 @@ TEST(SoakModel, TheRegisterWindowKeepsItsRules)
     // between them.
     windowWrite(0, "02 00 05 00 07 00");
     EXPECT_EQ(model.relayStations(), (std::vector<int> { 5, 7 }));
-    SoakCommand relay = command(Op::Relay, HR, SoakModel::RelayIndex, 1);
-    relay.write = true;
-    relay.data = hex("34 12");
+    SoakCommand relay = writing(command(Op::Relay, HR, SoakModel::RelayIndex, 1), hex("34 12"));
     std::vector<Cell> cells;
     ASSERT_TRUE(model.intended(relay, cells));
     ASSERT_EQ(cells.size(), 2u);
@@ -229,13 +224,6 @@ TEST(SoakModel, TheRegisterWindowKeepsItsRules)
 
 TEST(SoakModel, RequestsOfOneAttempt)
 {
-    const Area HR = Area::HoldingRegisters;
-    auto writing = [](SoakCommand c, int bytes, bool single = false) {
-        c.write = true;
-        c.single = single;
-        c.data = QByteArray(bytes, '\1');
-        return c;
-    };
     struct Row
     {
         const char *what;
@@ -269,18 +257,12 @@ TEST(SoakModel, RequestsOfOneAttempt)
 
 TEST(SoakModel, ABitRelayReadsAndWritesBackAtEveryStation)
 {
-    const Area HR = Area::HoldingRegisters;
     SoakModel model({ 1, 5, 7 });
-    SoakCommand list = command(Op::WriteWindowWords, HR, 0, 3);
-    list.write = true;
-    list.data = hex("02 00 05 00 07 00");
-    model.writeDone(list, true);
+    model.writeDone(writing(command(Op::WriteWindowWords, HR, 0, 3), hex("02 00 05 00 07 00")), true);
     hold(model, 5, HR, SoakModel::RelayTarget, { 0x0100 });
     hold(model, 7, HR, SoakModel::RelayTarget, { 0x0001 });
 
-    SoakCommand bit = command(Op::RelayBit, HR, SoakModel::RelayIndex, 1, 4);
-    bit.write = true;
-    bit.data = hex("01");
+    const SoakCommand bit = writing(command(Op::RelayBit, HR, SoakModel::RelayIndex, 1, 4), hex("01"));
     std::vector<Cell> cells;
     ASSERT_TRUE(model.intended(bit, cells));
     ASSERT_EQ(cells.size(), 2u);

@@ -76,11 +76,7 @@ std::vector<std::string> LinkDouble::sent() const
     return frames;
 }
 
-int LinkDouble::countOf(const std::string &call) const
-{
-    return int(std::count_if(calls.begin(), calls.end(),
-        [&](const std::string &c) { return c.compare(0, call.size(), call) == 0; }));
-}
+int LinkDouble::countOf(const std::string &call) const { return int(callsOf({ call.c_str() }).size()); }
 
 std::vector<std::string> LinkDouble::callsOf(std::initializer_list<const char *> kinds) const
 {
