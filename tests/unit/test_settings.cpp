@@ -1,5 +1,6 @@
 // Settings records: endpoint rules, the stream form and the dump line.
 
+#include "hex.h"
 #include "qtcompat.h"
 #include "settings.h"
 
@@ -106,21 +107,9 @@ TEST(SettingsStream, DeviceSettingFormAndRoundTripInBothByteOrders)
     // link id, cursor, then the endpoint count and the endpoints.
     DeviceSetting one(SerialDeviceType, "C", 9600, 8, 0, 2, 42, "not streamed");
     one.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("a"), QString("502")));
-    EXPECT_EQ(streamed(one).toHex(),
-        QByteArray("00000010"
-                   "00000002"
-                   "0043"
-                   "00002580"
-                   "00000008"
-                   "00000000"
-                   "00000002"
-                   "0000002a"
-                   "ffffffff"
-                   "00000000"
-                   "00000001"
-                   "00000002"
-                   "0061"
-                   "01f6"));
+    EXPECT_EQ(streamed(one),
+        hex("00000010 00000002 0043 00002580 00000008 00000000 00000002 0000002a ffffffff 00000000 00000001 "
+            "00000002 0061 01f6"));
 
     DeviceSetting source(static_cast<device_type>(4), "COM3", 115200, 7, 1, 1, 42, "not streamed");
     source.linkID = 9;
