@@ -16,55 +16,46 @@ std::string outcome(DriverRig &rig)
     return rig.sentNothing() ? rig.error() : rig.link.sent()[0].substr(0, 11);
 }
 
-struct SelectionRow
+TEST(Selection, ByDataTypePrefixAndRegister)
 {
-    int type;
-    const char *address;
-    const char *expected;
-};
-
-TEST(ReadSelection, ByDataTypePrefixAndRegister)
-{
-    const SelectionRow rows[] = {
-        { Bit, "fn5do5", "01 01 00 04" },
-        { Bit, "HR60000", "01 03 EA 5F" }, // the window serves words only
-        { Block, "IR5", "01 04 00 04" },
-        { Byte, "HR60000", "01 03 EA 5F" },
-        { Word, "HR59999", "01 03 EA 5E" },
-        { Word, "HR60011", "01 03 EA 6A" },
-        { Word, "IR60000", "01 04 EA 5F" },
-        { Word, "DO5", "01 04 00 04" },
-        { DoubleWord, "HR60000", "01 03 EA 5F" },
-        { DoubleWord, "IR5SW", "01 04 00 04" },
-        { Word, "Fn6Hr1", "01 03 00 00" },
-        { Word, "HRX1", "01 03 00 00" },
-        { Word, "H1", "01 04 00 00" },
+    const struct Row
+    {
+        bool write;
+        int type;
+        const char *address;
+        const char *expected;
+    } rows[] = {
+        { false, Bit, "fn5do5", "01 01 00 04" },
+        { false, Bit, "HR60000", "01 03 EA 5F" }, // the window serves words only
+        { false, Block, "IR5", "01 04 00 04" },
+        { false, Byte, "HR60000", "01 03 EA 5F" },
+        { false, Word, "HR59999", "01 03 EA 5E" },
+        { false, Word, "HR60011", "01 03 EA 6A" },
+        { false, Word, "IR60000", "01 04 EA 5F" },
+        { false, Word, "DO5", "01 04 00 04" },
+        { false, DoubleWord, "HR60000", "01 03 EA 5F" },
+        { false, DoubleWord, "IR5SW", "01 04 00 04" },
+        { false, Word, "Fn6Hr1", "01 03 00 00" },
+        { false, Word, "HRX1", "01 03 00 00" },
+        { false, Word, "H1", "01 04 00 00" },
+        { true, BitBlock, "fn5do7", "01 05 00 06" },
+        { true, Bit, "DI5", "can't write any bit to DI5 (write 1 bit to 1-DI5)" },
+        { true, Byte, "HR60000", "01 10 EA 5F" },
+        { true, Byte, "DO3", "can't write any byte to DO3 (write 2 byte to 1-DO3)" },
+        { true, Word, "HR59999", "01 10 EA 5E" },
+        { true, Word, "HR60011", "01 10 EA 6A" },
+        { true, Word, "IR100", "can't write any word to IR100 (write 1 word to 1-IR100)" },
+        { true, DoubleWord, "DO3", "can't write any double word to DO3 (write 1 dword to 1-DO3)" },
     };
-    for (const SelectionRow &row : rows) {
-        DriverRig rig;
-        rig.read(row.type, 1, row.address);
-        EXPECT_EQ(outcome(rig), row.expected) << row.type << " " << row.address;
-    }
-}
-
-TEST(WriteSelection, ByDataTypePrefixAndRegister)
-{
-    const SelectionRow rows[] = {
-        { BitBlock, "fn5do7", "01 05 00 06" },
-        { Bit, "DI5", "can't write any bit to DI5 (write 1 bit to 1-DI5)" },
-        { Byte, "HR60000", "01 10 EA 5F" },
-        { Byte, "DO3", "can't write any byte to DO3 (write 2 byte to 1-DO3)" },
-        { Word, "HR59999", "01 10 EA 5E" },
-        { Word, "HR60011", "01 10 EA 6A" },
-        { Word, "IR100", "can't write any word to IR100 (write 1 word to 1-IR100)" },
-        { DoubleWord, "DO3", "can't write any double word to DO3 (write 1 dword to 1-DO3)" },
-    };
-    for (const SelectionRow &row : rows) {
+    for (const Row &row : rows) {
         DriverRig rig;
         const QByteArray data = row.type == DoubleWord ? hex("01 00 00 00")
             : row.type == Bit || row.type == BitBlock  ? hex("01")
                                                        : hex("01 00");
-        rig.write(row.type, row.address, data, row.type == Byte ? 2 : 1);
+        if (row.write)
+            rig.write(row.type, row.address, data, row.type == Byte ? 2 : 1);
+        else
+            rig.read(row.type, 1, row.address);
         EXPECT_EQ(outcome(rig), row.expected) << row.type << " " << row.address;
     }
 }
