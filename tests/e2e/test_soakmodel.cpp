@@ -106,6 +106,15 @@ TEST(SoakModel, TheRegisterWindowKeepsItsRules)
     // A failed relay leaves the relay register; a relay that succeeded sets it.
     model.writeDone(relay, false);
     EXPECT_EQ(model.window(SoakModel::RelayIndex), 0);
+    // A bit relay reads and writes back at every station, then sets the bit.
+    model.setValue(Cell { 5, HR, SoakModel::RelayTarget, 0x0100 });
+    model.setValue(Cell { 7, HR, SoakModel::RelayTarget, 0x0001 });
+    const SoakCommand bit = windowBit(SoakModel::RelayIndex, 4, "01");
+    ASSERT_TRUE(model.intended(bit, cells));
+    EXPECT_EQ(cellsText(cells), "5:0513=0110 7:0513=0011");
+    EXPECT_EQ(exchanges(model.attempt(bit)), "8/7 pause 11/8 pause 8/7 pause 11/8");
+    model.writeDone(bit, true);
+    EXPECT_EQ(model.window(SoakModel::RelayIndex), 0x0010);
     model.writeDone(relay, true);
     EXPECT_EQ(model.window(SoakModel::RelayIndex), 0x1234);
 
@@ -184,22 +193,6 @@ TEST(SoakModel, RequestsOfOneAttempt)
         SoakModel model({ 1 });
         EXPECT_EQ(exchanges(model.attempt(row.c)), row.requests);
     }
-}
-
-TEST(SoakModel, ABitRelayReadsAndWritesBackAtEveryStation)
-{
-    SoakModel model({ 1, 5, 7 });
-    model.writeDone(writing(command(Op::WriteWindowWords, HR, 0, 3), hex("02 00 05 00 07 00")), true);
-    model.setValue(Cell { 5, HR, SoakModel::RelayTarget, 0x0100 });
-    model.setValue(Cell { 7, HR, SoakModel::RelayTarget, 0x0001 });
-
-    const SoakCommand bit = writing(command(Op::RelayBit, HR, SoakModel::RelayIndex, 1, 4), hex("01"));
-    std::vector<Cell> cells;
-    ASSERT_TRUE(model.intended(bit, cells));
-    EXPECT_EQ(cellsText(cells), "5:0513=0110 7:0513=0011");
-    EXPECT_EQ(exchanges(model.attempt(bit)), "8/7 pause 11/8 pause 8/7 pause 11/8");
-    model.writeDone(bit, true);
-    EXPECT_EQ(model.window(SoakModel::RelayIndex), 0x0010);
 }
 
 // The soak excuses a command past its bound by the machine's stall while it
