@@ -36,23 +36,11 @@ bool LinkDouble::setParameter(int id, const QVariant &value)
     return true;
 }
 
-int LinkDouble::retryCount()
-{
-    calls.push_back("retryCount");
-    return retries;
-}
+int LinkDouble::retryCount() { return logged("retryCount", retries); }
 
-int LinkDouble::stationId()
-{
-    calls.push_back("stationId");
-    return station;
-}
+int LinkDouble::stationId() { return logged("stationId", station); }
 
-unsigned long LinkDouble::delayMs()
-{
-    calls.push_back("delayMs");
-    return delay;
-}
+unsigned long LinkDouble::delayMs() { return logged("delayMs", delay); }
 
 void LinkDouble::line(const char *hexText) { line(hex(hexText)); }
 
@@ -70,9 +58,8 @@ void LinkDouble::piece(const char *hexText, int count)
 std::vector<std::string> LinkDouble::sent() const
 {
     std::vector<std::string> frames;
-    for (const std::string &c : calls)
-        if (c.compare(0, 5, "send ") == 0)
-            frames.push_back(c.substr(5));
+    for (const std::string &c : callsOf({ "send " }))
+        frames.push_back(c.substr(5));
     return frames;
 }
 

@@ -47,6 +47,11 @@ public:
     unsigned long delay = 0;
 
 private:
+    template <typename T> T logged(const char *call, T value)
+    {
+        calls.push_back(call);
+        return value;
+    }
     struct Item
     {
         QByteArray bytes;

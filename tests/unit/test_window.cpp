@@ -7,7 +7,6 @@
 
 #include <cstring>
 
-
 namespace {
 
 std::vector<quint16> table(DriverRig &rig)
