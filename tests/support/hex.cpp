@@ -1,19 +1,8 @@
 #include "hex.h"
 
-#include <cstdio>
-
 QByteArray hex(const char *text) { return QByteArray::fromHex(QByteArray(text).replace(' ', "")); }
 
-std::string toHex(const QByteArray &bytes)
-{
-    std::string out;
-    char buf[4];
-    for (int i = 0; i < bytes.size(); ++i) {
-        std::snprintf(buf, sizeof buf, i ? " %02X" : "%02X", static_cast<unsigned char>(bytes.at(i)));
-        out += buf;
-    }
-    return out;
-}
+std::string toHex(const QByteArray &bytes) { return bytes.toHex(' ').toUpper().toStdString(); }
 
 std::string joined(const std::vector<std::string> &words)
 {
@@ -53,13 +42,7 @@ std::vector<std::string> framesWithCrc(const std::vector<std::string> &frames)
     return out;
 }
 
-QByteArray repeated(const char *bytes, int times)
-{
-    QByteArray out;
-    for (int i = 0; i < times; ++i)
-        out += hex(bytes);
-    return out;
-}
+QByteArray repeated(const char *bytes, int times) { return hex(bytes).repeated(times); }
 
 QByteArray words(std::initializer_list<quint16> values)
 {

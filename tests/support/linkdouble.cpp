@@ -36,23 +36,11 @@ bool LinkDouble::setParameter(int id, const QVariant &value)
     return true;
 }
 
-int LinkDouble::retryCount()
-{
-    calls.push_back("retryCount");
-    return retries;
-}
+int LinkDouble::retryCount() { return logged("retryCount", retries); }
 
-int LinkDouble::stationId()
-{
-    calls.push_back("stationId");
-    return station;
-}
+int LinkDouble::stationId() { return logged("stationId", station); }
 
-unsigned long LinkDouble::delayMs()
-{
-    calls.push_back("delayMs");
-    return delay;
-}
+unsigned long LinkDouble::delayMs() { return logged("delayMs", delay); }
 
 void LinkDouble::line(const char *hexText) { line(hex(hexText)); }
 
@@ -70,17 +58,12 @@ void LinkDouble::piece(const char *hexText, int count)
 std::vector<std::string> LinkDouble::sent() const
 {
     std::vector<std::string> frames;
-    for (const std::string &c : calls)
-        if (c.compare(0, 5, "send ") == 0)
-            frames.push_back(c.substr(5));
+    for (const std::string &c : callsOf({ "send " }))
+        frames.push_back(c.substr(5));
     return frames;
 }
 
-int LinkDouble::countOf(const std::string &call) const
-{
-    return int(std::count_if(calls.begin(), calls.end(),
-        [&](const std::string &c) { return c.compare(0, call.size(), call) == 0; }));
-}
+int LinkDouble::countOf(const std::string &call) const { return int(callsOf({ call.c_str() }).size()); }
 
 std::vector<std::string> LinkDouble::callsOf(std::initializer_list<const char *> kinds) const
 {

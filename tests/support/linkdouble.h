@@ -9,15 +9,7 @@
 #include <vector>
 
 // The runtime's link, doubled: records every call in order and serves
-// scripted replies.
-//
-// Replies are scripted in order. line() queues the bytes of one reply, of
-// which receive() takes what it asks for, as a real link would with its
-// time-out: fewer bytes when the reply holds fewer, and the next receive goes
-// on with the rest of the same reply. piece() queues the result of exactly one
-// receive call, with the count it returns (0, -1, short or longer than
-// asked); silence() one receive that gets nothing. With nothing queued,
-// receive() returns 0.
+// scripted replies in order. With nothing queued, receive() returns 0.
 class LinkDouble : public AbstractDeviceInterface
 {
 public:
@@ -28,14 +20,17 @@ public:
     int stationId() override;
     unsigned long delayMs() override;
 
-    // Bytes that arrive on the line, in hex text or as an array.
+    // Bytes of one reply on the line, of which receive() takes what it asks
+    // for, as a real link would with its time-out: fewer bytes when the reply
+    // holds fewer, and the next receive goes on with the rest of it.
     void line(const char *hexText);
     void line(const QByteArray &bytes);
     // A reply on the line, in hex text without its CRC, which is appended.
     void reply(const char *hexText);
+    // One receive that gets nothing.
     void silence();
     // One scripted receive: copies min(asked, bytes) and returns count
-    // (count < 0 means "the number of bytes copied").
+    // (0, -1, short or longer than asked; -2: the number of bytes copied).
     void piece(const char *hexText, int count = -2);
 
     // Every call in order: "setParameter 12 0", "send 01 03 ...",
@@ -52,6 +47,11 @@ public:
     unsigned long delay = 0;
 
 private:
+    template <typename T> T logged(const char *call, T value)
+    {
+        calls.push_back(call);
+        return value;
+    }
     struct Item
     {
         QByteArray bytes;

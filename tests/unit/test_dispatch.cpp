@@ -10,82 +10,64 @@ using testing::ElementsAre;
 namespace {
 
 // What a command turned into: the first request's station, function code and
-// start register, "table" when the special window answered without a
-// request, or the error text when nothing was sent.
+// start register, or the error text when nothing was sent.
 std::string outcome(DriverRig &rig)
 {
-    if (rig.link.sent().empty())
-        return rig.failed() ? rig.error() : "table";
-    return rig.link.sent()[0].substr(0, 11);
+    return rig.sentNothing() ? rig.error() : rig.link.sent()[0].substr(0, 11);
 }
 
-struct SelectionRow
+TEST(Selection, ByDataTypePrefixAndRegisterAndTheirDescriptions)
 {
-    int type;
-    const char *address;
-    const char *expected;
-};
-
-TEST(ReadSelection, ByDataTypePrefixAndRegister)
-{
-    const SelectionRow rows[] = {
-        { BitBlock, "DO5", "01 01 00 04" },
-        { Bit, "fn5do5", "01 01 00 04" },
-        { Bit, "DI5", "01 02 00 04" },
-        { Bit, "HR5.3", "01 03 00 04" },
-        { Bit, "IR5", "01 04 00 04" },
-        { Bit, "HR60000", "01 03 EA 5F" }, // the window serves words only
-        { Byte, "HR5", "01 03 00 04" },
-        { Block, "IR5", "01 04 00 04" },
-        { Byte, "HR60000", "01 03 EA 5F" },
-        { Word, "HR60000", "table" },
-        { Word, "FN6HR60010", "table" },
-        { Word, "HR59999", "01 03 EA 5E" },
-        { Word, "HR60011", "01 03 EA 6A" },
-        { Word, "IR60000", "01 04 EA 5F" },
-        { Word, "DO5", "01 04 00 04" },
-        { DoubleWord, "HR60000", "01 03 EA 5F" },
-        { DoubleWord, "IR5SW", "01 04 00 04" },
-        { Word, "Fn6Hr1", "01 03 00 00" },
-        { Word, "HRX1", "01 03 00 00" },
-        { Word, "H1", "01 04 00 00" },
+    const struct Row
+    {
+        bool write;
+        int type;
+        const char *address;
+        const char *expected;
+        int count = 1;
+        int station = 1;
+    } rows[] = {
+        { false, Bit, "fn5do5", "01 01 00 04" },
+        { false, Bit, "HR60000", "01 03 EA 5F" }, // the window serves words only
+        { false, Block, "IR5", "01 04 00 04" },
+        { false, Byte, "HR60000", "01 03 EA 5F" },
+        { false, Word, "HR59999", "01 03 EA 5E" },
+        { false, Word, "HR60011", "01 03 EA 6A" },
+        { false, Word, "IR60000", "01 04 EA 5F" },
+        { false, Word, "DO5", "01 04 00 04" },
+        { false, DoubleWord, "HR60000", "01 03 EA 5F" },
+        { false, DoubleWord, "IR5SW", "01 04 00 04" },
+        { false, Word, "Fn6Hr1", "01 03 00 00" },
+        { false, Word, "HRX1", "01 03 00 00" },
+        { false, Word, "H1", "01 04 00 00" },
+        { true, BitBlock, "fn5do7", "01 05 00 06" },
+        { true, Bit, "DI5", "can't write any bit to DI5 (write 1 bit to 1-DI5)" },
+        { true, Byte, "HR60000", "01 10 EA 5F" },
+        { true, Byte, "DO3", "can't write any byte to DO3 (write 2 byte to 1-DO3)", 2 },
+        { true, Word, "HR59999", "01 10 EA 5E" },
+        { true, Word, "HR60011", "01 10 EA 6A" },
+        { true, Word, "IR100", "can't write any word to IR100 (write 1 word to 1-IR100)" },
+        { true, DoubleWord, "DO3", "can't write any double word to DO3 (write 1 dword to 1-DO3)" },
+        // Descriptions by data type, with the station's low byte.
+        { false, Byte, "HR1", "invalid slave id:300 (read 4 byte(s) from 44-HR1)", 4, 300 },
+        { true, Byte, "HR1", "invalid slave id:300 (write 4 byte to 44-HR1)", 4, 300 },
+        { false, DoubleWord, "HR100", "invalid slave id:300 (read 2 dword(s) from 44-HR100)", 2, 300 },
+        { true, DoubleWord, "HR100", "invalid slave id:300 (write 2 dword to 44-HR100)", 2, 300 },
+        { false, Block, "HR1", "invalid slave id:300", 4, 300 },
+        { true, Block, "HR1", "invalid slave id:300", 4, 300 },
+        { false, BitBlock, "DO1", "invalid slave id:300", 4, 300 },
+        { true, BitBlock, "DO1", "invalid slave id:300", 4, 300 },
     };
-    for (const SelectionRow &row : rows) {
+    for (const Row &row : rows) {
         DriverRig rig;
-        rig.read(row.type, 1, row.address);
-        EXPECT_EQ(outcome(rig), row.expected) << row.type << " " << row.address;
-    }
-}
-
-TEST(WriteSelection, ByDataTypePrefixAndRegister)
-{
-    const SelectionRow rows[] = {
-        { Bit, "DO7", "01 0F 00 06" },
-        { BitBlock, "fn5do7", "01 05 00 06" },
-        { Bit, "hr100.15", "01 03 00 63" },
-        { Bit, "FN6HR100.15", "01 03 00 63" },
-        { Bit, "HR60000.3", "table" },
-        { Bit, "FN6HR60001.3", "table" },
-        { Bit, "DI5", "can't write any bit to DI5 (write 1 bit to 1-DI5)" },
-        { Byte, "HR100", "01 10 00 63" },
-        { Block, "FN6HR100", "01 06 00 63" },
-        { Byte, "HR60000", "01 10 EA 5F" },
-        { Byte, "DO3", "can't write any byte to DO3 (write 2 byte to 1-DO3)" },
-        { Word, "HR60000", "table" },
-        { Word, "FN6HR60010", "table" },
-        { Word, "HR59999", "01 10 EA 5E" },
-        { Word, "HR60011", "01 10 EA 6A" },
-        { Word, "IR100", "can't write any word to IR100 (write 1 word to 1-IR100)" },
-        { DoubleWord, "HR100SW", "01 10 00 63" },
-        { DoubleWord, "FN6HR100SW", "01 06 00 63" },
-        { DoubleWord, "DO3", "can't write any double word to DO3 (write 1 dword to 1-DO3)" },
-    };
-    for (const SelectionRow &row : rows) {
-        DriverRig rig;
+        rig.link.station = row.station;
         const QByteArray data = row.type == DoubleWord ? hex("01 00 00 00")
             : row.type == Bit || row.type == BitBlock  ? hex("01")
                                                        : hex("01 00");
-        rig.write(row.type, row.address, data, row.type == Byte ? 2 : 1);
+        if (row.write)
+            rig.write(row.type, row.address, data, row.count);
+        else
+            rig.read(row.type, row.count, row.address);
         EXPECT_EQ(outcome(rig), row.expected) << row.type << " " << row.address;
     }
 }
@@ -143,32 +125,6 @@ TEST(Attempts, UnsupportedTypesCostOneDelayAndAskNothingElse)
         EXPECT_FALSE(writer.write(type, "HR1", hex("01 00")));
         EXPECT_THAT(writer.link.calls, ElementsAre("delayMs")) << type;
         EXPECT_EQ(writer.error(), "unsupported data type: HR1");
-    }
-}
-
-TEST(Descriptions, ByDataTypeWithTheStationsLowByte)
-{
-    struct Row
-    {
-        int type, count;
-        const char *address;
-        const char *read, *write;
-    } rows[] = {
-        { Bit, 3, "HR1.2", " (read 3 bit(s) from 44-HR1.2)", " (write 3 bit to 44-HR1.2)" },
-        { Byte, 4, "HR1", " (read 4 byte(s) from 44-HR1)", " (write 4 byte to 44-HR1)" },
-        { Word, 10, "HR100", " (read 10 word(s) from 44-HR100)", " (write 10 word to 44-HR100)" },
-        { DoubleWord, 2, "HR100", " (read 2 dword(s) from 44-HR100)", " (write 2 dword to 44-HR100)" },
-        { Block, 4, "HR1", "", "" },
-        { BitBlock, 4, "DO1", "", "" },
-    };
-    for (const Row &row : rows) {
-        DriverRig rig;
-        rig.link.station = 300;
-        rig.read(row.type, row.count, row.address);
-        EXPECT_EQ(rig.error(), std::string("invalid slave id:300") + row.read);
-        rig.write(row.type, row.address, hex("01 00 00 00"), row.count);
-        EXPECT_EQ(rig.error(), std::string("invalid slave id:300") + row.write);
-        EXPECT_TRUE(rig.sentNothing());
     }
 }
 

@@ -1,5 +1,6 @@
 // Settings records: endpoint rules, the stream form and the dump line.
 
+#include "hex.h"
 #include "qtcompat.h"
 #include "settings.h"
 
@@ -47,7 +48,7 @@ TEST(DeviceSettingEndpoints, CursorAndIndexesStayInsideTheList)
     EXPECT_EQ(d.port(0), 502);
 
     // A shorter list leaves the cursor pointing past its end.
-    d.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("10.1.1.1"), QString("1")));
+    d.setSocketData({ { "10.1.1.1", "1" } });
     EXPECT_EQ(d.currentIPIndex, 1);
     EXPECT_TRUE(d.socketIP(-1).isEmpty());
 }
@@ -61,7 +62,7 @@ TEST(DeviceSettingEndpoints, PortTextsAreDecimal16Bit)
     } rows[] = { { "65535", 65535 }, { "50x", 0 }, { "70000", 0 }, { "0x1F", 0 }, { "-1", 0 } };
     for (const Row &row : rows) {
         DeviceSetting d = serialDefault();
-        d.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("h"), QString(row.text)));
+        d.setSocketData({ { "h", row.text } });
         EXPECT_EQ(d.port(0), row.port) << row.text;
     }
 }
@@ -105,28 +106,14 @@ TEST(SettingsStream, DeviceSettingFormAndRoundTripInBothByteOrders)
     // Type, port string, baud rate, data bits, stop bits, parity, extra,
     // link id, cursor, then the endpoint count and the endpoints.
     DeviceSetting one(SerialDeviceType, "C", 9600, 8, 0, 2, 42, "not streamed");
-    one.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("a"), QString("502")));
-    EXPECT_EQ(streamed(one).toHex(),
-        QByteArray("00000010"
-                   "00000002"
-                   "0043"
-                   "00002580"
-                   "00000008"
-                   "00000000"
-                   "00000002"
-                   "0000002a"
-                   "ffffffff"
-                   "00000000"
-                   "00000001"
-                   "00000002"
-                   "0061"
-                   "01f6"));
+    one.setSocketData({ { "a", "502" } });
+    EXPECT_EQ(streamed(one),
+        hex("00000010 00000002 0043 00002580 00000008 00000000 00000002 0000002a ffffffff 00000000 00000001 "
+            "00000002 0061 01f6"));
 
     DeviceSetting source(static_cast<device_type>(4), "COM3", 115200, 7, 1, 1, 42, "not streamed");
     source.linkID = 9;
-    source.setSocketData(QList<QPair<QString, QString>>()
-        << qMakePair(QString("a"), QString("1")) << qMakePair(QString("b"), QString("2"))
-        << qMakePair(QString("c"), QString("3")));
+    source.setSocketData({ { "a", "1" }, { "b", "2" }, { "c", "3" } });
     source.setCurrentIPIndex(2);
     for (QDataStream::ByteOrder order : { QDataStream::BigEndian, QDataStream::LittleEndian }) {
         DeviceSetting target = serialDefault();
@@ -184,8 +171,7 @@ TEST(SettingsDump, LinesAreByteExact)
         { [] { DriverSetting(-1, -2, 300, 7).dump(); }, "timeout: -1 retry: -2 stationid: 300 delay: 7 " },
         { [] {
              DeviceSetting d(static_cast<device_type>(-1), "a\"b\\c", 1, 2, 3, 4);
-             d.setSocketData(QList<QPair<QString, QString>>() << qMakePair(QString("h0"),
-                                 QString("1")) << qMakePair(QString("192.168.1.6"), QString("502")));
+             d.setSocketData({ { "h0", "1" }, { "192.168.1.6", "502" } });
              d.setCurrentIPIndex(1);
              d.dump();
          },

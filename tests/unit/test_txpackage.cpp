@@ -10,14 +10,6 @@
 
 namespace {
 
-QList<int> layout(std::initializer_list<int> sizes)
-{
-    QList<int> list;
-    for (int size : sizes)
-        list << size;
-    return list;
-}
-
 TEST(TxPackage, AppendsOneSectionPerFieldAndCopiesDeeply)
 {
     TxPackage package;
@@ -79,7 +71,7 @@ TEST(TxPackage, CheckValues)
 TEST(TxPackage, SizeHeldInAnEarlierSection)
 {
     TxPackage package;
-    package.setSectionSize(layout({ 1, 4, -1, 1 }));
+    package.setSectionSize(QList<int> { 1, 4, -1, 1 });
     EXPECT_EQ(package.totalSize(), 5) << "the entries added as written";
     package.setData(hex("07 03 00 00 00 41 42 43 FF"));
     EXPECT_EQ(package.sectionSize(2), 3);
@@ -98,13 +90,13 @@ TEST(TxPackage, LayoutsThatCannotBeResolved)
         int section;
         int start;
     } rows[] = {
-        { "refers to itself", layout({ 4, -1 }), "01 00 00 00", 1, 4 },
-        { "refers to a later section", layout({ -1, 4 }), "01 00 00 00", 0, 0 },
-        { "holder shorter than four bytes", layout({ 1, 2, -1 }), "09 05 00 00 00", 2, 3 },
-        { "holder with a negative entry (chain)", layout({ 1, 4, -1, -2 }), "AA 01 00 00 00 BB CC", 3, 6 },
-        { "holder's bytes missing from the frame", layout({ 1, 4, -1 }), "07 03 00", 2, 5 },
-        { "held value beyond int", layout({ 1, 4, -1 }), "AA 00 00 00 80 BB", 2, 5 },
-        { "most negative entry", layout({ 4, INT_MIN }), "01 00 00 00", 1, 4 },
+        { "refers to itself", QList<int> { 4, -1 }, "01 00 00 00", 1, 4 },
+        { "refers to a later section", QList<int> { -1, 4 }, "01 00 00 00", 0, 0 },
+        { "holder shorter than four bytes", QList<int> { 1, 2, -1 }, "09 05 00 00 00", 2, 3 },
+        { "holder with a negative entry (chain)", QList<int> { 1, 4, -1, -2 }, "AA 01 00 00 00 BB CC", 3, 6 },
+        { "holder's bytes missing from the frame", QList<int> { 1, 4, -1 }, "07 03 00", 2, 5 },
+        { "held value beyond int", QList<int> { 1, 4, -1 }, "AA 00 00 00 80 BB", 2, 5 },
+        { "most negative entry", QList<int> { 4, INT_MIN }, "01 00 00 00", 1, 4 },
     };
     for (const Row &row : rows) {
         TxPackage package;
@@ -119,7 +111,7 @@ TEST(TxPackage, LayoutsThatCannotBeResolved)
 TEST(TxPackage, SectionNumbersAndFrameEnd)
 {
     TxPackage package;
-    package.setSectionSize(layout({ 2, 5, 3 }));
+    package.setSectionSize(QList<int> { 2, 5, 3 });
     EXPECT_EQ(toHex(package.byteArrayData()), "00 00 00 00 00 00 00 00 00 00") << "lengthened with zeros";
     package.setData(hex("01 02 03 04"));
     EXPECT_EQ(toHex(package.dataAt(1)), "03 04") << "cut at the end of the frame";
@@ -129,7 +121,7 @@ TEST(TxPackage, SectionNumbersAndFrameEnd)
         EXPECT_EQ(package.sectionSize(i), 0) << i;
         EXPECT_TRUE(package.dataAt(i).isEmpty()) << i;
     }
-    package.setSectionSize(layout({ 1, -5 }));
+    package.setSectionSize(QList<int> { 1, -5 });
     EXPECT_EQ(package.totalSize(), 0) << "a negative sum empties the frame";
 }
 

@@ -5,9 +5,7 @@
 
 #include <gmock/gmock.h>
 
-#include <climits>
-
-using testing::ElementsAre;
+#include <cstring>
 
 namespace {
 
@@ -43,86 +41,86 @@ TEST(SpecialWindow, BoundsOnTheTable)
     struct Row
     {
         const char *what;
-        void (*act)(DriverRig &);
+        std::vector<std::pair<const char *, QByteArray>> writes; // a bit write where the address has a bit
         int index;
         quint16 value;
     } rows[] = {
-        { "read-back station above 8 becomes 8",
-            [](DriverRig &r) { r.write(Word, "HR60009", words({ 20 })); }, 9, 8 },
-        { "word writes store any station count",
-            [](DriverRig &r) { r.write(Word, "HR60000", words({ 20 })); }, 0, 20 },
-        { "a bit write of the count sets 8",
-            [](DriverRig &r) {
-                r.write(Word, "HR60000", words({ 3 }));
-                r.write(Bit, "HR60000.1", QByteArray(1, '\0'));
-            },
-            0, 8 },
+        { "read-back station above 8 becomes 8", { { "HR60009", words({ 20 }) } }, 9, 8 },
+        { "word writes store any station count", { { "HR60000", words({ 20 }) } }, 0, 20 },
+        { "a bit write of the count sets 8", { { "HR60000", words({ 3 }) }, { "HR60000.1", hex("00") } }, 0,
+            8 },
         { "a bit write elsewhere brings the count down to 8",
-            [](DriverRig &r) {
-                r.write(Word, "HR60000", words({ 20 }));
-                r.write(Bit, "HR60003.3", QByteArray(1, 1));
-            },
-            0, 8 },
-        { "the bit itself", [](DriverRig &r) { r.write(Bit, "FN6HR60003.3", QByteArray(1, 1)); }, 3, 8 },
-        { "bit 16 and above change nothing",
-            [](DriverRig &r) { r.write(Bit, "HR60003.16", QByteArray(1, 1)); }, 3, 0 },
-        { "a bit write with no data changes no bit",
-            [](DriverRig &r) { r.write(Bit, "HR60003.2", QByteArray()); }, 3, 0 },
+            { { "HR60000", words({ 20 }) }, { "HR60003.3", hex("01") } }, 0, 8 },
+        { "the bit itself", { { "FN6HR60003.3", hex("01") } }, 3, 8 },
+        { "bit 16 and above change nothing", { { "HR60003.16", hex("01") } }, 3, 0 },
+        { "a bit write with no data changes no bit", { { "HR60003.2", QByteArray() } }, 3, 0 },
     };
     for (const Row &row : rows) {
         DriverRig rig;
-        row.act(rig);
+        for (const auto &w : row.writes)
+            rig.write(std::strchr(w.first, '.') ? Bit : Word, w.first, w.second);
         EXPECT_EQ(table(rig)[row.index], row.value) << row.what;
         EXPECT_TRUE(rig.sentNothing()) << row.what;
     }
 }
 
+// A write to the relay register with stations 5 and 7 listed: the replies
+// (without CRC; "" for silence), the calls that follow ("delay", "station", or
+// a frame sent, without CRC) and the relay register afterwards.
 TEST(SpecialWindow, RelayToEveryListedStation)
 {
-    struct Row
+    const char *to5 = "05 10 05 13 00 01 02 12 34", *to7 = "07 10 05 13 00 01 02 12 34";
+    const char *echo5 = "05 10 05 13 00 01", *echo7 = "07 10 05 13 00 01";
+    const struct Row
     {
+        const char *what;
+        int type, retries;
         const char *address;
-        std::vector<std::string> frames;
+        QByteArray data;
+        std::vector<std::string> replies, calls;
+        const char *error; // nullptr: the write succeeds
+        quint16 relayRegister;
     } rows[] = {
-        { "HR60010", { "05 10 05 13 00 01 02 12 34", "07 10 05 13 00 01 02 12 34" } },
-        { "FN6HR60010", { "05 06 05 13 12 34", "07 06 05 13 12 34" } },
+        { "function 16", Word, 0, "HR60010", words({ 0x1234 }), { echo5, echo7 },
+            { "delay", to5, "delay", to7 }, nullptr, 0x1234 },
+        { "function 6", Word, 0, "FN6HR60010", words({ 0x1234 }),
+            { "05 06 05 13 12 34", "07 06 05 13 12 34" },
+            { "delay", "05 06 05 13 12 34", "delay", "07 06 05 13 12 34" }, nullptr, 0x1234 },
+        { "station 7 silent: the register changes only once every station has the value", Word, 0, "HR60010",
+            words({ 0x1234 }), { echo5 }, { "delay", to5, "delay", to7, "station" },
+            "PLC no response (write 1 word to 1-HR60010)", 0 },
+        { "the retry resumes with the station that failed", Word, 1, "HR60010", words({ 0x1234 }),
+            { echo5, "", echo7 }, { "delay", to5, "delay", to7, "delay", to7 }, nullptr, 0x1234 },
+        { "bit 4 set at 5 (holding 1) and 7 (holding 0), then in the table", Bit, 0, "HR60010.4", hex("01"),
+            { "05 03 02 00 01", echo5, "07 03 02 00 00", echo7 },
+            { "delay", "05 03 05 13 00 01", "delay", "05 10 05 13 00 01 02 00 11", "delay",
+                "07 03 05 13 00 01", "delay", "07 10 05 13 00 01 02 00 10" },
+            nullptr, 0x10 },
+        { "no data with FN6: both written back unchanged, the table too", Bit, 0, "FN6HR60010.3",
+            QByteArray(), { "05 03 02 00 01", "05 06 05 13 00 01", "07 03 02 00 00", "07 06 05 13 00 00" },
+            { "delay", "05 03 05 13 00 01", "delay", "05 06 05 13 00 01", "delay", "07 03 05 13 00 01",
+                "delay", "07 06 05 13 00 00" },
+            nullptr, 0 },
     };
     for (const Row &row : rows) {
         DriverRig rig;
         listFiveAndSeven(rig);
-        for (const std::string &f : row.frames)
-            rig.link.line(withCrc(hex(f.c_str()).left(6)));
-        EXPECT_TRUE(rig.write(Word, row.address, words({ 0x1234 }))) << rig.error();
-        const std::vector<std::string> sent = framesWithCrc(row.frames);
-        EXPECT_THAT(rig.link.callsOf({ "send", "delayMs", "stationId" }),
-            ElementsAre("delayMs", "send " + sent[0], "delayMs", "send " + sent[1]))
-            << row.address;
-        EXPECT_EQ(table(rig)[10], 0x1234);
+        rig.link.retries = row.retries;
+        for (const std::string &reply : row.replies)
+            reply.empty() ? rig.link.silence() : rig.link.reply(reply.c_str());
+        EXPECT_EQ(rig.write(row.type, row.address, row.data), row.error == nullptr) << row.what;
+        std::vector<std::string> expected;
+        for (const std::string &step : row.calls)
+            expected.push_back(step == "delay" ? "delayMs"
+                    : step == "station"        ? "stationId"
+                                               : "send " + toHex(withCrc(step.c_str())));
+        EXPECT_EQ(rig.link.callsOf({ "send", "delayMs", "stationId" }), expected) << row.what;
+        EXPECT_EQ(rig.failed(), row.error != nullptr) << row.what;
+        if (row.error) {
+            EXPECT_EQ(rig.error(), row.error) << row.what;
+        }
+        EXPECT_EQ(table(rig)[10], row.relayRegister) << row.what;
     }
-}
-
-TEST(SpecialWindow, RepeatedAttemptResumesWithTheStationThatFailed)
-{
-    DriverRig rig;
-    listFiveAndSeven(rig);
-    rig.link.reply("05 10 05 13 00 01"); // station 7 stays silent
-    EXPECT_FALSE(rig.write(Word, "HR60010", words({ 0x1234 })));
-    EXPECT_EQ(rig.error(), "PLC no response (write 1 word to 1-HR60010)");
-    EXPECT_EQ(table(rig)[10], 0) << "the relay register changes only after every station has the value";
-
-    // Within one command, the retry writes to station 7 only.
-    DriverRig retried;
-    retried.link.retries = 1;
-    listFiveAndSeven(retried);
-    retried.link.reply("05 10 05 13 00 01");
-    retried.link.silence();
-    retried.link.reply("07 10 05 13 00 01");
-    EXPECT_TRUE(retried.write(Word, "HR60010", words({ 0x1234 })));
-    EXPECT_EQ(retried.link.sent(),
-        framesWithCrc(
-            { "05 10 05 13 00 01 02 12 34", "07 10 05 13 00 01 02 12 34", "07 10 05 13 00 01 02 12 34" }));
-    EXPECT_EQ(table(retried)[10], 0x1234);
-    EXPECT_FALSE(retried.failed());
 }
 
 TEST(SpecialWindow, ReadBackFromTheChosenStationOrNoneWithoutStations)
@@ -144,41 +142,6 @@ TEST(SpecialWindow, ReadBackFromTheChosenStationOrNoneWithoutStations)
     EXPECT_EQ(rig.error(), "PLC no response (read 1 word(s) from 1-HR60010)");
 }
 
-TEST(SpecialWindow, BitOfTheRelayRegisterIsReadModifyWrittenAtEachStation)
-{
-    // Station 5's register 0x513 holds 0x0001, station 7's 0x0000.
-    const struct Row
-    {
-        const char *what;
-        const char *address;
-        QByteArray data;
-        const char *writeTo5; // without CRC
-        const char *writeTo7;
-        quint16 relayRegister; // afterwards
-    } rows[] = {
-        { "bit 4 set at both, then in the table", "HR60010.4", hex("01"), "05 10 05 13 00 01 02 00 11",
-            "07 10 05 13 00 01 02 00 10", 0x10 },
-        { "no data with FN6: both written back unchanged, the table too", "FN6HR60010.3", QByteArray(),
-            "05 06 05 13 00 01", "07 06 05 13 00 00", 0 },
-    };
-    for (const Row &row : rows) {
-        DriverRig rig;
-        listFiveAndSeven(rig);
-        rig.link.reply("05 03 02 00 01");
-        rig.link.line(withCrc(hex(row.writeTo5).left(6)));
-        rig.link.reply("07 03 02 00 00");
-        rig.link.line(withCrc(hex(row.writeTo7).left(6)));
-        EXPECT_TRUE(rig.write(Bit, row.address, row.data)) << row.what << ": " << rig.error();
-        const std::vector<std::string> sent
-            = framesWithCrc({ "05 03 05 13 00 01", row.writeTo5, "07 03 05 13 00 01", row.writeTo7 });
-        EXPECT_THAT(rig.link.callsOf({ "send", "delayMs" }),
-            ElementsAre("delayMs", "send " + sent[0], "delayMs", "send " + sent[1], "delayMs",
-                "send " + sent[2], "delayMs", "send " + sent[3]))
-            << row.what;
-        EXPECT_EQ(table(rig)[10], row.relayRegister) << row.what;
-    }
-}
-
 TEST(SpecialWindow, RelayNeverTakesStationsFromBeyondTheList)
 {
     DriverRig rig;
@@ -197,38 +160,36 @@ TEST(SpecialWindow, AccessesPastTheRelayRegisterAreRefused)
     struct Row
     {
         const char *what;
-        bool (*act)(DriverRig &);
+        const char *address;
+        int count; // a read of so many words where there is no data to write
+        QByteArray data;
         const char *error;
     } rows[] = {
-        { "read past the table", [](DriverRig &r) { return !r.read(Word, 7, "HR60005").isEmpty(); },
+        { "read past the table", "HR60005", 7, {},
             "can't read 7 word(s) from HR60005: the special registers end at HR60010 (read 7 word(s) from "
             "1-HR60005)" },
-        { "negative count", [](DriverRig &r) { return !r.read(Word, -1, "HR60000").isEmpty(); },
+        { "negative count", "HR60000", -1, {},
             "can't read -1 word(s) from HR60000: the special registers end at HR60010 (read -1 word(s) from "
             "1-HR60000)" },
-        { "a count that wraps into the table at 16 bits",
-            [](DriverRig &r) { return !r.read(Word, 65537, "HR60001").isEmpty() || !r.failed(); },
+        { "a count that wraps into the table at 16 bits", "HR60001", 65537, {},
             "can't read 65537 word(s) from HR60001: the special registers end at HR60010 (read 65537 "
             "word(s) from 1-HR60001)" },
-        { "two words at the relay register",
-            [](DriverRig &r) {
-                return r.write(Word, "HR60010", words({ 1, 2 }));
-            },
+        { "two words at the relay register", "HR60010", 0, words({ 1, 2 }),
             "can't write 2 word(s) to HR60010: HR60010 takes one word on its own (write 1 word to "
             "1-HR60010)" },
-        { "a write reaching the relay register",
-            [](DriverRig &r) {
-                return r.write(Word, "HR60009", words({ 1, 2 }));
-            },
+        { "a write reaching the relay register", "HR60009", 0, words({ 1, 2 }),
             "can't write 2 word(s) to HR60009: HR60010 takes one word on its own (write 1 word to "
             "1-HR60009)" },
-        { "odd data", [](DriverRig &r) { return r.write(Word, "HR60001", hex("01")); },
+        { "odd data", "HR60001", 0, hex("01"),
             "can't write 1 byte(s) as words to HR60001 (write 1 word to 1-HR60001)" },
     };
     for (const Row &row : rows) {
         DriverRig rig;
         rig.write(Word, "HR60000", words({ 1, 5 }));
-        EXPECT_FALSE(row.act(rig)) << row.what;
+        EXPECT_FALSE(row.data.isEmpty() ? !rig.read(Word, row.count, row.address).isEmpty()
+                                        : rig.write(Word, row.address, row.data))
+            << row.what;
+        EXPECT_TRUE(rig.failed()) << row.what;
         EXPECT_EQ(rig.error(), row.error) << row.what;
         EXPECT_TRUE(rig.sentNothing()) << row.what;
         EXPECT_EQ(table(rig)[10], 0) << row.what;

@@ -22,6 +22,7 @@ TEST(Writes, FramesOnTheWire)
         const char *address;
         QByteArray data;
         std::vector<std::string> frames; // without CRC
+        const char *registersRead = nullptr; // register bits: the registers' data read first
     } rows[] = {
         { "two words", Word, "HR17", hex("0A 00 02 01"), { "01 10 00 10 00 02 04 00 0A 01 02" } },
         { "no words", Word, "HR1", QByteArray(), { "01 10 00 00 00 00 00" } },
@@ -43,13 +44,29 @@ TEST(Writes, FramesOnTheWire)
         { "single coils; any non-zero byte is on", Bit, "FN5DO1", hex("01 00 02 80"),
             { "01 05 00 00 FF 00", "01 05 00 01 00 00", "01 05 00 02 FF 00", "01 05 00 03 FF 00" } },
         { "no single coils", Bit, "FN5DO1", QByteArray(), {} },
+        // Register bits: HR100 holds 0x0100, read and written back.
+        { "set bit 3", Bit, "HR100.3", hex("01"), { "01 10 00 63 00 01 02 01 08" }, "01 00" },
+        { "set bit 3 with FN6", Bit, "FN6HR100.3", hex("01"), { "01 06 00 63 01 08" }, "01 00" },
+        { "clear bit 8", Bit, "HR100.8", hex("00"), { "01 10 00 63 00 01 02 00 00" }, "01 00" },
+        { "0x80 sets like 1", Bit, "hr100.0", hex("80"), { "01 10 00 63 00 01 02 01 01" }, "01 00" },
+        { "bit 20 is bit 4 of the next register", Bit, "HR100.20", hex("01"),
+            { "01 10 00 63 00 02 04 01 00 00 10" }, "01 00 00 00" },
+        { "bits 15 and 16", Bit, "HR100.15", hex("01 01"), { "01 10 00 63 00 02 04 81 00 00 01" },
+            "01 00 00 00" },
     };
     for (const auto &row : rows) {
         DriverRig rig;
+        std::vector<std::string> expected = framesWithCrc(row.frames);
+        if (row.registersRead) {
+            const QByteArray registers = hex(row.registersRead);
+            rig.link.line(withCrc(hex("01 03") + char(registers.size()) + registers));
+            expected.insert(expected.begin(),
+                toHex(withCrc(("01 03 00 63 00 0" + std::to_string(registers.size() / 2)).c_str())));
+        }
         for (const std::string &f : row.frames)
             echo(rig.link, f);
         EXPECT_TRUE(rig.write(row.type, row.address, row.data)) << row.what << ": " << rig.error();
-        EXPECT_EQ(rig.link.sent(), framesWithCrc(row.frames)) << row.what;
+        EXPECT_EQ(rig.link.sent(), expected) << row.what;
     }
 }
 
@@ -111,66 +128,17 @@ TEST(Writes, LimitsDataSizesAndTheStation)
     }
 }
 
-TEST(Writes, OneRequestPerElementStopsAtTheFirstFailure)
+TEST(Writes, DelaysFailuresAndEmptyDataThatStillWritesBackTheCoveredRegisters)
 {
-    DriverRig rig;
-    rig.link.reply("01 06 00 09 00 01");
-    rig.link.reply("01 86 04");
-    EXPECT_FALSE(rig.write(Word, "FN6HR10", hex("01 00 02 00 03 00")));
-    EXPECT_EQ(rig.link.sent().size(), 2u);
-    EXPECT_EQ(rig.error(), "exception code:0x04 (write 1 word to 1-FN6HR10)");
-
-    DriverRig coils;
-    coils.link.reply("01 05 00 00 FF 00");
-    EXPECT_FALSE(coils.write(Bit, "FN5DO1", hex("01 01 01")));
-    EXPECT_EQ(coils.link.sent().size(), 2u);
-    EXPECT_EQ(coils.error(), "PLC no response (write 1 bit to 1-FN5DO1)");
-}
-
-TEST(RegisterBits, ReadModifyWrite)
-{
-    // Register 99 (HR100) holds 0x0100 in these rows.
+    // A register-bit write: the link's delay comes before the write-back and
+    // between two function-6 requests, not after the last. No bits to change:
+    // the registers from start up to the bit index are read and written back
+    // all the same; with bit index 0 none are covered, and the read of none
+    // ends with false. One request per element stops at the first failure.
     const struct Row
     {
         const char *what;
-        const char *address;
-        QByteArray data;
-        const char *registersRead; // the reply's data, without header and CRC
-        std::vector<std::string> writes; // without CRC
-    } rows[] = {
-        { "set bit 3", "HR100.3", hex("01"), "01 00", { "01 10 00 63 00 01 02 01 08" } },
-        { "set bit 3 with FN6", "FN6HR100.3", hex("01"), "01 00", { "01 06 00 63 01 08" } },
-        { "clear bit 8", "HR100.8", hex("00"), "01 00", { "01 10 00 63 00 01 02 00 00" } },
-        { "0x80 sets like 1", "hr100.0", hex("80"), "01 00", { "01 10 00 63 00 01 02 01 01" } },
-        { "bit 20 is bit 4 of the next register", "HR100.20", hex("01"), "01 00 00 00",
-            { "01 10 00 63 00 02 04 01 00 00 10" } },
-        { "bits 15 and 16", "HR100.15", hex("01 01"), "01 00 00 00", { "01 10 00 63 00 02 04 81 00 00 01" } },
-        { "FN6 writes every register back", "FN6HR100.15", hex("01 00"), "01 00 FF FF",
-            { "01 06 00 63 81 00", "01 06 00 64 FF FE" } },
-    };
-    for (const auto &row : rows) {
-        DriverRig rig;
-        const QByteArray registers = hex(row.registersRead);
-        rig.link.line(withCrc(hex("01 03") + char(registers.size()) + registers));
-        for (const std::string &w : row.writes)
-            echo(rig.link, w);
-        EXPECT_TRUE(rig.write(Bit, row.address, row.data)) << row.what << ": " << rig.error();
-        std::vector<std::string> expected = framesWithCrc(row.writes);
-        expected.insert(expected.begin(),
-            toHex(withCrc(("01 03 00 63 00 0" + std::to_string(registers.size() / 2)).c_str())));
-        EXPECT_EQ(rig.link.sent(), expected) << row.what;
-    }
-}
-
-TEST(RegisterBits, DelaysAndEmptyDataThatStillWritesBackTheCoveredRegisters)
-{
-    // The link's delay comes before the write-back and between two function-6
-    // requests, not after the last. No bits to change: the registers from
-    // start up to the bit index are read and written back all the same; with
-    // bit index 0 none are covered, and the read of none ends with false.
-    const struct Row
-    {
-        const char *what;
+        int type;
         const char *address;
         QByteArray data;
         int station;
@@ -179,21 +147,27 @@ TEST(RegisterBits, DelaysAndEmptyDataThatStillWritesBackTheCoveredRegisters)
         bool result;
         const char *error; // nullptr: none
     } rows[] = {
-        { "HR100 read and written back unchanged", "HR100.3", QByteArray(), 1,
+        { "HR100 read and written back unchanged", Bit, "HR100.3", QByteArray(), 1,
             { "01 03 02 01 00", "01 10 00 63 00 01" },
             { "delay", "01 03 00 63 00 01", "delay", "01 10 00 63 00 01 02 01 00" }, true, nullptr },
-        { "FN6 pauses between the two registers", "FN6HR100.17", hex("01"), 1,
+        { "FN6 pauses between the two registers", Bit, "FN6HR100.17", hex("01"), 1,
             { "01 03 04 01 00 AB CD", "01 06 00 63 01 00", "01 06 00 64 AB CF" },
             { "delay", "01 03 00 63 00 02", "delay", "01 06 00 63 01 00", "delay", "01 06 00 64 AB CF" },
             true, nullptr },
-        { "the read checks the station", "HR100.3", QByteArray(), 300, {}, { "delay" }, false,
+        { "the read checks the station", Bit, "HR100.3", QByteArray(), 300, {}, { "delay" }, false,
             "invalid slave id:300 (write 1 bit to 44-HR100.3)" },
-        { "bit 0: a read of no register, nothing written", "HR100", QByteArray(), 1, { "01 03 00" },
+        { "bit 0: a read of no register, nothing written", Bit, "HR100", QByteArray(), 1, { "01 03 00" },
             { "delay", "01 03 00 63 00 00" }, false, nullptr },
-        { "a failed read writes nothing", "FN6HR100.3", hex("01"), 1, { "01 83 02" },
+        { "a failed read writes nothing", Bit, "FN6HR100.3", hex("01"), 1, { "01 83 02" },
             { "delay", "01 03 00 63 00 01" }, false, "exception code:0x02 (write 1 bit to 1-FN6HR100.3)" },
-        { "a run too wide for one read", "HR1", repeated("01", 2001), 1, {}, { "delay" }, false,
+        { "a run too wide for one read", Bit, "HR1", repeated("01", 2001), 1, {}, { "delay" }, false,
             "can't read any word from HR1 (write 1 bit to 1-HR1)" },
+        { "function 6 stops at the first failure", Word, "FN6HR10", hex("01 00 02 00 03 00"), 1,
+            { "01 06 00 09 00 01", "01 86 04" }, { "delay", "01 06 00 09 00 01", "01 06 00 0A 00 02" }, false,
+            "exception code:0x04 (write 1 word to 1-FN6HR10)" },
+        { "function 5 stops at the first failure", Bit, "FN5DO1", hex("01 01 01"), 1, { "01 05 00 00 FF 00" },
+            { "delay", "01 05 00 00 FF 00", "01 05 00 01 FF 00" }, false,
+            "PLC no response (write 1 bit to 1-FN5DO1)" },
     };
     for (const auto &row : rows) {
         DriverRig rig;
@@ -201,7 +175,7 @@ TEST(RegisterBits, DelaysAndEmptyDataThatStillWritesBackTheCoveredRegisters)
         rig.link.station = row.station;
         for (const std::string &reply : row.replies)
             rig.link.reply(reply.c_str());
-        EXPECT_EQ(rig.write(Bit, row.address, row.data), row.result) << row.what << ": " << rig.error();
+        EXPECT_EQ(rig.write(row.type, row.address, row.data), row.result) << row.what << ": " << rig.error();
         std::vector<std::string> expected;
         for (const std::string &step : row.sequence)
             expected.push_back(step == "delay" ? "delayMs" : "send " + toHex(withCrc(step.c_str())));
