@@ -10,10 +10,13 @@
 //     checked for it), and every raw value a typed value converts to is one
 //     that its register takes;
 //   - an integer register's engineering value, typed back, gives the same
-//     raw value: what is shown is exactly what the register holds.
+//     raw value: what is shown is exactly what the register holds;
+//   - the same bytes imported (as a ModbusScope project when they start
+//     with '<', else as an address list) give a map that reads back the same.
 
 #include "formattedio.h"
 #include "mapcompare.h"
+#include "mapimport.h"
 #include "parammap.h"
 
 #include <cstdint>
@@ -31,8 +34,8 @@ namespace {
 
 const char *const raws[] = { "0", "1", "-1", "7", "65535", "4294967295", "-2147483648", "1.5", "1e-07",
     "3.4028235e+38", "nan", "-inf", "0x00FF", "x", "" };
-const char *const typedValues[] = { "0", "1", "-1", "0.01", "1.005", "100000", "1e400", "-0.5", "on", "off",
-    "abc", "" };
+const char *const typedValues[]
+    = { "0", "1", "-1", "0.01", "1.005", "100000", "1e400", "-0.5", "on", "off", "abc", "" };
 
 bool isFloat(const Tag &tag)
 {
@@ -69,7 +72,8 @@ void checkTyped(const Parameter &p, const std::string &typed)
     if (!engineeringValue(p, raw, shown, error))
         fail(p.name + ": raw " + raw + " from " + typed + " does not show: " + error);
     if (!rawFromEngineering(p, shown, again, error) || again != raw)
-        fail(p.name + ": " + typed + " gave raw " + raw + ", shown " + shown + ", typed back " + again + error);
+        fail(p.name + ": " + typed + " gave raw " + raw + ", shown " + shown + ", typed back " + again
+            + error);
 }
 
 void checkParameter(const Parameter &p)
@@ -88,26 +92,47 @@ void checkParameter(const Parameter &p)
         checkTyped(p, v.text);
 }
 
+// A map that must read back the same from its file.
+void checkRoundTrip(const ParameterMap &map, const char *what)
+{
+    ParameterMap again;
+    std::string error;
+    const std::string written = parameterMapCsv(map);
+    if (!parseParameterMap(written, again, error))
+        fail(std::string(what) + " written does not read back: " + error + "\n" + written);
+    const std::string difference = mapDifference(map, again);
+    if (!difference.empty())
+        fail(std::string(what) + " written reads back otherwise: " + difference + "\n" + written);
+    if (parameterMapCsv(again) != written)
+        fail(std::string(what) + " written twice differs");
+}
+
+void checkImport(const std::string &text)
+{
+    ParameterMap map;
+    std::vector<std::string> warnings;
+    std::string error;
+    const bool xml = !text.empty() && text[0] == '<';
+    if (xml ? importModbusScope(text, map, warnings, error) : importAddressList(text, map, warnings, error))
+        checkRoundTrip(map, "an imported map");
+    else if (error.empty())
+        fail("an import refused without a sentence");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text(reinterpret_cast<const char *>(data), size);
-    ParameterMap map, again;
+    ParameterMap map;
     std::string error;
+    checkImport(text);
     if (!parseParameterMap(text, map, error)) {
         if (error.empty())
             fail("a map refused without a sentence");
         return 0;
     }
-    const std::string written = parameterMapCsv(map);
-    if (!parseParameterMap(written, again, error))
-        fail("the map written does not read back: " + error + "\n" + written);
-    const std::string difference = mapDifference(map, again);
-    if (!difference.empty())
-        fail("the map written reads back otherwise: " + difference + "\n" + written);
-    if (parameterMapCsv(again) != written)
-        fail("the map written twice differs");
+    checkRoundTrip(map, "the map");
     for (size_t i = 0; i < map.parameters.size() && i < 64; ++i)
         checkParameter(map.parameters[i]);
     return 0;

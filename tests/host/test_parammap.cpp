@@ -159,6 +159,7 @@ TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
         { "mode", "5", "!mode takes off, on, auto: 5 is not one of them" },
         { "flow", "2", "2" },
         { "flow", "1.75", "1.5" },
+        { "flow", "1e39", "!flow: 1e39 is beyond what float32:CDAB holds" },
         { "total", "4294967.295", "4294967295" },
         { "total", "4294967.296",
             "!total takes 0.000 to 4294967.295 (what HR408 holds): 4294967.296 is outside" },
