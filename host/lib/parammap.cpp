@@ -427,14 +427,18 @@ bool readScaling(const Row &row, Parameter &p, std::string &error)
         Decimal &d = c == ScaleColumn ? scale : offset;
         if (text.empty())
             continue;
-        if (!isNumeric(p.tag))
-            return rowFault(row, c,
-                std::string("a ") + columnNames[c] + " applies to numbers, not to " + p.tag.format->text(),
-                error);
         if (!Decimal::parse(text, d, false, 9))
             return rowFault(
                 row, c, quoted(text) + " is not a decimal number of at most 9 digits (such as 0.01)", error);
-        (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
+        // A spreadsheet may fill in 1 and 0 for every row.
+        const bool identity = compare(d, Decimal { c == ScaleColumn ? 1 : 0, 0 }) == 0;
+        if (!isNumeric(p.tag) && !identity)
+            return rowFault(row, c,
+                std::string(c == ScaleColumn ? "a scale" : "an offset") + " applies to numbers, not to "
+                    + p.tag.format->text(),
+                error);
+        if (isNumeric(p.tag))
+            (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
     }
     if (!row.cell[ScaleColumn].empty() && scale.sign() == 0)
         return rowFault(row, ScaleColumn, "a scale of 0 would show every value as the offset", error);

@@ -43,7 +43,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,int17\n", "line 2, column 3 (format): unknown format" },
         { "speed,DO1,int16\n", "line 2, column 3 (format): formats apply to registers" },
         { "speed,HR1,string:200\n", "line 2, column 3 (format): a string takes string:N" },
-        { "speed,HR1,hex,0.1\n", "line 2, column 4 (scale): a scale applies to numbers" },
+        { "speed,HR1,hex,1,0.1\n", "line 2, column 5 (offset): an offset applies to numbers" },
         { "speed,HR1,,1e-2\n", "line 2, column 4 (scale): \"1e-2\" is not a decimal number" },
         { "speed,HR1,,0\n", "line 2, column 4 (scale): a scale of 0" },
         { "speed,HR1,,,,,x\n", "line 2, column 7 (min): \"x\" is not a number" },
