@@ -120,7 +120,8 @@ std::string withUnit(const Parameter &param, const std::string &value);
 // read-only parameter), min and max ("speed-command takes -3000 to 3000
 // rpm: 4000 is outside"), and the step of the scale ("current-limit takes
 // steps of 0.01 A: 1.005 is between two"). False with one sentence.
-bool rawFromEngineering(const Parameter &param, const std::string &typed, std::string &raw, std::string &error);
+bool rawFromEngineering(
+    const Parameter &param, const std::string &typed, std::string &raw, std::string &error);
 
 // What a front end does with the text of a tag, a command's address or a
 // batch line's address when a map is loaded: a parameter's name (case-
