@@ -187,7 +187,7 @@ bool floatRaw(
     Decimal difference;
     std::vector<uint16_t> registers;
     bool finite = true;
-    raw = typed;
+    raw = v.text(); // the digits typed, also of 0x10 or 1e3
     if (!(s.scale.mantissa == 1 && s.scale.exponent == 0 && s.offset.mantissa == 0)) {
         const double x = subtract(v, s.offset, difference)
             ? std::strtod(difference.text().c_str(), nullptr)
@@ -267,7 +267,10 @@ bool checkTyped(const Parameter &p, const std::string &typed, std::string &raw, 
     if (namedValue(p, typed, raw))
         return true;
     Decimal v;
-    if (!Decimal::parse(trimmed(typed), v, true)) {
+    long long whole = 0;
+    if (parseInteger(trimmed(typed), whole)) // also 0x hexadecimal
+        v = Decimal { whole, 0 };
+    else if (!Decimal::parse(trimmed(typed), v, true)) {
         error = p.name + " takes " + (p.valueTexts.empty() ? "a number" : listTexts(p)) + ", not "
             + quoted(typed);
         return false;

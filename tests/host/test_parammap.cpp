@@ -149,6 +149,7 @@ TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
         { "current", "3.01", "!current takes 0 to 3 A: 3.01 is outside" },
         { "speed", "-3000", "-3000" },
         { "speed", "1e3", "1000" },
+        { "speed", "-0x10", "-16" },
         { "speed", "+5", "!speed takes a number, not \"+5\"" },
         { "temp", "20", "!temp is read-only" },
         { "inverse", "-1.5", "3" },
