@@ -380,7 +380,8 @@ TEST(RegisterMaps, TheOlderFormConvertsToAParameterMapThatServesTheSame)
         return a.station == b.station && a.area == b.area && a.address == b.address && a.value == b.value;
     };
     auto sameBinding = [](const MotionEntry &a, const MotionEntry &b) {
-        return a.station == b.station && a.quantity == b.quantity && a.area == b.area && a.address == b.address;
+        return a.station == b.station && a.quantity == b.quantity && a.area == b.area
+            && a.address == b.address;
     };
     for (const char *text : rows) {
         SCOPED_TRACE(text);
