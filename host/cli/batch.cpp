@@ -1,7 +1,6 @@
 #include "session.h"
 
 #include "batchlines.h"
-#include "faultrule.h"
 #include "output.h"
 #include "textfile.h"
 
@@ -26,11 +25,11 @@ bool Session::prepareLine(const std::string &text, Line &line, std::string &erro
     CliOptions options;
     if (!parseCliArguments(words, options, true, error))
         return false;
-    options.json = options.json || session.json;
-    options.zeroBased = options.zeroBased || session.zeroBased;
+    options.command.json = options.command.json || lineDefaults.json;
+    options.command.zeroBased = options.command.zeroBased || lineDefaults.zeroBased;
     if (!prepareCommand(options, true, line.command, error))
         return false;
-    if (line.command.kind == CommandKind::Fault && session.port) {
+    if (std::holds_alternative<FaultCommand>(line.command.kind) && session.port) {
         error = "fault needs the simulated drive (no --port)";
         return false;
     }
@@ -39,8 +38,6 @@ bool Session::prepareLine(const std::string &text, Line &line, std::string &erro
 
 void Session::echoLine(const std::string &text) const
 {
-    Command shown;
-    shown.options.json = session.json;
     std::string line = text;
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
@@ -49,40 +46,42 @@ void Session::echoLine(const std::string &text) const
     const size_t first = line.find_first_not_of(" \t");
     if (first == std::string::npos)
         return;
-    Output::forCommand(shown).batchLine(line[first] == '#' ? line : "teco> " + line.substr(first));
+    Output::choose(lineDefaults.json).batchLine(line[first] == '#' ? line : "teco> " + line.substr(first));
 }
 
 int Session::runLine(const Line &line)
 {
     if (line.blank)
         return ExitOk;
-    const Command &command = line.command;
-    std::string error;
-    int rc = ExitOk;
-    if (command.kind == CommandKind::Trace) {
-        if (command.argument == "on" && !session.trace && !link().setTrace("-", error))
-            return usage(error);
-        link().setTraceEnabled(command.argument == "on");
-    } else if (command.kind == CommandKind::Fault) {
-        FaultRule rule;
-        FaultRule::parse(command.argument, rule, error); // checked when the line was prepared
-        drive.sim().addFault(rule);
-    } else {
-        rc = run(command);
-    }
+    const int rc = run(line.command);
     std::fflush(stdout);
     return rc;
 }
 
-int Session::batch(const Command &c)
+int Session::run(const Command &, const TraceCommand &t)
+{
+    std::string error;
+    if (t.on && !session.trace && !link().setTrace("-", error))
+        return usage(error);
+    link().setTraceEnabled(t.on);
+    return ExitOk;
+}
+
+int Session::run(const Command &, const FaultCommand &f)
+{
+    drive.sim().addFault(f.rule);
+    return ExitOk;
+}
+
+int Session::run(const Command &, const BatchCommand &b)
 {
     BatchLines in;
     std::string error;
-    const bool fromFile = c.argument != "-";
-    if (c.argument.empty())
+    const bool fromFile = b.file != "-";
+    if (b.file.empty())
         return usage("batch needs a file name, not an empty word (- or none for standard input)");
-    if (fromFile && !in.readFile(c.argument, error))
-        return usage("cannot read the batch " + c.argument + ": " + error);
+    if (fromFile && !in.readFile(b.file, error))
+        return usage("cannot read the batch " + b.file + ": " + error);
     struct stat input;
     if (!fromFile && fstat(STDIN_FILENO, &input) == 0 && S_ISDIR(input.st_mode))
         return usage("cannot read the batch from standard input: it is a directory");

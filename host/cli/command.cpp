@@ -72,24 +72,24 @@ bool require(bool good, const char *text, std::string &error)
     return good;
 }
 
-bool prepareInfo(const Given &g, Command &, std::string &error)
+bool prepareInfo(const Given &g, InfoCommand &, std::string &error)
 {
     return require(g.args.empty(), "info takes no arguments", error);
 }
 
-bool prepareRead(const Given &g, Command &c, std::string &error)
+bool prepareRead(const Given &g, ReadCommand &c, std::string &error)
 {
     return require(g.args.size() == 1,
                "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
-        && makeTag(g.args[0], g.o.type, g.o.format, g.o.count, g.o.zeroBased, c.target, error)
+        && makeTag(g.args[0], g.o.type, g.o.format, g.o.count, g.o.command.zeroBased, c.target, error)
         && tagFitsDriver(c.target, false, error);
 }
 
-bool prepareWrite(const Given &g, Command &c, std::string &error)
+bool prepareWrite(const Given &g, WriteCommand &c, std::string &error)
 {
     if (!require(g.args.size() >= 2,
             "usage: write ADDRESS VALUE... [--type bit|byte|word|dword | --format F]", error)
-        || !makeTag(g.args[0], g.o.type, g.o.format, std::nullopt, g.o.zeroBased, c.target, error))
+        || !makeTag(g.args[0], g.o.type, g.o.format, std::nullopt, g.o.command.zeroBased, c.target, error))
         return false;
     const bool string = c.target.format && c.target.format->number == NumberFormat::String;
     if (g.o.count && !string) {
@@ -100,7 +100,7 @@ bool prepareWrite(const Given &g, Command &c, std::string &error)
         c.target, std::vector<std::string>(g.args.begin() + 1, g.args.end()), g.o.count, c.write, error);
 }
 
-bool preparePoll(const Given &g, Command &c, std::string &error)
+bool preparePoll(const Given &g, PollCommand &c, std::string &error)
 {
     if (!require(!g.args.empty(),
             "usage: poll TAG[@STATION]... [--interval MS] [--cycles N] [--duration S] [--format F] "
@@ -114,7 +114,7 @@ bool preparePoll(const Given &g, Command &c, std::string &error)
             && !require(parseWholeNumber(a.substr(at + 1), 0, 255, t.station),
                 "a tag's station follows \"@\" as a number from 0 to 255, such as HR100@2", error))
             return false;
-        if (!parseTag(a.substr(0, at), t, error, g.o.zeroBased, g.o.format))
+        if (!parseTag(a.substr(0, at), t, error, g.o.command.zeroBased, g.o.format))
             return false;
         t.text = a;
         c.tags.push_back(t);
@@ -122,6 +122,8 @@ bool preparePoll(const Given &g, Command &c, std::string &error)
     c.intervalMs = g.o.interval ? *g.o.interval : 1000;
     c.cycles = g.o.cycles ? *g.o.cycles : 0;
     c.durationS = g.o.duration ? *g.o.duration : 0;
+    c.log = g.o.log;
+    c.every = g.o.every;
     return true;
 }
 
@@ -146,7 +148,7 @@ bool settingsList(const std::optional<std::string> &text, const char *option, co
     return true;
 }
 
-bool lineSettingsToTry(const CliOptions &o, Command &c, std::string &error)
+bool lineSettingsToTry(const CliOptions &o, ScanCommand &c, std::string &error)
 {
     const std::function<bool(const std::string &, int &)> baud = [](const std::string &t, int &rate) {
         return parseWholeNumber(t, 1, 921600, rate) && LinkSettings::supportedBaudRate(rate);
@@ -168,7 +170,7 @@ bool lineSettingsToTry(const CliOptions &o, Command &c, std::string &error)
         && settingsList(o.stopBits, "--stop-bits", "stop bits such as 1,2", stop, c.stopBits, error);
 }
 
-bool prepareScan(const Given &g, Command &c, std::string &error)
+bool prepareScan(const Given &g, ScanCommand &c, std::string &error)
 {
     if (!lineSettingsToTry(g.o, c, error))
         return false;
@@ -179,85 +181,98 @@ bool prepareScan(const Given &g, Command &c, std::string &error)
         return false;
     c.from = g.o.from ? *g.o.from : 1;
     c.to = g.o.to ? *g.o.to : 247;
-    return checkScanRange(c.from, c.to, g.o.address ? *g.o.address : (g.o.zeroBased ? "HR0" : "HR1"),
-        g.o.zeroBased, c.probe, error);
+    const bool zeroBased = g.o.command.zeroBased;
+    return checkScanRange(
+        c.from, c.to, g.o.address ? *g.o.address : (zeroBased ? "HR0" : "HR1"), zeroBased, c.probe, error);
 }
 
-bool prepareBatch(const Given &g, Command &c, std::string &error)
+bool prepareBatch(const Given &g, BatchCommand &c, std::string &error)
 {
     if (!require(!g.batchLine, "a batch cannot start another batch", error)
         || !require(g.args.size() <= 1,
             "usage: batch [FILE] (commands one per line; standard input without FILE)", error))
         return false;
-    c.argument = g.args.empty() ? "-" : g.args[0];
+    c.file = g.args.empty() ? "-" : g.args[0];
     return true;
 }
 
-bool prepareDecode(const Given &g, Command &c, std::string &error)
+bool prepareDecode(const Given &g, DecodeCommand &c, std::string &error)
 {
     if (!require(!g.args.empty(), "usage: decode HEX... (such as decode \"01 03 00 63 00 01 74 14\")", error))
         return false;
     std::string text;
     for (const std::string &a : g.args)
         text += a + " ";
-    return parseHexBytes(text, c.argument, error);
+    return parseHexBytes(text, c.bytes, error);
 }
 
-bool prepareShell(const Given &g, Command &, std::string &error)
+bool prepareShell(const Given &g, ShellCommand &, std::string &error)
 {
     return require(!g.batchLine, "a batch cannot start a shell", error)
         && require(g.args.empty(), "usage: shell (commands typed one per line, on one link)", error);
 }
 
-bool prepareTrace(const Given &g, Command &c, std::string &error)
+bool prepareTrace(const Given &g, TraceCommand &c, std::string &error)
 {
     if (!require(
             g.args.size() == 1 && (g.args[0] == "on" || g.args[0] == "off"), "usage: trace on|off", error))
         return false;
-    c.argument = g.args[0];
+    c.on = g.args[0] == "on";
     return true;
 }
 
-bool prepareFault(const Given &g, Command &c, std::string &error)
+bool prepareFault(const Given &g, FaultCommand &c, std::string &error)
 {
-    FaultRule rule;
-    if (!require(g.args.size() == 1, "usage: fault KIND[:KEY=VALUE,...]", error)
-        || !FaultRule::parse(g.args[0], rule, error))
-        return false;
-    c.argument = g.args[0];
-    return true;
+    return require(g.args.size() == 1, "usage: fault KIND[:KEY=VALUE,...]", error)
+        && FaultRule::parse(g.args[0], c.rule, error);
 }
 
 // Where a command may stand: on the command line, on a line of a batch or
 // the shell, or both.
 enum Place : unsigned { CommandLine = 1, Line = 2 };
 
+using Prepare = bool (*)(const Given &, Command &, std::string &error);
+
+// Prepares a command of kind K with prepare.
+template <typename K, bool (*prepare)(const Given &, K &, std::string &)>
+bool prepareAs(const Given &g, Command &c, std::string &error)
+{
+    K k;
+    if (!prepare(g, k, error))
+        return false;
+    c.kind = std::move(k);
+    return true;
+}
+
 struct CommandRow
 {
     const char *name;
-    CommandKind kind;
     unsigned places; // Place
     unsigned accepts; // OptionGroup
-    bool (*prepare)(const Given &, Command &, std::string &error);
+    Prepare prepare;
     // For shell completion: "address" (the first argument is one),
     // "addresses" (every argument), "file" (the first), or "" or nullptr
     // (nothing to offer).
     const char *arguments;
 };
 
+template <typename K, bool (*prepare)(const Given &, K &, std::string &)>
+constexpr CommandRow row(unsigned places, unsigned accepts, const char *arguments)
+{
+    return { K::name, places, accepts, prepareAs<K, prepare>, arguments };
+}
+
 const CommandRow commands[] = {
-    { "info", CommandKind::Info, CommandLine | Line, 0, prepareInfo, "" },
-    { "read", CommandKind::Read, CommandLine | Line, TypeOption | CountOption | FormatOption, prepareRead,
-        "address" },
-    { "write", CommandKind::Write, CommandLine | Line, TypeOption | CountOption | FormatOption, prepareWrite,
-        "address" },
-    { "poll", CommandKind::Poll, CommandLine | Line, PollOptions | FormatOption, preparePoll, "addresses" },
-    { "scan", CommandKind::Scan, CommandLine | Line, ScanOptions, prepareScan, "" },
-    { "batch", CommandKind::Batch, CommandLine, 0, prepareBatch, "file" },
-    { "shell", CommandKind::Shell, CommandLine, 0, prepareShell, "" },
-    { "decode", CommandKind::Decode, CommandLine | Line, 0, prepareDecode, "" },
-    { "trace", CommandKind::Trace, Line, 0, prepareTrace, "" },
-    { "fault", CommandKind::Fault, Line, 0, prepareFault, "" },
+    row<InfoCommand, prepareInfo>(CommandLine | Line, 0, ""),
+    row<ReadCommand, prepareRead>(CommandLine | Line, TypeOption | CountOption | FormatOption, "address"),
+    row<WriteCommand, prepareWrite>(CommandLine | Line, TypeOption | CountOption | FormatOption, "address"),
+    row<PollCommand, preparePoll>(CommandLine | Line, PollOptions | FormatOption, "addresses"),
+    row<ScanCommand, prepareScan>(CommandLine | Line, ScanOptions, ""),
+    row<BatchCommand, prepareBatch>(CommandLine, 0, "file"),
+    row<ShellCommand, prepareShell>(CommandLine, 0, ""),
+    row<DecodeCommand, prepareDecode>(CommandLine | Line, 0, ""),
+    row<TraceCommand, prepareTrace>(Line, 0, ""),
+    row<FaultCommand, prepareFault>(Line, 0, ""),
 };
 
 } // namespace
@@ -265,28 +280,27 @@ const CommandRow commands[] = {
 bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string &error)
 {
     c = Command();
-    c.options = o;
+    c.options = o.command;
     if (o.arguments.empty()) {
         error = "no command given";
         return false;
     }
-    c.name = o.arguments[0];
+    const std::string &name = o.arguments[0];
     for (const CommandRow &row : commands) {
-        if (c.name != row.name || (!(row.places & CommandLine) && !batchLine))
+        if (name != row.name || (!(row.places & CommandLine) && !batchLine))
             continue;
         if (const char *refused = refusedOption(o, row.accepts)) {
-            error = std::string("option ") + refused + " does not apply to " + c.name;
+            error = std::string("option ") + refused + " does not apply to " + name;
             return false;
         }
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
-        c.kind = row.kind;
         return row.prepare(Given { args, o, batchLine }, c, error);
     }
     std::vector<std::string> known;
     for (const CommandRow &row : commands)
         if (row.places & (batchLine ? Line : CommandLine))
             known.push_back(row.name);
-    error = "unknown command \"" + c.name + "\" (";
+    error = "unknown command \"" + name + "\" (";
     for (size_t i = 0; i < known.size(); ++i)
         error += known[i] + (i + 2 < known.size() ? ", " : i + 2 == known.size() ? " or " : ")");
     return false;

@@ -4,37 +4,99 @@
 // One command of teco-cli, checked completely before anything is opened or
 // sent: a bad address, type, count or value is refused here.
 
+#include "faultrule.h"
 #include "options.h"
 #include "tag.h"
 
+#include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
-enum class CommandKind { Info, Read, Write, Poll, Scan, Batch, Shell, Decode, Trace, Fault };
-
-struct Command
+// Each kind of command with what it alone takes; name is the word that gives it.
+struct InfoCommand
 {
-    std::string name; // info, read, write, poll, scan, batch, shell; in batches also trace, fault
-    CommandKind kind = CommandKind::Info; // what name says
-    CliOptions options;
+    static constexpr const char *name = "info";
+};
 
-    Tag target; // read, write
-    TagWrite write; // write
+struct ReadCommand
+{
+    static constexpr const char *name = "read";
+    Tag target;
+};
 
-    std::vector<Tag> tags; // poll: TAG[@STATION] each
+struct WriteCommand
+{
+    static constexpr const char *name = "write";
+    Tag target;
+    TagWrite write;
+};
+
+struct PollCommand
+{
+    static constexpr const char *name = "poll";
+    std::vector<Tag> tags; // TAG[@STATION] each
     int intervalMs = 1000;
-    int cycles = 0; // 0: until interrupted (or --duration)
+    int cycles = 0; // 0: until interrupted (or durationS)
     double durationS = 0; // 0: no limit
+    std::optional<std::string> log; // every sample to this file
+    bool every = false; // show every cycle, not only changes
+};
 
-    int from = 1, to = 247; // scan
+struct ScanCommand
+{
+    static constexpr const char *name = "scan";
+    int from = 1, to = 247;
     AddressText probe;
-    // scan: the line settings to try, every combination; empty: the link's own
+    // The line settings to try, every combination; empty: the link's own.
     std::vector<int> bauds;
     std::vector<char> parities; // 'N', 'E', 'O'
     std::vector<int> stopBits;
+};
 
-    std::string argument; // batch: the file; trace: on/off; fault: the rule; decode: the bytes
+struct BatchCommand
+{
+    static constexpr const char *name = "batch";
+    std::string file; // "-": standard input
+};
+
+struct ShellCommand
+{
+    static constexpr const char *name = "shell";
+};
+
+struct DecodeCommand
+{
+    static constexpr const char *name = "decode";
+    std::string bytes; // the frame
+};
+
+// Only on a line of a batch or the shell:
+struct TraceCommand
+{
+    static constexpr const char *name = "trace";
+    bool on = false;
+};
+
+struct FaultCommand
+{
+    static constexpr const char *name = "fault";
+    FaultRule rule; // for the simulated drive
+};
+
+struct Command
+{
+    std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, BatchCommand, ShellCommand,
+        DecodeCommand, TraceCommand, FaultCommand>
+        kind;
+    CommandOptions options; // what every command takes
+
+    // The word that gives the command, such as "read".
+    const char *name() const
+    {
+        return std::visit([](const auto &k) { return k.name; }, kind);
+    }
 };
 
 // Checks a parsed command line (or batch line); false with one sentence in

@@ -103,7 +103,9 @@ int main(int argc, char **argv)
     }
     if (options.version) {
         std::fputs(
-            versionText("teco-cli", options.plugin ? *options.plugin : defaultPluginPath()).c_str(), stdout);
+            versionText("teco-cli", options.session.plugin ? *options.session.plugin : defaultPluginPath())
+                .c_str(),
+            stdout);
         return ExitOk;
     }
     if (options.listCompletions) {
@@ -116,13 +118,13 @@ int main(int argc, char **argv)
     Command command;
     if (!prepareCommand(options, false, command, error))
         return usage(error);
-    for (const std::string &text : options.simFaults) {
+    for (const std::string &text : options.session.simFaults) {
         FaultRule rule;
         if (!FaultRule::parse(text, rule, error))
             return usage(error);
     }
 
-    Session session(options);
+    Session session(options.session, options.command);
     const int loaded = session.loadDriver();
     if (loaded != ExitOk)
         return loaded;

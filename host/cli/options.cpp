@@ -64,17 +64,17 @@ std::vector<OptionTable::Row> sessionOptionRows(CliOptions &o)
 {
     using T = OptionTable;
     return {
-        T::text("plugin", o.plugin, Session).completing("file"),
+        T::text("plugin", o.session.plugin, Session).completing("file"),
         T::checked(
             "port",
             [&o](const std::string &path, std::string &error) {
-                o.port = path;
+                o.session.port = path;
                 return checkDeviceOption("port", path, error);
             },
             Session)
             .completing("file"),
-        T::text("link", o.link, Session),
-        T::text("trace", o.trace, Session).completing("file"),
+        T::text("link", o.session.link, Session),
+        T::text("trace", o.session.trace, Session).completing("file"),
         T::checked(
             "trace-format",
             [&o](const std::string &text, std::string &error) {
@@ -83,22 +83,22 @@ std::vector<OptionTable::Row> sessionOptionRows(CliOptions &o)
                     error = "option --trace-format takes decoded or panel, not \"" + text + "\"";
                     return false;
                 }
-                o.traceFormat = text;
+                o.session.traceFormat = text;
                 return true;
             },
             Session)
             .completing("words decoded panel"),
-        T::flag("no-silence", o.noSilence, Session),
-        T::flag("rs485", o.rs485, Session),
-        T::flag("local-echo", o.localEcho, Session),
+        T::flag("no-silence", o.session.noSilence, Session),
+        T::flag("rs485", o.session.rs485, Session),
+        T::flag("local-echo", o.session.localEcho, Session),
         T::text(
-            "sim-fault", [&o](const std::string &rule) { o.simFaults.push_back(rule); }, Session),
-        T::text("sim-map", o.simMap, Session).completing("file"),
-        T::text("sim-stations", o.simStations, Session),
+            "sim-fault", [&o](const std::string &rule) { o.session.simFaults.push_back(rule); }, Session),
+        T::text("sim-map", o.session.simMap, Session).completing("file"),
+        T::text("sim-stations", o.session.simStations, Session),
         T::flag("help", o.help, Session),
         T::flag("version", o.version, Session),
         T::flag("list-completions", o.listCompletions, Session),
-        T::flag("quiet", o.quiet, Session),
+        T::flag("quiet", o.session.quiet, Session),
     };
 }
 
@@ -107,13 +107,13 @@ std::vector<OptionTable::Row> commandOptionRows(CliOptions &o)
 {
     using T = OptionTable;
     return {
-        T::integer("station", 0, 255, o.station, Command),
-        T::integer("timeout", 1, 600000, o.timeout, Command),
-        T::integer("retry", 0, 100, o.retry, Command),
-        T::integer("delay", 0, 600000, o.delay, Command),
-        T::integer("late-guard", 0, 600000, o.lateGuard, Command),
-        T::flag("json", o.json, Command),
-        T::flag("zero-based", o.zeroBased, Command),
+        T::integer("station", 0, 255, o.command.station, Command),
+        T::integer("timeout", 1, 600000, o.command.timeout, Command),
+        T::integer("retry", 0, 100, o.command.retry, Command),
+        T::integer("delay", 0, 600000, o.command.delay, Command),
+        T::integer("late-guard", 0, 600000, o.command.lateGuard, Command),
+        T::flag("json", o.command.json, Command),
+        T::flag("zero-based", o.command.zeroBased, Command),
         T::text("type", o.type, Command).completing(typeWords()),
         T::text("format", o.format, Command).completing(formatWords()),
         T::text("log", o.log, Command).completing("file"),

@@ -11,9 +11,10 @@
 
 enum ExitStatus { ExitOk = 0, ExitFailed = 1, ExitUsage = 2 };
 
-struct CliOptions
+// The options for the whole session: the plug-in, the link and the
+// simulated drive at its other end; only on the command line.
+struct SessionOptions
 {
-    // For the whole session.
     std::optional<std::string> plugin;
     std::optional<std::string> port;
     std::optional<std::string> link;
@@ -25,17 +26,30 @@ struct CliOptions
     std::vector<std::string> simFaults;
     std::optional<std::string> simMap;
     std::optional<std::string> simStations;
-    bool help = false;
-    bool version = false;
-    bool listCompletions = false; // for the shell's completion, not in the usage
     bool quiet = false; // no informational lines on standard error
+};
 
-    // For one command (and, given before a batch, for all of them).
+// The options every command takes (and, given before a batch or the shell,
+// each of its lines).
+struct CommandOptions
+{
+    // Over the session's link options.
     std::optional<int> station, timeout, retry, delay, lateGuard;
     bool json = false;
     bool zeroBased = false; // address numbers are wire numbers: HR0 is the first register
+};
 
-    // Options of particular commands.
+struct CliOptions
+{
+    SessionOptions session;
+    bool help = false;
+    bool version = false;
+    bool listCompletions = false; // for the shell's completion, not in the usage
+
+    CommandOptions command;
+
+    // Options of particular commands, which prepareCommand gives to the
+    // command that takes them.
     std::optional<std::string> type;
     std::optional<std::string> format; // formats.h
     std::optional<std::string> log; // poll: every sample to this file

@@ -135,7 +135,7 @@ public:
         std::fflush(stdout);
     }
 
-    void failed(const Command &, const std::string &, const LineReport &) override { }
+    void failed(const char *, const Tag &, const std::string &, const LineReport &) override { }
 
     void pollChange(double seconds, const Tag &tag, const std::string &shown) override
     {
@@ -302,12 +302,13 @@ public:
         print(o);
     }
 
-    void failed(const Command &c, const std::string &text, const LineReport &line) override
+    void failed(
+        const char *command, const Tag &target, const std::string &text, const LineReport &line) override
     {
         QJsonObject o;
-        o["command"] = QString::fromStdString(c.name);
-        if (!c.target.text.empty())
-            o["address"] = QString::fromStdString(c.target.address.text());
+        o["command"] = command;
+        if (!target.text.empty())
+            o["address"] = QString::fromStdString(target.address.text());
         o["ok"] = false;
         o["error"] = QString::fromLocal8Bit(text.c_str());
         o["link"] = healthObject(line.health);
@@ -466,11 +467,11 @@ private:
 
 } // namespace
 
-Output &Output::forCommand(const Command &c)
+Output &Output::choose(bool json)
 {
     static TableOutput table;
-    static JsonOutput json;
-    if (c.options.json)
-        return json;
+    static JsonOutput jsonOutput;
+    if (json)
+        return jsonOutput;
     return table;
 }

@@ -5,7 +5,7 @@
 // per command for scripts. The session decides what happened; an Output
 // only renders it, each on standard output.
 
-#include "command.h"
+#include "tag.h"
 #include "seriallink.h"
 #include "formattedio.h"
 #include "framedecoder.h"
@@ -89,9 +89,11 @@ public:
     virtual void formattedWriteDone(const Tag &target, int station, const std::vector<std::string> &texts,
         size_t registers, const LineReport &line)
         = 0;
-    // A command that failed with the driver's (or the host's) text; the text
-    // also goes to standard error, whatever the output.
-    virtual void failed(const Command &c, const std::string &text, const LineReport &line) = 0;
+    // A read or write of target that failed with the driver's (or the
+    // host's) text; the text also goes to standard error, whatever the output.
+    virtual void failed(
+        const char *command, const Tag &target, const std::string &text, const LineReport &line)
+        = 0;
     // A poll tag whose shown value changed.
     virtual void pollChange(double seconds, const Tag &tag, const std::string &shown) = 0;
     // Every sample of a poll with --every: JSON shows each as a line of its own.
@@ -105,8 +107,8 @@ public:
     // The readings of a frame given to decode.
     virtual void decoded(const std::string &bytes, const std::vector<DecodedFrame> &readings) = 0;
 
-    // The output for a command: JSON when it asks for it.
-    static Output &forCommand(const Command &c);
+    // The output for a command: JSON when it asks for it (--json).
+    static Output &choose(bool json);
 
 protected:
     // Said of a command that the driver served from its own register window.

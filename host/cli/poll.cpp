@@ -40,13 +40,14 @@ std::string stationList(const std::vector<int> &stations)
 class PollRun
 {
 public:
-    PollRun(const Command &command, DriverSession &session, SampleLog &log)
+    PollRun(const PollCommand &command, bool json, DriverSession &session, SampleLog &log)
         : c(command)
+        , json(json)
         , drive(session)
         , poller(session, true)
         , pollLog(log)
         , gone(session.deviceGoneText())
-        , out(Output::forCommand(command))
+        , out(Output::choose(json))
         , live(stderrIsTerminal())
         , last(command.tags.size())
         , lastValues(command.tags.size())
@@ -69,7 +70,8 @@ private:
     std::string statusLine() const;
     void waitForNextCycle();
 
-    const Command &c;
+    const PollCommand &c;
+    const bool json;
     DriverSession &drive;
     Poller poller;
     SampleLog &pollLog;
@@ -127,11 +129,11 @@ std::string PollRun::statusLine() const
 void PollRun::show(size_t i, const Sample &sample, const std::string &shown)
 {
     const Tag &t = c.tags[i];
-    if ((c.options.every || shown != last[i]) && !c.options.json) {
+    if ((c.every || shown != last[i]) && !json) {
         clearStatus();
         out.pollChange(double(sample.wallMs - startWallMs) / 1e3, t, shown);
         lastStatus = 0;
-    } else if (c.options.every) {
+    } else if (c.every) {
         out.pollSample(sample);
     }
     last[i] = shown;
@@ -246,12 +248,19 @@ int PollRun::run(const std::map<int, SerialLink::StationHealth> &healthAtStart)
 
 } // namespace
 
-int Session::poll(const Command &c)
+int Session::run(const Command &c, const PollCommand &p)
 {
+    // The log is created before the line opens: a refused path sends nothing.
+    std::string error;
+    if (p.log && !pollLog.open(*p.log, c.options.json, error))
+        return usage("cannot write the log to " + *p.log + ": " + error);
+    const int opened = openLineFor(c, true);
+    if (opened != ExitOk)
+        return opened;
     InterruptScope stop; // Ctrl-C ends the poll, with its summary
-    for (const Tag &t : c.tags)
+    for (const Tag &t : p.tags)
         noteWindow(t);
     const std::map<int, SerialLink::StationHealth> healthAtStart = drive.health();
-    PollRun run(c, drive, pollLog);
+    PollRun run(p, c.options.json, drive, pollLog);
     return run.run(healthAtStart);
 }

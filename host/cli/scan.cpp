@@ -12,7 +12,7 @@ namespace {
 
 // Every combination of the settings to try, on the link's own interface and
 // data bits; a list not given keeps the link's own value.
-std::vector<LinkSettings> settingsToTry(const Command &c, const LinkSettings &own)
+std::vector<LinkSettings> settingsToTry(const ScanCommand &c, const LinkSettings &own)
 {
     const std::vector<int> bauds = c.bauds.empty() ? std::vector<int> { own.baudRate } : c.bauds;
     const std::vector<char> parities = c.parities.empty() ? std::vector<char> { own.parity } : c.parities;
@@ -47,7 +47,7 @@ struct ScanRun
 {
     const DriverHost &host;
     SerialLink &link;
-    const Command &c;
+    const ScanCommand &c;
     Output &out;
     ValueType type;
     bool live;
@@ -99,7 +99,7 @@ void ScanRun::showProgress(const std::string &where) const
     std::fflush(stderr);
 }
 
-ScanSummary startSummary(const Command &c, ValueType type, size_t lines, bool switching)
+ScanSummary startSummary(const ScanCommand &c, ValueType type, size_t lines, bool switching)
 {
     ScanSummary summary;
     summary.from = c.from;
@@ -114,7 +114,7 @@ ScanSummary startSummary(const Command &c, ValueType type, size_t lines, bool sw
 }
 
 // The exit status of a finished scan, with its one sentence if it failed.
-int scanStatus(const Command &c, const ScanSummary &summary, const std::string &error)
+int scanStatus(const ScanCommand &c, const ScanSummary &summary, const std::string &error)
 {
     if (!error.empty()) {
         std::fprintf(stderr, "teco-cli: %s\n", error.c_str());
@@ -129,18 +129,21 @@ int scanStatus(const Command &c, const ScanSummary &summary, const std::string &
 
 } // namespace
 
-int Session::scan(const Command &c)
+int Session::run(const Command &c, const ScanCommand &s)
 {
+    const int opened = openLineFor(c, false);
+    if (opened != ExitOk)
+        return opened;
     InterruptScope stop; // Ctrl-C ends the scan; what it found is kept and shown
     LinkOptions &l = link().options();
     l.timeoutMs = c.options.timeout ? *c.options.timeout : scanTimeoutMs;
     l.retry = c.options.retry ? *c.options.retry : scanRetry;
-    const ValueType type = defaultType(c.probe);
+    const ValueType type = defaultType(s.probe);
     const LinkSettings own = link().settings();
-    const std::vector<LinkSettings> lines = settingsToTry(c, own);
-    const bool switching = !c.bauds.empty() || !c.parities.empty() || !c.stopBits.empty();
-    ScanRun run { host(), link(), c, Output::forCommand(c), type, stderrIsTerminal(), monotonicNs(),
-        startSummary(c, type, lines.size(), switching) };
+    const std::vector<LinkSettings> lines = settingsToTry(s, own);
+    const bool switching = !s.bauds.empty() || !s.parities.empty() || !s.stopBits.empty();
+    ScanRun run { host(), link(), s, Output::choose(c.options.json), type, stderrIsTerminal(), monotonicNs(),
+        startSummary(s, type, lines.size(), switching) };
     std::string error;
     for (size_t k = 0; k < lines.size() && !InterruptScope::interrupted() && error.empty(); ++k) {
         const std::string linkText = lines[k].text();
@@ -157,5 +160,5 @@ int Session::scan(const Command &c)
         error = restoreError;
     run.summary.interrupted = InterruptScope::interrupted();
     run.out.scanDone(run.summary);
-    return scanStatus(c, run.summary, error);
+    return scanStatus(s, run.summary, error);
 }

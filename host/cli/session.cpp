@@ -9,8 +9,9 @@
 #include <cerrno>
 #include <unistd.h>
 
-Session::Session(const CliOptions &sessionOptions)
+Session::Session(const SessionOptions &sessionOptions, const CommandOptions &lines)
     : session(sessionOptions)
+    , lineDefaults(lines)
 {
 }
 
@@ -28,9 +29,9 @@ void Session::note(const std::string &text)
         std::fprintf(stderr, "teco-cli: %s\n", text.c_str());
 }
 
-int Session::failure(const Command &c, const std::string &text)
+int Session::failure(const Command &c, const Tag &target, const std::string &text)
 {
-    Output::forCommand(c).failed(c, text, lineReport()); // a read or write that failed on the line
+    Output::choose(c.options.json).failed(c.name(), target, text, lineReport());
     // An exception code is shown with its Modbus name as well.
     const DriverError e = classifyDriverError(text);
     const char *name = e.kind == ErrorKind::Exception ? exceptionName(e.exceptionCode) : nullptr;
@@ -71,7 +72,7 @@ int Session::loadDriver()
     // The driver's own defaults, as a new panel project would take them.
     if (!drive.defaults(session.link, settings, defaults, error))
         return usage(error);
-    overrideLinkOptions(session, defaults);
+    overrideLinkOptions(lineDefaults, defaults);
     defaults.silence = !session.noSilence;
     defaults.rs485 = session.rs485;
     defaults.localEcho = session.localEcho;
@@ -135,7 +136,7 @@ int Session::openLine()
     return ExitOk;
 }
 
-void Session::overrideLinkOptions(const CliOptions &o, LinkOptions &l)
+void Session::overrideLinkOptions(const CommandOptions &o, LinkOptions &l)
 {
     if (o.station)
         l.station = *o.station;
@@ -149,7 +150,7 @@ void Session::overrideLinkOptions(const CliOptions &o, LinkOptions &l)
         l.lateGuardMs = *o.lateGuard;
 }
 
-void Session::applyLinkOptions(const CliOptions &o)
+void Session::applyLinkOptions(const CommandOptions &o)
 {
     link().options() = defaults;
     overrideLinkOptions(o, link().options());
@@ -157,54 +158,31 @@ void Session::applyLinkOptions(const CliOptions &o)
 
 int Session::run(const Command &c)
 {
-    switch (c.kind) {
-    case CommandKind::Info:
-        return info(c);
-    case CommandKind::Decode:
-        Output::forCommand(c).decoded(c.argument, decodeAnyFrame(c.argument));
-        return ExitOk;
-    case CommandKind::Batch:
-        return batch(c);
-    case CommandKind::Shell:
-        return shell(c);
-    default:
-        return runOnLine(c);
-    }
+    return std::visit([&](const auto &kind) { return run(c, kind); }, c.kind);
 }
 
-int Session::runOnLine(const Command &c)
+int Session::openLineFor(const Command &c, bool toStation)
 {
-    const bool poll = c.kind == CommandKind::Poll;
-    // The log is created before the line opens: a refused path sends nothing.
-    std::string error;
-    if (poll && c.options.log && !pollLog.open(*c.options.log, c.options.json, error))
-        return usage("cannot write the log to " + *c.options.log + ": " + error);
     const int opened = openLine();
     if (opened != ExitOk)
         return opened;
     applyLinkOptions(c.options);
-    if (link().options().station == 0
-        && (poll || c.kind == CommandKind::Read || c.kind == CommandKind::Write))
+    if (toStation && link().options().station == 0)
         note("note: station 0 is the broadcast address, which no drive answers: drives that take "
              "broadcasts carry out a write, but the driver waits for an answer and reports \"PLC no "
              "response\" after its retries, and a read always fails so");
-    switch (c.kind) {
-    case CommandKind::Read:
-        return read(c);
-    case CommandKind::Write:
-        return write(c);
-    case CommandKind::Poll:
-        return this->poll(c);
-    case CommandKind::Scan:
-        return scan(c);
-    default:
-        return usage("unknown command \"" + c.name + "\"");
-    }
+    return ExitOk;
 }
 
-int Session::info(const Command &c)
+int Session::run(const Command &c, const InfoCommand &)
 {
-    Output::forCommand(c).info(*drive.driver());
+    Output::choose(c.options.json).info(*drive.driver());
+    return ExitOk;
+}
+
+int Session::run(const Command &c, const DecodeCommand &d)
+{
+    Output::choose(c.options.json).decoded(d.bytes, decodeAnyFrame(d.bytes));
     return ExitOk;
 }
 
@@ -231,43 +209,48 @@ void Session::noteWindow(const Tag &t)
             t.text.empty() ? t.address.text().c_str() : t.text.c_str());
 }
 
-int Session::read(const Command &c)
+int Session::run(const Command &c, const ReadCommand &r)
 {
-    const Tag &t = c.target;
+    const int opened = openLineFor(c, true);
+    if (opened != ExitOk)
+        return opened;
+    const Tag &t = r.target;
     noteWindow(t);
     healthBefore = link().totalHealth();
+    Output &out = Output::choose(c.options.json);
     if (t.format) {
-        const FormattedResult r = readFormatted(host(), link(), t.address, *t.format, t.count);
-        if (!r.ok)
-            return failure(c, r.errorText);
-        Output::forCommand(c).formattedReadDone(
-            t, link().options().station, r, lineReport(r.answeredMs, r.requestsSent));
+        const FormattedResult f = readFormatted(host(), link(), t.address, *t.format, t.count);
+        if (!f.ok)
+            return failure(c, t, f.errorText);
+        out.formattedReadDone(t, link().options().station, f, lineReport(f.answeredMs, f.requestsSent));
         return ExitOk;
     }
-    const DriverHost::Result r = host().read(link(), t.address, t.type, t.count);
-    if (!r.ok)
-        return failure(c, r.errorText);
-    Output::forCommand(c).readDone(
-        t, link().options().station, r.elements, lineReport(r.answeredMs, r.requestsSent));
+    const DriverHost::Result d = host().read(link(), t.address, t.type, t.count);
+    if (!d.ok)
+        return failure(c, t, d.errorText);
+    out.readDone(t, link().options().station, d.elements, lineReport(d.answeredMs, d.requestsSent));
     return ExitOk;
 }
 
-int Session::write(const Command &c)
+int Session::run(const Command &c, const WriteCommand &w)
 {
-    const Tag &t = c.target;
+    const int opened = openLineFor(c, true);
+    if (opened != ExitOk)
+        return opened;
+    const Tag &t = w.target;
     healthBefore = link().totalHealth();
+    Output &out = Output::choose(c.options.json);
     if (t.format) {
-        const DriverHost::Result r = writeRegisters(host(), link(), t.address, c.write.registers);
+        const DriverHost::Result r = writeRegisters(host(), link(), t.address, w.write.registers);
         if (!r.ok)
-            return failure(c, r.errorText);
-        Output::forCommand(c).formattedWriteDone(t, link().options().station, c.write.texts,
-            c.write.registers.size(), lineReport(r.answeredMs, r.requestsSent));
+            return failure(c, t, r.errorText);
+        out.formattedWriteDone(t, link().options().station, w.write.texts, w.write.registers.size(),
+            lineReport(r.answeredMs, r.requestsSent));
         return ExitOk;
     }
-    const DriverHost::Result r = host().write(link(), t.address, t.type, c.write.values);
+    const DriverHost::Result r = host().write(link(), t.address, t.type, w.write.values);
     if (!r.ok)
-        return failure(c, r.errorText);
-    Output::forCommand(c).writeDone(
-        t, link().options().station, c.write.values, lineReport(r.answeredMs, r.requestsSent));
+        return failure(c, t, r.errorText);
+    out.writeDone(t, link().options().station, w.write.values, lineReport(r.answeredMs, r.requestsSent));
     return ExitOk;
 }

@@ -17,7 +17,9 @@
 class Session
 {
 public:
-    explicit Session(const CliOptions &sessionOptions);
+    // lines: the options the command line gives every line of a batch or
+    // the shell (and the session's link options).
+    Session(const SessionOptions &sessionOptions, const CommandOptions &lines);
     ~Session();
 
     // Loads the driver plug-in; ExitUsage with a message on failure.
@@ -33,7 +35,7 @@ public:
         bool blank = false; // nothing to run: empty, blanks or a "#" comment
         Command command;
     };
-    // Parses and checks a line with the session's options as its defaults;
+    // Parses and checks a line with the command line's options as its defaults;
     // false with one sentence in error for bad usage.
     bool prepareLine(const std::string &text, Line &line, std::string &error) const;
     // Shows a line as it runs: "teco> LINE" (a comment as it stands) in a
@@ -43,20 +45,26 @@ public:
     int runLine(const Line &line);
 
 private:
-    // A command that needs the line: opens it first.
-    int runOnLine(const Command &c);
-    int info(const Command &c);
-    int read(const Command &c);
-    int write(const Command &c);
-    int poll(const Command &c);
-    int scan(const Command &c);
-    int batch(const Command &c);
-    int shell(const Command &c);
+    // Each kind of command; c holds what every command takes.
+    int run(const Command &c, const InfoCommand &);
+    int run(const Command &c, const ReadCommand &r);
+    int run(const Command &c, const WriteCommand &w);
+    int run(const Command &c, const PollCommand &p); // poll.cpp
+    int run(const Command &c, const ScanCommand &s); // scan.cpp
+    int run(const Command &c, const BatchCommand &b); // batch.cpp
+    int run(const Command &c, const ShellCommand &); // shell.cpp
+    int run(const Command &c, const DecodeCommand &d);
+    int run(const Command &c, const TraceCommand &t); // batch.cpp
+    int run(const Command &c, const FaultCommand &f); // batch.cpp
 
+    // For a command that needs the line: opens it and applies the command's
+    // link options; toStation: it talks to the station given (a note for
+    // station 0, the broadcast address).
+    int openLineFor(const Command &c, bool toStation);
     // Applies a command's station, time-out, retry and delay to the link.
-    void applyLinkOptions(const CliOptions &o);
+    void applyLinkOptions(const CommandOptions &o);
     // The station, time-out, retry, delay and late guard that o gives, over l's.
-    static void overrideLinkOptions(const CliOptions &o, LinkOptions &l);
+    static void overrideLinkOptions(const CommandOptions &o, LinkOptions &l);
     int usage(const std::string &text);
     // Says so when a read covers the driver's register window but goes to the drive.
     void noteWindow(const Tag &t);
@@ -69,7 +77,7 @@ private:
     // An informational line on standard error, unless --quiet.
     void note(const std::string &text);
     // A read or write that failed: its text, the exception name, what the line did.
-    int failure(const Command &c, const std::string &text);
+    int failure(const Command &c, const Tag &target, const std::string &text);
 
     // Starts the tracing that --trace asks for.
     int startTrace();
@@ -79,7 +87,8 @@ private:
     SerialLink &link() { return drive.link(); }
     const DriverHost &host() const { return drive.host(); }
 
-    CliOptions session;
+    SessionOptions session;
+    CommandOptions lineDefaults; // the command line's options for every line of a batch or the shell
     DriverSession drive;
     LinkSettings settings;
     LinkOptions defaults; // the session's link options; commands override some

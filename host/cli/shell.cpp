@@ -355,7 +355,7 @@ bool runBuiltinLine(const std::string &text, bool &quit)
 
 } // namespace
 
-int Session::shell(const Command &)
+int Session::run(const Command &, const ShellCommand &)
 {
     const int opened = openLine();
     if (opened != ExitOk)

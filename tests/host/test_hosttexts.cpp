@@ -416,8 +416,11 @@ TEST(CommandLine, ChoosesTheTypeFromTheAddress)
         std::string error;
         ASSERT_TRUE(parseCliArguments(row.args, o, false, error)) << error;
         ASSERT_TRUE(prepareCommand(o, false, c, error)) << error;
-        EXPECT_EQ(c.target.type, row.type);
-        EXPECT_EQ(c.target.count, row.count);
+        const Tag &target = std::holds_alternative<ReadCommand>(c.kind)
+            ? std::get<ReadCommand>(c.kind).target
+            : std::get<WriteCommand>(c.kind).target;
+        EXPECT_EQ(target.type, row.type);
+        EXPECT_EQ(target.count, row.count);
     }
 }
 
@@ -522,7 +525,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         if (*row.error)
             EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
         else
-            EXPECT_EQ(c.name, row.args[0]);
+            EXPECT_EQ(c.name(), row.args[0]);
     }
 }
 
