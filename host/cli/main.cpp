@@ -115,8 +115,12 @@ int main(int argc, char **argv)
         std::fputs(list.c_str(), stdout);
         return ExitOk;
     }
+    Session session(options.session, options.command);
+    const int mapped = session.loadMap();
+    if (mapped != ExitOk)
+        return mapped;
     Command command;
-    if (!prepareCommand(options, false, command, error))
+    if (!prepareCommand(options, false, command, error, session.map()))
         return usage(error);
     for (const std::string &text : options.session.simFaults) {
         FaultRule rule;
@@ -124,7 +128,6 @@ int main(int argc, char **argv)
             return usage(error);
     }
 
-    Session session(options.session, options.command);
     const int loaded = session.loadDriver();
     if (loaded != ExitOk)
         return loaded;

@@ -63,6 +63,17 @@ std::string Session::permissionHint(const std::string &port)
            "in again)";
 }
 
+int Session::loadMap()
+{
+    if (!session.map)
+        return ExitOk;
+    std::string error;
+    if (!loadParameterMap(*session.map, paramMap, error))
+        return usage(error);
+    mapLoaded = true;
+    return ExitOk;
+}
+
 int Session::loadDriver()
 {
     const std::string path = session.plugin ? *session.plugin : defaultPluginPath();
@@ -209,11 +220,37 @@ void Session::noteWindow(const Tag &t)
             t.text.empty() ? t.address.text().c_str() : t.text.c_str());
 }
 
+int Session::readNamed(const Command &c, const ReadCommand &r)
+{
+    const Tag &t = r.target;
+    healthBefore = link().totalHealth();
+    const FormattedResult f = drive.readTag(t);
+    if (!f.ok)
+        return failure(c, t, f.errorText);
+    std::string value, error;
+    if (f.values.size() != 1 || !engineeringValue(*r.param, f.values[0], value, error))
+        return failure(c, t, f.values.size() != 1 ? "the read gave no single value" : error);
+    Output &out = Output::choose(c.options.json);
+    out.setNamed(r.param, value);
+    const LineReport line = lineReport(f.answeredMs, f.requestsSent);
+    if (t.format) {
+        out.formattedReadDone(t, link().options().station, f, line);
+        return ExitOk;
+    }
+    Element e;
+    e.address = f.addresses.empty() ? t.address.text() : f.addresses[0];
+    e.value = uint32_t(std::stoul(f.values[0]));
+    out.readDone(t, link().options().station, { e }, line);
+    return ExitOk;
+}
+
 int Session::run(const Command &c, const ReadCommand &r)
 {
     const int opened = openLineFor(c, true);
     if (opened != ExitOk)
         return opened;
+    if (r.param)
+        return readNamed(c, r);
     const Tag &t = r.target;
     noteWindow(t);
     healthBefore = link().totalHealth();
@@ -240,6 +277,8 @@ int Session::run(const Command &c, const WriteCommand &w)
     const Tag &t = w.target;
     healthBefore = link().totalHealth();
     Output &out = Output::choose(c.options.json);
+    if (w.param)
+        out.setNamed(w.param, w.engineering, w.raw);
     if (t.format) {
         const DriverHost::Result r = writeRegisters(host(), link(), t.address, w.write.registers);
         if (!r.ok)

@@ -306,6 +306,8 @@ std::vector<ParamDifference> compareWithFile(const std::vector<ParamReading> &dr
 {
     std::vector<ParamDifference> out;
     for (const Parameter &p : file.parameters) {
+        if (!p.writable())
+            continue; // a measurement, not a setting
         const ParamReading *r = readingOf(drive, p.name);
         const std::string *v = fileValue(p);
         const std::string left = r && r->ok ? r->value : "-", right = v ? *v : "-";
