@@ -114,7 +114,10 @@ TEST(Params, ARestorePutsBackWhatWasChangedByName)
     EXPECT_EQ(c.status, 1) << c.err;
     EXPECT_EQ(firstColumn(c.out), (std::vector<std::string>{ "control-mode", "current-limit", "position-target" }))
         << c.out;
-    EXPECT_NE(c.out.find("12.50"), std::string::npos) << c.out;
+    // The drive's values as a joined read shows them: scaled, from the list,
+    // a double word high word first.
+    for (const char *shown : { "torque", "12.50", "70000" })
+        EXPECT_NE(c.out.find(shown), std::string::npos) << c.out;
 
     const CliRun r = drive.cli({ "params", "restore", backup, "--yes" });
     EXPECT_EQ(r.status, 0) << r.out << r.err;
