@@ -62,7 +62,7 @@ public:
         : mapPath(dir.path().toStdString() + "/drive.csv")
     {
         std::ofstream(mapPath) << mapText;
-        sim.start(TECO_SIM_PATH, QStringList{ "--quiet" } + simArgs);
+        sim.start(TECO_SIM_PATH, QStringList { "--quiet" } + simArgs);
         if (sim.waitForReadyRead(30000))
             device = sim.readLine().trimmed().toStdString();
     }
@@ -105,14 +105,15 @@ TEST(Params, ARestorePutsBackWhatWasChangedByName)
     const std::string backup = dir.path().toStdString() + "/backup.csv";
     const CliRun b = drive.cli({ "params", "backup", backup });
     ASSERT_EQ(b.status, 0) << b.err;
-    for (const auto &change : std::vector<std::vector<std::string>>{
+    for (const auto &change : std::vector<std::vector<std::string>> {
              { "control-mode", "torque" }, { "current-limit", "12.5" }, { "position-target", "70000" } }) {
         const CliRun w = drive.cli({ "write", change[0], change[1] });
         ASSERT_EQ(w.status, 0) << w.err;
     }
     const CliRun c = drive.cli({ "params", "compare", backup });
     EXPECT_EQ(c.status, 1) << c.err;
-    EXPECT_EQ(firstColumn(c.out), (std::vector<std::string>{ "control-mode", "current-limit", "position-target" }))
+    EXPECT_EQ(
+        firstColumn(c.out), (std::vector<std::string> { "control-mode", "current-limit", "position-target" }))
         << c.out;
     // The drive's values as a joined read shows them: scaled, from the list,
     // a double word high word first.
@@ -141,7 +142,7 @@ TEST(Params, ARestoreStopsAtAFailedWriteAndNamesIt)
         ASSERT_EQ(clean.cli({ "params", "backup", backup }).status, 0);
     }
     Drive drive(dir, { "--fault", "exception:at=HR1002,code=4" });
-    for (const auto &change : std::vector<std::vector<std::string>>{
+    for (const auto &change : std::vector<std::vector<std::string>> {
              { "control-mode", "torque" }, { "position-target", "70000" } })
         ASSERT_EQ(drive.cli({ "write", change[0], change[1] }).status, 0);
     const CliRun r = drive.cli({ "params", "restore", backup, "--yes" });
@@ -196,14 +197,16 @@ TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
         const char *message;
     } rows[] = {
         { { "write", "speed-command", "4000" }, "speed-command takes -3000 to 3000 rpm: 4000 is outside" },
-        { { "write", "current-limit", "1.005" }, "current-limit takes steps of 0.01 A: 1.005 is between two" },
+        { { "write", "current-limit", "1.005" },
+            "current-limit takes steps of 0.01 A: 1.005 is between two" },
         { { "write", "motor-speed", "3" }, "motor-speed is read-only" },
         { { "write", "control-mode", "flying" }, "control-mode" },
         { { "write", "speed-command", "1", "2" }, "a parameter takes one value: write NAME VALUE" },
         { { "read", "spede-command" }, "unknown parameter \"spede-command\" (closest: speed-command)" },
         { { "read", "gain", "--type", "dword" }, "option --type does not apply to a parameter's name" },
         { { "poll", "speed-comand" }, "closest: speed-command" },
-        { { "params", "restore", "nowhere.csv", "--group", "x" }, "option --group does not apply to params restore" },
+        { { "params", "restore", "nowhere.csv", "--group", "x" },
+            "option --group does not apply to params restore" },
     };
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
@@ -211,7 +214,8 @@ TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
     std::ofstream(map) << mapText;
     SilentLine line;
     for (const Row &row : rows) {
-        std::vector<std::string> args = { "--port", line.path, "--map", map, "--timeout", "50", "--retry", "0" };
+        std::vector<std::string> args
+            = { "--port", line.path, "--map", map, "--timeout", "50", "--retry", "0" };
         args.insert(args.end(), row.args.begin(), row.args.end());
         const CliRun r = teco(args);
         SCOPED_TRACE(row.args[1]);
