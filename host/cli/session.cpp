@@ -5,6 +5,7 @@
 #include "framedecoder.h"
 #include "installation.h"
 #include "output.h"
+#include "registermap.h"
 
 #include <cerrno>
 #include <unistd.h>
@@ -65,11 +66,18 @@ std::string Session::permissionHint(const std::string &port)
 
 int Session::loadMap()
 {
-    if (!session.map)
-        return ExitOk;
     std::string error;
-    if (!loadParameterMap(*session.map, paramMap, error))
-        return usage(error);
+    if (session.map) {
+        if (!loadParameterMap(*session.map, paramMap, error))
+            return usage(error);
+    } else if (!session.port && !session.simMap) {
+        // The simulated drive's own parameters, as teco-sim serves them.
+        if (!parseParameterMap(builtinServoMap(), paramMap, error))
+            return usage("the built-in map: " + error);
+        paramMap.path = "the simulated drive's map";
+    } else {
+        return ExitOk;
+    }
     mapLoaded = true;
     return ExitOk;
 }
