@@ -178,27 +178,30 @@ bool checkRange(const Parameter &p, const Decimal &v, const std::string &typed, 
     return true;
 }
 
-// A float register takes the quotient as near as a double comes.
+// A float register takes the quotient as near as a double comes, when its
+// format holds it.
 bool floatRaw(
     const Parameter &p, const Decimal &v, const std::string &typed, std::string &raw, std::string &error)
 {
     const Scaling s = scalingOf(p);
     Decimal difference;
-    if (s.scale.mantissa == 1 && s.scale.exponent == 0 && s.offset.mantissa == 0) {
-        raw = typed;
-        return true;
+    std::vector<uint16_t> registers;
+    bool finite = true;
+    raw = v.text(); // the digits typed, also of 0x10 or 1e3
+    if (!(s.scale.mantissa == 1 && s.scale.exponent == 0 && s.offset.mantissa == 0)) {
+        const double x = subtract(v, s.offset, difference)
+            ? std::strtod(difference.text().c_str(), nullptr)
+            : std::strtod(typed.c_str(), nullptr) - std::strtod(s.offset.text().c_str(), nullptr);
+        const double quotient = x / std::strtod(s.scale.text().c_str(), nullptr);
+        char buffer[64];
+        const auto r = std::to_chars(buffer, buffer + sizeof buffer, quotient);
+        raw = std::string(buffer, r.ptr);
+        finite = std::isfinite(quotient);
     }
-    const double x = subtract(v, s.offset, difference)
-        ? std::strtod(difference.text().c_str(), nullptr)
-        : std::strtod(typed.c_str(), nullptr) - std::strtod(s.offset.text().c_str(), nullptr);
-    const double quotient = x / std::strtod(s.scale.text().c_str(), nullptr);
-    if (!std::isfinite(quotient)) {
+    if (!finite || !registersFromTexts({ raw }, *p.tag.format, std::nullopt, registers, error)) {
         error = p.name + ": " + typed + " is beyond what " + p.tag.format->text() + " holds";
         return false;
     }
-    char buffer[64];
-    const auto r = std::to_chars(buffer, buffer + sizeof buffer, quotient);
-    raw = std::string(buffer, r.ptr);
     return true;
 }
 
@@ -264,7 +267,10 @@ bool checkTyped(const Parameter &p, const std::string &typed, std::string &raw, 
     if (namedValue(p, typed, raw))
         return true;
     Decimal v;
-    if (!Decimal::parse(trimmed(typed), v, true)) {
+    long long whole = 0;
+    if (parseInteger(trimmed(typed), whole)) // also 0x hexadecimal
+        v = Decimal { whole, 0 };
+    else if (!Decimal::parse(trimmed(typed), v, true)) {
         error = p.name + " takes " + (p.valueTexts.empty() ? "a number" : listTexts(p)) + ", not "
             + quoted(typed);
         return false;
@@ -354,7 +360,10 @@ bool validName(const std::string &name)
     return !name.empty() && std::isalnum(static_cast<unsigned char>(name[0]));
 }
 
-bool readName(const Row &row, const ParameterMap &map, Parameter &p, std::string &error)
+// Names already given, in lower case, with their lines.
+using NameLines = std::map<std::string, int>;
+
+bool readName(const Row &row, NameLines &names, Parameter &p, std::string &error)
 {
     const std::string &name = row.cell[NameColumn];
     AddressText address;
@@ -367,9 +376,10 @@ bool readName(const Row &row, const ParameterMap &map, Parameter &p, std::string
     if (AddressText::parse(name, address, ignored, false) || AddressText::parse(name, address, ignored, true))
         return rowFault(
             row, NameColumn, quoted(name) + " reads as an address: give the parameter a name", error);
-    if (const Parameter *other = map.find(name))
+    const auto other = names.emplace(lowerCase(name), row.line);
+    if (!other.second)
         return rowFault(row, NameColumn,
-            quoted(name) + " is the name of line " + std::to_string(other->line) + " too", error);
+            quoted(name) + " is the name of line " + std::to_string(other.first->second) + " too", error);
     p.name = name;
     return true;
 }
@@ -420,14 +430,18 @@ bool readScaling(const Row &row, Parameter &p, std::string &error)
         Decimal &d = c == ScaleColumn ? scale : offset;
         if (text.empty())
             continue;
-        if (!isNumeric(p.tag))
-            return rowFault(row, c,
-                std::string("a ") + columnNames[c] + " applies to numbers, not to " + p.tag.format->text(),
-                error);
         if (!Decimal::parse(text, d, false, 9))
             return rowFault(
                 row, c, quoted(text) + " is not a decimal number of at most 9 digits (such as 0.01)", error);
-        (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
+        // A spreadsheet may fill in 1 and 0 for every row.
+        const bool identity = compare(d, Decimal { c == ScaleColumn ? 1 : 0, 0 }) == 0;
+        if (!isNumeric(p.tag) && !identity)
+            return rowFault(row, c,
+                std::string(c == ScaleColumn ? "a scale" : "an offset") + " applies to numbers, not to "
+                    + p.tag.format->text(),
+                error);
+        if (isNumeric(p.tag))
+            (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
     }
     if (!row.cell[ScaleColumn].empty() && scale.sign() == 0)
         return rowFault(row, ScaleColumn, "a scale of 0 would show every value as the offset", error);
@@ -542,14 +556,14 @@ bool readFlags(const Row &row, Parameter &p, std::string &error)
     return true;
 }
 
-bool readParameter(const Row &row, const ParameterMap &map, Parameter &p, std::string &error)
+bool readParameter(const Row &row, NameLines &names, Parameter &p, std::string &error)
 {
     p.line = row.line;
     p.unit = row.cell[UnitColumn];
     p.group = row.cell[GroupColumn];
     p.description = row.cell[DescriptionColumn];
     p.motion = row.cell[MotionColumn];
-    if (!readName(row, map, p, error) || !readTag(row, p, error) || !readScaling(row, p, error)
+    if (!readName(row, names, p, error) || !readTag(row, p, error) || !readScaling(row, p, error)
         || !readLimit(row, MinColumn, p, error) || !readLimit(row, MaxColumn, p, error)
         || !readAccess(row, p, error) || !readValues(row, p, error) || !readFlags(row, p, error))
         return false;
@@ -686,6 +700,7 @@ bool parseParameterMap(const std::string &text, ParameterMap &map, std::string &
     CsvReader reader(text, csvSeparator(text));
     CsvRow in;
     ParameterMap out;
+    NameLines names;
     Places places {};
     std::vector<int> kinds;
     bool header = true;
@@ -693,7 +708,7 @@ bool parseParameterMap(const std::string &text, ParameterMap &map, std::string &
         Row row;
         Parameter p;
         if (header ? !readHeader(in, places, kinds, error)
-                   : !spreadRow(in, kinds, places, row, error) || !readParameter(row, out, p, error))
+                   : !spreadRow(in, kinds, places, row, error) || !readParameter(row, names, p, error))
             return false;
         if (!header)
             out.parameters.push_back(p);

@@ -11,7 +11,8 @@
 // Empty lines and lines whose first field starts with # are skipped. Column
 // names are case-insensitive; only name and address are required, a column
 // not listed here is refused (a misspelt "scale" must not pass as 1):
-//   name         unique (case-insensitive), letters, digits, - _ . only
+//   name         unique (case-insensitive), letters, digits, - _ . only,
+//                starting with a letter or digit; not an address (HR7)
 //   address      in the panel's form: HR402, IR402SW, HR110.3, DO1
 //   format       a format of teco-cli's (int16, uint16, hex, binary, int32,
 //                uint32, float32, float64, string, with :ORDER for 32- and
@@ -21,7 +22,8 @@
 //   offset       default 0
 //   unit         free text ("rpm", "A", "%")
 //   min, max     engineering units; a write outside them is refused
-//   access       r, rw or w; default rw
+//   access       r, rw or w; default rw (r for input registers and
+//                discrete inputs, which take no other)
 //   default      the engineering value a drive leaves the factory with
 //   group        free text, such as basic, gains, limits, io, alarms
 //   description  free text
@@ -95,7 +97,8 @@ struct ParameterMap
 
 // The file's text to a map; false with one sentence in error.
 bool parseParameterMap(const std::string &text, ParameterMap &map, std::string &error);
-// Reads the file at path (textfile.h); false with one sentence in error.
+// Reads the file at path (textfile.h); false with one sentence in error
+// ("PATH: line L, ..." for a bad row).
 bool loadParameterMap(const std::string &path, ParameterMap &map, std::string &error);
 // The map as a file: the header row and one row per parameter, commas,
 // quoted where needed, with the backup columns when a parameter has them.
@@ -117,7 +120,8 @@ std::string withUnit(const Parameter &param, const std::string &value);
 // read-only parameter), min and max ("speed-command takes -3000 to 3000
 // rpm: 4000 is outside"), and the step of the scale ("current-limit takes
 // steps of 0.01 A: 1.005 is between two"). False with one sentence.
-bool rawFromEngineering(const Parameter &param, const std::string &typed, std::string &raw, std::string &error);
+bool rawFromEngineering(
+    const Parameter &param, const std::string &typed, std::string &raw, std::string &error);
 
 // What a front end does with the text of a tag, a command's address or a
 // batch line's address when a map is loaded: a parameter's name (case-

@@ -5,6 +5,7 @@
 // written and read back is the same map.
 
 #include "mapcompare.h"
+#include "mapimport.h"
 #include "parammap.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +43,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,int17\n", "line 2, column 3 (format): unknown format" },
         { "speed,DO1,int16\n", "line 2, column 3 (format): formats apply to registers" },
         { "speed,HR1,string:200\n", "line 2, column 3 (format): a string takes string:N" },
-        { "speed,HR1,hex,0.1\n", "line 2, column 4 (scale): a scale applies to numbers" },
+        { "speed,HR1,hex,1,0.1\n", "line 2, column 5 (offset): an offset applies to numbers" },
         { "speed,HR1,,1e-2\n", "line 2, column 4 (scale): \"1e-2\" is not a decimal number" },
         { "speed,HR1,,0\n", "line 2, column 4 (scale): a scale of 0" },
         { "speed,HR1,,,,,x\n", "line 2, column 7 (min): \"x\" is not a number" },
@@ -148,6 +149,7 @@ TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
         { "current", "3.01", "!current takes 0 to 3 A: 3.01 is outside" },
         { "speed", "-3000", "-3000" },
         { "speed", "1e3", "1000" },
+        { "speed", "-0x10", "-16" },
         { "speed", "+5", "!speed takes a number, not \"+5\"" },
         { "temp", "20", "!temp is read-only" },
         { "inverse", "-1.5", "3" },
@@ -158,6 +160,7 @@ TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
         { "mode", "5", "!mode takes off, on, auto: 5 is not one of them" },
         { "flow", "2", "2" },
         { "flow", "1.75", "1.5" },
+        { "flow", "1e39", "!flow: 1e39 is beyond what float32:CDAB holds" },
         { "total", "4294967.295", "4294967295" },
         { "total", "4294967.296",
             "!total takes 0.000 to 4294967.295 (what HR408 holds): 4294967.296 is outside" },
@@ -208,6 +211,69 @@ TEST(ParameterMap, WrittenMapReadsBackTheSame)
     const ParameterMap drive = mapOf(driveMap);
     map.parameters.insert(map.parameters.end(), drive.parameters.begin(), drive.parameters.end());
     EXPECT_EQ(mapDifference(map, mapOf(parameterMapCsv(map))), "");
+}
+
+// Imports: what each entry gives (name, tag, scale, offset) and what is
+// left out with a warning.
+TEST(ParameterMap, ImportsTakeWhatTheyCanAndWarnOfTheRest)
+{
+    const std::string project
+        = "<?xml version=\"1.0\"?>\n<modbusscope datalevel=\"5\"><modbus>\n"
+          "<device><deviceid>1</deviceid><int32littleendian>true</int32littleendian></device>\n"
+          "<device><deviceid>2</deviceid><int32littleendian>false</int32littleendian></device>\n"
+          "</modbus><scope>\n"
+          "<register><text>Motor speed</text><expression>${h0}/2</expression></register>\n"
+          "<register><text>Power</text><expression>${40003:f32b} * 0.1 - 5</expression>"
+          "<gain>2</gain></register>\n"
+          "<register><text>Torque</text><expression>${i50000@2:s32b}</expression></register>\n"
+          "<register><text>Sum</text><expression>${h1} + ${c0}</expression></register>\n"
+          "<register><text>Third</text><expression>${h2}/3</expression></register>\n"
+          "<register><text>Motor speed</text><expression>${c4}</expression></register>\n"
+          "</scope></modbusscope>\n";
+    const std::string level2
+        = "<modbusscope datalevel=\"2\"><scope>\n"
+          "<register><address>40001</address><text>a</text><unsigned>false</unsigned>"
+          "<multiply>3</multiply><divide>4</divide></register>\n"
+          "<register><address>30010</address><text>b</text><bitmask>0xFF</bitmask></register>\n"
+          "</scope></modbusscope>\n";
+    struct Row
+    {
+        std::string text;
+        const char *parameters, *warnings;
+    } rows[] = {
+        { project,
+            "Motor-speed HR1 x0.5+0; Power HR3:float32:CDAB x0.1+-5; Torque IR50001:int32:ABCD x1+0; "
+            "Motor-speed-2 DO5 x1+0; ",
+            "line 7: the register element <gain> is not imported|"
+            "line 8: \"Torque\" reads device 2, imported for whichever station a command names|"
+            "line 9: \"Sum\" is not imported: the expression \"${h1} + ${c0}\" is not one register times a "
+            "factor plus "
+            "an offset|"
+            "line 10: \"Third\" is not imported: the expression \"${h2}/3\" is not one register times a "
+            "factor plus an "
+            "offset|" },
+        { level2, "a HR1:int16 x0.75+0; ",
+            "line 3: \"b\" is not imported: a shift or bit mask is not imported|" },
+        { "Address;Name\nHR402;speed\nIR7\t\nXR1;x\nHR1;HR2\nDO3;brake;extra\n",
+            "speed HR402 x1+0; param-IR7 IR7 x1+0; param-HR2 HR1 x1+0; brake DO3 x1+0; ",
+            "line 4: \"XR1\" is not imported: |line 6: the fields after the second are not imported|" },
+    };
+    for (const Row &r : rows) {
+        ParameterMap map;
+        std::vector<std::string> warnings;
+        std::string error, parameters, notes;
+        const bool xml = r.text[0] == '<';
+        ASSERT_TRUE(xml ? importModbusScope(r.text, map, warnings, error)
+                        : importAddressList(r.text, map, warnings, error))
+            << error;
+        for (const Parameter &p : map.parameters)
+            parameters += p.name + " " + p.tag.text + " x" + p.scaleText + "+" + p.offsetText + "; ";
+        for (const std::string &w : warnings)
+            notes += (w.find("XR1") != std::string::npos ? w.substr(0, w.find(": ", 10) + 2) : w) + "|";
+        EXPECT_EQ(parameters, r.parameters);
+        EXPECT_EQ(notes, r.warnings);
+        EXPECT_EQ(mapDifference(map, mapOf(parameterMapCsv(map))), "");
+    }
 }
 
 } // namespace
