@@ -93,8 +93,15 @@ bool namedTag(const Given &g, const std::string &text, Tag &tag, const Parameter
     if (!g.map)
         return true;
     Tag resolved;
+    // A text that looks like an address (letters, then a digit) gets the
+    // address's own sentence when it is no name.
+    size_t letters = 0;
+    while (letters < text.size() && std::isalpha(static_cast<unsigned char>(text[letters])))
+        ++letters;
+    const bool addressLike
+        = letters > 0 && letters < text.size() && std::isdigit(static_cast<unsigned char>(text[letters]));
     if (!resolveTag(text, g.map, resolved, param, error, g.o.command.zeroBased))
-        return false;
+        return addressLike && !g.map->find(text);
     const char *refused = g.o.type ? "--type" : g.o.format ? "--format" : g.o.count ? "--count" : nullptr;
     if (param && refused) {
         error = std::string("option ") + refused + " does not apply to a parameter's name (" + param->name
@@ -109,7 +116,7 @@ bool namedTag(const Given &g, const std::string &text, Tag &tag, const Parameter
 bool prepareRead(const Given &g, ReadCommand &c, std::string &error)
 {
     if (!require(g.args.size() == 1,
-            "usage: read ADDRESS|NAME [--type bit|byte|word|dword | --format F] [--count N]", error)
+            "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
         || !namedTag(g, g.args[0], c.target, c.param, error))
         return false;
     return c.param
@@ -134,7 +141,7 @@ bool prepareNamedWrite(const Given &g, WriteCommand &c, std::string &error)
 bool prepareWrite(const Given &g, WriteCommand &c, std::string &error)
 {
     if (!require(g.args.size() >= 2,
-            "usage: write ADDRESS|NAME VALUE... [--type bit|byte|word|dword | --format F]", error)
+            "usage: write ADDRESS VALUE... [--type bit|byte|word|dword | --format F]", error)
         || !namedTag(g, g.args[0], c.target, c.param, error))
         return false;
     if (c.param)

@@ -45,6 +45,8 @@ const char usageText[]
       "                                   show what differs from FILE; --yes writes it, then reads\n"
       "                                   every written parameter back\n"
       "  map check FILE                   check a map file: its parameters and groups\n"
+      "  map import FILE [--out F]        a map from a ModbusScope project or a list of addresses\n"
+      "                                   and names (to F, else standard output)\n"
       "\n"
       "addresses: HR100 (holding register), IR5 (input register), DO5 (coil), DI2 (discrete\n"
       "  input), HR100.3 (bit 3 of HR100), FN6HR1200 (write with function 6), FN5DO5 (write\n"

@@ -2,6 +2,7 @@
 
 #include "driversession.h"
 #include "session.h"
+#include "mapimport.h"
 #include "paramset.h"
 #include "textfile.h"
 
@@ -322,11 +323,43 @@ int mapCheck(const std::string &path, bool json)
 
 } // namespace
 
+namespace {
+
+// map import FILE [--out F]: the map taken over, to F or standard output;
+// what could not be taken over said on standard error.
+int mapImport(const ParamsRequest &r)
+{
+    ParameterMap map;
+    std::vector<std::string> warnings;
+    std::string error;
+    if (!importMapFile(r.files[0], map, warnings, error)) {
+        sayError(error);
+        return ExitFailed;
+    }
+    for (const std::string &w : warnings)
+        sayError(w);
+    if (!r.out) {
+        std::fputs(parameterMapCsv(map).c_str(), stdout);
+        std::fflush(stdout);
+        return ExitOk;
+    }
+    if (!writeBackup(*r.out, map, error)) {
+        sayError("cannot write " + *r.out + ": " + error);
+        return ExitFailed;
+    }
+    std::printf("%s: %s taken over into %s\n", r.files[0].c_str(),
+        counted(map.parameters.size(), "parameter").c_str(), r.out->c_str());
+    std::fflush(stdout);
+    return ExitOk;
+}
+
+} // namespace
+
 int runMapCommand(const ParamsRequest &r, bool json)
 {
     if (r.action == "check")
         return mapCheck(r.files[0], json);
-    return usage("map import is not available yet");
+    return mapImport(r);
 }
 
 int Session::run(const Command &c, const ParamsCommand &p)
