@@ -287,33 +287,48 @@ bool prepareFault(const Given &g, FaultCommand &c, std::string &error)
         && FaultRule::parse(g.args[0], c.rule, error);
 }
 
+// The first option given that the action does not take, or nullptr.
+const char *misplacedParamsOption(const ParamsRequest &r)
+{
+    if (r.group && r.action != "backup")
+        return "--group";
+    if ((r.yes || r.keepGoing) && r.action != "restore")
+        return r.yes ? "--yes" : "--keep-going";
+    if (r.out && r.action != "import")
+        return "--out";
+    return nullptr;
+}
+
+bool paramsArgumentsFit(const std::string &command, const ParamsRequest &r)
+{
+    const size_t n = r.files.size();
+    if (command == "map")
+        return (r.action == "check" || r.action == "import") && n == 1;
+    return ((r.action == "backup" || r.action == "restore") && n == 1)
+        || (r.action == "compare" && (n == 1 || n == 2));
+}
+
 // params ACTION FILE... or map ACTION FILE, with the options of its action.
 bool prepareRequest(const Given &g, const std::string &command, ParamsRequest &r, std::string &error)
 {
     r.action = g.args.empty() ? std::string() : g.args[0];
-    r.files.assign(g.args.begin() + std::min<size_t>(1, g.args.size()), g.args.end());
+    if (!g.args.empty())
+        r.files.assign(g.args.begin() + 1, g.args.end());
     r.group = g.o.group;
     r.out = g.o.out;
     r.yes = g.o.yes;
     r.keepGoing = g.o.keepGoing;
-    const size_t n = r.files.size();
-    const bool good = command == "params" ? (r.action == "backup" && n == 1)
-            || (r.action == "compare" && (n == 1 || n == 2)) || (r.action == "restore" && n == 1)
-                                          : (r.action == "check" || r.action == "import") && n == 1;
-    if (!good) {
+    if (!paramsArgumentsFit(command, r)) {
         error = command == "params" ? "usage: params backup FILE [--group G] | params compare FILE [FILE2] | "
                                       "params restore FILE [--yes] [--keep-going]"
                                     : "usage: map check FILE | map import FILE [--out FILE]";
         return false;
     }
-    const char *misplaced = r.group && r.action != "backup" ? "--group"
-        : r.yes && r.action != "restore"                    ? "--yes"
-        : r.keepGoing && r.action != "restore"              ? "--keep-going"
-        : r.out && r.action != "import"                     ? "--out"
-                                                            : nullptr;
-    if (misplaced)
+    if (const char *misplaced = misplacedParamsOption(r)) {
         error = std::string("option ") + misplaced + " does not apply to " + command + " " + r.action;
-    return misplaced == nullptr;
+        return false;
+    }
+    return true;
 }
 
 bool prepareParams(const Given &g, ParamsCommand &c, std::string &error)
