@@ -27,7 +27,7 @@ bool Session::prepareLine(const std::string &text, Line &line, std::string &erro
         return false;
     options.command.json = options.command.json || lineDefaults.json;
     options.command.zeroBased = options.command.zeroBased || lineDefaults.zeroBased;
-    if (!prepareCommand(options, true, line.command, error))
+    if (!prepareCommand(options, true, line.command, error, map()))
         return false;
     if (std::holds_alternative<FaultCommand>(line.command.kind) && session.port) {
         error = "fault needs the simulated drive (no --port)";

@@ -17,7 +17,8 @@ enum OptionGroup : unsigned {
     CountOption = 2,
     PollOptions = 4,
     ScanOptions = 8,
-    FormatOption = 16
+    FormatOption = 16,
+    ParamsOptions = 32
 };
 
 // The options that only some commands take, each with its group, in the
@@ -44,6 +45,10 @@ const GroupedOption groupedOptions[] = {
     { "--bauds", ScanOptions, [](const CliOptions &o) { return bool(o.bauds); } },
     { "--parities", ScanOptions, [](const CliOptions &o) { return bool(o.parities); } },
     { "--stop-bits", ScanOptions, [](const CliOptions &o) { return bool(o.stopBits); } },
+    { "--group", ParamsOptions, [](const CliOptions &o) { return bool(o.group); } },
+    { "--out", ParamsOptions, [](const CliOptions &o) { return bool(o.out); } },
+    { "--yes", ParamsOptions, [](const CliOptions &o) { return o.yes; } },
+    { "--keep-going", ParamsOptions, [](const CliOptions &o) { return o.keepGoing; } },
 };
 
 // The first option given of the groups that a command does not take, or nullptr.
@@ -62,6 +67,7 @@ struct Given
     const std::vector<std::string> &args;
     const CliOptions &o;
     bool batchLine;
+    const ParameterMap *map; // names stand for addresses; nullptr: none
 };
 
 // good; otherwise false with text in error.
@@ -77,19 +83,70 @@ bool prepareInfo(const Given &g, InfoCommand &, std::string &error)
     return require(g.args.empty(), "info takes no arguments", error);
 }
 
+// A parameter's name given where an address goes: its tag and the
+// parameter, or (param left nullptr) not a name. False with one sentence for
+// an unknown name, or a name with --type, --format or --count, which its
+// map already gives.
+bool namedTag(const Given &g, const std::string &text, Tag &tag, const Parameter *&param, std::string &error)
+{
+    param = nullptr;
+    if (!g.map)
+        return true;
+    Tag resolved;
+    // A text that looks like an address (letters, then a digit) gets the
+    // address's own sentence when it is no name.
+    size_t letters = 0;
+    while (letters < text.size() && std::isalpha(static_cast<unsigned char>(text[letters])))
+        ++letters;
+    const bool addressLike
+        = letters > 0 && letters < text.size() && std::isdigit(static_cast<unsigned char>(text[letters]));
+    if (!resolveTag(text, g.map, resolved, param, error, g.o.command.zeroBased))
+        return addressLike && !g.map->find(text);
+    const char *refused = g.o.type ? "--type" : g.o.format ? "--format" : g.o.count ? "--count" : nullptr;
+    if (param && refused) {
+        error = std::string("option ") + refused + " does not apply to a parameter's name (" + param->name
+            + " is " + param->tag.text + " in " + g.map->path + ")";
+        return false;
+    }
+    if (param)
+        tag = resolved;
+    return true;
+}
+
 bool prepareRead(const Given &g, ReadCommand &c, std::string &error)
 {
-    return require(g.args.size() == 1,
-               "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
-        && makeTag(g.args[0], g.o.type, g.o.format, g.o.count, g.o.command.zeroBased, c.target, error)
-        && tagFitsDriver(c.target, false, error);
+    if (!require(g.args.size() == 1,
+            "usage: read ADDRESS [--type bit|byte|word|dword | --format F] [--count N]", error)
+        || !namedTag(g, g.args[0], c.target, c.param, error))
+        return false;
+    return c.param
+        || (makeTag(g.args[0], g.o.type, g.o.format, g.o.count, g.o.command.zeroBased, c.target, error)
+            && tagFitsDriver(c.target, false, error));
+}
+
+// A write of a parameter by name: one engineering value, checked against the
+// map before anything is sent, to its raw value.
+bool prepareNamedWrite(const Given &g, WriteCommand &c, std::string &error)
+{
+    if (!require(g.args.size() == 2, "a parameter takes one value: write NAME VALUE", error)
+        || !rawFromEngineering(*c.param, g.args[1], c.raw, error))
+        return false;
+    c.engineering = g.args[1];
+    std::optional<int> pad;
+    if (c.target.format && c.target.format->number == NumberFormat::String)
+        pad = c.param->tag.count;
+    return ::prepareWrite(c.target, { c.raw }, pad, c.write, error);
 }
 
 bool prepareWrite(const Given &g, WriteCommand &c, std::string &error)
 {
     if (!require(g.args.size() >= 2,
             "usage: write ADDRESS VALUE... [--type bit|byte|word|dword | --format F]", error)
-        || !makeTag(g.args[0], g.o.type, g.o.format, std::nullopt, g.o.command.zeroBased, c.target, error))
+        || !namedTag(g, g.args[0], c.target, c.param, error))
+        return false;
+    if (c.param)
+        return prepareNamedWrite(g, c, error);
+    if (!makeTag(g.args[0], g.o.type, g.o.format, std::nullopt, g.o.command.zeroBased, c.target, error))
         return false;
     const bool string = c.target.format && c.target.format->number == NumberFormat::String;
     if (g.o.count && !string) {
@@ -114,10 +171,13 @@ bool preparePoll(const Given &g, PollCommand &c, std::string &error)
             && !require(parseWholeNumber(a.substr(at + 1), 0, 255, t.station),
                 "a tag's station follows \"@\" as a number from 0 to 255, such as HR100@2", error))
             return false;
-        if (!parseTag(a.substr(0, at), t, error, g.o.command.zeroBased, g.o.format))
+        const Parameter *param = nullptr;
+        if (!namedTag(g, a.substr(0, at), t, param, error)
+            || (!param && !parseTag(a.substr(0, at), t, error, g.o.command.zeroBased, g.o.format)))
             return false;
         t.text = a;
         c.tags.push_back(t);
+        c.params.push_back(param);
     }
     c.intervalMs = g.o.interval ? *g.o.interval : 1000;
     c.cycles = g.o.cycles ? *g.o.cycles : 0;
@@ -227,6 +287,60 @@ bool prepareFault(const Given &g, FaultCommand &c, std::string &error)
         && FaultRule::parse(g.args[0], c.rule, error);
 }
 
+// The first option given that the action does not take, or nullptr.
+const char *misplacedParamsOption(const ParamsRequest &r)
+{
+    if (r.group && r.action != "backup")
+        return "--group";
+    if ((r.yes || r.keepGoing) && r.action != "restore")
+        return r.yes ? "--yes" : "--keep-going";
+    if (r.out && r.action != "import")
+        return "--out";
+    return nullptr;
+}
+
+bool paramsArgumentsFit(const std::string &command, const ParamsRequest &r)
+{
+    const size_t n = r.files.size();
+    if (command == "map")
+        return (r.action == "check" || r.action == "import") && n == 1;
+    return ((r.action == "backup" || r.action == "restore") && n == 1)
+        || (r.action == "compare" && (n == 1 || n == 2));
+}
+
+// params ACTION FILE... or map ACTION FILE, with the options of its action.
+bool prepareRequest(const Given &g, const std::string &command, ParamsRequest &r, std::string &error)
+{
+    r.action = g.args.empty() ? std::string() : g.args[0];
+    if (!g.args.empty())
+        r.files.assign(g.args.begin() + 1, g.args.end());
+    r.group = g.o.group;
+    r.out = g.o.out;
+    r.yes = g.o.yes;
+    r.keepGoing = g.o.keepGoing;
+    if (!paramsArgumentsFit(command, r)) {
+        error = command == "params" ? "usage: params backup FILE [--group G] | params compare FILE [FILE2] | "
+                                      "params restore FILE [--yes] [--keep-going]"
+                                    : "usage: map check FILE | map import FILE [--out FILE]";
+        return false;
+    }
+    if (const char *misplaced = misplacedParamsOption(r)) {
+        error = std::string("option ") + misplaced + " does not apply to " + command + " " + r.action;
+        return false;
+    }
+    return true;
+}
+
+bool prepareParams(const Given &g, ParamsCommand &c, std::string &error)
+{
+    return prepareRequest(g, "params", c.request, error);
+}
+
+bool prepareMap(const Given &g, MapCommand &c, std::string &error)
+{
+    return prepareRequest(g, "map", c.request, error);
+}
+
 // Where a command may stand: on the command line, on a line of a batch or
 // the shell, or both.
 enum Place : unsigned { CommandLine = 1, Line = 2 };
@@ -273,11 +387,14 @@ const CommandRow commands[] = {
     row<DecodeCommand, prepareDecode>(CommandLine | Line, 0, ""),
     row<TraceCommand, prepareTrace>(Line, 0, ""),
     row<FaultCommand, prepareFault>(Line, 0, ""),
+    row<ParamsCommand, prepareParams>(CommandLine | Line, ParamsOptions, ""),
+    row<MapCommand, prepareMap>(CommandLine | Line, ParamsOptions, ""),
 };
 
 } // namespace
 
-bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string &error)
+bool prepareCommand(
+    const CliOptions &o, bool batchLine, Command &c, std::string &error, const ParameterMap *map)
 {
     c = Command();
     c.options = o.command;
@@ -294,7 +411,7 @@ bool prepareCommand(const CliOptions &o, bool batchLine, Command &c, std::string
             return false;
         }
         const std::vector<std::string> args(o.arguments.begin() + 1, o.arguments.end());
-        return row.prepare(Given { args, o, batchLine }, c, error);
+        return row.prepare(Given { args, o, batchLine, map }, c, error);
     }
     std::vector<std::string> known;
     for (const CommandRow &row : commands)

@@ -6,6 +6,7 @@
 
 #include "faultrule.h"
 #include "options.h"
+#include "parammap.h"
 #include "tag.h"
 
 #include <optional>
@@ -24,6 +25,7 @@ struct ReadCommand
 {
     static constexpr const char *name = "read";
     Tag target;
+    const Parameter *param = nullptr; // read by its name: shown in engineering units too
 };
 
 struct WriteCommand
@@ -31,12 +33,15 @@ struct WriteCommand
     static constexpr const char *name = "write";
     Tag target;
     TagWrite write;
+    const Parameter *param = nullptr; // written by its name
+    std::string engineering, raw; // ... with this value typed, and the raw value it gives
 };
 
 struct PollCommand
 {
     static constexpr const char *name = "poll";
     std::vector<Tag> tags; // TAG[@STATION] each
+    std::vector<const Parameter *> params; // per tag: the parameter it names, or nullptr
     int intervalMs = 1000;
     int cycles = 0; // 0: until interrupted (or durationS)
     double durationS = 0; // 0: no limit
@@ -85,10 +90,33 @@ struct FaultCommand
     FaultRule rule; // for the simulated drive
 };
 
+// params backup|compare|restore and map check|import (params.h).
+struct ParamsRequest
+{
+    std::string action; // params: backup, compare, restore; map: check, import
+    std::vector<std::string> files;
+    std::optional<std::string> group; // backup --group
+    std::optional<std::string> out; // map import --out
+    bool yes = false; // restore: write
+    bool keepGoing = false; // restore: past a failed write
+};
+
+struct ParamsCommand
+{
+    static constexpr const char *name = "params";
+    ParamsRequest request;
+};
+
+struct MapCommand
+{
+    static constexpr const char *name = "map";
+    ParamsRequest request;
+};
+
 struct Command
 {
     std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, BatchCommand, ShellCommand,
-        DecodeCommand, TraceCommand, FaultCommand>
+        DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand>
         kind;
     CommandOptions options; // what every command takes
 
@@ -100,8 +128,10 @@ struct Command
 };
 
 // Checks a parsed command line (or batch line); false with one sentence in
-// error for bad usage. batchLine allows the batch-only commands.
-bool prepareCommand(const CliOptions &options, bool batchLine, Command &command, std::string &error);
+// error for bad usage. batchLine allows the batch-only commands. map: the
+// drive's parameters, whose names then stand for addresses (resolveTag).
+bool prepareCommand(const CliOptions &options, bool batchLine, Command &command, std::string &error,
+    const ParameterMap *map = nullptr);
 
 // The commands of the command line for a shell's completion
 // (host/teco.bash-completion), one line each: "command NAME [ARGUMENTS]".

@@ -39,11 +39,22 @@ const char usageText[]
       "  shell                            type commands one per line on one link (help lists them)\n"
       "  decode HEX...                    what a Modbus RTU frame says, such as\n"
       "                                   decode \"01 03 00 63 00 01 74 14\" (no link needed)\n"
+      "  params backup FILE [--group G]   read the map's parameters into FILE (a map with values)\n"
+      "  params compare FILE [FILE2]      list the settings whose drive (or FILE2) value differs\n"
+      "  params restore FILE [--yes] [--keep-going]\n"
+      "                                   show what differs from FILE; --yes writes it, then reads\n"
+      "                                   every written parameter back\n"
+      "  map check FILE                   check a map file: its parameters and groups\n"
+      "  map import FILE [--out F]        a map from a ModbusScope project or a list of addresses\n"
+      "                                   and names (to F, else standard output)\n"
       "\n"
       "addresses: HR100 (holding register), IR5 (input register), DO5 (coil), DI2 (discrete\n"
       "  input), HR100.3 (bit 3 of HR100), FN6HR1200 (write with function 6), FN5DO5 (write\n"
       "  with function 5), HR100SW (double word, high word first); numbers are one-based (HR1 is\n"
       "  the first register; HR0x64 is HR100); --zero-based takes wire numbers (HR0 is the first)\n"
+      "names: with a map (--map FILE; without --port the simulated drive's own), a parameter's\n"
+      "  name stands for its address: read speed-command, write speed-command 1500 (engineering\n"
+      "  units, checked against the map's limits before anything is sent), poll motor-speed\n"
       "formats (--format F, or in a tag): int16, uint16, hex, binary, int32, uint32, float32,\n"
       "  float64 (with :ABCD, :CDAB, :BADC or :DCBA; default CDAB, or ABCD for an SW address) and\n"
       "  string (--count: its registers); such as HR100:float32:2 or HR100:int32:ABCD\n"
@@ -59,6 +70,7 @@ const char usageText[]
       "  --no-silence          no RTU silence before requests (point-to-point lines only)\n"
       "  --rs485               let the kernel switch the RS485 transmitter (TIOCSRS485)\n"
       "  --local-echo          the adapter echoes our requests: read them back and drop them\n"
+      "  --map FILE            the drive's parameter map (names, units, scaling, limits)\n"
       "  --plugin PATH         the driver plug-in (default: the installed one, found from the\n"
       "                        program's directory; else the one built with it; --version names it)\n"
       "\n"
@@ -115,8 +127,12 @@ int main(int argc, char **argv)
         std::fputs(list.c_str(), stdout);
         return ExitOk;
     }
+    Session session(options.session, options.command);
+    const int mapped = session.loadMap();
+    if (mapped != ExitOk)
+        return mapped;
     Command command;
-    if (!prepareCommand(options, false, command, error))
+    if (!prepareCommand(options, false, command, error, session.map()))
         return usage(error);
     for (const std::string &text : options.session.simFaults) {
         FaultRule rule;
@@ -124,7 +140,6 @@ int main(int argc, char **argv)
             return usage(error);
     }
 
-    Session session(options.session, options.command);
     const int loaded = session.loadDriver();
     if (loaded != ExitOk)
         return loaded;

@@ -99,6 +99,7 @@ std::vector<OptionTable::Row> sessionOptionRows(CliOptions &o)
         T::flag("version", o.version, Session),
         T::flag("list-completions", o.listCompletions, Session),
         T::flag("quiet", o.session.quiet, Session),
+        T::text("map", o.session.map, Session).completing("file"),
     };
 }
 
@@ -131,6 +132,10 @@ std::vector<OptionTable::Row> commandOptionRows(CliOptions &o)
         T::text("bauds", o.bauds, Command),
         T::text("parities", o.parities, Command),
         T::text("stop-bits", o.stopBits, Command),
+        T::text("group", o.group, Command),
+        T::text("out", o.out, Command).completing("file"),
+        T::flag("yes", o.yes, Command),
+        T::flag("keep-going", o.keepGoing, Command),
     };
 }
 

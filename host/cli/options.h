@@ -27,6 +27,7 @@ struct SessionOptions
     std::optional<std::string> simMap;
     std::optional<std::string> simStations;
     bool quiet = false; // no informational lines on standard error
+    std::optional<std::string> map; // the drive's parameter map (parammap.h)
 };
 
 // The options every command takes (and, given before a batch or the shell,
@@ -58,6 +59,9 @@ struct CliOptions
     std::optional<double> duration;
     std::optional<std::string> address;
     std::optional<std::string> bauds, parities, stopBits; // scan: lists of line settings to try
+    std::optional<std::string> group; // params backup
+    std::optional<std::string> out; // map import
+    bool yes = false, keepGoing = false; // params restore
 
     std::vector<std::string> arguments; // the command and its arguments
 };

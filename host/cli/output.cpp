@@ -74,6 +74,15 @@ class TableOutput : public Output
             std::printf("(%s)\n", text.c_str());
         std::fflush(stdout);
     }
+    // The parameter's line after its read or write ("speed-command = 1500 rpm").
+    void namedLine(const char *what)
+    {
+        if (named)
+            std::printf("%s %s %s%s\n", named->name.c_str(), what, withUnit(*named, namedValue).c_str(),
+                namedRaw.empty() ? "" : (" (raw " + namedRaw + ")").c_str());
+        named = nullptr;
+        std::fflush(stdout);
+    }
 
 public:
     void info(DriverInterface &driver) override
@@ -107,6 +116,7 @@ public:
             std::printf("%-16s %11s %11s  %s\n", "address", "value", "signed", "hex");
         for (const Element &e : elements)
             std::printf("%s\n", formatValue(e, t.type).c_str());
+        namedLine("=");
         linkLine(line);
     }
 
@@ -115,7 +125,7 @@ public:
     {
         std::printf("wrote %zu %s%s at %s, station %d%s\n", values.size(), valueTypeName(t.type),
             values.size() == 1 ? "" : "s", t.address.text().c_str(), station, healthNote(line).c_str());
-        std::fflush(stdout);
+        namedLine("set to");
     }
 
     void formattedReadDone(const Tag &t, int, const FormattedResult &r, const LineReport &line) override
@@ -123,6 +133,7 @@ public:
         std::printf("%-16s %s\n", "address", t.format->text().c_str());
         for (size_t i = 0; i < r.values.size(); ++i)
             std::printf("%-16s %s\n", r.addresses[i].c_str(), r.values[i].c_str());
+        namedLine("=");
         linkLine(line);
     }
 
@@ -132,10 +143,13 @@ public:
         std::printf("wrote %zu %s value%s (%zu register%s) at %s, station %d%s\n", texts.size(),
             t.format->text().c_str(), texts.size() == 1 ? "" : "s", registers, registers == 1 ? "" : "s",
             t.address.text().c_str(), station, healthNote(line).c_str());
-        std::fflush(stdout);
+        namedLine("set to");
     }
 
-    void failed(const char *, const Tag &, const std::string &, const LineReport &) override { }
+    void failed(const char *, const Tag &, const std::string &, const LineReport &) override
+    {
+        named = nullptr;
+    }
 
     void pollChange(double seconds, const Tag &tag, const std::string &shown) override
     {
@@ -458,8 +472,14 @@ private:
         o["format"] = QString::fromStdString(t.format->text());
         return o;
     }
-    static void print(const QJsonObject &object)
+    void print(QJsonObject object)
     {
+        if (named) {
+            object["name"] = QString::fromStdString(named->name);
+            object["engineering"] = QString::fromStdString(namedValue);
+            object["unit"] = QString::fromStdString(named->unit);
+        }
+        named = nullptr;
         std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
         std::fflush(stdout);
     }

@@ -5,6 +5,7 @@
 // per command for scripts. The session decides what happened; an Output
 // only renders it, each on standard output.
 
+#include "parammap.h"
 #include "tag.h"
 #include "seriallink.h"
 #include "formattedio.h"
@@ -110,7 +111,23 @@ public:
     // The output for a command: JSON when it asks for it (--json).
     static Output &choose(bool json);
 
+    // The next read or write shown is of this parameter (by name), with its
+    // engineering value: a table adds a line "NAME = VALUE UNIT", JSON the
+    // fields name, engineering and unit (the
+    // others as for any read or write). Cleared once shown.
+    // raw: for a write, the raw value going out.
+    void setNamed(
+        const Parameter *param, const std::string &engineering, const std::string &raw = std::string())
+    {
+        named = param;
+        namedValue = engineering;
+        namedRaw = raw;
+    }
+
 protected:
+    const Parameter *named = nullptr;
+    std::string namedValue, namedRaw;
+
     // Said of a command that the driver served from its own register window.
     static constexpr const char *heldByDriverText
         = "held by the driver itself; nothing was sent to a station";

@@ -12,9 +12,27 @@
 
 namespace {
 
+// A named tag's value in engineering units with its unit ("12.50 A"), as
+// shown and logged; a raw value that gives none fails the sample.
+void engineeringSample(const Parameter &param, Sample &s)
+{
+    std::string value, error;
+    if (!s.ok || s.values.size() != 1)
+        return;
+    if (!engineeringValue(param, s.values[0], value, error)) {
+        s.ok = false;
+        s.error = error;
+        s.values.clear();
+        return;
+    }
+    s.values = { withUnit(param, value) };
+    s.numeric = false;
+}
+
 // A poll's read as the log and the output take it: its values as texts in
-// the tag's format (unsigned numbers for a plain type), or the driver's text.
-Sample sampleOf(const Tag &t, PollSample &&p)
+// the tag's format (unsigned numbers for a plain type), or the driver's text;
+// a parameter named by the tag in engineering units.
+Sample sampleOf(const Tag &t, const Parameter *param, PollSample &&p)
 {
     Sample s;
     s.tag = t.text;
@@ -24,6 +42,8 @@ Sample sampleOf(const Tag &t, PollSample &&p)
     s.addresses = std::move(p.result.addresses);
     s.values = std::move(p.result.values);
     s.error = p.result.errorText;
+    if (param)
+        engineeringSample(*param, s);
     return s;
 }
 
@@ -152,7 +172,7 @@ void PollRun::render(PollSample &&p)
     const bool newlyBackedOff = p.newlyBackedOff;
     stale[i] = p.backedOff;
     const int station = p.station;
-    const Sample sample = sampleOf(t, std::move(p));
+    const Sample sample = sampleOf(t, i < c.params.size() ? c.params[i] : nullptr, std::move(p));
     std::string shown;
     if (!sample.ok) {
         shown = "error: " + sample.error;

@@ -5,6 +5,7 @@
 #include "framedecoder.h"
 #include "installation.h"
 #include "output.h"
+#include "registermap.h"
 
 #include <cerrno>
 #include <unistd.h>
@@ -61,6 +62,24 @@ std::string Session::permissionHint(const std::string &port)
         return std::string();
     return " (serial devices usually belong to the group dialout: sudo usermod -aG dialout $USER, then log "
            "in again)";
+}
+
+int Session::loadMap()
+{
+    std::string error;
+    if (session.map) {
+        if (!loadParameterMap(*session.map, paramMap, error))
+            return usage(error);
+    } else if (!session.port && !session.simMap) {
+        // The simulated drive's own parameters, as teco-sim serves them.
+        if (!parseParameterMap(builtinServoMap(), paramMap, error))
+            return usage("the built-in map: " + error);
+        paramMap.path = "the simulated drive's map";
+    } else {
+        return ExitOk;
+    }
+    mapLoaded = true;
+    return ExitOk;
 }
 
 int Session::loadDriver()
@@ -209,11 +228,37 @@ void Session::noteWindow(const Tag &t)
             t.text.empty() ? t.address.text().c_str() : t.text.c_str());
 }
 
+int Session::readNamed(const Command &c, const ReadCommand &r)
+{
+    const Tag &t = r.target;
+    healthBefore = link().totalHealth();
+    const FormattedResult f = drive.readTag(t);
+    if (!f.ok)
+        return failure(c, t, f.errorText);
+    std::string value, error;
+    if (f.values.size() != 1 || !engineeringValue(*r.param, f.values[0], value, error))
+        return failure(c, t, f.values.size() != 1 ? "the read gave no single value" : error);
+    Output &out = Output::choose(c.options.json);
+    out.setNamed(r.param, value);
+    const LineReport line = lineReport(f.answeredMs, f.requestsSent);
+    if (t.format) {
+        out.formattedReadDone(t, link().options().station, f, line);
+        return ExitOk;
+    }
+    Element e;
+    e.address = f.addresses.empty() ? t.address.text() : f.addresses[0];
+    e.value = uint32_t(std::stoul(f.values[0]));
+    out.readDone(t, link().options().station, { e }, line);
+    return ExitOk;
+}
+
 int Session::run(const Command &c, const ReadCommand &r)
 {
     const int opened = openLineFor(c, true);
     if (opened != ExitOk)
         return opened;
+    if (r.param)
+        return readNamed(c, r);
     const Tag &t = r.target;
     noteWindow(t);
     healthBefore = link().totalHealth();
@@ -240,6 +285,8 @@ int Session::run(const Command &c, const WriteCommand &w)
     const Tag &t = w.target;
     healthBefore = link().totalHealth();
     Output &out = Output::choose(c.options.json);
+    if (w.param)
+        out.setNamed(w.param, w.engineering, w.raw);
     if (t.format) {
         const DriverHost::Result r = writeRegisters(host(), link(), t.address, w.write.registers);
         if (!r.ok)

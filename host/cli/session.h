@@ -8,6 +8,7 @@
 #include "command.h"
 #include "driversession.h"
 #include "output.h"
+#include "parammap.h"
 #include "samplelog.h"
 
 #include <cstdio>
@@ -24,6 +25,10 @@ public:
 
     // Loads the driver plug-in; ExitUsage with a message on failure.
     int loadDriver();
+    // Loads the parameter map of --map; ExitUsage with a message on failure.
+    int loadMap();
+    // The map loaded, whose names stand for addresses; nullptr: none.
+    const ParameterMap *map() const { return mapLoaded ? &paramMap : nullptr; }
     // Opens the line (starting the simulated drive without --port).
     int openLine();
     // Runs one prepared command.
@@ -47,6 +52,7 @@ public:
 private:
     // Each kind of command; c holds what every command takes.
     int run(const Command &c, const InfoCommand &);
+    int readNamed(const Command &c, const ReadCommand &r);
     int run(const Command &c, const ReadCommand &r);
     int run(const Command &c, const WriteCommand &w);
     int run(const Command &c, const PollCommand &p); // poll.cpp
@@ -56,6 +62,8 @@ private:
     int run(const Command &c, const DecodeCommand &d);
     int run(const Command &c, const TraceCommand &t); // batch.cpp
     int run(const Command &c, const FaultCommand &f); // batch.cpp
+    int run(const Command &c, const ParamsCommand &p); // params.cpp
+    int run(const Command &c, const MapCommand &m); // params.cpp
 
     // For a command that needs the line: opens it and applies the command's
     // link options; toStation: it talks to the station given (a note for
@@ -94,6 +102,8 @@ private:
     LinkOptions defaults; // the session's link options; commands override some
     SampleLog pollLog; // poll --log
     bool lineOpen = false;
+    ParameterMap paramMap; // --map
+    bool mapLoaded = false;
 };
 
 #endif // HOST_CLI_SESSION_H

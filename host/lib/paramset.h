@@ -54,6 +54,8 @@ struct ParamDifference
 // The parameters whose values differ, in the file's order: a drive's
 // readings against a backup, or two backups (by name). A parameter read on
 // one side but missing or failed on the other differs, with "-" for it.
+// Only settings are compared: a read-only parameter (a measurement such as
+// the motor's speed) is left out.
 std::vector<ParamDifference> compareWithFile(
     const std::vector<ParamReading> &drive, const ParameterMap &file);
 std::vector<ParamDifference> compareFiles(const ParameterMap &first, const ParameterMap &second);

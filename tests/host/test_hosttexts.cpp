@@ -535,7 +535,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
         { { "trace", "on" }, false,
-            "unknown command \"trace\" (info, read, write, poll, scan, batch, shell or decode)" },
+            "unknown command \"trace\" (info, read, write, poll, scan, batch, shell, decode, params or map)" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
         { { "fault", "noreply:times=1" }, true, "" },
@@ -548,7 +548,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "shell", "x" }, false, "usage: shell" },
         { { "shell" }, false, "" },
         { { "help" }, true,
-            "unknown command \"help\" (info, read, write, poll, scan, decode, trace or fault)" },
+            "unknown command \"help\" (info, read, write, poll, scan, decode, trace, fault, params or map)" },
         // What the driver cannot do in one command is bad usage, found before anything is sent.
         { { "read", "HR100", "--count", "125" }, false, "" },
         { { "read", "HR100", "--count", "126" }, false, "at most 125 registers in one read" },
@@ -681,7 +681,7 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
     } rows[] = {
         { {}, "re", { "read" } },
         { {}, "",
-            { "info", "read", "write", "poll", "scan", "decode", "trace", "fault", "help", "quit", "exit" } },
+            { "info", "read", "write", "poll", "scan", "decode", "trace", "fault", "params", "map", "help", "quit", "exit" } },
         { {}, "ba", {} }, // not on a line
         { { "read" }, "f", { "FN5DO", "FN6HR" } },
         { { "read", "HR1" }, "H", {} }, // the value goes there
