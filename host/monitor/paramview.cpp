@@ -48,6 +48,7 @@ ParamView::ParamView(QWidget *parent)
     table->horizontalHeader()->setStretchLastSection(true);
     summaryLabel = new QLabel("Backup, compare or restore the parameters of the map (File > Open map...).");
     summaryLabel->setWordWrap(true);
+    summaryLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     auto *layout = new QVBoxLayout(this);
     layout->addLayout(buttons);
     layout->addWidget(summaryLabel);

@@ -466,11 +466,11 @@ private slots:
         QFETCH(QString, outcome);
         auto map = std::make_shared<ParameterMap>();
         std::string e;
-        QVERIFY2(parseParameterMap("name,address,scale,unit,min,max,access,description,values,alarm\n"
-                                   "speed-command,HR402,1,rpm,-3000,3000,rw,speed asked,,\n"
-                                   "torque-limit,HR101,0.1,%,0,300,rw,torque at most,,\n"
-                                   "current,IR404,0.01,A,,,r,motor current,,\n"
-                                   "alarm-code,IR406,,,,,r,the drive's alarm,0=none;1=over-speed,yes\n",
+        QVERIFY2(parseParameterMap("name,address,format,scale,unit,min,max,access,description,values,alarm\n"
+                                   "speed-command,HR402,int16,1,rpm,-3000,3000,rw,speed asked,,\n"
+                                   "torque-limit,HR101,,0.1,%,0,300,rw,torque at most,,\n"
+                                   "current,IR404,,0.01,A,,,r,motor current,,\n"
+                                   "alarm-code,IR406,,,,,,r,the drive's alarm,0=none;1=over-speed,yes\n",
                      *map, e),
             e.c_str());
         TagModel model;
