@@ -64,6 +64,7 @@ void ParamView::setMap(std::shared_ptr<const ParameterMap> m) { map = std::move(
 void ParamView::setConnected(bool on)
 {
     connected = on;
+    ++connection;
     setRunning(running);
 }
 
@@ -222,9 +223,12 @@ void ParamView::askRestore(const ParamJob &read)
     box->setObjectName("restoreConfirmation");
     box->button(QMessageBox::Yes)->setText("Write");
     box->setAttribute(Qt::WA_DeleteOnClose);
-    connect(box, &QMessageBox::buttonClicked, this, [this, box, job](QAbstractButton *b) {
-        if (box->standardButton(b) != QMessageBox::Yes) {
-            say("restore cancelled: nothing written");
+    const int asked = connection;
+    connect(box, &QMessageBox::buttonClicked, this, [this, box, job, asked](QAbstractButton *b) {
+        if (box->standardButton(b) != QMessageBox::Yes || running || asked != connection) {
+            say(box->standardButton(b) != QMessageBox::Yes ? "restore cancelled: nothing written"
+                    : running ? "nothing written: another parameter job is under way"
+                              : "nothing written: the connection changed since the drive was read");
             return;
         }
         setRunning(true);

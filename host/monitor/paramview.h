@@ -57,6 +57,7 @@ private:
     std::shared_ptr<const ParameterMap> map;
     bool connected = false;
     bool running = false;
+    int connection = 0; // counts the connections opened and closed: a plan holds for one
     QPushButton *backupButton, *compareButton, *restoreButton;
     QTableWidget *table;
     QLabel *summaryLabel;
