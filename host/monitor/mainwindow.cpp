@@ -464,7 +464,7 @@ void MainWindow::makeTagTable()
     tagTable->horizontalHeader()->setStretchLastSection(true);
     const QFontMetrics m = tagTable->fontMetrics();
     const std::pair<int, const char *> widths[]
-        = { { TagModel::TagColumn, "IR402SW:int32" }, { TagModel::StationColumn, "Station" },
+        = { { TagModel::TagColumn, "speed-command:x" }, { TagModel::StationColumn, "Station" },
               { TagModel::TypeColumn, "2 words" }, { TagModel::FormatColumn, "int32:ABCD" },
               { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
