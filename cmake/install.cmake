@@ -4,6 +4,7 @@
 #   <libdir>/teco-servo/libteco_servo.so      (libdir: lib/<arch> under /usr)
 #   share/man/man1/<program>.1.gz             (from the program's docs page, below)
 #   share/bash-completion/completions/<program>
+#   share/teco-servo/servo-drive.csv          (the simulated drive's map)
 #   share/doc/teco-servo/README.md, docs/*.md and bench/README.md (the pages
 #     it links, with teco-monitor's screenshot, where the links find them)
 include(GNUInstallDirs)
@@ -20,6 +21,10 @@ file(GLOB TECO_DOC_PAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 install(FILES ${TECO_DOC_PAGES} ${PROJECT_SOURCE_DIR}/docs/teco-monitor.png
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/teco-servo/docs)
 install(FILES bench/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/teco-servo/bench)
+# The simulated drive's map, which teco-sim also has built in: for people and
+# programs to read, copy and change.
+set(TECO_SERVO_MAP ${PROJECT_SOURCE_DIR}/host/sim/servo-drive.csv)
+install(FILES ${TECO_SERVO_MAP} DESTINATION ${CMAKE_INSTALL_DATADIR}/teco-servo)
 
 # Manual pages, built from the pages of docs/ by cmake/manpage.pl and
 # go-md2man (target man-pages, in ALL): each page with the docs pages it

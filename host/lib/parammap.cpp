@@ -545,14 +545,14 @@ bool readFlags(const Row &row, Parameter &p, std::string &error)
 bool readParameter(const Row &row, const ParameterMap &map, Parameter &p, std::string &error)
 {
     p.line = row.line;
-    if (!readName(row, map, p, error) || !readTag(row, p, error) || !readScaling(row, p, error)
-        || !readLimit(row, MinColumn, p, error) || !readLimit(row, MaxColumn, p, error)
-        || !readAccess(row, p, error) || !readValues(row, p, error) || !readFlags(row, p, error))
-        return false;
     p.unit = row.cell[UnitColumn];
     p.group = row.cell[GroupColumn];
     p.description = row.cell[DescriptionColumn];
     p.motion = row.cell[MotionColumn];
+    if (!readName(row, map, p, error) || !readTag(row, p, error) || !readScaling(row, p, error)
+        || !readLimit(row, MinColumn, p, error) || !readLimit(row, MaxColumn, p, error)
+        || !readAccess(row, p, error) || !readValues(row, p, error) || !readFlags(row, p, error))
+        return false;
     for (int c = firstBackupColumn; c < ColumnCount; ++c)
         if (!row.cell[size_t(c)].empty())
             p.backup[columnNames[c]] = row.cell[size_t(c)];
@@ -572,10 +572,10 @@ std::string cellText(const Parameter &p, int column)
         const size_t colon = p.tag.text.find(':');
         return colon == std::string::npos ? "" : p.tag.text.substr(colon + 1);
     }
-    case ScaleColumn:
-        return p.scaleText;
+    case ScaleColumn: // the defaults left out: hex, binary and strings take none
+        return p.scaleText == "1" ? "" : p.scaleText;
     case OffsetColumn:
-        return p.offsetText;
+        return p.offsetText == "0" ? "" : p.offsetText;
     case UnitColumn:
         return p.unit;
     case MinColumn:

@@ -25,9 +25,11 @@ const char usageText[] = "Usage: teco-sim [options]\n"
                          "  --device PATH      serve on this serial device instead of a new pseudo-terminal\n"
                          "  --link TEXT        line settings, default \"RS485,9600,NONE,8,2\"\n"
                          "  --stations LIST    stations to serve, default 1,2,3 (such as 1,2,5-7)\n"
-                         "  --map FILE         initial values (see --print-map for the format)\n"
+                         "  --map FILE         initial values: a parameter map (as --print-map prints) or\n"
+                         "                     the older ADDRESS VALUE NAME lines\n"
                          "  --print-map        print the built-in servo map and exit (it has a motor that\n"
                          "                     moves: speed command HR402, motor speed IR401, ...)\n"
+                         "  --convert-map FILE print a map of the older form as a parameter map and exit\n"
                          "  --fault RULE       inject a fault; repeatable (see below)\n"
                          "  --seed N           seed for faults by rate, default 1\n"
                          "  --quiet            no line per request on standard error\n"
@@ -47,6 +49,7 @@ struct SimArguments
 {
     SimDrive::Options drive;
     std::optional<std::string> mapPath;
+    std::optional<std::string> convertPath;
     bool help = false;
     bool printMap = false;
     bool version = false;
@@ -73,6 +76,7 @@ OptionTable simOptionTable(SimArguments &a)
             }),
         T::text("map", a.mapPath).completing("file"),
         T::flag("print-map", a.printMap),
+        T::text("convert-map", a.convertPath).completing("file"),
         T::checked("fault",
             [&a](const std::string &text, std::string &error) {
                 FaultRule rule;
@@ -88,6 +92,22 @@ OptionTable simOptionTable(SimArguments &a)
         T::flag("version", a.version),
         T::flag("list-completions", a.listCompletions),
     });
+}
+
+// --convert-map: the older map at path as a parameter map on standard output.
+int convertMap(const std::string &path)
+{
+    std::string text, csv, error;
+    if (!readTextFile(path, userTextFileLimit, text, error)) {
+        std::fprintf(stderr, "teco-sim: cannot read the map %s: %s\n", path.c_str(), error.c_str());
+        return 2;
+    }
+    if (!convertRegisterMap(text, csv, error)) {
+        std::fprintf(stderr, "teco-sim: register map %s, %s\n", path.c_str(), error.c_str());
+        return 2;
+    }
+    std::fputs(csv.c_str(), stdout);
+    return 0;
 }
 
 // Serves until a stop signal, then prints the counters.
@@ -158,6 +178,8 @@ int main(int argc, char **argv)
         std::fputs(builtinServoMap(), stdout);
         return 0;
     }
+    if (arguments.convertPath)
+        return convertMap(*arguments.convertPath);
     SimDrive::Options &options = arguments.drive;
     if (arguments.mapPath
         && !readTextFile(*arguments.mapPath, userTextFileLimit, options.map.emplace(), error)) {

@@ -1,58 +1,12 @@
 #include "registermap.h"
 
+#include "formattedio.h"
+#include "parammap.h"
 #include "textutil.h"
 
+#include <algorithm>
+#include <cctype>
 #include <sstream>
-
-const char *builtinServoMap()
-{
-    return "# The built-in map of the simulated servo drive: ADDRESS VALUE NAME.\n"
-           "station all\n"
-           "# Parameters and monitor values that keep the values written to them.\n"
-           "HR1      2        control mode (0 position, 1 speed, 2 torque)\n"
-           "HR2      1        rotation direction (0 counter-clockwise, 1 clockwise)\n"
-           "HR10     0        servo on at power-up\n"
-           "HR100    1500     speed command (rpm)\n"
-           "HR101    300      torque limit (%)\n"
-           "HR102    200      acceleration time (ms)\n"
-           "HR103    200      deceleration time (ms)\n"
-           "HR104SW  100000   position command (pulses, high word first)\n"
-           "HR106    3000     maximum speed (rpm)\n"
-           "HR110    0x1234   output configuration word\n"
-           "HR1300   0        relay target (written through the panel's relay window)\n"
-           "IR1      1498     motor speed (rpm)\n"
-           "IR2      125      motor current (0.01 A)\n"
-           "IR3      311      DC bus voltage (V)\n"
-           "IR4      0        alarm code\n"
-           "IR5      41       heat sink temperature (deg C)\n"
-           "IR6SW    99998    position feedback (pulses, high word first)\n"
-           "DO1      0        servo on\n"
-           "DO2      0        alarm reset\n"
-           "DO3      0        jog forward\n"
-           "DO4      0        jog reverse\n"
-           "DI1      1        servo ready\n"
-           "DI2      1        in position\n"
-           "DI3      0        alarm\n"
-           "DI4      1        zero speed\n"
-           "# The motor: the model reads the commands HR401..HR406 and writes IR401..IR406\n"
-           "# on every request (motion QUANTITY ADDRESS [NAME]).\n"
-           "HR401    1        servo on (0 off, 1 on)\n"
-           "HR402    1500     speed command (rpm, signed)\n"
-           "HR403    2000     acceleration time (ms from 0 to 3000 rpm)\n"
-           "HR404    2000     deceleration time (ms from 3000 rpm to 0)\n"
-           "HR405    3000     maximum speed (rpm; a command beyond it raises alarm 1)\n"
-           "motion servo-on       HR401\n"
-           "motion speed-command  HR402\n"
-           "motion accel-time     HR403\n"
-           "motion decel-time     HR404\n"
-           "motion max-speed      HR405\n"
-           "motion alarm-reset    HR406    alarm reset (write 1 to clear the alarm)\n"
-           "motion speed          IR401    motor speed (rpm, signed)\n"
-           "motion position       IR402SW  position (10000 counts a revolution, high word first, wraps)\n"
-           "motion current        IR404    motor current (0.01 A)\n"
-           "motion load           IR405    load (% of the rated torque)\n"
-           "motion alarm          IR406    alarm code (0 none, 1 over-speed, 2 overload)\n";
-}
 
 namespace {
 
@@ -64,22 +18,11 @@ bool sameStations(const MotionEntry &a, const MotionEntry &b)
 
 int registersOf(const MotionEntry &e) { return e.quantity == MotionQuantity::Position ? 2 : 1; }
 
-// "motion QUANTITY ADDRESS [NAME]", checked against the motion lines before it.
-bool parseMotionLine(
-    std::istringstream &words, MotionEntry &e, const std::vector<MotionEntry> &earlier, std::string &error)
+// Checks the address (addressText as written) that binds e's quantity and
+// sets e's area and address.
+bool motionAddress(const std::string &addressText, const AddressText &address, MotionEntry &e, std::string &error)
 {
-    std::string quantity, addressText;
-    if (!(words >> quantity >> addressText)) {
-        error = "expected \"motion QUANTITY ADDRESS [NAME]\"";
-        return false;
-    }
-    if (!motionQuantityFromName(quantity, e.quantity)) {
-        error = "unknown motion quantity \"" + quantity + "\" (" + motionQuantityNames() + ")";
-        return false;
-    }
-    AddressText address;
-    if (!AddressText::parse(addressText, address, error))
-        return false;
+    const std::string quantity = motionQuantityName(e.quantity);
     if (address.bit >= 0 || address.prefix.compare(0, 2, "FN") == 0) {
         error = "use plain HR, IR, DO or DI addresses in a map, not \"" + addressText + "\"";
         return false;
@@ -100,23 +43,50 @@ bool parseMotionLine(
     }
     e.area = address.area;
     e.address = address.wireNumber();
-    std::getline(words, e.name);
-    e.name = trimmed(e.name);
+    return true;
+}
+
+// Checks e against the bindings before it: one register per quantity and
+// station, and no register bound twice.
+bool motionUnbound(
+    const MotionEntry &e, const std::vector<MotionEntry> &earlier, const std::string &addressText, std::string &error)
+{
     for (const MotionEntry &o : earlier) {
         if (!sameStations(e, o))
             continue;
         const std::string there = " (line " + std::to_string(o.line) + ")";
         if (o.quantity == e.quantity) {
-            error = "motion " + quantity + " is bound twice for the same station" + there;
+            error = std::string("motion ") + motionQuantityName(e.quantity) + " is bound twice for the same station"
+                + there;
             return false;
         }
-        if (o.area == e.area && e.address < o.address + registersOf(o)
-            && o.address < e.address + registersOf(e)) {
+        if (o.area == e.area && e.address < o.address + registersOf(o) && o.address < e.address + registersOf(e)) {
             error = addressText + " is already bound to motion " + motionQuantityName(o.quantity) + there;
             return false;
         }
     }
     return true;
+}
+
+// "motion QUANTITY ADDRESS [NAME]", checked against the motion lines before it.
+bool parseMotionLine(
+    std::istringstream &words, MotionEntry &e, const std::vector<MotionEntry> &earlier, std::string &error)
+{
+    std::string quantity, addressText;
+    if (!(words >> quantity >> addressText)) {
+        error = "expected \"motion QUANTITY ADDRESS [NAME]\"";
+        return false;
+    }
+    if (!motionQuantityFromName(quantity, e.quantity)) {
+        error = "unknown motion quantity \"" + quantity + "\" (" + motionQuantityNames() + ")";
+        return false;
+    }
+    AddressText address;
+    if (!AddressText::parse(addressText, address, error) || !motionAddress(addressText, address, e, error))
+        return false;
+    std::getline(words, e.name);
+    e.name = trimmed(e.name);
+    return motionUnbound(e, earlier, addressText, error);
 }
 
 // Every station with motion lines needs a speed command to follow.
@@ -223,6 +193,7 @@ bool MapReader::readValue(
     e.address = address.wireNumber();
     e.name = name;
     e.line = lineNumber;
+    e.written = value;
     return addValue(address, e, value, first, second, error);
 }
 
@@ -258,10 +229,114 @@ bool MapReader::addValue(const AddressText &address, MapEntry e, long long value
     return true;
 }
 
-} // namespace
+// ---------------------------------------------------------------- parameter maps
 
-bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, std::string &error,
-    std::vector<MotionEntry> *motion)
+// The station of a row: its station column, empty for every station.
+bool stationOf(const Parameter &p, int &station, std::string &error)
+{
+    station = 0;
+    const auto it = p.backup.find("station");
+    const std::string text = it == p.backup.end() ? std::string() : trimmed(it->second);
+    if (text.empty() || parseWholeNumber(text, 1, 247, station))
+        return true;
+    error = "a station is a number from 1 to 247 (empty: every station), not \"" + text + "\"";
+    return false;
+}
+
+// The registers (or the bit) that hold the row's default, as a write of it
+// would fill them.
+bool defaultRegisters(const Parameter &p, std::vector<uint16_t> &words, std::string &error)
+{
+    Parameter writable = p; // the initial value of a read-only one too
+    writable.access = ParamAccess::ReadWrite;
+    std::string raw;
+    if (!rawFromEngineering(writable, p.defaultText, raw, error))
+        return false;
+    const Tag &t = p.tag;
+    if (t.format) {
+        const bool text = t.format->number == NumberFormat::String;
+        return registersFromTexts({ raw }, *t.format, text ? std::optional<int>(t.count) : std::nullopt, words, error);
+    }
+    uint32_t v = 0;
+    if (!parseValue(raw, t.type, v, error))
+        return false;
+    const uint16_t high = uint16_t(v >> 16), low = uint16_t(v & 0xFFFF);
+    if (t.type == ValueType::DWord)
+        words = t.address.swap ? std::vector<uint16_t> { high, low } : std::vector<uint16_t> { low, high };
+    else
+        words = { low };
+    return true;
+}
+
+bool addDefault(const Parameter &p, int station, std::vector<MapEntry> &entries, std::string &error)
+{
+    std::vector<uint16_t> words;
+    if (!defaultRegisters(p, words, error))
+        return false;
+    const AddressText &a = p.tag.address;
+    if (a.wireNumber() + int(words.size()) > 65536) {
+        error = "its default runs past the last register";
+        return false;
+    }
+    MapEntry e;
+    e.station = station;
+    e.area = a.area;
+    e.bit = a.isRegister() ? a.bit : -1;
+    e.name = p.name;
+    e.line = p.line;
+    for (size_t i = 0; i < words.size(); ++i) {
+        e.address = a.wireNumber() + int(i);
+        e.value = words[i];
+        entries.push_back(e);
+    }
+    return true;
+}
+
+// The row's motion column, checked against the bindings before it.
+bool addMotion(const Parameter &p, int station, std::vector<MotionEntry> &motion, std::string &error)
+{
+    MotionEntry e;
+    e.station = station;
+    e.name = p.name;
+    e.line = p.line;
+    const std::string addressText = p.tag.address.text();
+    if (!motionQuantityFromName(p.motion, e.quantity)) {
+        error = "unknown motion quantity \"" + p.motion + "\" (" + motionQuantityNames() + ")";
+        return false;
+    }
+    if (!motionAddress(addressText, p.tag.address, e, error))
+        return false;
+    const ValueFormat *f = p.tag.format ? &*p.tag.format : nullptr;
+    if (f && (f->number == NumberFormat::String || f->registersPerValue() != registersOf(e))) {
+        error = std::string("motion ") + p.motion + " takes " + (registersOf(e) == 1 ? "one register" : "two registers")
+            + ", not the format " + f->text();
+        return false;
+    }
+    if (!motionUnbound(e, motion, addressText, error))
+        return false;
+    motion.push_back(e);
+    return true;
+}
+
+bool readParameterMap(
+    const std::string &text, std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion, std::string &error)
+{
+    ParameterMap map;
+    if (!parseParameterMap(text, map, error))
+        return false;
+    for (const Parameter &p : map.parameters) {
+        int station = 0;
+        if (!stationOf(p, station, error) || (!p.defaultText.empty() && !addDefault(p, station, entries, error))
+            || (!p.motion.empty() && !addMotion(p, station, motion, error))) {
+            error = "line " + std::to_string(p.line) + " (" + p.name + "): " + error;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool readTextMap(
+    const std::string &text, std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion, std::string &error)
 {
     MapReader reader;
     std::istringstream in(text);
@@ -273,10 +348,44 @@ bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, s
             return false;
         }
     }
-    if (!checkMotion(reader.motion, error))
-        return false;
     entries.swap(reader.entries);
+    motion.swap(reader.motion);
+    return true;
+}
+
+} // namespace
+
+bool isParameterMapText(const std::string &text)
+{
+    std::istringstream in(text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? text.substr(3) : text);
+    std::string line;
+    while (std::getline(in, line)) {
+        line = trimmed(line);
+        if (line.empty() || line[0] == '#' || line.compare(0, 2, "\"#") == 0)
+            continue;
+        const size_t end = line.find_first_of(",;");
+        if (end == std::string::npos)
+            return false;
+        std::string first = trimmed(line.substr(0, end));
+        if (first.size() >= 2 && first.front() == '"' && first.back() == '"')
+            first = first.substr(1, first.size() - 2);
+        return !first.empty()
+            && std::all_of(first.begin(), first.end(), [](char c) { return std::isalpha((unsigned char)c) != 0; });
+    }
+    return false;
+}
+
+bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, std::string &error,
+    std::vector<MotionEntry> *motion)
+{
+    std::vector<MapEntry> readEntries;
+    std::vector<MotionEntry> readMotion;
+    const bool read = isParameterMapText(text) ? readParameterMap(text, readEntries, readMotion, error)
+                                                : readTextMap(text, readEntries, readMotion, error);
+    if (!read || !checkMotion(readMotion, error))
+        return false;
+    entries.swap(readEntries);
     if (motion)
-        motion->swap(reader.motion);
+        motion->swap(readMotion);
     return true;
 }

@@ -238,9 +238,16 @@ bool SimDrive::fillRegisters(const std::vector<MapEntry> &entries, std::string &
         mappings[s] = m;
     }
     for (const MapEntry &e : entries)
-        for (auto &sm : mappings)
-            if (e.station == 0 || e.station == sm.first)
-                setValue(sm.first, e.area, e.address, e.value);
+        for (auto &sm : mappings) {
+            if (e.station != 0 && e.station != sm.first)
+                continue;
+            uint16_t v = e.value;
+            if (e.bit >= 0) {
+                const uint16_t mask = uint16_t(1u << e.bit), old = cellOf(sm.second, e.area, e.address);
+                v = e.value ? uint16_t(old | mask) : uint16_t(old & ~mask);
+            }
+            setCell(sm.second, e.area, e.address, v);
+        }
     return true;
 }
 

@@ -1,0 +1,213 @@
+// The parameter map: every kind of bad row is refused with its line and
+// column; raw values show exactly as raw x scale + offset with the decimals
+// written; typed values convert to the raw value that holds them or are
+// refused (access, limits, the register, the step, the value list); a map
+// written and read back is the same map.
+
+#include "mapcompare.h"
+#include "parammap.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const char header[] = "name,address,format,scale,offset,unit,min,max,access,default,values\n";
+
+ParameterMap mapOf(const std::string &text)
+{
+    ParameterMap map;
+    std::string error;
+    EXPECT_TRUE(parseParameterMap(text, map, error)) << error;
+    return map;
+}
+
+TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
+{
+    struct Row
+    {
+        const char *rows; // after the header
+        const char *error; // the sentence's start
+    } rows[] = {
+        { "\"speed,HR1\n", "line 2, column 1 (name): a quoted field is not closed" },
+        { "sp\"eed,HR1\n", "line 2, column 1 (name): a quote inside an unquoted field" },
+        { "\"speed\"x,HR1\n", "line 2, column 1 (name): text follows" },
+        { "speed,HR1,,,,,,,,,,5\n", "line 2, column 12: a value in a column without a name" },
+        { "\n# note, \"quoted\n,,,\nspeed,HR1\n,HR2\n", "line 6, column 1 (name): a parameter needs a name" },
+        { "-speed,HR1\n", "line 2, column 1 (name): \"-speed\" is not a name" },
+        { "HR7,HR1\n", "line 2, column 1 (name): \"HR7\" reads as an address" },
+        { "speed,HR1\nSPEED,HR2\n", "line 3, column 1 (name): \"SPEED\" is the name of line 2 too" },
+        { "speed,\n", "line 2, column 2 (address): a parameter needs an address" },
+        { "speed,XR1\n", "line 2, column 2 (address): " },
+        { "speed,HR1:int16\n", "line 2, column 2 (address): the address column takes the address alone" },
+        { "speed,HR1,int17\n", "line 2, column 3 (format): unknown format" },
+        { "speed,DO1,int16\n", "line 2, column 3 (format): formats apply to registers" },
+        { "speed,HR1,string:200\n", "line 2, column 3 (format): a string takes string:N" },
+        { "speed,HR1,hex,0.1\n", "line 2, column 4 (scale): a scale applies to numbers" },
+        { "speed,HR1,,1e-2\n", "line 2, column 4 (scale): \"1e-2\" is not a decimal number" },
+        { "speed,HR1,,0\n", "line 2, column 4 (scale): a scale of 0" },
+        { "speed,HR1,,,,,x\n", "line 2, column 7 (min): \"x\" is not a number" },
+        { "speed,HR1,,,,,5,4\n", "line 2, column 8 (max): the max 4 is below the min 5" },
+        { "speed,HR1,,,,rpm,-3000\n",
+            "line 2, column 7 (min): -3000 is outside what HR1 holds (0 to 65535 rpm" },
+        { "speed,HR1,,,,,,,rx\n", "line 2, column 9 (access): \"rx\" is not r, rw or w" },
+        { "speed,IR1,,,,,,,rw\n", "line 2, column 9 (access): IR1 is an input register" },
+        { "speed,HR1,,,,,,,,,0:off\n", "line 2, column 11 (values): \"0:off\" is not RAW=TEXT" },
+        { "speed,DO1,,,,,,,,,2=on\n", "line 2, column 11 (values): the raw value 2 is outside" },
+        { "speed,HR1,,,,,,,,,0=off;1=OFF\n", "line 2, column 11 (values): \"1=OFF\" repeats" },
+        { "speed,HR1,,,,,,,,,0=5\n",
+            "line 2, column 11 (values): \"0=5\" needs a text that is not a number" },
+        { "speed,HR1,float32,,,,,,,,0=off\n", "line 2, column 11 (values): a value list applies to whole" },
+        { "speed,HR1,,,,rpm,0,100,,101\n", "line 2, column 10 (default): speed takes 0 to 100 rpm: 101" },
+        { "speed,HR1,,0.5,,,,,,1.25\n", "line 2, column 10 (default): speed takes steps of 0.5: 1.25" },
+        { "speed,HR1,,,,,,,,fast,0=off\n", "line 2, column 10 (default): speed takes off, not \"fast\"" },
+        { "speed,HR1,string:1,,,,,,,abc\n", "line 2, column 10 (default): the string takes 2 registers" },
+    };
+    for (const Row &r : rows) {
+        ParameterMap map;
+        std::string error;
+        EXPECT_FALSE(parseParameterMap(header + std::string(r.rows), map, error)) << r.rows;
+        EXPECT_EQ(error.substr(0, std::string(r.error).size()), r.error) << r.rows;
+    }
+    struct Header
+    {
+        const char *text, *error;
+    } headers[] = {
+        { "name,address,scael\n", "line 1, column 3 (scael): unknown column" },
+        { "name;address;Name\n", "line 1, column 3 (Name): the column is given twice" },
+        { "# a map\nname,unit\n", "line 2: the header row has no address column" },
+        { "\n", "the map has no header row" },
+    };
+    for (const Header &h : headers) {
+        ParameterMap map;
+        std::string error;
+        EXPECT_FALSE(parseParameterMap(h.text, map, error));
+        EXPECT_EQ(error.substr(0, std::string(h.error).size()), h.error) << h.text;
+    }
+}
+
+// A drive's map as a spreadsheet saves it: semicolons, a byte-order mark,
+// CRLF, quoted fields.
+const char driveMap[] = "\xEF\xBB\xBFName;Address;Format;Scale;Offset;Unit;Min;Max;Access;Values\r\n"
+                        "speed;HR402;int16;1;;rpm;-3000;3000;;\r\n"
+                        "current;HR403;;0.01;;A;0;3;;\r\n"
+                        "temp;IR10;int16;0.1;-40;C;;;;\r\n"
+                        "ratio;HR404;;0.10;;;;;;\r\n"
+                        "mode;HR405;;;;;;;;\"0=off;1=on;2=auto\"\r\n"
+                        "alarm;HR406;;;;;;;r;\"0=none;7=over-speed\"\r\n"
+                        "flow;HR407;float32;0.5;1;l/min;;;;\r\n"
+                        "total;HR408;uint32;0.001;;;;;;\r\n"
+                        "inverse;HR410;;-0.5;;;;;;\r\n"
+                        "brake;DO3;;;;;;;;\r\n"
+                        "label;HR420;string:4;;;;;;w;\r\n"
+                        "status;HR430;hex;;;;;;;\r\n";
+
+TEST(ParameterMap, RawValuesShowExactly)
+{
+    const ParameterMap map = mapOf(driveMap);
+    struct Row
+    {
+        const char *name, *raw, *shown; // shown: with unit, or "!" and the error's start
+    } rows[] = {
+        { "current", "16", "0.16 A" },
+        { "current", "0", "0.00 A" },
+        { "current", "65535", "655.35 A" },
+        { "temp", "65", "-33.5 C" },
+        { "temp", "-400", "-80.0 C" },
+        { "ratio", "5", "0.50" },
+        { "mode", "2", "auto" },
+        { "mode", "7", "7 (not in the list)" },
+        { "alarm", "7", "over-speed" },
+        { "flow", "1.5", "1.75 l/min" },
+        { "flow", "1e-07", "1.00000005 l/min" },
+        { "flow", "-inf", "-inf l/min" },
+        { "total", "4294967295", "4294967.295" },
+        { "inverse", "3", "-1.5" },
+        { "label", "ab\\x01", "ab\\x01" },
+        { "status", "0x00FF", "0x00FF" },
+        { "speed", "timeout", "!speed: the raw value \"timeout\" is not a number" },
+    };
+    for (const Row &r : rows) {
+        const Parameter *p = map.find(r.name);
+        ASSERT_NE(p, nullptr) << r.name;
+        std::string value, error;
+        const bool ok = engineeringValue(*p, r.raw, value, error);
+        EXPECT_EQ(ok ? withUnit(*p, value) : "!" + error, r.shown) << r.name << " " << r.raw;
+    }
+}
+
+TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
+{
+    const ParameterMap map = mapOf(driveMap);
+    struct Row
+    {
+        const char *name, *typed, *raw; // raw: or "!" and the error
+    } rows[] = {
+        { "current", "1.5", "150" },
+        { "current", "0.1", "10" }, // 0.1 / 0.01 is not 10 in binary floating point
+        { "current", "2.675", "!current takes steps of 0.01 A: 2.675 is between two" },
+        { "current", "3.01", "!current takes 0 to 3 A: 3.01 is outside" },
+        { "speed", "-3000", "-3000" },
+        { "speed", "1e3", "1000" },
+        { "speed", "+5", "!speed takes a number, not \"+5\"" },
+        { "temp", "20", "!temp is read-only" },
+        { "inverse", "-1.5", "3" },
+        { "inverse", "1", "!inverse takes -32767.5 to 0.0 (what HR410 holds): 1 is outside" },
+        { "ratio", "0.05", "!ratio takes steps of 0.10: 0.05 is between two" },
+        { "mode", "AUTO", "2" },
+        { "mode", "1", "1" },
+        { "mode", "5", "!mode takes off, on, auto: 5 is not one of them" },
+        { "flow", "2", "2" },
+        { "flow", "1.75", "1.5" },
+        { "total", "4294967.295", "4294967295" },
+        { "total", "4294967.296",
+            "!total takes 0.000 to 4294967.295 (what HR408 holds): 4294967.296 is outside" },
+        { "brake", "on", "1" },
+        { "brake", "2", "!brake takes 0 to 1 (what DO3 holds): 2 is outside" },
+        { "label", "servo 1", "servo 1" },
+        { "label", "servo 123", "!the string takes 5 registers, more than the 4 given" },
+    };
+    for (const Row &r : rows) {
+        const Parameter *p = map.find(r.name);
+        ASSERT_NE(p, nullptr) << r.name;
+        std::string raw, error;
+        const bool ok = rawFromEngineering(*p, r.typed, raw, error);
+        EXPECT_EQ(ok ? raw : "!" + error, r.raw) << r.name << " " << r.typed;
+    }
+}
+
+TEST(ParameterMap, NamesResolveBeforeAddresses)
+{
+    const ParameterMap map = mapOf(driveMap);
+    struct Row
+    {
+        const char *text, *tag; // tag: the tag's text, or "!" and the error
+    } rows[] = {
+        { "SPEED", "HR402:int16" },
+        { "HR5:int32", "HR5:int32" },
+        { "curent", "!unknown parameter \"curent\" (closest: current)" },
+        { "HR0", "!" },
+    };
+    for (const Row &r : rows) {
+        Tag tag;
+        const Parameter *p = nullptr;
+        std::string error;
+        const bool ok = resolveTag(r.text, &map, tag, p, error);
+        const std::string expected = r.tag;
+        EXPECT_EQ(ok ? tag.text : "!" + error.substr(0, expected.size() - 1), expected) << r.text;
+    }
+}
+
+TEST(ParameterMap, WrittenMapReadsBackTheSame)
+{
+    ParameterMap map = mapOf(std::string(
+        "name,address,format,scale,offset,unit,min,max,access,default,group,description,values,alarm,motion,"
+        "value,station,time,driver\n"
+        "gain,HR500,int32:abcd,0.001,-2,\"N,m\",-5,5e-1,w,0.25,gains,\"say \"\"hi\"\"\nnext line\",,,speed,"
+        "0.250,3,2026-11-25T05:00:00.000Z,1.2\n"
+        "fault,HR501,,,,,,,r,,alarms,,\"0=none;7=over-speed\",yes,alarm,none,3,,\n"));
+    const ParameterMap drive = mapOf(driveMap);
+    map.parameters.insert(map.parameters.end(), drive.parameters.begin(), drive.parameters.end());
+    EXPECT_EQ(mapDifference(map, mapOf(parameterMapCsv(map))), "");
+}
+
+} // namespace
