@@ -466,7 +466,7 @@ void MainWindow::makeTagTable()
     const std::pair<int, const char *> widths[]
         = { { TagModel::TagColumn, "speed-command:x" }, { TagModel::StationColumn, "Station" },
               { TagModel::TypeColumn, "2 words" }, { TagModel::FormatColumn, "int32:ABCD" },
-              { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
+              { TagModel::ValueColumn, "-2147483648 rpm" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
         tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 14);
     tagTable->setColumnWidth(
