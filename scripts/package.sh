@@ -37,6 +37,8 @@ echo "$version"
 [[ $version == *"driver plug-in $plugin: "* ]] || fail "the installed teco-cli does not load $plugin"
 teco-cli read HR100 || fail "teco-cli read HR100"
 teco-sim --version || fail "teco-sim --version"
+map=$(dpkg -L teco-servo | grep '/share/teco-servo/servo-drive\.csv$') || fail "the package holds no servo-drive.csv"
+cmp -s "$map" <(teco-sim --print-map) || fail "$map is not the map that teco-sim has built in"
 for program in teco-cli teco-sim; do
   page=$(dpkg -L teco-servo | grep "/man1/$program\.1\.gz$") || fail "no manual page of $program"
   if command -v man >/dev/null; then

@@ -4,6 +4,7 @@
 
 #include "e2erig.h"
 
+#include "parammap.h"
 #include "registermap.h"
 
 #include <chrono>
@@ -37,7 +38,13 @@ uint32_t readPosition(E2eRig &rig)
 TEST(EndToEnd, TheDriveRampsToTheSpeedCommandAndResetsItsAlarm)
 {
     // The built-in map (0 to 3000 rpm in 2000 ms), with the motor at rest.
-    E2eRig rig(AnswerTimeoutMs, 0, {}, std::string(builtinServoMap()) + "HR402 0\n");
+    ParameterMap map;
+    std::string error;
+    ASSERT_TRUE(parseParameterMap(builtinServoMap(), map, error)) << error;
+    for (Parameter &p : map.parameters)
+        if (p.motion == "speed-command")
+            p.defaultText = "0";
+    E2eRig rig(AnswerTimeoutMs, 0, {}, parameterMapCsv(map));
     EXPECT_EQ(readWord(rig, "IR401"), 0);
 
     ASSERT_TRUE(writeWord(rig, "HR402", 3000)) << rig.error();

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <optional>
 
 namespace {
@@ -327,6 +329,76 @@ TEST(RegisterMaps, NoMapMeansTheBuiltInOneAndAnEmptyMapIsEmpty)
         EXPECT_EQ(value, row.hr100);
         drive.stop();
     }
+}
+
+TEST(RegisterMaps, ParameterMapsServeTheirDefaultsAsTheRegistersHoldThem)
+{
+    using A = Area;
+    struct Row
+    {
+        const char *what;
+        std::optional<std::string> map;
+        int station;
+        Area area;
+        int address; // zero-based
+        uint16_t value;
+    } rows[] = {
+        { "a scale: 1.25 A in 0.01 A", std::nullopt, 1, A::InputRegisters, 1, 125 },
+        { "an offset: 25.0 C in 0.1 C from -40", std::nullopt, 1, A::InputRegisters, 2006, 650 },
+        { "a double word, high word first", std::nullopt, 1, A::HoldingRegisters, 104, 0x86A0 },
+        { "a string", std::nullopt, 2, A::InputRegisters, 2009, 0x5349 },
+        { "a register's bit on its word", std::string("name,address,default\nw,HR7,4660\nb,HR7.0,1\n"), 1,
+            A::HoldingRegisters, 6, 0x1235 },
+        { "a station column: not this station", std::string("name,address,default,station\na,HR9,5,2\n"), 1,
+            A::HoldingRegisters, 8, 0 },
+        { "a station column: its station", std::string("name,address,default,station\na,HR9,5,2\n"), 2,
+            A::HoldingRegisters, 8, 5 },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        SimDrive drive;
+        SimDrive::Options options;
+        options.map = row.map;
+        std::string error;
+        ASSERT_TRUE(drive.start(options, error)) << error;
+        uint16_t value = 0xFFFF;
+        EXPECT_TRUE(drive.value(row.station, row.area, row.address, value));
+        EXPECT_EQ(value, row.value);
+        drive.stop();
+    }
+}
+
+TEST(RegisterMaps, TheOlderFormConvertsToAParameterMapThatServesTheSame)
+{
+    const char *rows[] = {
+        "HR1 2 control mode (0 position, 1 speed, 2 torque)\nHR5 -1\nIR3 0x10\nHR10SW -2 double\nDO1 1\n",
+        "HR104SW 100000 position command\nstation 2\nHR5 7 speed\nstation 3\nHR5 8 speed\n",
+        "HR401 1 servo on\nmotion servo-on HR401\nmotion speed-command HR402\nstation 2\n"
+        "motion position IR402SW position\n",
+    };
+    auto same = [](const MapEntry &a, const MapEntry &b) {
+        return a.station == b.station && a.area == b.area && a.address == b.address && a.value == b.value;
+    };
+    auto sameBinding = [](const MotionEntry &a, const MotionEntry &b) {
+        return a.station == b.station && a.quantity == b.quantity && a.area == b.area
+            && a.address == b.address;
+    };
+    for (const char *text : rows) {
+        SCOPED_TRACE(text);
+        std::string csv, error;
+        ASSERT_TRUE(convertRegisterMap(text, csv, error)) << error;
+        std::vector<MapEntry> before, after;
+        std::vector<MotionEntry> motionBefore, motionAfter;
+        ASSERT_TRUE(parseRegisterMap(text, before, error, &motionBefore)) << error;
+        ASSERT_TRUE(parseRegisterMap(csv, after, error, &motionAfter)) << error << "\n" << csv;
+        EXPECT_TRUE(std::equal(before.begin(), before.end(), after.begin(), after.end(), same)) << csv;
+        EXPECT_TRUE(std::equal(
+            motionBefore.begin(), motionBefore.end(), motionAfter.begin(), motionAfter.end(), sameBinding))
+            << csv;
+    }
+    std::string csv, error;
+    EXPECT_FALSE(convertRegisterMap(builtinServoMap(), csv, error));
+    EXPECT_EQ(error, "the map is a parameter map already: nothing to convert");
 }
 
 TEST(StationLists, ReadNumbersAndRanges)

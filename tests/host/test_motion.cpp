@@ -208,6 +208,10 @@ TEST(MotionMap, BadMotionLinesNameTheLineAndTheProblem)
             "line 3: IR11 is already bound to motion position (line 2)" },
         { "station 2\nmotion speed IR5\n",
             "line 2: the motion lines of station 2 bind no speed-command register" },
+        { "name,address,motion\nc,HR5,speed-command\np,IR10,position\n",
+            "line 3 (p): the position takes two registers: write its address as IR10SW" },
+        { "name,address,format,motion\nc,HR5,int32,speed-command\n",
+            "line 2 (c): motion speed-command takes one register, not the format int32" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);

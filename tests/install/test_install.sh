@@ -21,7 +21,7 @@ version=$("$prefix/bin/teco-cli" --version)
 "$prefix/bin/teco-cli" read HR100 >/dev/null || fail "the installed teco-cli cannot read HR100"
 [[ $("$prefix/bin/teco-sim" --version) == "teco-sim "* ]] || fail "teco-sim --version"
 files=(share/bash-completion/completions/teco-cli share/bash-completion/completions/teco-sim
-    share/doc/teco-servo/README.md)
+    share/doc/teco-servo/README.md share/teco-servo/servo-drive.csv)
 [[ $man == man ]] && files+=(share/man/man1/teco-cli.1.gz share/man/man1/teco-sim.1.gz)
 # teco-monitor is built where Qt Widgets and Charts are.
 if [[ -e $prefix/bin/teco-monitor ]]; then

@@ -78,7 +78,8 @@ std::vector<Row> rowsOf(const std::vector<MapEntry> &entries, const std::vector<
         if (!r) {
             rows.emplace_back();
             r = &rows.back();
-            std::tie(r->station, r->area, r->address, r->line) = std::tie(m.station, m.area, m.address, m.line);
+            std::tie(r->station, r->area, r->address, r->line)
+                = std::tie(m.station, m.area, m.address, m.line);
             r->words = m.quantity == MotionQuantity::Position ? 2 : 1;
         }
         r->motion = motionQuantityName(m.quantity);
@@ -91,20 +92,25 @@ std::vector<Row> rowsOf(const std::vector<MapEntry> &entries, const std::vector<
 
 bool parameterOf(const Row &r, std::set<std::string> &taken, Parameter &p, std::string &error)
 {
-    const std::string address = areaPrefix(r.area) + std::to_string(r.address + 1) + (r.words == 2 ? "SW" : "");
-    std::optional<std::string> format;
-    if (r.hasValue && r.written < 0)
-        format = r.words == 2 ? "int32" : "int16";
-    if (!parseTag(address, p.tag, error, false, format)) {
+    const std::string address
+        = areaPrefix(r.area) + std::to_string(r.address + 1) + (r.words == 2 ? "SW" : "");
+    const bool negative = r.hasValue && r.written < 0;
+    if (!parseTag(address + (negative ? (r.words == 2 ? ":int32" : ":int16") : ""), p.tag, error)) {
         error = "line " + std::to_string(r.line) + ": " + error;
         return false;
     }
     std::string base = nameFrom(r.text);
     if (base.empty())
         base = r.motion.empty() ? lowerCase(address) : r.motion;
+    Tag asAddress;
+    std::string ignored;
+    if (parseTag(base, asAddress, ignored)) // a name must not read as an address
+        base = "param-" + base;
     p.name = uniqueName(base, taken);
     p.description = r.text;
     p.motion = r.motion;
+    if (r.area == Area::InputRegisters || r.area == Area::DiscreteInputs)
+        p.access = ParamAccess::Read;
     if (r.hasValue)
         p.defaultText = std::to_string(r.written);
     if (r.station)

@@ -20,7 +20,8 @@ int registersOf(const MotionEntry &e) { return e.quantity == MotionQuantity::Pos
 
 // Checks the address (addressText as written) that binds e's quantity and
 // sets e's area and address.
-bool motionAddress(const std::string &addressText, const AddressText &address, MotionEntry &e, std::string &error)
+bool motionAddress(
+    const std::string &addressText, const AddressText &address, MotionEntry &e, std::string &error)
 {
     const std::string quantity = motionQuantityName(e.quantity);
     if (address.bit >= 0 || address.prefix.compare(0, 2, "FN") == 0) {
@@ -48,19 +49,20 @@ bool motionAddress(const std::string &addressText, const AddressText &address, M
 
 // Checks e against the bindings before it: one register per quantity and
 // station, and no register bound twice.
-bool motionUnbound(
-    const MotionEntry &e, const std::vector<MotionEntry> &earlier, const std::string &addressText, std::string &error)
+bool motionUnbound(const MotionEntry &e, const std::vector<MotionEntry> &earlier,
+    const std::string &addressText, std::string &error)
 {
     for (const MotionEntry &o : earlier) {
         if (!sameStations(e, o))
             continue;
         const std::string there = " (line " + std::to_string(o.line) + ")";
         if (o.quantity == e.quantity) {
-            error = std::string("motion ") + motionQuantityName(e.quantity) + " is bound twice for the same station"
-                + there;
+            error = std::string("motion ") + motionQuantityName(e.quantity)
+                + " is bound twice for the same station" + there;
             return false;
         }
-        if (o.area == e.area && e.address < o.address + registersOf(o) && o.address < e.address + registersOf(e)) {
+        if (o.area == e.area && e.address < o.address + registersOf(o)
+            && o.address < e.address + registersOf(e)) {
             error = addressText + " is already bound to motion " + motionQuantityName(o.quantity) + there;
             return false;
         }
@@ -255,7 +257,8 @@ bool defaultRegisters(const Parameter &p, std::vector<uint16_t> &words, std::str
     const Tag &t = p.tag;
     if (t.format) {
         const bool text = t.format->number == NumberFormat::String;
-        return registersFromTexts({ raw }, *t.format, text ? std::optional<int>(t.count) : std::nullopt, words, error);
+        return registersFromTexts(
+            { raw }, *t.format, text ? std::optional<int>(t.count) : std::nullopt, words, error);
     }
     uint32_t v = 0;
     if (!parseValue(raw, t.type, v, error))
@@ -308,8 +311,8 @@ bool addMotion(const Parameter &p, int station, std::vector<MotionEntry> &motion
         return false;
     const ValueFormat *f = p.tag.format ? &*p.tag.format : nullptr;
     if (f && (f->number == NumberFormat::String || f->registersPerValue() != registersOf(e))) {
-        error = std::string("motion ") + p.motion + " takes " + (registersOf(e) == 1 ? "one register" : "two registers")
-            + ", not the format " + f->text();
+        error = std::string("motion ") + p.motion + " takes "
+            + (registersOf(e) == 1 ? "one register" : "two registers") + ", not the format " + f->text();
         return false;
     }
     if (!motionUnbound(e, motion, addressText, error))
@@ -318,15 +321,16 @@ bool addMotion(const Parameter &p, int station, std::vector<MotionEntry> &motion
     return true;
 }
 
-bool readParameterMap(
-    const std::string &text, std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion, std::string &error)
+bool readParameterMap(const std::string &text, std::vector<MapEntry> &entries,
+    std::vector<MotionEntry> &motion, std::string &error)
 {
     ParameterMap map;
     if (!parseParameterMap(text, map, error))
         return false;
     for (const Parameter &p : map.parameters) {
         int station = 0;
-        if (!stationOf(p, station, error) || (!p.defaultText.empty() && !addDefault(p, station, entries, error))
+        if (!stationOf(p, station, error)
+            || (!p.defaultText.empty() && !addDefault(p, station, entries, error))
             || (!p.motion.empty() && !addMotion(p, station, motion, error))) {
             error = "line " + std::to_string(p.line) + " (" + p.name + "): " + error;
             return false;
@@ -335,8 +339,8 @@ bool readParameterMap(
     return true;
 }
 
-bool readTextMap(
-    const std::string &text, std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion, std::string &error)
+bool readTextMap(const std::string &text, std::vector<MapEntry> &entries, std::vector<MotionEntry> &motion,
+    std::string &error)
 {
     MapReader reader;
     std::istringstream in(text);
@@ -369,8 +373,9 @@ bool isParameterMapText(const std::string &text)
         std::string first = trimmed(line.substr(0, end));
         if (first.size() >= 2 && first.front() == '"' && first.back() == '"')
             first = first.substr(1, first.size() - 2);
-        return !first.empty()
-            && std::all_of(first.begin(), first.end(), [](char c) { return std::isalpha((unsigned char)c) != 0; });
+        return !first.empty() && std::all_of(first.begin(), first.end(), [](char c) {
+            return std::isalpha((unsigned char)c) != 0;
+        });
     }
     return false;
 }
@@ -381,7 +386,7 @@ bool parseRegisterMap(const std::string &text, std::vector<MapEntry> &entries, s
     std::vector<MapEntry> readEntries;
     std::vector<MotionEntry> readMotion;
     const bool read = isParameterMapText(text) ? readParameterMap(text, readEntries, readMotion, error)
-                                                : readTextMap(text, readEntries, readMotion, error);
+                                               : readTextMap(text, readEntries, readMotion, error);
     if (!read || !checkMotion(readMotion, error))
         return false;
     entries.swap(readEntries);

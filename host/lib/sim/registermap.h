@@ -78,7 +78,7 @@ bool isParameterMapText(const std::string &text);
 // A map of the older form as a parameter map's text (parameterMapCsv): one
 // row per line's register, named after the line's name (its words before
 // any parenthesis, lower case with dashes; else its motion quantity or
-// address), the name as its description, the value as its default (negative
+// "param-" and its address), the name as its description, the value as its default (negative
 // values in int16 or int32), a motion line's quantity on its register's row
 // and a station column when the map names stations. False with one
 // sentence for a map that does not read, or is a parameter map already.
