@@ -21,24 +21,36 @@ const char usageText[] = "usage: teco-monitor [options]\n"
                          "  connected to a simulated drive; choose a serial port to talk to real drives.\n"
                          "options:\n"
                          "  --tags FILE         load a tag list (one tag per line, as Save writes them)\n"
+                         "  --map FILE          the register map that names the tags (default: the\n"
+                         "                      simulated drive's own, while the window talks to it)\n"
                          "  --plugin PATH       the driver plug-in (default: the one installed with\n"
                          "                      teco-monitor, else the one built with it)\n"
                          "  --sim-fault RULE    a fault for the simulated drive from the start; repeatable\n"
                          "                      (as teco-sim --fault takes it)\n"
                          "  --sim-map FILE      the simulated drive's map (teco-sim --print-map shows it)\n"
-                         "  --tab NAME          the tab shown first: trends, traffic or scan\n"
+                         "  --tab NAME          the tab shown first: trends, traffic, scan or parameters\n"
                          "  --screenshot FILE   poll the simulated drive, save the window as a PNG and exit\n"
                          "  --seconds N         how long to poll before the screenshot (default 3)\n"
                          "  --version           the version of teco-monitor and of its plug-in\n";
 
 struct MonitorArguments
 {
-    std::optional<std::string> tags, plugin, screenshot, tab, simMap;
+    std::optional<std::string> tags, plugin, screenshot, tab, simMap, map;
     QStringList simFaults;
     std::optional<int> seconds;
     bool help = false;
     bool version = false;
 };
+
+// The tab of a name, or -1.
+int tabIndex(const std::string &name)
+{
+    const char *const names[] = { "trends", "traffic", "scan", "parameters" };
+    for (int i = 0; i < 4; ++i)
+        if (name == names[i])
+            return i;
+    return -1;
+}
 
 // Goes on with the program.
 constexpr int carryOn = -1;
@@ -48,6 +60,7 @@ OptionTable monitorOptionTable(MonitorArguments &a)
     using T = OptionTable;
     return OptionTable({
         T::text("tags", a.tags),
+        T::text("map", a.map),
         T::text("plugin", a.plugin),
         T::text("screenshot", a.screenshot),
         T::checked("sim-fault",
@@ -61,8 +74,8 @@ OptionTable monitorOptionTable(MonitorArguments &a)
         T::text("sim-map", a.simMap),
         T::checked("tab",
             [&a](const std::string &text, std::string &error) {
-                if (text != "trends" && text != "traffic" && text != "scan") {
-                    error = "unknown tab \"" + text + "\" (trends, traffic or scan)";
+                if (tabIndex(text) < 0) {
+                    error = "unknown tab \"" + text + "\" (trends, traffic, scan or parameters)";
                     return false;
                 }
                 a.tab = text;
@@ -119,18 +132,17 @@ bool chooseScreen(bool screenshot)
 }
 
 // The window as the command line asks for it; false with the message
-// printed for a tag list that does not load.
+// printed for a map or a tag list that does not load.
 bool setUpWindow(MainWindow &window, const MonitorArguments &a)
 {
     window.setSimFaults(a.simFaults);
     if (a.simMap)
         window.setSimMap(QString::fromStdString(*a.simMap));
     if (a.tab)
-        window.tabs()->setCurrentIndex(*a.tab == "trends" ? 0 : *a.tab == "traffic" ? 1 : 2);
-    if (!a.tags)
-        return true;
+        window.tabs()->setCurrentIndex(tabIndex(*a.tab));
     QString e;
-    if (window.loadTags(QString::fromStdString(*a.tags), e))
+    if ((!a.map || window.openMap(QString::fromStdString(*a.map), e))
+        && (!a.tags || window.loadTags(QString::fromStdString(*a.tags), e)))
         return true;
     std::fprintf(stderr, "teco-monitor: %s\n", e.toLocal8Bit().constData());
     return false;

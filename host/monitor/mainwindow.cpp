@@ -1,5 +1,8 @@
 #include "mainwindow.h"
 
+#include "parammap.h"
+#include "paramview.h"
+#include "registermap.h"
 #include "scanview.h"
 #include "tagmodel.h"
 #include "trafficview.h"
@@ -19,6 +22,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QAbstractButton>
+#include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSerialPortInfo>
@@ -112,10 +116,12 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     trendView = new TrendView;
     trafficView = new TrafficView;
     scanView = new ScanView;
+    paramView = new ParamView;
     tabWidget = new QTabWidget;
     tabWidget->addTab(trendView, "Trends");
     tabWidget->addTab(trafficView, "Traffic");
     tabWidget->addTab(scanView, "Scan");
+    tabWidget->addTab(paramView, "Parameters");
 
     auto *left = new QWidget;
     auto *leftLayout = new QVBoxLayout(left);
@@ -130,7 +136,9 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     setCentralWidget(split);
 
     makeStatusBar();
+    makeMenu();
     connectWorker();
+    chooseMap(); // the simulated drive's, to start with
 
     auto *statusTimer = new QTimer(this);
     connect(statusTimer, &QTimer::timeout, this, &MainWindow::updateStatus);
@@ -186,6 +194,12 @@ void MainWindow::connectWorker()
     connect(worker, &MonitorWorker::scanProgress, scanView, &ScanView::progress);
     connect(worker, &MonitorWorker::scanFound, scanView, &ScanView::found);
     connect(worker, &MonitorWorker::scanFinished, scanView, &ScanView::finished);
+    connect(paramView, &ParamView::readRequested, worker, &MonitorWorker::readParams);
+    connect(paramView, &ParamView::restoreRequested, worker, &MonitorWorker::restoreParams);
+    connect(worker, &MonitorWorker::paramsRead, paramView, &ParamView::paramsRead);
+    connect(worker, &MonitorWorker::paramsRestored, paramView, &ParamView::paramsRestored);
+    connect(paramView, &ParamView::message, this, &MainWindow::showMessage);
+    connect(this, &MainWindow::connectionChanged, paramView, &ParamView::setConnected);
     connect(worker, &MonitorWorker::faultAdded, this, [this](bool ok, const QString &text) {
         showMessage(text);
         emit faultAnswered(ok, text);
@@ -362,7 +376,11 @@ QStringList MainWindow::portChoices() const
 
 void MainWindow::setSimFaults(const QStringList &rules) { simFaults->setText(rules.join("; ")); }
 
-void MainWindow::setSimMap(const QString &path) { simMap->setText(path); }
+void MainWindow::setSimMap(const QString &path)
+{
+    simMap->setText(path);
+    chooseMap();
+}
 
 QString MainWindow::chosenPort() const
 {
@@ -394,6 +412,7 @@ QWidget *MainWindow::makeTagPanel()
 {
     auto *box = new QGroupBox("Tags");
     auto *layout = new QVBoxLayout(box);
+    layout->addWidget(makeMapLabel());
     layout->addLayout(makeAddRow());
     makeTagTable();
     layout->addWidget(tagTable, 1);
@@ -414,9 +433,10 @@ QWidget *MainWindow::makeTagPanel()
 QHBoxLayout *MainWindow::makeAddRow()
 {
     tagLine = new QLineEdit;
-    tagLine->setPlaceholderText("HR100, IR1:word:2, HR200:float32 station=2");
+    tagLine->setPlaceholderText("speed-command, HR100, IR1:word:2, HR200:float32 station=2");
     tagLine->setToolTip(
-        "ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=off] [alarm], as teco-cli's poll tags;\n"
+        "a parameter's name of the map, or ADDRESS[:TYPE|FORMAT][:COUNT], as teco-cli's poll tags,\n"
+        "then [station=N] [trend=off] [alarm];\n"
         "formats: int16, uint16, hex, binary, int32, uint32, float32, float64, string");
     auto *add = new QPushButton("Add");
     auto *addRow = new QHBoxLayout;
@@ -444,9 +464,9 @@ void MainWindow::makeTagTable()
     tagTable->horizontalHeader()->setStretchLastSection(true);
     const QFontMetrics m = tagTable->fontMetrics();
     const std::pair<int, const char *> widths[]
-        = { { TagModel::TagColumn, "IR402SW:int32" }, { TagModel::StationColumn, "Station" },
+        = { { TagModel::TagColumn, "speed-command:x" }, { TagModel::StationColumn, "Station" },
               { TagModel::TypeColumn, "2 words" }, { TagModel::FormatColumn, "int32:ABCD" },
-              { TagModel::ValueColumn, "-2147483648" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
+              { TagModel::ValueColumn, "-2147483648 rpm" }, { TagModel::UpdatedColumn, "00:00:00.000" } };
     for (const auto &w : widths)
         tagTable->setColumnWidth(w.first, m.horizontalAdvance(w.second) + 14);
     tagTable->setColumnWidth(
@@ -513,6 +533,7 @@ void MainWindow::connectLine()
     for (const QString &f : simFaults->text().split(';', Qt::SkipEmptyParts))
         if (!f.trimmed().isEmpty())
             s.simFaults << f.trimmed();
+    chooseMap();
     connectionAsked = s.port + '|' + s.link + '|' + QString::number(s.options.station) + '|' + s.simStations
         + '|' + s.simMap;
     connectedStation = s.options.station;
@@ -567,16 +588,16 @@ void MainWindow::applyReading(const Reading &r)
         return;
     if (!pollBox->isChecked()) // an answer to a poll under way when polling was switched off
         tagModel->markAllStale(notPolled);
-    if (r.ok) {
+    const int row = tagModel->rowOf(r.id);
+    double value = 0;
+    if (r.ok)
         stats.addSuccess(r.latencyNs);
-        const int row = tagModel->rowOf(r.id);
-        double value = 0;
-        if (row >= 0 && !r.values.empty() && plotValue(tagModel->tagAt(row).tag, r.values[0], value))
-            trendView->addSample(r.id, r.timeMs, value);
-    } else {
+    else
         stats.addFailure(classifyDriverError(r.error.toStdString()).text);
+    if (r.ok && row >= 0 && tagModel->plotted(row, value))
+        trendView->addSample(r.id, r.timeMs, value);
+    else if (!r.ok || (row >= 0 && tagModel->tagAt(row).param)) // a read failed, or its value
         trendView->addGap(r.id, r.timeMs); // the line breaks: no value is drawn across a failed read
-    }
     emit readingShown(r);
 }
 
@@ -594,7 +615,7 @@ bool MainWindow::loadTags(const QString &path, QString &error)
 {
     std::vector<MonitorTag> list;
     std::string e;
-    if (!loadTagList(path.toStdString(), list, e)) {
+    if (!loadTagList(path.toStdString(), list, e, tagModel->parameterMap())) {
         error = QString::fromStdString(e);
         return false;
     }
@@ -658,7 +679,7 @@ void MainWindow::updateTrendTags()
         const MonitorTag &t = tagModel->tagAt(row);
         if (t.trend)
             list.push_back({ tagModel->idAt(row),
-                QString::fromStdString(t.tag.text) + (t.station ? " @" + QString::number(t.station) : "") });
+                tagModel->nameAt(row) + (t.station ? " @" + QString::number(t.station) : "") });
     }
     trendView->setTags(list);
 }
@@ -713,15 +734,15 @@ void MainWindow::confirmWrite(const PendingWrite &w)
     };
     if (!unchanged())
         return;
-    const QString name = QString::fromStdString(w.tag.tag.text);
     const QString where
-        = name + " at station " + QString::number(w.tag.station ? w.tag.station : connectedStation);
+        = w.name + " at station " + QString::number(w.tag.station ? w.tag.station : connectedStation);
     QStringList words;
     for (uint v : w.words)
         words << QString::number(v);
     auto *box = new QMessageBox(QMessageBox::Question, "Write",
-        QString("Write to %1?\n\nnow:\t%2\nnew:\t%3\nsends:\t%4 (%5)")
-            .arg(where, w.shown.isEmpty() ? "(not read)" : w.shown, w.typed, words.join(' '),
+        QString("Write to %1?\n\nnow:\t%2\nnew:\t%3\n%4sends:\t%5 (%6)")
+            .arg(where, w.shown.isEmpty() ? "(not read)" : w.shown, w.typed,
+                w.raw.isEmpty() ? QString() : "raw:\t" + w.raw + "\n", words.join(' '),
                 w.tag.tag.format ? "registers" : "values"),
         QMessageBox::Yes | QMessageBox::Cancel, this);
     box->setObjectName("writeConfirmation");
@@ -739,4 +760,85 @@ void MainWindow::confirmWrite(const PendingWrite &w)
         emit requestWrite(w.tag, w.words);
     });
     box->open();
+}
+
+void MainWindow::makeMenu()
+{
+    QMenu *file = menuBar()->addMenu("&File");
+    QAction *open = file->addAction("Open &map...", this, &MainWindow::chooseMapFile);
+    open->setToolTip("a register map (CSV) that names the tags, their units and scaling");
+    file->addAction("&Load tags...", this, &MainWindow::chooseLoad);
+    file->addAction("&Save tags...", this, &MainWindow::chooseSave);
+    file->addSeparator();
+    file->addAction("&Quit", this, &QWidget::close);
+}
+
+QWidget *MainWindow::makeMapLabel()
+{
+    mapLabel = new QLabel;
+    mapLabel->setTextFormat(Qt::PlainText);
+    mapLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    return mapLabel;
+}
+
+QString MainWindow::mapText() const { return mapShown; }
+
+void MainWindow::chooseMapFile()
+{
+    const QString path
+        = QFileDialog::getOpenFileName(this, "Open map", QString(), "Register maps (*.csv);;All files (*)");
+    QString error;
+    if (!path.isEmpty() && !openMap(path, error))
+        QMessageBox::warning(this, "Open map", error);
+}
+
+bool MainWindow::openMap(const QString &path, QString &error)
+{
+    auto map = std::make_shared<ParameterMap>();
+    std::string e;
+    if (!loadParameterMap(path.toStdString(), *map, e)) {
+        error = QString::fromStdString(e);
+        return false;
+    }
+    mapOpened = path;
+    useMap(map, "file:" + path, path);
+    return true;
+}
+
+void MainWindow::chooseMap()
+{
+    if (!mapOpened.isEmpty())
+        return;
+    if (!chosenPort().isEmpty()) {
+        useMap(nullptr, QString(), QString());
+        return;
+    }
+    const QString file = simMap->text().trimmed();
+    const QString key = "sim:" + file;
+    if (key == mapKey)
+        return;
+    auto map = std::make_shared<ParameterMap>();
+    std::string e;
+    const bool ok = file.isEmpty() ? parseParameterMap(builtinServoMap(), *map, e)
+                                   : loadParameterMap(file.toStdString(), *map, e);
+    if (!ok) {
+        showMessage("the simulated drive's map names no tags: " + QString::fromStdString(e));
+        useMap(nullptr, key, QString());
+        return;
+    }
+    useMap(map, key, file.isEmpty() ? "the simulated drive's built-in map" : file);
+}
+
+void MainWindow::useMap(std::shared_ptr<const ParameterMap> map, const QString &key, const QString &text)
+{
+    if (key == mapKey && map == paramMap)
+        return;
+    mapKey = key;
+    mapShown = map ? text : QString();
+    mapLabel->setText(map ? QString("Map: %1 (%2 parameters)").arg(text).arg(map->parameters.size())
+                          : QString("Map: none (File > Open map... names the tags)"));
+    mapLabel->setToolTip(mapLabel->text());
+    paramMap = map;
+    tagModel->setParameterMap(map);
+    paramView->setMap(map);
 }

@@ -2,7 +2,9 @@
 #define HOST_MONITOR_MAINWINDOW_H
 
 // teco-monitor's window: the connection and the tag table on the left;
-// trends, the frame trace and the station scan on the right. The worker
+// trends, the frame trace, the station scan and the parameters on the
+// right. A map (File > Open map..., --map) names the tags; without one, the
+// simulated drive's own map does while the window talks to it. The worker
 // that owns the line runs on its own thread; the window only sends it
 // requests and shows what it reports.
 
@@ -15,7 +17,10 @@
 #include <QMainWindow>
 #include <QThread>
 
+#include <memory>
+
 class MonitorWorker;
+class ParamView;
 class QCheckBox;
 class QComboBox;
 class QGridLayout;
@@ -45,6 +50,7 @@ public:
     TrendView *trends() const { return trendView; }
     TrafficView *traffic() const { return trafficView; }
     ScanView *scanner() const { return scanView; }
+    ParamView *parameters() const { return paramView; }
     QTabWidget *tabs() const { return tabWidget; }
     bool isConnected() const { return connected; }
     // The statistics in the status bar, and the last message shown there.
@@ -66,6 +72,11 @@ public:
     void setSimFaults(const QStringList &rules);
     // The simulated drive's map file; empty: the built-in map.
     void setSimMap(const QString &path);
+    // Reads the map that names tags from now on, whatever the port; false
+    // with one sentence in error (the map in use stays).
+    bool openMap(const QString &path, QString &error);
+    // What the map in use is ("" for none), as the window names it.
+    QString mapText() const;
 
 public slots:
     void connectLine();
@@ -105,6 +116,13 @@ private:
     void makeTagTable();
     QHBoxLayout *makeTagButtons();
     void makeStatusBar();
+    void makeMenu();
+    QWidget *makeMapLabel();
+    // The map for the connection asked: the one opened, else the simulated
+    // drive's while the port is the simulated drive, else none.
+    void chooseMap();
+    void useMap(std::shared_ptr<const ParameterMap> map, const QString &key, const QString &text);
+    void chooseMapFile();
     // The queued connections between the window, its views and the worker.
     void connectWorker();
     void refreshPorts();
@@ -150,6 +168,13 @@ private:
     TrendView *trendView;
     TrafficView *trafficView;
     ScanView *scanView;
+    ParamView *paramView;
+
+    // The map in use: what it came from (a key) and how the window names it;
+    // the path of the map opened, which holds whatever the port.
+    std::shared_ptr<const ParameterMap> paramMap;
+    QString mapKey, mapShown, mapOpened;
+    QLabel *mapLabel;
 
     QLabel *messageLabel, *lineLabel, *statsLabel;
     QTimer *messageTimer;

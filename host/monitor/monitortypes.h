@@ -4,8 +4,9 @@
 // What the window and the worker that owns the line hand each other, always
 // by value through queued signals.
 
-#include "tag.h"
+#include "paramset.h"
 #include "seriallink.h"
+#include "tag.h"
 
 #include <QMetaType>
 #include <QString>
@@ -13,6 +14,7 @@
 #include <QVector>
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 // A tag as the worker polls it: the tag and the station asked.
@@ -66,11 +68,31 @@ struct DriverDefaults
     LinkOptions options;
 };
 
+// A parameter job of the Parameters view: the worker reads the map's
+// readable parameters (a backup, or the drive's side of a compare or a
+// restore), or writes a restore's planned parameters and reads them back.
+// The map travels with the job, so that the readings' and writes'
+// parameters stay valid on both threads.
+struct ParamJob
+{
+    enum Kind { Backup, Compare, Restore };
+    Kind kind = Backup;
+    std::shared_ptr<const ParameterMap> map;
+    QString path; // the file backed up to, compared or restored
+    int station = 0; // asked: 0 for the connection's; answered: the one read
+    std::vector<ParamReading> readings;
+    std::vector<ParamWrite> writes; // a restore's, once the user agreed
+    std::vector<RestoreOutcome> outcomes;
+    QString driverVersion; // of the driver that read
+    QString error; // why nothing was read or written ("not connected")
+};
+
 Q_DECLARE_METATYPE(PollTag)
 Q_DECLARE_METATYPE(Reading)
 Q_DECLARE_METATYPE(CycleStatus)
 Q_DECLARE_METATYPE(ConnectSettings)
 Q_DECLARE_METATYPE(DriverDefaults)
+Q_DECLARE_METATYPE(ParamJob)
 
 // Registers the types above (and the trace's) for queued connections; once.
 void registerMonitorTypes();

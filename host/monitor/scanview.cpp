@@ -30,6 +30,9 @@ ScanView::ScanView(QWidget *parent)
     bar->setRange(0, 1);
     bar->setValue(0);
     summary = new QLabel(QString("Each station gets one read, time-out %1 ms, no retry.").arg(scanTimeoutMs));
+    // A long outcome wraps within the tab rather than widening the window's right side.
+    summary->setWordWrap(true);
+    summary->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     table = new QTableWidget(0, 2);
     table->setHorizontalHeaderLabels({ "Station", "Result" });
     table->horizontalHeader()->setStretchLastSection(true);

@@ -1,5 +1,6 @@
 #include "tagmodel.h"
 
+#include "parammap.h"
 #include "textutil.h"
 
 #include <QBrush>
@@ -20,6 +21,8 @@ QString TagModel::valueText(int row) const
     const Row &r = rows.at(row);
     if (!r.hasValue)
         return QString();
+    if (r.tag.param)
+        return QString::fromStdString(withUnit(*r.tag.param, r.engineering));
     QStringList parts;
     for (const std::string &v : r.values)
         parts << QString::fromStdString(v);
@@ -49,7 +52,39 @@ bool alarmOn(const MonitorTag &tag, const std::vector<std::string> &values)
     return false;
 }
 
+// What a parameter's name cell tells: its address and description.
+QString parameterTip(const Parameter &p)
+{
+    QString tip = QString::fromStdString(p.tag.text);
+    if (p.tag.format)
+        tip += " (" + QString::fromStdString(p.tag.format->text()) + ")";
+    if (!p.description.empty())
+        tip += ": " + QString::fromStdString(p.description);
+    return tip;
+}
+
 } // namespace
+
+bool TagModel::isAlarm(const Row &r)
+{
+    return (r.tag.alarm || (r.tag.param && r.tag.param->alarm)) && r.hasValue && alarmOn(r.tag, r.values);
+}
+
+QString TagModel::nameAt(int row) const
+{
+    const MonitorTag &t = rows.at(row).tag;
+    return QString::fromStdString(t.param ? t.param->name : t.tag.text);
+}
+
+bool TagModel::plotted(int row, double &value) const
+{
+    const Row &r = rows.at(row);
+    if (!r.hasValue || r.stale || r.values.empty())
+        return false;
+    if (r.tag.param && r.tag.param->valueTexts.empty())
+        return plotValue(r.tag.tag, r.engineering, value);
+    return plotValue(r.tag.tag, r.values[0], value);
+}
 
 QVariant TagModel::data(const QModelIndex &index, int role) const
 {
@@ -67,7 +102,7 @@ QVariant TagModel::text(int row, int column, bool edit) const
     const Tag &t = r.tag.tag;
     switch (column) {
     case TagColumn:
-        return QString::fromStdString(t.text);
+        return nameAt(row);
     case StationColumn:
         return edit ? QVariant(r.tag.station)
                     : QVariant(r.tag.station ? QString::number(r.tag.station) : "link");
@@ -76,7 +111,7 @@ QVariant TagModel::text(int row, int column, bool edit) const
     case FormatColumn:
         return t.format ? QString::fromStdString(t.format->text()) : QString();
     case ValueColumn:
-        return valueText(row);
+        return edit && r.tag.param && r.hasValue ? QString::fromStdString(r.engineering) : valueText(row);
     case UpdatedColumn:
         return r.updated.isValid() ? r.updated.toString("HH:mm:ss.zzz") : QString();
     case ErrorColumn:
@@ -87,7 +122,7 @@ QVariant TagModel::text(int row, int column, bool edit) const
 
 QVariant TagModel::decoration(const Row &r, int column, int role) const
 {
-    const bool alarm = column == ValueColumn && r.tag.alarm && r.hasValue && alarmOn(r.tag, r.values);
+    const bool alarm = column == ValueColumn && isAlarm(r);
     switch (role) {
     case Qt::CheckStateRole:
         if (column == TagColumn && trendable(r.tag.tag))
@@ -130,15 +165,16 @@ QVariant TagModel::foreground(const Row &r, int column, bool alarm)
 
 QVariant TagModel::toolTip(const Row &r, int column, bool alarm)
 {
+    const QString about = r.tag.param ? parameterTip(*r.tag.param) + "\n" : QString();
     switch (column) {
     case ValueColumn:
-        return (alarm ? "alarm (not zero); " : QString())
+        return about + (alarm ? "alarm (not zero); " : QString())
             + (r.stale ? r.staleWhy + ": this value is from " + r.updated.toString("HH:mm:ss.zzz")
                        : QString("double-click to write"));
     case TagColumn:
-        return trendable(r.tag.tag) ? "ticked: shown in the trend" : "text: not trended";
+        return about + (trendable(r.tag.tag) ? "ticked: shown in the trend" : "text: not trended");
     case FormatColumn:
-        return takesFormat(r.tag.tag) ? "double-click to choose a number format" : QVariant();
+        return takesFormat(r.tag.tag) && !r.tag.param ? "double-click to choose a number format" : QVariant();
     case ErrorColumn:
         return r.error;
     }
@@ -162,8 +198,10 @@ Qt::ItemFlags TagModel::flags(const QModelIndex &index) const
         return index.row() < rows.size() && trendable(rows[index.row()].tag.tag) ? f | Qt::ItemIsUserCheckable
                                                                                  : f;
     case FormatColumn:
-        return index.row() < rows.size() && takesFormat(rows[index.row()].tag.tag) ? f | Qt::ItemIsEditable
-                                                                                   : f;
+        return index.row() < rows.size() && takesFormat(rows[index.row()].tag.tag)
+                && !rows[index.row()].tag.param
+            ? f | Qt::ItemIsEditable
+            : f;
     case StationColumn:
     case ValueColumn:
         return f | Qt::ItemIsEditable;
@@ -229,22 +267,29 @@ bool TagModel::setData(const QModelIndex &index, const QVariant &value, int role
 bool TagModel::setValue(int row, const QString &typed, bool confirm)
 {
     const Row &r = rows.at(row);
+    const Parameter *param = r.tag.param;
     std::vector<uint32_t> values;
-    std::string error;
-    if (!parseWriteValues(typed.toStdString(), r.tag.tag, values, error)) {
+    std::string raw = typed.trimmed().toStdString(), error;
+    // A parameter's value is checked in engineering units before its raw
+    // value is checked as any tag's.
+    if ((param && !rawFromEngineering(*param, typed.trimmed().toStdString(), raw, error))
+        || !parseWriteValues(param ? raw : typed.toStdString(), r.tag.tag, values, error)) {
         emit message(QString::fromStdString(error));
         return false;
     }
     PendingWrite w;
     w.tag = pollTag(row);
     w.words = QVector<uint>(values.begin(), values.end());
-    w.typed = typed.simplified();
+    w.typed = param ? QString::fromStdString(withUnit(*param, typed.trimmed().toStdString()))
+                    : typed.simplified();
     w.shown = valueText(row);
+    w.name = param ? nameAt(row) + " (" + QString::fromStdString(r.tag.tag.text) + ")" : nameAt(row);
+    w.raw = param ? QString::fromStdString(raw) : QString();
     if (confirm) {
         emit writeToConfirm(w);
         return false;
     }
-    emit message("writing " + w.typed + " to " + QString::fromStdString(r.tag.tag.text));
+    emit message("writing " + w.typed + " to " + w.name);
     emit writeRequested(w.tag, w.words);
     return false; // the value shown changes when a read brings it back
 }
@@ -261,6 +306,7 @@ void TagModel::forgetValue(Row &r)
 {
     ++r.revision;
     r.values.clear();
+    r.engineering.clear();
     r.hasValue = r.stale = false;
     r.updated = QDateTime();
     r.error.clear();
@@ -305,7 +351,7 @@ bool TagModel::addTag(const QString &line, QString &error)
 {
     MonitorTag t;
     std::string e;
-    if (!parseMonitorTag(line.toStdString(), t, e)) {
+    if (!parseMonitorTag(line.toStdString(), t, e, paramMap.get())) {
         error = QString::fromStdString(e);
         return false;
     }
@@ -381,6 +427,23 @@ int TagModel::rowOf(int id) const
     return -1;
 }
 
+bool TagModel::takeValues(Row &r, const Reading &reading, QString &error) const
+{
+    std::string value, e;
+    if (r.tag.param
+        && (reading.values.size() != 1 || !engineeringValue(*r.tag.param, reading.values[0], value, e))) {
+        error = e.empty() ? QString("no single value read") : QString::fromStdString(e);
+        return false;
+    }
+    r.values = reading.values;
+    r.engineering = value;
+    r.hasValue = true;
+    r.stale = false;
+    r.updated = QDateTime::fromMSecsSinceEpoch(reading.timeMs);
+    r.error.clear();
+    return true;
+}
+
 bool TagModel::applyReading(const Reading &reading)
 {
     const int row = rowOf(reading.id);
@@ -388,19 +451,35 @@ bool TagModel::applyReading(const Reading &reading)
         return false;
     Row &r = rows[row];
     r.backoff = reading.backoff;
-    if (reading.ok) {
-        r.values = reading.values;
-        r.hasValue = true;
-        r.stale = false;
-        r.updated = QDateTime::fromMSecsSinceEpoch(reading.timeMs);
-        r.error.clear();
-    } else {
+    QString error = reading.error;
+    if (!reading.ok || !takeValues(r, reading, error)) {
+        // A value that does not convert is a failed read: the last good one stays, greyed.
         r.stale = r.hasValue;
         r.staleWhy = reading.backoff.isEmpty() ? QString("the last read failed") : reading.backoff;
-        r.error = reading.error;
+        r.error = error;
     }
     rowChanged(row);
     return true;
+}
+
+void TagModel::setParameterMap(std::shared_ptr<const ParameterMap> map)
+{
+    for (int i = 0; i < rows.size(); ++i) {
+        Row &r = rows[i];
+        if (!r.tag.param)
+            continue;
+        const Parameter *now = map ? map->find(r.tag.param->name) : nullptr;
+        forgetValue(r); // read anew: the new map may scale it otherwise
+        if (now)
+            r.tag.tag = now->tag;
+        r.tag.param = now;
+        r.tag.trend = r.tag.trend && trendable(r.tag.tag);
+    }
+    paramMap = std::move(map);
+    if (!rows.isEmpty())
+        emit dataChanged(index(0, 0), index(rows.size() - 1, ColumnCount - 1));
+    emit tagsChanged();
+    emit trendChanged();
 }
 
 void TagModel::applyWrite(int id, bool ok, const QString &error)
@@ -408,7 +487,7 @@ void TagModel::applyWrite(int id, bool ok, const QString &error)
     const int row = rowOf(id);
     if (row < 0)
         return;
-    const QString name = QString::fromStdString(rows[row].tag.tag.text);
+    const QString name = nameAt(row);
     if (ok) {
         // The read-back that confirmed the write is shown already.
         emit message("wrote " + name + " and read it back");

@@ -6,6 +6,12 @@
 // changes only when a read brings it back. A tag whose last read failed
 // keeps its last value greyed out, with the error beside it. A tag marked
 // as an alarm stands out while its value is not zero.
+//
+// With a map, a tag may be a parameter's name: it shows the name, the value
+// in engineering units with the unit, and the description as a tooltip; a
+// value typed is in engineering units, checked (rawFromEngineering) before
+// it is offered for a write. A parameter the map marks as an alarm stands
+// out while its value is not zero, with its value list's text.
 
 #include "monitortypes.h"
 #include "tagvalues.h"
@@ -13,13 +19,19 @@
 #include <QAbstractTableModel>
 #include <QDateTime>
 
+#include <memory>
+
+struct ParameterMap;
+
 // A write asked for by editing a value cell, waiting for the user's word.
 struct PendingWrite
 {
     PollTag tag;
     QVector<uint> words; // what goes to the driver
-    QString typed; // as typed
+    QString typed; // as typed (a parameter's: engineering, with its unit)
     QString shown; // the value the cell showed, "" for none
+    QString name; // the tag's name: a parameter's (with its address), else the tag
+    QString raw; // a parameter's raw value going out; "" for a plain tag
 };
 
 Q_DECLARE_METATYPE(PendingWrite)
@@ -62,6 +74,18 @@ public:
     void setTags(const std::vector<MonitorTag> &tags);
     std::vector<MonitorTag> tags() const;
 
+    // The map that names resolve in (nullptr: none). A tag of the old map
+    // takes the new map's parameter of its name; one the new map lacks stays
+    // at its address, without the name.
+    void setParameterMap(std::shared_ptr<const ParameterMap> map);
+    const ParameterMap *parameterMap() const { return paramMap.get(); }
+    std::shared_ptr<const ParameterMap> sharedParameterMap() const { return paramMap; }
+    // The name a tag is shown by: a parameter's, else the tag's text.
+    QString nameAt(int row) const;
+    // The value of a row as a trend plots it (engineering, for a parameter
+    // without a value list); false for none or text.
+    bool plotted(int row, double &value) const;
+
     // What the worker polls, in table order.
     QVector<PollTag> pollTags() const;
     PollTag pollTag(int row) const;
@@ -95,7 +119,8 @@ private:
         int id = 0;
         int revision = 0;
         MonitorTag tag;
-        std::vector<std::string> values; // as shown
+        std::vector<std::string> values; // as read (raw, for a parameter)
+        std::string engineering; // a parameter's value (engineeringValue)
         bool hasValue = false;
         bool stale = false; // the value may no longer hold: staleWhy says why
         QString staleWhy;
@@ -104,6 +129,10 @@ private:
         QString backoff; // why the station is read only now and then
     };
     void rowChanged(int row);
+    // A reading's values to the row; false with why not (a parameter's
+    // value that does not convert).
+    bool takeValues(Row &r, const Reading &reading, QString &error) const;
+    static bool isAlarm(const Row &r);
     bool setValue(int row, const QString &typed, bool confirm);
     // What the cells show: their text (for editing, with edit), and the
     // other roles.
@@ -116,6 +145,7 @@ private:
 
     QVector<Row> rows;
     int nextId = 1;
+    std::shared_ptr<const ParameterMap> paramMap;
 };
 
 #endif // HOST_MONITOR_TAGMODEL_H

@@ -1,6 +1,7 @@
 #include "tagvalues.h"
 
 #include "formattedio.h"
+#include "parammap.h"
 #include "textfile.h"
 #include "textutil.h"
 
@@ -103,7 +104,7 @@ bool plotValue(const Tag &tag, const std::string &shown, double &value)
     return ok;
 }
 
-bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &error)
+bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &error, const ParameterMap *map)
 {
     const std::vector<std::string> fields = words(line);
     if (fields.empty()) {
@@ -111,7 +112,7 @@ bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &erro
         return false;
     }
     MonitorTag t;
-    if (!parseTag(fields[0], t.tag, error))
+    if (!resolveTag(fields[0], map, t.tag, t.param, error))
         return false;
     for (size_t i = 1; i < fields.size(); ++i) {
         const std::string &f = fields[i];
@@ -143,7 +144,7 @@ bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &erro
 
 std::string monitorTagLine(const MonitorTag &t)
 {
-    std::string line = t.tag.text;
+    std::string line = t.param ? t.param->name : t.tag.text;
     if (t.station)
         line += " station=" + std::to_string(t.station);
     if (!t.trend && trendable(t.tag))
@@ -153,7 +154,8 @@ std::string monitorTagLine(const MonitorTag &t)
     return line;
 }
 
-bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::string &error)
+bool parseTagList(
+    const std::string &text, std::vector<MonitorTag> &tags, std::string &error, const ParameterMap *map)
 {
     std::vector<MonitorTag> out;
     const std::vector<std::string> lines = splitFields(text, '\n');
@@ -162,7 +164,7 @@ bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::s
         if (line.empty() || line[0] == '#')
             continue;
         MonitorTag t;
-        if (!parseMonitorTag(line, t, error)) {
+        if (!parseMonitorTag(line, t, error, map)) {
             error = "line " + std::to_string(i + 1) + ": " + error;
             return false;
         }
@@ -175,20 +177,21 @@ bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::s
 std::string tagListText(const std::vector<MonitorTag> &tags)
 {
     std::string text
-        = "# teco-monitor tags: ADDRESS[:TYPE|FORMAT][:COUNT] [station=N] [trend=on|off] [alarm]\n";
+        = "# teco-monitor tags: ADDRESS[:TYPE|FORMAT][:COUNT] or NAME [station=N] [trend=on|off] [alarm]\n";
     for (const MonitorTag &t : tags)
         text += monitorTagLine(t) + "\n";
     return text;
 }
 
-bool loadTagList(const std::string &path, std::vector<MonitorTag> &tags, std::string &error)
+bool loadTagList(
+    const std::string &path, std::vector<MonitorTag> &tags, std::string &error, const ParameterMap *map)
 {
     std::string text;
     if (!readTextFile(path, userTextFileLimit, text, error)) {
         error = "cannot read " + path + ": " + error;
         return false;
     }
-    if (!parseTagList(text, tags, error)) {
+    if (!parseTagList(text, tags, error, map)) {
         error = path + ", " + error;
         return false;
     }
@@ -197,12 +200,16 @@ bool loadTagList(const std::string &path, std::vector<MonitorTag> &tags, std::st
 
 bool saveTagList(const std::string &path, const std::vector<MonitorTag> &tags, std::string &error)
 {
+    return saveTextFile(path, tagListText(tags), error);
+}
+
+bool saveTextFile(const std::string &path, const std::string &text, std::string &error)
+{
     FILE *f = createTextFile(path, error);
     if (!f) {
         error = "cannot write " + path + ": " + error;
         return false;
     }
-    const std::string text = tagListText(tags);
     const bool good = std::fwrite(text.data(), 1, text.size(), f) == text.size();
     if (std::fclose(f) != 0 || !good) {
         error = "cannot write " + path + ": the disk refused the data";

@@ -2,13 +2,15 @@
 #define HOST_MONITOR_TAGVALUES_H
 
 // A monitor tag: a tag (ADDRESS[:TYPE|FORMAT][:COUNT], such as
-// HR100, IR1:word:2, HR200:float32) with a station and whether it is
-// trended; the tag list file; values typed for writes and values plotted.
+// HR100, IR1:word:2, HR200:float32), or with a map a parameter's name
+// (speed-command), with a station and whether it is trended; the tag list
+// file; values typed for writes and values plotted.
 //
 // A tag list file has one tag per line,
 // "TAG [station=N] [trend=on|off] [alarm]"; blank lines and lines starting
 // with "#" are skipped. "alarm" marks a register whose non-zero value is an
-// alarm (such as the drive's alarm code): the window highlights it.
+// alarm (such as the drive's alarm code): the window highlights it, as it
+// does a parameter the map marks as an alarm.
 
 #include "tag.h"
 
@@ -16,9 +18,13 @@
 #include <string>
 #include <vector>
 
+struct Parameter;
+struct ParameterMap;
+
 struct MonitorTag
 {
     Tag tag;
+    const Parameter *param = nullptr; // the map's parameter of a tag given by name
     int station = 0; // 0: the connection's
     bool trend = true; // always false for a tag that cannot be plotted (a string)
     bool alarm = false; // a non-zero value is an alarm
@@ -44,16 +50,23 @@ bool parseWriteValues(
 // A value as shown, as a number for a trend; false for text (strings).
 bool plotValue(const Tag &tag, const std::string &shown, double &value);
 
-// A tag from its fields: "HR100:hex station=2 trend=off", "IR406 alarm".
-bool parseMonitorTag(const std::string &line, MonitorTag &tag, std::string &error);
+// A tag from its fields: "HR100:hex station=2 trend=off", "IR406 alarm",
+// "speed-command station=2" (a name of map, resolveTag).
+bool parseMonitorTag(
+    const std::string &line, MonitorTag &tag, std::string &error, const ParameterMap *map = nullptr);
+// The line of a tag; a parameter by its name.
 std::string monitorTagLine(const MonitorTag &tag);
 
 // The tags of a list file's text; false with "line N: ..." in error.
-bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::string &error);
+bool parseTagList(const std::string &text, std::vector<MonitorTag> &tags, std::string &error,
+    const ParameterMap *map = nullptr);
 std::string tagListText(const std::vector<MonitorTag> &tags);
 
 // Reads or writes a tag list file (textfile.h); one sentence in error.
-bool loadTagList(const std::string &path, std::vector<MonitorTag> &tags, std::string &error);
+bool loadTagList(const std::string &path, std::vector<MonitorTag> &tags, std::string &error,
+    const ParameterMap *map = nullptr);
 bool saveTagList(const std::string &path, const std::vector<MonitorTag> &tags, std::string &error);
+// Writes a whole text file (a tag list, a parameter backup); one sentence in error.
+bool saveTextFile(const std::string &path, const std::string &text, std::string &error);
 
 #endif // HOST_MONITOR_TAGVALUES_H

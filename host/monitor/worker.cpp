@@ -20,6 +20,7 @@ void registerMonitorTypes()
         qRegisterMetaType<QVector<PollTag>>();
         qRegisterMetaType<QVector<uint>>();
         qRegisterMetaType<HealthMap>();
+        qRegisterMetaType<ParamJob>();
         return true;
     }();
     (void)done;
@@ -336,4 +337,46 @@ void MonitorWorker::flushTraffic()
         return;
     emit traffic(pending);
     pending.clear();
+}
+
+bool MonitorWorker::lineFree(ParamJob &job)
+{
+    if (!lineOpen)
+        job.error = "not connected";
+    else if (scan.running)
+        job.error = "a scan holds the line";
+    else if (!job.map)
+        job.error = "no parameters to read";
+    return job.error.isEmpty();
+}
+
+void MonitorWorker::readParams(const ParamJob &request)
+{
+    ParamJob job = request;
+    if (lineFree(job)) {
+        std::vector<const Parameter *> readable;
+        for (const Parameter &p : job.map->parameters)
+            if (p.readable())
+                readable.push_back(&p);
+        useStation(job.station);
+        job.station = link().options().station;
+        job.readings = readParameters(drive, job.station, readable);
+        job.driverVersion = drive.driver()->getVersionNumber();
+        flushTraffic();
+        emitHealth();
+    }
+    emit paramsRead(job);
+}
+
+void MonitorWorker::restoreParams(const ParamJob &request)
+{
+    ParamJob job = request;
+    if (lineFree(job)) {
+        useStation(job.station);
+        job.station = link().options().station;
+        job.outcomes = restoreParameters(drive, job.station, job.writes, false);
+        flushTraffic();
+        emitHealth();
+    }
+    emit paramsRestored(job);
 }

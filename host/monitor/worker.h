@@ -42,6 +42,11 @@ public slots:
     void stopScan();
     // Adds a fault rule to the simulated drive.
     void addFault(const QString &rule);
+    // Reads the readable parameters of the job's map; answers with
+    // paramsRead. Writes a restore's planned parameters and reads them back;
+    // answers with paramsRestored.
+    void readParams(const ParamJob &job);
+    void restoreParams(const ParamJob &job);
 
 signals:
     void driverLoaded(bool ok, const QString &error, const DriverDefaults &defaults);
@@ -58,6 +63,8 @@ signals:
     // why: what ended the scan early, if anything did but the user.
     void scanFinished(int answering, bool stopped, const QString &why);
     void faultAdded(bool ok, const QString &message);
+    void paramsRead(const ParamJob &job);
+    void paramsRestored(const ParamJob &job);
 
 private:
     void startCycle();
@@ -73,6 +80,8 @@ private:
     void flushTraffic();
     void emitHealth();
     void useStation(int station);
+    // Whether a parameter job can use the line; else it is answered with why not.
+    bool lineFree(ParamJob &job);
 
     SerialLink &link() { return drive.link(); }
 

@@ -5,6 +5,8 @@
 // tag list files, and the program's screenshot.
 
 #include "mainwindow.h"
+#include "parammap.h"
+#include "paramview.h"
 #include "scanview.h"
 #include "tagmodel.h"
 #include "trafficview.h"
@@ -430,6 +432,84 @@ private slots:
         QCOMPARE(model.index(0, TagModel::ValueColumn).data(Qt::BackgroundRole).isValid(), highlighted);
     }
 
+    // A tag named from a map: its value in engineering units with the unit,
+    // an alarm parameter highlighted with its value list's text, and a value
+    // typed in engineering units checked before it is offered for a write.
+    void namedParameters_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("raw"); // as read
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<bool>("alarm");
+        QTest::addColumn<QString>("typed"); // "": no write
+        QTest::addColumn<QString>("outcome"); // the refusal, or "raw N" offered for the write
+        const char *const rows[][7] = {
+            { "scaled value with its unit", "current", "125", "1.25 A", "", "", "" },
+            { "alarm parameter not zero", "alarm-code", "1", "over-speed", "1", "", "" },
+            { "alarm parameter at zero", "alarm-code", "0", "none", "", "", "" },
+            { "typed beyond the maximum", "speed-command", "1500", "1500 rpm", "", "4000",
+                "speed-command takes -3000 to 3000 rpm: 4000 is outside" },
+            { "typed in engineering units goes out raw", "torque-limit", "300", "30.0 %", "", "25.5",
+                "raw 255" },
+        };
+        for (const auto &row : rows)
+            QTest::newRow(row[0]) << QString(row[1]) << QString(row[2]) << QString(row[3]) << (*row[4] != 0)
+                                  << QString(row[5]) << QString(row[6]);
+    }
+    void namedParameters()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, raw);
+        QFETCH(QString, shown);
+        QFETCH(bool, alarm);
+        QFETCH(QString, typed);
+        QFETCH(QString, outcome);
+        auto map = std::make_shared<ParameterMap>();
+        std::string e;
+        QVERIFY2(parseParameterMap("name,address,format,scale,unit,min,max,access,description,values,alarm\n"
+                                   "speed-command,HR402,int16,1,rpm,-3000,3000,rw,speed asked,,\n"
+                                   "torque-limit,HR101,,0.1,%,0,300,rw,torque at most,,\n"
+                                   "current,IR404,,0.01,A,,,r,motor current,,\n"
+                                   "alarm-code,IR406,,,,,,r,the drive's alarm,0=none;1=over-speed,yes\n",
+                     *map, e),
+            e.c_str());
+        TagModel model;
+        model.setParameterMap(map);
+        QString error;
+        QVERIFY2(model.addTag(name, error), qPrintable(error));
+        Reading r;
+        r.id = model.idAt(0);
+        r.revision = model.pollTag(0).revision;
+        r.ok = true;
+        r.values = { raw.toStdString() };
+        QVERIFY(model.applyReading(r));
+        const QModelIndex value = model.index(0, TagModel::ValueColumn);
+        QCOMPARE(model.index(0, TagModel::TagColumn).data().toString(), name);
+        QCOMPARE(value.data().toString(), shown);
+        QCOMPARE(value.data(Qt::BackgroundRole).isValid(), alarm);
+        QVERIFY(value.data(Qt::ToolTipRole)
+                    .toString()
+                    .contains(QString::fromStdString(map->find(name.toStdString())->description)));
+        if (typed.isEmpty())
+            return;
+        QSignalSpy writes(&model, &TagModel::writeRequested);
+        QSignalSpy asked(&model, &TagModel::writeToConfirm);
+        QSignalSpy messages(&model, &TagModel::message);
+        model.setData(value, typed, TagModel::ConfirmWriteRole);
+        QCOMPARE(writes.count(), 0);
+        if (!outcome.startsWith("raw ")) {
+            QCOMPARE(asked.count(), 0);
+            QCOMPARE(messages.count(), 1);
+            QCOMPARE(messages.first().at(0).toString(), outcome);
+            return;
+        }
+        QCOMPARE(asked.count(), 1);
+        const PendingWrite w = asked.first().at(0).value<PendingWrite>();
+        QCOMPARE("raw " + w.raw, outcome);
+        QCOMPARE(w.words, QVector<uint>({ outcome.mid(4).toUInt() }));
+        QVERIFY2(w.typed.startsWith(typed) && w.name.startsWith(name), qPrintable(w.typed + " " + w.name));
+    }
+
     void manyTrendsTellApart()
     {
         TrendView view;
@@ -659,6 +739,50 @@ private slots:
         }
         if (!answering) // and the user is told why
             QVERIFY2(window->messageText().contains(probe), qPrintable(window->messageText()));
+    }
+
+    // A backup, a compare with an edited copy, and its restore: written only
+    // after the user agreed, then read back.
+    void parametersBackupCompareRestore()
+    {
+        const QString mapPath = dir.filePath("drive.csv");
+        QVERIFY(writeFile(mapPath,
+            "name,address,scale,unit,min,max,access,values\n"
+            "control-mode,HR1,,,0,2,rw,0=position;1=speed;2=torque\n"
+            "accel-ramp,HR10,0.1,s,0,100,rw,\n"
+            "bus-voltage,IR3,,V,,,r,\n"));
+        QString error;
+        QVERIFY2(window->openMap(mapPath, error), qPrintable(error));
+        ParamView *view = window->parameters();
+        const QString saved = dir.filePath("backup.csv"), edited = dir.filePath("edited.csv");
+        QVERIFY(view->backup(saved));
+        QTRY_VERIFY_WITH_TIMEOUT(!view->busy(), waitMs);
+        QVERIFY2(view->summary().startsWith("3 parameters of station 1 saved"), qPrintable(view->summary()));
+        ParameterMap backup;
+        std::string e;
+        QVERIFY2(loadParameterMap(saved.toStdString(), backup, e), e.c_str());
+        QCOMPARE(backup.find("bus-voltage")->backup.at("value"), std::string("311"));
+        const_cast<Parameter *>(backup.find("accel-ramp"))->backup["value"] = "2.5";
+        QVERIFY(writeFile(edited, QByteArray::fromStdString(parameterMapCsv(backup))));
+
+        QTableWidget *table = view->results();
+        QVERIFY(view->compare(edited));
+        QTRY_VERIFY_WITH_TIMEOUT(!view->busy(), waitMs);
+        QCOMPARE(table->rowCount(), 1);
+        QCOMPARE(
+            table->item(0, 0)->text() + " " + table->item(0, 2)->text() + " " + table->item(0, 3)->text(),
+            QString("accel-ramp 2.5 s"));
+
+        QVERIFY(view->restore(edited));
+        QMessageBox *box = nullptr;
+        QTRY_VERIFY_WITH_TIMEOUT((box = view->findChild<QMessageBox *>("restoreConfirmation")), waitMs);
+        QCOMPARE(table->rowCount(), 1); // the plan, before anything is written
+        QTest::mouseClick(box->button(QMessageBox::Yes), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(view->summary().contains("written and read back"), waitMs);
+        QCOMPARE(view->summary(), QString("1 of 1 parameters written and read back as written"));
+        QVERIFY(view->compare(edited));
+        QTRY_VERIFY_WITH_TIMEOUT(!view->busy(), waitMs);
+        QCOMPARE(table->rowCount(), 0);
     }
 
     void layoutAtDefaultSize()
