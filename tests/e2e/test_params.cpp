@@ -4,6 +4,8 @@
 // drive refuses midway; names and engineering values refused before anything
 // is sent.
 
+#include "clirun.h"
+
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -18,31 +20,6 @@
 #include <vector>
 
 namespace {
-
-struct CliRun
-{
-    int status = -1;
-    std::string out, err;
-};
-
-CliRun teco(const std::vector<std::string> &args)
-{
-    QStringList arguments;
-    for (const std::string &a : args)
-        arguments << QString::fromStdString(a);
-    QProcess p;
-    p.start(TECO_CLI_PATH, arguments);
-    CliRun r;
-    if (!p.waitForStarted(30000))
-        return r;
-    p.closeWriteChannel();
-    const bool finished = p.waitForFinished(90000);
-    r.out = p.readAllStandardOutput().toStdString();
-    r.err = p.readAllStandardError().toStdString();
-    if (finished && p.exitStatus() == QProcess::NormalExit)
-        r.status = p.exitCode();
-    return r;
-}
 
 // A map of settings of every shape (a value list, a signed format, a scale,
 // a high-word-first double word, a float) and one measurement.
@@ -74,7 +51,7 @@ public:
     CliRun cli(std::vector<std::string> args) const
     {
         args.insert(args.begin(), { "--quiet", "--port", device, "--map", mapPath, "--retry", "0" });
-        return teco(args);
+        return ::cli(args);
     }
     QProcess sim;
     std::string mapPath, device;
@@ -153,40 +130,6 @@ TEST(Params, ARestoreStopsAtAFailedWriteAndNamesIt)
     EXPECT_NE(drive.cli({ "read", "position-target" }).out.find("= 70000 counts"), std::string::npos);
 }
 
-// A pseudo-terminal that nobody answers: what arrives is what was sent.
-struct SilentLine
-{
-    SilentLine()
-    {
-        fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-        char name[128] = { 0 };
-        if (fd < 0 || grantpt(fd) < 0 || unlockpt(fd) < 0 || ptsname_r(fd, name, sizeof name) != 0)
-            ADD_FAILURE() << "no pseudo-terminal";
-        path = name;
-        hold = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-        struct termios t;
-        tcgetattr(hold, &t);
-        cfmakeraw(&t);
-        tcsetattr(hold, TCSANOW, &t);
-    }
-    ~SilentLine()
-    {
-        ::close(hold);
-        ::close(fd);
-    }
-    int bytesArrived() const
-    {
-        int total = 0;
-        char buffer[512];
-        ssize_t r;
-        while ((r = ::read(fd, buffer, sizeof buffer)) > 0)
-            total += int(r);
-        return total;
-    }
-    int fd = -1, hold = -1;
-    std::string path;
-};
-
 // A name or an engineering value the map refuses is bad usage, said in one
 // sentence before anything goes on the line.
 TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
@@ -212,12 +155,12 @@ TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
     ASSERT_TRUE(dir.isValid());
     const std::string map = dir.path().toStdString() + "/drive.csv";
     std::ofstream(map) << mapText;
-    SilentLine line;
+    SilentDevice line;
     for (const Row &row : rows) {
         std::vector<std::string> args
             = { "--port", line.path, "--map", map, "--timeout", "50", "--retry", "0" };
         args.insert(args.end(), row.args.begin(), row.args.end());
-        const CliRun r = teco(args);
+        const CliRun r = cli(args);
         SCOPED_TRACE(row.args[1]);
         EXPECT_EQ(r.status, 2) << r.err;
         EXPECT_NE(r.err.find(row.message), std::string::npos) << r.err;
