@@ -438,7 +438,8 @@ std::string lineCommandArguments(const std::string &command)
 
 // Every word that may stand where the shell is completing, before it is
 // matched against what is typed.
-std::vector<std::string> shellCandidates(const std::vector<std::string> &before, const std::string &word)
+std::vector<std::string> shellCandidates(
+    const std::vector<std::string> &before, const std::string &word, const std::vector<std::string> &names)
 {
     const std::string command = before.empty() ? std::string() : before[0];
     const std::string previous = before.empty() ? std::string() : before.back();
@@ -462,18 +463,22 @@ std::vector<std::string> shellCandidates(const std::vector<std::string> &before,
         return { "on", "off" };
     if (!values.empty() && values != "address")
         return {}; // a file or a text: nothing to offer
-    if (values == "address" || arguments == "addresses" || (arguments == "address" && before.size() == 1))
-        return addressPrefixes();
+    if (values == "address" || arguments == "addresses" || (arguments == "address" && before.size() == 1)) {
+        std::vector<std::string> candidates = addressPrefixes();
+        candidates.insert(candidates.end(), names.begin(), names.end());
+        return candidates;
+    }
     return {};
 }
 
 } // namespace
 
-std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word)
+std::vector<std::string> completeShellWord(
+    const std::vector<std::string> &before, const std::string &word, const std::vector<std::string> &names)
 {
     const std::string upperWord = upperCase(word);
     std::vector<std::string> matches;
-    for (const std::string &c : shellCandidates(before, word)) {
+    for (const std::string &c : shellCandidates(before, word, names)) {
         const bool address = std::isupper(static_cast<unsigned char>(c[0])) != 0;
         const std::string &typed = address ? upperWord : word;
         // A word order ("int32:CDAB") once its colon is typed.

@@ -141,9 +141,11 @@ std::string commandCompletionList();
 // before it: command names first, option names for "-..." (anywhere), the
 // words an option takes after it (data types after --type, formats after
 // --format, their word orders once a colon is typed), on/off after trace and
-// address prefixes where an address goes. Address prefixes match in either
-// case.
-std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word);
+// address prefixes where an address goes, followed there by names (a
+// parameter map's, which stand for addresses). Address prefixes match in
+// either case.
+std::vector<std::string> completeShellWord(const std::vector<std::string> &before, const std::string &word,
+    const std::vector<std::string> &names = {});
 
 // The commands a line of a batch or the shell may give, in order, each with
 // the options it takes of those that only some commands take (such as read

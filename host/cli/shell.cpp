@@ -145,6 +145,8 @@ enum { HistoryLines = 1000 };
 
 // The completions of the word being typed, handed to libedit one by one.
 std::vector<std::string> completions;
+// The parameter names that may stand for an address.
+std::vector<std::string> completionNames;
 
 char *nextCompletion(const char *, int state)
 {
@@ -161,7 +163,7 @@ char **complete(const char *text, int start, int)
     std::string error;
     if (!splitWords(std::string(rl_line_buffer, size_t(std::max(start, 0))), before, error))
         return nullptr;
-    completions = completeShellWord(before, text);
+    completions = completeShellWord(before, text, completionNames);
     if (completions.empty())
         return nullptr;
     // An address prefix is followed by its number, not a blank.
@@ -229,12 +231,14 @@ int readKey(FILE *)
 class ShellInput
 {
 public:
-    ShellInput()
+    // names: what the shell completes besides addresses where one goes.
+    explicit ShellInput(const std::vector<std::string> &names)
         : terminal(isatty(STDIN_FILENO) == 1)
     {
 #ifdef TECO_HAVE_LIBEDIT
         if (!terminal)
             return;
+        completionNames = names;
         rl_readline_name = "teco-cli"; // for ~/.editrc
         rl_catch_signals = 0; // Ctrl-C is ours: it drops the line typed so far
         rl_attempted_completion_function = complete;
@@ -363,7 +367,11 @@ int Session::run(const Command &, const ShellCommand &)
     // Ctrl-C never ends the shell: at the prompt it drops the line typed, in
     // a command it ends the command (poll, scan) or is let pass.
     InterruptScope stop;
-    ShellInput input;
+    std::vector<std::string> names;
+    if (map())
+        for (const Parameter &p : map()->parameters)
+            names.push_back(p.name);
+    ShellInput input(names);
     if (input.interactive())
         std::printf("teco-cli shell on %s: \"help\" lists the commands, Ctrl-D ends\n",
             link().settings().text().c_str());

@@ -535,7 +535,8 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
         { { "trace", "on" }, false,
-            "unknown command \"trace\" (info, read, write, poll, scan, batch, shell, decode, params or map)" },
+            "unknown command \"trace\" (info, read, write, poll, scan, batch, shell, decode, params or "
+            "map)" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
         { { "fault", "noreply:times=1" }, true, "" },
@@ -678,28 +679,29 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
         Words before;
         const char *word;
         Words completions;
+        Words names; // a map's
     } rows[] = {
         { {}, "re", { "read" } },
         { {}, "",
-            { "info", "read", "write", "poll", "scan", "decode", "trace", "fault", "params", "map", "help", "quit", "exit" } },
+            { "info", "read", "write", "poll", "scan", "decode", "trace", "fault", "params", "map", "help",
+                "quit", "exit" } },
         { {}, "ba", {} }, // not on a line
-        { { "read" }, "f", { "FN5DO", "FN6HR" } },
-        { { "read", "HR1" }, "H", {} }, // the value goes there
-        { { "poll", "HR1" }, "i", { "IR" } },
-        { { "read", "HR1" }, "--co", { "--count" } },
+        { { "read" }, "f", { "FN5DO", "FN6HR" } }, { { "read", "HR1" }, "H", {} }, // the value goes there
+        { { "poll", "HR1" }, "i", { "IR" } }, { { "read", "HR1" }, "--co", { "--count" } },
         { { "scan" }, "--st", { "--station", "--stop-bits" } },
         { { "read", "HR1" }, "--po", {} }, // for the command line only
-        { { "read", "HR1", "--type" }, "d", { "dword" } },
-        { { "scan", "--address" }, "D", { "DO", "DI" } },
-        { { "trace" }, "o", { "on", "off" } },
-        { { "trace", "on" }, "o", {} },
+        { { "read", "HR1", "--type" }, "d", { "dword" } }, { { "scan", "--address" }, "D", { "DO", "DI" } },
+        { { "trace" }, "o", { "on", "off" } }, { { "trace", "on" }, "o", {} },
         { {}, "--f", { "--format", "--from" } }, // options before the command
         { { "read", "HR1", "--format" }, "f", { "float32", "float64" } },
         { { "read", "HR1", "--format" }, "int32:C", { "int32:CDAB" } },
+        { { "write" }, "d", { "DO", "DI", "decel-time" },
+            { "speed", "decel-time" } }, // where an address goes
+        { { "read", "HR1", "--type" }, "d", { "dword" }, { "decel-time" } }, // and nowhere else
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(joined(row.before) + "[" + row.word + "]");
-        EXPECT_EQ(completeShellWord(row.before, row.word), row.completions);
+        EXPECT_EQ(completeShellWord(row.before, row.word, row.names), row.completions);
     }
 }
 
