@@ -331,7 +331,12 @@ std::vector<ParamDifference> compareFiles(const ParameterMap &first, const Param
         }
         asReadings.push_back(r);
     }
-    return compareWithFile(asReadings, second);
+    std::vector<ParamDifference> out = compareWithFile(asReadings, second);
+    // A setting with a value in the first file only differs as well.
+    for (const Parameter &p : first.parameters)
+        if (p.writable() && fileValue(p) && !second.find(p.name))
+            out.push_back(ParamDifference { &p, *fileValue(p), "-" });
+    return out;
 }
 
 bool planRestore(const std::vector<ParamReading> &drive, const ParameterMap &file,
