@@ -122,7 +122,11 @@ int backup(ParamsContext &c, const ParamsRequest &r)
 {
     if (!c.map)
         return usage("params backup needs a map of the drive's parameters: give --map FILE");
-    const std::vector<const Parameter *> params = c.map->group(r.group ? *r.group : std::string());
+    // A write-only parameter (a command such as a reset) has nothing to back up.
+    std::vector<const Parameter *> params = c.map->group(r.group ? *r.group : std::string());
+    params.erase(
+        std::remove_if(params.begin(), params.end(), [](const Parameter *p) { return !p->readable(); }),
+        params.end());
     if (params.empty())
         return usage("the map " + c.map->path + " has no parameters in the group \"" + *r.group + "\"");
     const uint64_t before = c.drive.totalHealth().requests;

@@ -22,14 +22,15 @@
 namespace {
 
 // A map of settings of every shape (a value list, a signed format, a scale,
-// a high-word-first double word, a float) and one measurement.
+// a high-word-first double word, a float), one measurement and one command.
 const char mapText[] = "name,address,format,scale,unit,min,max,access,group,values\n"
                        "control-mode,HR1000,,,,,,rw,basic,0=speed;1=position;2=torque\n"
                        "speed-command,HR1001,int16,,rpm,-3000,3000,rw,basic,\n"
                        "current-limit,HR1002,,0.01,A,0,20,rw,limits,\n"
                        "position-target,HR1004SW,,,counts,,,rw,limits,\n"
                        "gain,HR1010,float32,,,0,1000,rw,gains,\n"
-                       "motor-speed,IR401,int16,,rpm,,,r,monitor,\n";
+                       "motor-speed,IR401,int16,,rpm,,,r,monitor,\n"
+                       "fault-reset,HR1020,,,,,,w,basic,\n";
 
 // teco-sim on its own pseudo-terminal, with teco-cli's arguments to reach it.
 class Drive
