@@ -56,10 +56,11 @@ std::string counted(size_t n, const char *thing)
     return std::to_string(n) + " " + thing + (n == 1 ? "" : "s");
 }
 
-bool loadFile(const std::string &path, ParameterMap &map)
+// A backup read and, with a map in use, checked against it (bindToMap).
+bool loadFile(const ParamsContext &c, const std::string &path, ParameterMap &map)
 {
     std::string error;
-    if (loadParameterMap(path, map, error))
+    if (loadParameterMap(path, map, error) && (!c.map || bindToMap(map, *c.map, error)))
         return true;
     sayError(error);
     return false;
@@ -178,12 +179,12 @@ void reportDifferences(const ParamsContext &c, const std::vector<ParamDifference
 int compare(ParamsContext &c, const ParamsRequest &r)
 {
     ParameterMap file;
-    if (!loadFile(r.files.back(), file))
+    if (!loadFile(c, r.files.back(), file))
         return ExitUsage;
     std::vector<ParamDifference> diffs;
     if (r.files.size() == 2) {
         ParameterMap first;
-        if (!loadFile(r.files[0], first))
+        if (!loadFile(c, r.files[0], first))
             return ExitUsage;
         diffs = compareFiles(first, file);
     } else {
@@ -259,7 +260,7 @@ int reportRestore(const ParamsContext &c, const std::vector<ParamWrite> &writes,
 int restore(ParamsContext &c, const ParamsRequest &r)
 {
     ParameterMap file;
-    if (!loadFile(r.files[0], file))
+    if (!loadFile(c, r.files[0], file))
         return ExitUsage;
     std::vector<ParamWrite> writes;
     std::string error;

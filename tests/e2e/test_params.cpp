@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fcntl.h>
 #include <fstream>
 #include <string>
@@ -151,11 +152,14 @@ TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
         { { "poll", "speed-comand" }, "closest: speed-command" },
         { { "params", "restore", "nowhere.csv", "--group", "x" },
             "option --group does not apply to params restore" },
+        { { "params", "restore", "moved.csv" },
+            "moved.csv line 2: \"gain\" is HR1012 there but HR1010 in the map" },
     };
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const std::string map = dir.path().toStdString() + "/drive.csv";
     std::ofstream(map) << mapText;
+    std::ofstream("moved.csv") << "name,address,format,value\ngain,HR1012,float32,1\n";
     SilentDevice line;
     for (const Row &row : rows) {
         std::vector<std::string> args
@@ -167,6 +171,7 @@ TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
         EXPECT_NE(r.err.find(row.message), std::string::npos) << r.err;
         EXPECT_EQ(line.bytesArrived(), 0);
     }
+    std::remove("moved.csv");
 }
 
 } // namespace
