@@ -348,8 +348,8 @@ std::vector<ParamDifference> compareWithFile(const std::vector<ParamReading> &dr
 {
     std::vector<ParamDifference> out;
     for (const Parameter &p : file.parameters) {
-        if (!p.writable())
-            continue; // a measurement, not a setting
+        if (!p.writable() || !p.readable())
+            continue; // a measurement or a command, not a setting
         const ParamReading *r = readingOf(drive, p.name);
         const std::string *v = fileValue(p);
         const std::string left = r && r->ok ? r->value : "-", right = v ? *v : "-";
@@ -376,7 +376,7 @@ std::vector<ParamDifference> compareFiles(const ParameterMap &first, const Param
     std::vector<ParamDifference> out = compareWithFile(asReadings, second);
     // A setting with a value in the first file only differs as well.
     for (const Parameter &p : first.parameters)
-        if (p.writable() && fileValue(p) && !second.find(p.name))
+        if (p.writable() && p.readable() && fileValue(p) && !second.find(p.name))
             out.push_back(ParamDifference { &p, *fileValue(p), "-" });
     return out;
 }

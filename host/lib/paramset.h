@@ -61,7 +61,7 @@ struct ParamDifference
 // readings against a backup, or two backups (by name). A parameter read on
 // one side but missing or failed on the other differs, with "-" for it.
 // Only settings are compared: a read-only parameter (a measurement such as
-// the motor's speed) is left out.
+// the motor's speed) and a write-only one (a command) are left out.
 std::vector<ParamDifference> compareWithFile(
     const std::vector<ParamReading> &drive, const ParameterMap &file);
 std::vector<ParamDifference> compareFiles(const ParameterMap &first, const ParameterMap &second);
