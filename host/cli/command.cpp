@@ -108,8 +108,11 @@ bool namedTag(const Given &g, const std::string &text, Tag &tag, const Parameter
             + " is " + param->tag.text + " in " + g.map->path + ")";
         return false;
     }
-    if (param)
+    if (param) {
+        const int station = tag.station; // from NAME@STATION, kept
         tag = resolved;
+        tag.station = station;
+    }
     return true;
 }
 

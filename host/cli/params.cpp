@@ -56,10 +56,11 @@ std::string counted(size_t n, const char *thing)
     return std::to_string(n) + " " + thing + (n == 1 ? "" : "s");
 }
 
-bool loadFile(const std::string &path, ParameterMap &map)
+// A backup read and, with a map in use, checked against it (bindToMap).
+bool loadFile(const ParamsContext &c, const std::string &path, ParameterMap &map)
 {
     std::string error;
-    if (loadParameterMap(path, map, error))
+    if (loadParameterMap(path, map, error) && (!c.map || bindToMap(map, *c.map, error)))
         return true;
     sayError(error);
     return false;
@@ -122,7 +123,11 @@ int backup(ParamsContext &c, const ParamsRequest &r)
 {
     if (!c.map)
         return usage("params backup needs a map of the drive's parameters: give --map FILE");
-    const std::vector<const Parameter *> params = c.map->group(r.group ? *r.group : std::string());
+    // A write-only parameter (a command such as a reset) has nothing to back up.
+    std::vector<const Parameter *> params = c.map->group(r.group ? *r.group : std::string());
+    params.erase(
+        std::remove_if(params.begin(), params.end(), [](const Parameter *p) { return !p->readable(); }),
+        params.end());
     if (params.empty())
         return usage("the map " + c.map->path + " has no parameters in the group \"" + *r.group + "\"");
     const uint64_t before = c.drive.totalHealth().requests;
@@ -174,12 +179,12 @@ void reportDifferences(const ParamsContext &c, const std::vector<ParamDifference
 int compare(ParamsContext &c, const ParamsRequest &r)
 {
     ParameterMap file;
-    if (!loadFile(r.files.back(), file))
+    if (!loadFile(c, r.files.back(), file))
         return ExitUsage;
     std::vector<ParamDifference> diffs;
     if (r.files.size() == 2) {
         ParameterMap first;
-        if (!loadFile(r.files[0], first))
+        if (!loadFile(c, r.files[0], first))
             return ExitUsage;
         diffs = compareFiles(first, file);
     } else {
@@ -233,7 +238,7 @@ QJsonObject restoreJson(
 }
 
 int reportRestore(const ParamsContext &c, const std::vector<ParamWrite> &writes,
-    const std::vector<RestoreOutcome> &outcomes)
+    const std::vector<RestoreOutcome> &outcomes, size_t leftAlone)
 {
     int problems = 0;
     for (size_t i = 0; i < outcomes.size(); ++i) {
@@ -247,24 +252,57 @@ int reportRestore(const ParamsContext &c, const std::vector<ParamWrite> &writes,
     if (c.json)
         printJson(restoreJson(writes, outcomes, true));
     else if (problems == 0 && outcomes.size() == writes.size())
-        std::printf("restored %s; each reads back as written\n", counted(writes.size(), "parameter").c_str());
+        std::printf("restored %s; each reads back as written%s\n",
+            counted(writes.size(), "parameter").c_str(),
+            leftAlone > 0 ? ("; " + counted(leftAlone, "parameter") + " not written (listed above)").c_str()
+                          : "");
     std::fflush(stdout);
     return problems == 0 && outcomes.size() == writes.size() ? ExitOk : ExitFailed;
+}
+
+// What a restore leaves alone and why, one line each, with a line for a
+// backup made from another station; the count of rows left alone.
+size_t showLeftAlone(const ParamsContext &c, const ParameterMap &file)
+{
+    size_t left = 0;
+    std::string otherStation;
+    for (const Parameter &p : file.parameters) {
+        const auto value = p.backup.find("value"), station = p.backup.find("station");
+        const bool hasValue = value != p.backup.end() && !value->second.empty();
+        const char *why = !p.writable() ? nullptr
+            : !hasValue                 ? "no value in the file"
+            : !p.readable()             ? "write-only: it cannot be read back"
+                                        : nullptr;
+        if (station != p.backup.end() && station->second != std::to_string(c.station))
+            otherStation = station->second;
+        if (!why)
+            continue;
+        ++left;
+        if (!c.json)
+            std::printf("not written: %s (%s)\n", p.name.c_str(), why);
+    }
+    if (!otherStation.empty() && !c.json)
+        std::printf(
+            "this backup was made from station %s; writing to station %d\n", otherStation.c_str(), c.station);
+    return left;
 }
 
 int restore(ParamsContext &c, const ParamsRequest &r)
 {
     ParameterMap file;
-    if (!loadFile(r.files[0], file))
+    if (!loadFile(c, r.files[0], file))
         return ExitUsage;
     std::vector<ParamWrite> writes;
     std::string error;
     if (!planRestore(readAll(c, readableOf(file)), file, writes, error))
         return usage(error);
     showPlan(c, writes);
+    const size_t leftAlone = showLeftAlone(c, file);
     if (writes.empty() || !r.yes) {
         if (c.json)
             printJson(restoreJson(writes, {}, false));
+        else if (writes.empty() && leftAlone > 0)
+            std::printf("nothing to restore: the drive holds every other value of %s\n", r.files[0].c_str());
         else if (writes.empty())
             std::printf("nothing to restore: the drive holds every value of %s\n", r.files[0].c_str());
         else
@@ -277,7 +315,8 @@ int restore(ParamsContext &c, const ParamsRequest &r)
         if (o.written && !c.quiet && !c.json)
             std::fprintf(stderr, "teco-cli: wrote %s\n", named(*o.param).c_str());
     };
-    return reportRestore(c, writes, restoreParameters(c.drive, c.station, writes, r.keepGoing, progress));
+    return reportRestore(
+        c, writes, restoreParameters(c.drive, c.station, writes, r.keepGoing, progress), leftAlone);
 }
 
 } // namespace

@@ -302,12 +302,54 @@ ParameterMap backupMap(const ParameterMap &map, const std::vector<ParamReading> 
     return out;
 }
 
+namespace {
+
+std::string shapeText(const Tag &t)
+{
+    return t.format ? t.format->text() + (t.count > 1 ? " x" + std::to_string(t.count) : "") : "no format";
+}
+
+// The first way a backup's row differs from the map's parameter; "" for none.
+std::string rowDifference(const Parameter &row, const Parameter &m)
+{
+    const std::string name = "\"" + row.name + "\"";
+    if (row.tag.address.text() != m.tag.address.text() || row.tag.type != m.tag.type)
+        return name + " is " + row.tag.address.text() + " there but " + m.tag.address.text() + " in the map";
+    if (shapeText(row.tag) != shapeText(m.tag))
+        return name + " has format " + shapeText(row.tag) + " there but " + shapeText(m.tag) + " in the map";
+    if (row.scale != m.scale)
+        return name + " has scale " + row.scaleText + " there but " + m.scaleText + " in the map";
+    if (row.offset != m.offset)
+        return name + " has offset " + row.offsetText + " there but " + m.offsetText + " in the map";
+    return std::string();
+}
+
+} // namespace
+
+bool bindToMap(ParameterMap &file, const ParameterMap &map, std::string &error)
+{
+    for (Parameter &row : file.parameters) {
+        const Parameter *m = map.find(row.name);
+        const std::string difference
+            = m ? rowDifference(row, *m) : "\"" + row.name + "\" is not in the map " + map.path;
+        if (!difference.empty()) {
+            error = file.path + " line " + std::to_string(row.line) + ": " + difference;
+            return false;
+        }
+        Parameter bound = *m;
+        bound.backup = row.backup;
+        bound.line = row.line;
+        row = bound;
+    }
+    return true;
+}
+
 std::vector<ParamDifference> compareWithFile(const std::vector<ParamReading> &drive, const ParameterMap &file)
 {
     std::vector<ParamDifference> out;
     for (const Parameter &p : file.parameters) {
-        if (!p.writable())
-            continue; // a measurement, not a setting
+        if (!p.writable() || !p.readable())
+            continue; // a measurement or a command, not a setting
         const ParamReading *r = readingOf(drive, p.name);
         const std::string *v = fileValue(p);
         const std::string left = r && r->ok ? r->value : "-", right = v ? *v : "-";
@@ -331,7 +373,12 @@ std::vector<ParamDifference> compareFiles(const ParameterMap &first, const Param
         }
         asReadings.push_back(r);
     }
-    return compareWithFile(asReadings, second);
+    std::vector<ParamDifference> out = compareWithFile(asReadings, second);
+    // A setting with a value in the first file only differs as well.
+    for (const Parameter &p : first.parameters)
+        if (p.writable() && p.readable() && fileValue(p) && !second.find(p.name))
+            out.push_back(ParamDifference { &p, *fileValue(p), "-" });
+    return out;
 }
 
 bool planRestore(const std::vector<ParamReading> &drive, const ParameterMap &file,

@@ -46,6 +46,12 @@ std::vector<ParamReading> readParameters(
 ParameterMap backupMap(const ParameterMap &map, const std::vector<ParamReading> &readings, int station,
     const std::string &driverVersion);
 
+// A backup checked against the map in use: each row names a parameter of
+// map with the same address, format, scale and offset, and then takes the
+// map's parameter (its access and limits) with the row's backup columns.
+// False with one sentence naming the file's line and the difference.
+bool bindToMap(ParameterMap &file, const ParameterMap &map, std::string &error);
+
 struct ParamDifference
 {
     const Parameter *param = nullptr; // of the file compared with
@@ -55,7 +61,7 @@ struct ParamDifference
 // readings against a backup, or two backups (by name). A parameter read on
 // one side but missing or failed on the other differs, with "-" for it.
 // Only settings are compared: a read-only parameter (a measurement such as
-// the motor's speed) is left out.
+// the motor's speed) and a write-only one (a command) are left out.
 std::vector<ParamDifference> compareWithFile(
     const std::vector<ParamReading> &drive, const ParameterMap &file);
 std::vector<ParamDifference> compareFiles(const ParameterMap &first, const ParameterMap &second);

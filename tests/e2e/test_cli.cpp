@@ -179,6 +179,8 @@ TEST(Cli, CommandsShowWhatHappened)
             "RX      (0X1 0X3 0X2 0X5 0Xdc 0Xba 0X8d ) : ......." },
         { { "--trace", "-", "--sim-fault", "noreply", "--retry", "0", "--timeout", "60", "read", "HR100" }, 1,
             false, "[time-out after 0 of 7 bytes]" },
+        { { "--trace", "-", "poll", "speed-command@2", "--cycles", "1" }, 0, false,
+            "station 2, read holding registers HR402 x1" },
         { { "--trace-format", "hex", "read", "HR100" }, 2, false,
             "teco-cli: option --trace-format takes decoded or panel" },
     };

@@ -62,4 +62,26 @@ TEST(ParamSet, ReadsJoinNeighboursWithinTheDriversLimits)
         EXPECT_EQ(planned(row.params), row.reads) << row.name;
 }
 
+// Two backups compared by name: each parameter with a value on either side
+// only differs, with "-" for the side without it.
+TEST(ParamSet, FilesDifferInEveryParameterOnOneSideOnly)
+{
+    struct Row
+    {
+        const char *name, *first, *second, *differs;
+    } rows[] = {
+        { "a row in the first file only", "a,HR1,5\nb,HR2,6\n", "a,HR1,5\n", "b 6 -" },
+    };
+    for (const Row &row : rows) {
+        ParameterMap a, b;
+        std::string error;
+        ASSERT_TRUE(parseParameterMap(std::string("name,address,value\n") + row.first, a, error)) << error;
+        ASSERT_TRUE(parseParameterMap(std::string("name,address,value\n") + row.second, b, error)) << error;
+        std::string shown;
+        for (const ParamDifference &d : compareFiles(a, b))
+            shown += d.param->name + " " + d.left + " " + d.right;
+        EXPECT_EQ(shown, row.differs) << row.name;
+    }
+}
+
 } // namespace
