@@ -46,6 +46,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,hex,1,0.1\n", "line 2, column 5 (offset): an offset applies to numbers" },
         { "speed,HR1,,1e-2\n", "line 2, column 4 (scale): \"1e-2\" is not a decimal number" },
         { "speed,HR1,,0\n", "line 2, column 4 (scale): a scale of 0" },
+        { "b,HR110.3,,2\n", "line 2, column 4 (scale): a bit holds 0 or 1" },
         { "x,HR5,float64,0.1\n", "line 2, column 4 (scale): a float register holds its engineering value" },
         { "speed,HR1,,,,,x\n", "line 2, column 7 (min): \"x\" is not a number" },
         { "speed,HR1,,,,,5,4\n", "line 2, column 8 (max): the max 4 is below the min 5" },
@@ -161,6 +162,7 @@ TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
         { "mode", "5", "5" }, // a raw value the list lacks, as a backup stores it
         { "flow", "2", "2" },
         { "flow", "1.75", "1.75" },
+        { "flow", "1e+30", "1e+30" }, // as a read shows it
         { "flow", "1e39", "!flow: 1e39 is beyond what float32:CDAB holds" },
         { "total", "4294967.295", "4294967295" },
         { "total", "4294967.296",
@@ -208,7 +210,9 @@ TEST(ParameterMap, WrittenMapReadsBackTheSame)
         "value,station,time,driver\n"
         "gain,HR500,int32:abcd,0.001,-2,\"N,m\",-5,5e-1,w,0.25,gains,\"say \"\"hi\"\"\nnext line\",,,speed,"
         "0.250,3,2026-11-25T05:00:00.000Z,1.2\n"
-        "fault,HR501,,,,,,,r,,alarms,,\"0=none;7=over-speed\",yes,alarm,none,3,,\n"));
+        "fault,HR501,,,,,,,r,,alarms,,\"0=none;7=over-speed\",yes,alarm,none,3,,\n"
+        "name-plate,HR520,string:2,,,,,,,,,,,,,\" ab \",3,,\n"));
+    EXPECT_EQ(map.find("name-plate")->backup.at("value"), " ab ");
     const ParameterMap drive = mapOf(driveMap);
     map.parameters.insert(map.parameters.end(), drive.parameters.begin(), drive.parameters.end());
     EXPECT_EQ(mapDifference(map, mapOf(parameterMapCsv(map))), "");
