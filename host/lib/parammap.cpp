@@ -12,6 +12,7 @@
 #include <charconv>
 #include <cctype>
 #include <cmath>
+#include <limits>
 #include <cstdlib>
 
 namespace {
@@ -470,6 +471,9 @@ bool readLimit(const Row &row, int column, Parameter &p, std::string &error)
         return rowFault(row, column, quoted(text) + " is not a number of at most 15 digits", error);
     const double d = std::strtod(text.c_str(), nullptr);
     (column == MinColumn ? p.minimum : p.maximum) = d;
+    if (isFloatFormat(p) && p.tag.format->number == NumberFormat::Float32
+        && std::fabs(d) > double(std::numeric_limits<float>::max()))
+        return rowFault(row, column, text + " is beyond what " + p.tag.format->text() + " holds", error);
     if (!isFloatFormat(p) && engineeringRange(p, low, high)
         && (compare(v, low) < 0 || compare(v, high) > 0)) {
         const int decimals = scalingOf(p).decimals;

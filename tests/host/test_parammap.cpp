@@ -49,6 +49,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "b,HR110.3,,2\n", "line 2, column 4 (scale): a bit holds 0 or 1" },
         { "x,HR5,float64,0.1\n", "line 2, column 4 (scale): a float register holds its engineering value" },
         { "speed,HR1,,,,,x\n", "line 2, column 7 (min): \"x\" is not a number" },
+        { "x,HR5,float32,,,,-1e39\n", "line 2, column 7 (min): -1e39 is beyond what float32" },
         { "speed,HR1,,,,,5,4\n", "line 2, column 8 (max): the max 4 is below the min 5" },
         { "speed,HR1,,,,rpm,-3000\n",
             "line 2, column 7 (min): -3000 is outside what HR1 holds (0 to 65535 rpm" },
