@@ -62,8 +62,7 @@ bool CsvReader::quotedField(std::string &field)
     skipBlanks();
     if (!atLineEnd() && text[at] != separator)
         return fail(c, "text follows a quoted field's closing quote");
-    field = trimmed(field);
-    return true;
+    return true; // as quoted, blanks and all
 }
 
 void CsvReader::unquotedField(std::string &field)

@@ -5,7 +5,7 @@
 // of every fault: fields separated by one character (comma, semicolon or
 // tab), quoted where they hold it ("a, b", "say ""hi""", line breaks), LF
 // or CRLF line ends. White space around a field (and around its quotes) is
-// not part of it. A field with a quote inside an unquoted text, text after
+// not part of it; inside the quotes it is kept. A field with a quote inside an unquoted text, text after
 // a closing quote or a quote left open is refused. Empty rows and rows whose
 // first field starts with # are skipped.
 

@@ -12,6 +12,7 @@
 #include <charconv>
 #include <cctype>
 #include <cmath>
+#include <limits>
 #include <cstdlib>
 
 namespace {
@@ -154,18 +155,25 @@ bool outside(const Parameter &p, const std::string &typed, const std::string &ra
 }
 
 // The limits of the map and of the register.
+// The min and max as a refusal names them: "0 to 3 A", "at least 0".
+std::string limitsText(const Parameter &p)
+{
+    Decimal low, high;
+    const bool hasMin = p.minimum && Decimal::fromDouble(*p.minimum, low);
+    const bool hasMax = p.maximum && Decimal::fromDouble(*p.maximum, high);
+    if (hasMin && hasMax)
+        return low.text() + " to " + high.text() + unitSuffix(p);
+    return (hasMin ? "at least " + low.text() : "at most " + high.text()) + unitSuffix(p);
+}
+
 bool checkRange(const Parameter &p, const Decimal &v, const std::string &typed, std::string &error)
 {
     Decimal low, high, limit;
     const std::string unit = unitSuffix(p);
     const bool hasMin = p.minimum && Decimal::fromDouble(*p.minimum, low);
     const bool hasMax = p.maximum && Decimal::fromDouble(*p.maximum, high);
-    if ((hasMin && compare(v, low) < 0) || (hasMax && compare(v, high) > 0)) {
-        if (hasMin && hasMax)
-            return outside(p, typed, low.text() + " to " + high.text() + unit, error);
-        return outside(
-            p, typed, (hasMin ? "at least " + low.text() : "at most " + high.text()) + unit, error);
-    }
+    if ((hasMin && compare(v, low) < 0) || (hasMax && compare(v, high) > 0))
+        return outside(p, typed, limitsText(p), error);
     if (isFloatFormat(p) || !engineeringRange(p, low, high))
         return true;
     if (compare(v, low) < 0 || compare(v, high) > 0) {
@@ -178,39 +186,33 @@ bool checkRange(const Parameter &p, const Decimal &v, const std::string &typed, 
     return true;
 }
 
-// A float register takes the quotient as near as a double comes, when its
-// format holds it.
-bool floatRaw(
-    const Parameter &p, const Decimal &v, const std::string &typed, std::string &raw, std::string &error)
+// A number typed for a float register, which holds its engineering value
+// itself: the text typed, when finite, within min and max and its format.
+bool floatRaw(const Parameter &p, const std::string &typed, std::string &raw, std::string &error)
 {
-    const Scaling s = scalingOf(p);
-    Decimal difference;
+    const std::string text = trimmed(typed);
     std::vector<uint16_t> registers;
-    bool finite = true;
-    raw = v.text(); // the digits typed, also of 0x10 or 1e3
-    if (!(s.scale.mantissa == 1 && s.scale.exponent == 0 && s.offset.mantissa == 0)) {
-        const double x = subtract(v, s.offset, difference)
-            ? std::strtod(difference.text().c_str(), nullptr)
-            : std::strtod(typed.c_str(), nullptr) - std::strtod(s.offset.text().c_str(), nullptr);
-        const double quotient = x / std::strtod(s.scale.text().c_str(), nullptr);
-        char buffer[64];
-        const auto r = std::to_chars(buffer, buffer + sizeof buffer, quotient);
-        raw = std::string(buffer, r.ptr);
-        finite = std::isfinite(quotient);
+    long long whole = 0;
+    double d = 0;
+    const auto r = std::from_chars(text.data(), text.data() + text.size(), d);
+    const bool hex = parseInteger(text, whole); // also 0x hexadecimal
+    if (hex)
+        d = double(whole);
+    else if (r.ec == std::errc::result_out_of_range) {
+        error = p.name + ": " + text + " is beyond what " + p.tag.format->text() + " holds";
+        return false;
+    } else if (r.ec != std::errc() || r.ptr != text.data() + text.size() || !std::isfinite(d)) {
+        error = p.name + " takes a finite number, not " + quoted(typed);
+        return false;
     }
-    if (!finite || !registersFromTexts({ raw }, *p.tag.format, std::nullopt, registers, error)) {
-        error = p.name + ": " + typed + " is beyond what " + p.tag.format->text() + " holds";
+    if ((p.minimum && d < *p.minimum) || (p.maximum && d > *p.maximum))
+        return outside(p, typed, limitsText(p), error);
+    raw = hex ? std::to_string(whole) : text;
+    if (!registersFromTexts({ raw }, *p.tag.format, std::nullopt, registers, error)) {
+        error = p.name + ": " + text + " is beyond what " + p.tag.format->text() + " holds";
         return false;
     }
     return true;
-}
-
-bool listedRaw(const Parameter &p, long long raw)
-{
-    for (const ValueText &v : p.valueTexts)
-        if (v.raw == raw)
-            return true;
-    return p.valueTexts.empty();
 }
 
 // A number typed for an integer register: on a step, in the list if any.
@@ -227,10 +229,6 @@ bool integerRaw(
         else
             error = p.name + " takes steps of " + s.scale.text(s.decimals) + unitSuffix(p) + ": " + typed
                 + " is between two";
-        return false;
-    }
-    if (!listedRaw(p, q)) {
-        error = p.name + " takes " + listTexts(p) + ": " + typed + " is not one of them";
         return false;
     }
     raw = std::to_string(q);
@@ -266,6 +264,8 @@ bool checkTyped(const Parameter &p, const std::string &typed, std::string &raw, 
     }
     if (namedValue(p, typed, raw))
         return true;
+    if (isFloatFormat(p))
+        return floatRaw(p, typed, raw, error);
     Decimal v;
     long long whole = 0;
     if (parseInteger(trimmed(typed), whole)) // also 0x hexadecimal
@@ -277,8 +277,6 @@ bool checkTyped(const Parameter &p, const std::string &typed, std::string &raw, 
     }
     if (!checkRange(p, v, typed, error))
         return false;
-    if (isFloatFormat(p))
-        return floatRaw(p, v, trimmed(typed), raw, error);
     return integerRaw(p, v, typed, raw, error);
 }
 
@@ -440,6 +438,15 @@ bool readScaling(const Row &row, Parameter &p, std::string &error)
                 std::string(c == ScaleColumn ? "a scale" : "an offset") + " applies to numbers, not to "
                     + p.tag.format->text(),
                 error);
+        if (!p.tag.format && p.tag.type == ValueType::Bit && !identity)
+            return rowFault(row, c,
+                "a bit holds 0 or 1: it takes no " + std::string(c == ScaleColumn ? "scale" : "offset"),
+                error);
+        if (isFloatFormat(p) && !identity)
+            return rowFault(row, c,
+                "a float register holds its engineering value itself: it takes no "
+                    + std::string(c == ScaleColumn ? "scale" : "offset"),
+                error);
         if (isNumeric(p.tag))
             (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
     }
@@ -464,6 +471,9 @@ bool readLimit(const Row &row, int column, Parameter &p, std::string &error)
         return rowFault(row, column, quoted(text) + " is not a number of at most 15 digits", error);
     const double d = std::strtod(text.c_str(), nullptr);
     (column == MinColumn ? p.minimum : p.maximum) = d;
+    if (isFloatFormat(p) && p.tag.format->number == NumberFormat::Float32
+        && std::fabs(d) > double(std::numeric_limits<float>::max()))
+        return rowFault(row, column, text + " is beyond what " + p.tag.format->text() + " holds", error);
     if (!isFloatFormat(p) && engineeringRange(p, low, high)
         && (compare(v, low) < 0 || compare(v, high) > 0)) {
         const int decimals = scalingOf(p).decimals;
@@ -773,11 +783,10 @@ bool engineeringValue(const Parameter &param, const std::string &raw, std::strin
         value = raw;
         return true;
     }
-    if (isFloatFormat(param) && (text == "nan" || text == "inf" || text == "-inf")) {
-        value = text == "nan" ? text : ((text == "inf") == (s.scale.sign() > 0) ? "inf" : "-inf");
-        return true;
-    }
-    const bool number = isFloatFormat(param) ? Decimal::parse(text, r, true) : parseInteger(text, whole);
+    double d = 0;
+    const auto f = std::from_chars(text.data(), text.data() + text.size(), d);
+    const bool number = isFloatFormat(param) ? !text.empty() && f.ptr == text.data() + text.size()
+                                             : parseInteger(text, whole);
     if (!number) {
         error = param.name + ": the raw value " + quoted(raw) + " is not a number";
         return false;
@@ -791,14 +800,29 @@ bool engineeringValue(const Parameter &param, const std::string &raw, std::strin
         value = text + " (not in the list)";
         return true;
     }
-    if (!isFloatFormat(param))
-        r = Decimal { whole, 0 };
+    if (isFloatFormat(param)) { // unscaled: the raw value as read
+        value = text;
+        return true;
+    }
+    r = Decimal { whole, 0 };
     if (!scaled(s, r, v)) {
         error = param.name + ": " + raw + " x " + param.scaleText + " + " + param.offsetText
             + " has more digits than can be shown exactly";
         return false;
     }
     value = v.text(s.decimals);
+    return true;
+}
+
+bool storedValue(const Parameter &param, const std::string &raw, std::string &value, std::string &error)
+{
+    long long whole = 0;
+    if (!engineeringValue(param, raw, value, error))
+        return false;
+    if (!param.valueTexts.empty() && parseInteger(trimmed(raw), whole) && value != trimmed(raw)
+        && std::none_of(param.valueTexts.begin(), param.valueTexts.end(),
+            [whole](const ValueText &t) { return t.raw == whole; }))
+        value = trimmed(raw);
     return true;
 }
 

@@ -112,6 +112,10 @@ std::string parameterMapCsv(const ParameterMap &map);
 // value that is not a number in a numeric format (a failed read) is false
 // with one sentence.
 bool engineeringValue(const Parameter &param, const std::string &raw, std::string &value, std::string &error);
+// The engineering value as a backup stores it, one that rawFromEngineering
+// takes back: as engineeringValue, but a raw value the value list lacks is
+// the plain number ("7").
+bool storedValue(const Parameter &param, const std::string &raw, std::string &value, std::string &error);
 // The value with its unit for people: "0.16 A", "over-speed", "1500 rpm".
 std::string withUnit(const Parameter &param, const std::string &value);
 
@@ -119,7 +123,8 @@ std::string withUnit(const Parameter &param, const std::string &value);
 // text that prepareWrite takes, checked before anything is sent: access (a
 // read-only parameter), min and max ("speed-command takes -3000 to 3000
 // rpm: 4000 is outside"), and the step of the scale ("current-limit takes
-// steps of 0.01 A: 1.005 is between two"). False with one sentence.
+// steps of 0.01 A: 1.005 is between two"). A value-list parameter also takes
+// a plain number the list lacks. False with one sentence.
 bool rawFromEngineering(
     const Parameter &param, const std::string &typed, std::string &raw, std::string &error);
 

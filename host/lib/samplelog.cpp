@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -36,7 +37,11 @@ std::string isoTime(int64_t wallMs)
 
 std::string csvField(const std::string &text)
 {
-    if (text.find_first_of(",\"\r\n") == std::string::npos)
+    // A reader trims unquoted fields: leading or trailing blanks need quotes.
+    const bool blankEnd = !text.empty()
+        && (std::isspace(static_cast<unsigned char>(text.front()))
+            || std::isspace(static_cast<unsigned char>(text.back())));
+    if (!blankEnd && text.find_first_of(",\"\r\n") == std::string::npos)
         return text;
     std::string out = "\"";
     for (char c : text) {

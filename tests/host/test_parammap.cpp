@@ -46,7 +46,10 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,hex,1,0.1\n", "line 2, column 5 (offset): an offset applies to numbers" },
         { "speed,HR1,,1e-2\n", "line 2, column 4 (scale): \"1e-2\" is not a decimal number" },
         { "speed,HR1,,0\n", "line 2, column 4 (scale): a scale of 0" },
+        { "b,HR110.3,,2\n", "line 2, column 4 (scale): a bit holds 0 or 1" },
+        { "x,HR5,float64,0.1\n", "line 2, column 4 (scale): a float register holds its engineering value" },
         { "speed,HR1,,,,,x\n", "line 2, column 7 (min): \"x\" is not a number" },
+        { "x,HR5,float32,,,,-1e39\n", "line 2, column 7 (min): -1e39 is beyond what float32" },
         { "speed,HR1,,,,,5,4\n", "line 2, column 8 (max): the max 4 is below the min 5" },
         { "speed,HR1,,,,rpm,-3000\n",
             "line 2, column 7 (min): -3000 is outside what HR1 holds (0 to 65535 rpm" },
@@ -95,7 +98,7 @@ const char driveMap[] = "\xEF\xBB\xBFName;Address;Format;Scale;Offset;Unit;Min;M
                         "ratio;HR404;;0.10;;;;;;\r\n"
                         "mode;HR405;;;;;;;;\"0=off;1=on;2=auto\"\r\n"
                         "alarm;HR406;;;;;;;r;\"0=none;7=over-speed\"\r\n"
-                        "flow;HR407;float32;0.5;1;l/min;;;;\r\n"
+                        "flow;HR407;float32;;;l/min;;;;\r\n"
                         "total;HR408;uint32;0.001;;;;;;\r\n"
                         "inverse;HR410;;-0.5;;;;;;\r\n"
                         "brake;DO3;;;;;;;;\r\n"
@@ -118,8 +121,8 @@ TEST(ParameterMap, RawValuesShowExactly)
         { "mode", "2", "auto" },
         { "mode", "7", "7 (not in the list)" },
         { "alarm", "7", "over-speed" },
-        { "flow", "1.5", "1.75 l/min" },
-        { "flow", "1e-07", "1.00000005 l/min" },
+        { "flow", "1.5", "1.5 l/min" },
+        { "flow", "1e-07", "1e-07 l/min" },
         { "flow", "-inf", "-inf l/min" },
         { "total", "4294967295", "4294967.295" },
         { "inverse", "3", "-1.5" },
@@ -157,9 +160,10 @@ TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
         { "ratio", "0.05", "!ratio takes steps of 0.10: 0.05 is between two" },
         { "mode", "AUTO", "2" },
         { "mode", "1", "1" },
-        { "mode", "5", "!mode takes off, on, auto: 5 is not one of them" },
+        { "mode", "5", "5" }, // a raw value the list lacks, as a backup stores it
         { "flow", "2", "2" },
-        { "flow", "1.75", "1.5" },
+        { "flow", "1.75", "1.75" },
+        { "flow", "1e+30", "1e+30" }, // as a read shows it
         { "flow", "1e39", "!flow: 1e39 is beyond what float32:CDAB holds" },
         { "total", "4294967.295", "4294967295" },
         { "total", "4294967.296",
@@ -207,7 +211,9 @@ TEST(ParameterMap, WrittenMapReadsBackTheSame)
         "value,station,time,driver\n"
         "gain,HR500,int32:abcd,0.001,-2,\"N,m\",-5,5e-1,w,0.25,gains,\"say \"\"hi\"\"\nnext line\",,,speed,"
         "0.250,3,2026-11-25T05:00:00.000Z,1.2\n"
-        "fault,HR501,,,,,,,r,,alarms,,\"0=none;7=over-speed\",yes,alarm,none,3,,\n"));
+        "fault,HR501,,,,,,,r,,alarms,,\"0=none;7=over-speed\",yes,alarm,none,3,,\n"
+        "name-plate,HR520,string:2,,,,,,,,,,,,,\" ab \",3,,\n"));
+    EXPECT_EQ(map.find("name-plate")->backup.at("value"), " ab ");
     const ParameterMap drive = mapOf(driveMap);
     map.parameters.insert(map.parameters.end(), drive.parameters.begin(), drive.parameters.end());
     EXPECT_EQ(mapDifference(map, mapOf(parameterMapCsv(map))), "");
@@ -242,9 +248,11 @@ TEST(ParameterMap, ImportsTakeWhatTheyCanAndWarnOfTheRest)
         const char *parameters, *warnings;
     } rows[] = {
         { project,
-            "Motor-speed HR1 x0.5+0; Power HR3:float32:CDAB x0.1+-5; Torque IR50001:int32:ABCD x1+0; "
+            "Motor-speed HR1 x0.5+0; Torque IR50001:int32:ABCD x1+0; "
             "Motor-speed-2 DO5 x1+0; ",
             "line 7: the register element <gain> is not imported|"
+            "line 7: \"Power\" is not imported: a float register holds its engineering value itself: it "
+            "takes no scale|"
             "line 8: \"Torque\" reads device 2, imported for whichever station a command names|"
             "line 9: \"Sum\" is not imported: the expression \"${h1} + ${c0}\" is not one register times a "
             "factor plus "
