@@ -178,11 +178,12 @@ bool rawFromBlock(
     return true;
 }
 
-// A reading from a raw text: its engineering value, or why it has none.
+// A reading from a raw text: its engineering value as a backup stores it
+// (a raw value its value list lacks as the plain number), or why it has none.
 void settle(ParamReading &reading, const std::string &raw)
 {
     reading.raw = raw;
-    reading.ok = engineeringValue(*reading.param, raw, reading.value, reading.error);
+    reading.ok = storedValue(*reading.param, raw, reading.value, reading.error);
 }
 
 ParamReading readAlone(DriverSession &session, const Parameter *p)

@@ -30,7 +30,7 @@ struct ParamReading
     const Parameter *param = nullptr;
     bool ok = false;
     std::string raw; // as readAsTexts shows it
-    std::string value; // engineering (engineeringValue)
+    std::string value; // engineering, as a backup stores it (storedValue)
     std::string error; // the driver's text (or the host's) when !ok
     int64_t answeredMs = 0;
 };

@@ -82,6 +82,8 @@ TEST(Params, ARestorePutsBackWhatWasChangedByName)
     Drive drive(dir);
     ASSERT_FALSE(drive.device.empty());
     const std::string backup = dir.path().toStdString() + "/backup.csv";
+    // A value its list does not name is backed up as the number, and restored.
+    ASSERT_EQ(drive.cli({ "write", "control-mode", "7" }).status, 0);
     const CliRun b = drive.cli({ "params", "backup", backup });
     ASSERT_EQ(b.status, 0) << b.err;
     // A command a backup cannot hold, added by hand: left alone, and said.
