@@ -420,36 +420,40 @@ bool readTag(const Row &row, Parameter &p, std::string &error)
     return true;
 }
 
+// The scale or offset column c of a row: a decimal, and one that the
+// parameter's kind takes (d keeps its value when the cell is empty).
+bool readScalingCell(const Row &row, int c, Parameter &p, Decimal &d, std::string &error)
+{
+    const std::string &text = row.cell[size_t(c)];
+    if (text.empty())
+        return true;
+    if (!Decimal::parse(text, d, false, 9))
+        return rowFault(
+            row, c, quoted(text) + " is not a decimal number of at most 9 digits (such as 0.01)", error);
+    const std::string what = c == ScaleColumn ? "scale" : "offset";
+    // A spreadsheet may fill in 1 and 0 for every row.
+    const bool identity = compare(d, Decimal { c == ScaleColumn ? 1 : 0, 0 }) == 0;
+    if (!isNumeric(p.tag) && !identity)
+        return rowFault(row, c,
+            std::string(c == ScaleColumn ? "a scale" : "an offset") + " applies to numbers, not to "
+                + p.tag.format->text(),
+            error);
+    if (!p.tag.format && p.tag.type == ValueType::Bit && !identity)
+        return rowFault(row, c, "a bit holds 0 or 1: it takes no " + what, error);
+    if (isFloatFormat(p) && !identity)
+        return rowFault(
+            row, c, "a float register holds its engineering value itself: it takes no " + what, error);
+    if (isNumeric(p.tag))
+        (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
+    return true;
+}
+
 bool readScaling(const Row &row, Parameter &p, std::string &error)
 {
     Decimal scale, offset, low, high;
-    for (int c : { ScaleColumn, OffsetColumn }) {
-        const std::string &text = row.cell[size_t(c)];
-        Decimal &d = c == ScaleColumn ? scale : offset;
-        if (text.empty())
-            continue;
-        if (!Decimal::parse(text, d, false, 9))
-            return rowFault(
-                row, c, quoted(text) + " is not a decimal number of at most 9 digits (such as 0.01)", error);
-        // A spreadsheet may fill in 1 and 0 for every row.
-        const bool identity = compare(d, Decimal { c == ScaleColumn ? 1 : 0, 0 }) == 0;
-        if (!isNumeric(p.tag) && !identity)
-            return rowFault(row, c,
-                std::string(c == ScaleColumn ? "a scale" : "an offset") + " applies to numbers, not to "
-                    + p.tag.format->text(),
-                error);
-        if (!p.tag.format && p.tag.type == ValueType::Bit && !identity)
-            return rowFault(row, c,
-                "a bit holds 0 or 1: it takes no " + std::string(c == ScaleColumn ? "scale" : "offset"),
-                error);
-        if (isFloatFormat(p) && !identity)
-            return rowFault(row, c,
-                "a float register holds its engineering value itself: it takes no "
-                    + std::string(c == ScaleColumn ? "scale" : "offset"),
-                error);
-        if (isNumeric(p.tag))
-            (c == ScaleColumn ? p.scaleText : p.offsetText) = text;
-    }
+    if (!readScalingCell(row, ScaleColumn, p, scale, error)
+        || !readScalingCell(row, OffsetColumn, p, offset, error))
+        return false;
     if (!row.cell[ScaleColumn].empty() && scale.sign() == 0)
         return rowFault(row, ScaleColumn, "a scale of 0 would show every value as the offset", error);
     p.scale = std::strtod(p.scaleText.c_str(), nullptr);
