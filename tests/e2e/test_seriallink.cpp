@@ -146,8 +146,8 @@ TEST(SerialLink, CountsHowLongItsWaitsEndedPastTheirDeadlinesAndNoMore)
         const char *what;
         bool stopped;
     } rows[] = {
-        { "the process stopped for 150 ms in the wait", true },
         { "a 200 ms time-out kept", false },
+        { "the process stopped for 150 ms in the wait", true }, // last: it may be skipped
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
@@ -165,9 +165,13 @@ TEST(SerialLink, CountsHowLongItsWaitsEndedPastTheirDeadlinesAndNoMore)
             kill(us, SIGCONT);
             _exit(0);
         }
+        const int64_t began = monotonicNs();
         EXPECT_EQ(received(link, 5), "");
+        const int64_t waitedNs = monotonicNs() - began;
         if (stopper > 0)
             waitpid(stopper, nullptr, 0);
+        if (row.stopped && waitedNs < 140000000)
+            GTEST_SKIP() << "the machine ran the stopper only after the wait had ended";
         if (row.stopped)
             EXPECT_GE(link.counters().lateWakeNs, 100000000u);
         else
