@@ -1,5 +1,6 @@
 #include "paramset.h"
 
+#include "decimal.h"
 #include "driversession.h"
 #include "samplelog.h"
 #include "textutil.h"
@@ -279,9 +280,14 @@ bool sameValue(const std::string &a, const std::string &b)
         return true;
     if (a.empty() || b.empty())
         return false;
+    // Exactly, as decimals; numbers of more digits than a decimal holds as
+    // doubles.
+    Decimal x, y;
+    if (Decimal::parse(a, x, true) && Decimal::parse(b, y, true))
+        return compare(x, y) == 0;
     char *endA = nullptr, *endB = nullptr;
-    const double x = std::strtod(a.c_str(), &endA), y = std::strtod(b.c_str(), &endB);
-    return *endA == '\0' && *endB == '\0' && x == y;
+    const double dx = std::strtod(a.c_str(), &endA), dy = std::strtod(b.c_str(), &endB);
+    return *endA == '\0' && *endB == '\0' && dx == dy;
 }
 
 } // namespace

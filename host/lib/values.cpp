@@ -203,7 +203,7 @@ bool fitsDriverCommand(const AddressText &a, ValueType type, int count, bool wri
     }
     if (a.number + covered - 1 > 65536) {
         error = a.text() + " with " + plural(covered, bits ? "bit" : "register") + " runs past "
-            + a.textAt(65536, -1) + ", the last " + (bits ? "one" : "register");
+            + areaPrefix(a.area) + "65536, the last " + (bits ? "one" : "register");
         return false;
     }
     return fitsDriverWindow(a, type, covered, write, error);

@@ -561,6 +561,7 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "read", "DO1", "--count", "2009" }, false, "at most 2008 bits in one read" },
         { { "read", "HR65530", "--count", "10" }, false,
             "HR65530 with 10 registers runs past HR65536, the last register" },
+        { { "read", "HR65536SW" }, false, "HR65536SW with 2 registers runs past HR65536, the last register" },
         { { "read", "DO65536", "--count", "2" }, false, "DO65536 with 2 bits runs past DO65536" },
         { { "poll", "HR100:word:200" }, false, "at most 125 registers in one read" },
         { many({ "write", "HR100" }, 124, "1"), false, "at most 123 registers in one write" },
