@@ -105,7 +105,7 @@ bool namedTag(const Given &g, const std::string &text, Tag &tag, const Parameter
     const char *refused = g.o.type ? "--type" : g.o.format ? "--format" : g.o.count ? "--count" : nullptr;
     if (param && refused) {
         error = std::string("option ") + refused + " does not apply to a parameter's name (" + param->name
-            + " is " + param->tag.text + " in " + g.map->path + ")";
+            + " is " + param->tag.text + " in " + g.map->described() + ")";
         return false;
     }
     if (param) {

@@ -129,13 +129,14 @@ int backup(ParamsContext &c, const ParamsRequest &r)
         std::remove_if(params.begin(), params.end(), [](const Parameter *p) { return !p->readable(); }),
         params.end());
     if (params.empty())
-        return usage("the map " + c.map->path + " has no parameters in the group \"" + *r.group + "\"");
+        return usage(c.map->described() + " has no parameters in the group \"" + *r.group + "\"");
     const uint64_t before = c.drive.totalHealth().requests;
     const auto start = std::chrono::steady_clock::now();
     const std::vector<ParamReading> readings = readAll(c, params);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     ParameterMap chosen;
     chosen.path = c.map->path;
+    chosen.builtIn = c.map->builtIn;
     for (const Parameter *p : params)
         chosen.parameters.push_back(*p);
     const std::string version = c.drive.driver() ? c.drive.driver()->getVersionNumber().toStdString() : "";
@@ -217,8 +218,41 @@ std::string outcomeProblem(const RestoreOutcome &o, const ParamWrite &w)
     return std::string();
 }
 
-QJsonObject restoreJson(
-    const std::vector<ParamWrite> &writes, const std::vector<RestoreOutcome> &outcomes, bool yes)
+// What a restore leaves alone and why, and the station a backup was made
+// from when it is another.
+struct LeftAlone
+{
+    std::vector<std::pair<std::string, std::string>> rows; // name, why
+    std::string otherStation;
+};
+
+// Shown one line each, with a line for a backup made from another station.
+LeftAlone showLeftAlone(const ParamsContext &c, const ParameterMap &file)
+{
+    LeftAlone left;
+    for (const Parameter &p : file.parameters) {
+        const auto value = p.backup.find("value"), station = p.backup.find("station");
+        const bool hasValue = value != p.backup.end() && !value->second.empty();
+        const char *why = !p.writable() ? nullptr
+            : !hasValue                 ? "no value in the file"
+            : !p.readable()             ? "write-only: it cannot be read back"
+                                        : nullptr;
+        if (station != p.backup.end() && station->second != std::to_string(c.station))
+            left.otherStation = station->second;
+        if (!why)
+            continue;
+        left.rows.emplace_back(p.name, why);
+        if (!c.json)
+            std::printf("not written: %s (%s)\n", p.name.c_str(), why);
+    }
+    if (!left.otherStation.empty() && !c.json)
+        std::printf("this backup was made from station %s; writing to station %d\n",
+            left.otherStation.c_str(), c.station);
+    return left;
+}
+
+QJsonObject restoreJson(const std::vector<ParamWrite> &writes, const std::vector<RestoreOutcome> &outcomes,
+    bool yes, const LeftAlone &left)
 {
     QJsonArray list;
     for (size_t i = 0; i < writes.size(); ++i) {
@@ -234,11 +268,18 @@ QJsonObject restoreJson(
         }
         list.append(o);
     }
-    return QJsonObject { { "command", "params restore" }, { "written", yes }, { "parameters", list } };
+    QJsonArray notWritten;
+    for (const auto &row : left.rows)
+        notWritten.append(QJsonObject { { "name", q(row.first) }, { "reason", q(row.second) } });
+    QJsonObject o { { "command", "params restore" }, { "written", yes }, { "parameters", list },
+        { "notWritten", notWritten } };
+    if (!left.otherStation.empty())
+        o["backupStation"] = q(left.otherStation);
+    return o;
 }
 
 int reportRestore(const ParamsContext &c, const std::vector<ParamWrite> &writes,
-    const std::vector<RestoreOutcome> &outcomes, size_t leftAlone)
+    const std::vector<RestoreOutcome> &outcomes, const LeftAlone &left)
 {
     int problems = 0;
     for (size_t i = 0; i < outcomes.size(); ++i) {
@@ -250,41 +291,15 @@ int reportRestore(const ParamsContext &c, const std::vector<ParamWrite> &writes,
         sayError("stopped at the failed write: " + counted(writes.size() - outcomes.size(), "parameter")
             + " not written (--keep-going writes the rest)");
     if (c.json)
-        printJson(restoreJson(writes, outcomes, true));
+        printJson(restoreJson(writes, outcomes, true, left));
     else if (problems == 0 && outcomes.size() == writes.size())
         std::printf("restored %s; each reads back as written%s\n",
             counted(writes.size(), "parameter").c_str(),
-            leftAlone > 0 ? ("; " + counted(leftAlone, "parameter") + " not written (listed above)").c_str()
-                          : "");
+            !left.rows.empty()
+                ? ("; " + counted(left.rows.size(), "parameter") + " not written (listed above)").c_str()
+                : "");
     std::fflush(stdout);
     return problems == 0 && outcomes.size() == writes.size() ? ExitOk : ExitFailed;
-}
-
-// What a restore leaves alone and why, one line each, with a line for a
-// backup made from another station; the count of rows left alone.
-size_t showLeftAlone(const ParamsContext &c, const ParameterMap &file)
-{
-    size_t left = 0;
-    std::string otherStation;
-    for (const Parameter &p : file.parameters) {
-        const auto value = p.backup.find("value"), station = p.backup.find("station");
-        const bool hasValue = value != p.backup.end() && !value->second.empty();
-        const char *why = !p.writable() ? nullptr
-            : !hasValue                 ? "no value in the file"
-            : !p.readable()             ? "write-only: it cannot be read back"
-                                        : nullptr;
-        if (station != p.backup.end() && station->second != std::to_string(c.station))
-            otherStation = station->second;
-        if (!why)
-            continue;
-        ++left;
-        if (!c.json)
-            std::printf("not written: %s (%s)\n", p.name.c_str(), why);
-    }
-    if (!otherStation.empty() && !c.json)
-        std::printf(
-            "this backup was made from station %s; writing to station %d\n", otherStation.c_str(), c.station);
-    return left;
 }
 
 int restore(ParamsContext &c, const ParamsRequest &r)
@@ -297,11 +312,11 @@ int restore(ParamsContext &c, const ParamsRequest &r)
     if (!planRestore(readAll(c, readableOf(file)), file, writes, error))
         return usage(error);
     showPlan(c, writes);
-    const size_t leftAlone = showLeftAlone(c, file);
+    const LeftAlone left = showLeftAlone(c, file);
     if (writes.empty() || !r.yes) {
         if (c.json)
-            printJson(restoreJson(writes, {}, false));
-        else if (writes.empty() && leftAlone > 0)
+            printJson(restoreJson(writes, {}, false, left));
+        else if (writes.empty() && !left.rows.empty())
             std::printf("nothing to restore: the drive holds every other value of %s\n", r.files[0].c_str());
         else if (writes.empty())
             std::printf("nothing to restore: the drive holds every value of %s\n", r.files[0].c_str());
@@ -316,7 +331,7 @@ int restore(ParamsContext &c, const ParamsRequest &r)
             std::fprintf(stderr, "teco-cli: wrote %s\n", named(*o.param).c_str());
     };
     return reportRestore(
-        c, writes, restoreParameters(c.drive, c.station, writes, r.keepGoing, progress), leftAlone);
+        c, writes, restoreParameters(c.drive, c.station, writes, r.keepGoing, progress), left);
 }
 
 } // namespace

@@ -74,7 +74,7 @@ int Session::loadMap()
         // The simulated drive's own parameters, as teco-sim serves them.
         if (!parseParameterMap(builtinServoMap(), paramMap, error))
             return usage("the built-in map: " + error);
-        paramMap.path = "the simulated drive's map";
+        paramMap.builtIn = true;
     } else {
         return ExitOk;
     }

@@ -741,6 +741,7 @@ bool parseParameterMap(const std::string &text, ParameterMap &map, std::string &
         return false;
     }
     out.path = map.path;
+    out.builtIn = map.builtIn;
     map = out;
     return true;
 }

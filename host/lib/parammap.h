@@ -87,7 +87,11 @@ struct Parameter
 struct ParameterMap
 {
     std::vector<Parameter> parameters; // in the file's order
-    std::string path; // where it was read from, for texts
+    std::string path; // where it was read from
+    bool builtIn = false; // the simulated drive's own map, read from no file
+
+    // "the map PATH", or "the simulated drive's map", for texts.
+    std::string described() const { return builtIn ? "the simulated drive's map" : "the map " + path; }
 
     // By name, case-insensitive; nullptr when there is none.
     const Parameter *find(const std::string &name) const;

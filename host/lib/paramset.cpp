@@ -338,7 +338,7 @@ bool bindToMap(ParameterMap &file, const ParameterMap &map, std::string &error)
     for (Parameter &row : file.parameters) {
         const Parameter *m = map.find(row.name);
         const std::string difference
-            = m ? rowDifference(row, *m) : "\"" + row.name + "\" is not in the map " + map.path;
+            = m ? rowDifference(row, *m) : "\"" + row.name + "\" is not in " + map.described();
         if (!difference.empty()) {
             error = file.path + " line " + std::to_string(row.line) + ": " + difference;
             return false;

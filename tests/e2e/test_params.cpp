@@ -103,6 +103,9 @@ TEST(Params, ARestorePutsBackWhatWasChangedByName)
     for (const char *shown : { "torque", "12.50", "70000" })
         EXPECT_NE(c.out.find(shown), std::string::npos) << c.out;
 
+    const CliRun plan = drive.cli({ "params", "restore", backup, "--json" });
+    EXPECT_NE(plan.out.find(R"("notWritten":[{"name":"fault-reset","reason":"write-only)"), std::string::npos)
+        << plan.out;
     const CliRun r = drive.cli({ "params", "restore", backup, "--yes" });
     EXPECT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_NE(r.out.find("not written: fault-reset (write-only"), std::string::npos) << r.out;
