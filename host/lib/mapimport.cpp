@@ -297,6 +297,19 @@ void readProject(QXmlStreamReader &xml, ParameterMap &map, std::vector<std::stri
     }
 }
 
+// The separator of an address list: the first comma, semicolon or tab on
+// its first line that has one (a name may hold the others).
+char listSeparator(const std::string &text)
+{
+    for (const std::string &raw : splitFields(text, '\n')) {
+        const std::string line = trimmed(raw);
+        const size_t at = line.find_first_of(",;\t");
+        if (!line.empty() && line[0] != '#' && at != std::string::npos)
+            return line[at];
+    }
+    return ',';
+}
+
 } // namespace
 
 bool importModbusScope(
@@ -324,7 +337,7 @@ bool importModbusScope(
 bool importAddressList(
     const std::string &text, ParameterMap &map, std::vector<std::string> &warnings, std::string &error)
 {
-    CsvReader reader(text, csvSeparator(text));
+    CsvReader reader(text, listSeparator(text));
     CsvRow row;
     ParameterMap out;
     std::vector<std::string> notes;

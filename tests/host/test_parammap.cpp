@@ -265,6 +265,7 @@ TEST(ParameterMap, ImportsTakeWhatTheyCanAndWarnOfTheRest)
         { "Address;Name\nHR402;speed\nIR7\t\nXR1;x\nHR1;HR2\nDO3;brake;extra\n",
             "speed HR402 x1+0; param-IR7 IR7 x1+0; param-HR2 HR1 x1+0; brake DO3 x1+0; ",
             "line 4: \"XR1\" is not imported: |line 6: the fields after the second are not imported|" },
+        { "IR7\nHR402;speed, fast\n", "param-IR7 IR7 x1+0; speed-fast HR402 x1+0; ", "" },
     };
     for (const Row &r : rows) {
         ParameterMap map;
