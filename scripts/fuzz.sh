@@ -4,13 +4,13 @@
 # oracle fails the run; the input that did it is left in build/fuzz/artifacts.
 #
 # Usage: fuzz.sh [TARGET...]       (default: every target under fuzz/)
-#   TECO_FUZZ_SECONDS   time per target (default 30)
+#   TECO_FUZZ_SECONDS   time per target (default 20)
 #   TECO_FUZZ_JOBS      targets run at once (default: the number of cores)
 # New inputs go to build/fuzz/fuzz/corpus_<name>; the seeds stay as they are.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 dir=$root/build/fuzz
-seconds=${TECO_FUZZ_SECONDS:-30}
+seconds=${TECO_FUZZ_SECONDS:-20}
 jobs=${TECO_FUZZ_JOBS:-$(nproc)}
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
