@@ -2,6 +2,7 @@
 
 #include "registermap.h"
 #include "rtuframe.h"
+#include "tcpline.h"
 #include "textfile.h"
 #include "textutil.h"
 
@@ -11,6 +12,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -173,8 +176,19 @@ bool SimDrive::checkMap(
     return true;
 }
 
+bool SimDrive::openListener(std::string &error)
+{
+    listenFd = listenTcp(opts.listen, error);
+    if (listenFd < 0)
+        return false;
+    path = "tcp:" + listeningAddress(listenFd);
+    return true;
+}
+
 bool SimDrive::openLine(std::string &error)
 {
+    if (!opts.listen.empty())
+        return openListener(error);
     if (!opts.device.empty()) {
         if (!device.open(opts.device, opts.link, false, error))
             return false;
@@ -319,7 +333,7 @@ void SimDrive::stop()
     for (auto &sm : mappings)
         modbus_mapping_free(sm.second);
     mappings.clear();
-    for (int *fd : { &ourSide, &modbusSide, &wake[0], &wake[1], &holdFd }) {
+    for (int *fd : { &ourSide, &modbusSide, &wake[0], &wake[1], &holdFd, &listenFd }) {
         if (*fd >= 0)
             ::close(*fd);
         *fd = -1;
@@ -355,30 +369,55 @@ bool SimDrive::pause(int64_t ns)
 void SimDrive::run()
 {
     for (;;) {
-        struct pollfd p[2] = { { lineFd, POLLIN, 0 }, { wake[0], POLLIN, 0 } };
-        if (poll(p, 2, -1) < 0) {
+        // Over TCP, the next connection waits until the one served closes.
+        struct pollfd p[3]
+            = { { lineFd, POLLIN, 0 }, { wake[0], POLLIN, 0 }, { lineFd < 0 ? listenFd : -1, POLLIN, 0 } };
+        if (poll(p, 3, -1) < 0) {
             if (errno == EINTR)
                 continue;
             return;
         }
         if (p[1].revents)
             return;
-        if (p[0].revents & POLLIN) {
+        if (p[2].revents)
+            acceptConnection();
+        else if (listenFd >= 0 && p[0].revents && ((p[0].revents & POLLIN) == 0 || !readLine()))
+            dropConnection();
+        else if (p[0].revents & POLLIN)
             readLine();
-        } else if (p[0].revents) {
-            // No master on the line (a device that hung up): wait quietly.
-            if (!pause(10000000))
-                return;
-        }
+        else if (p[0].revents && !pause(10000000))
+            return; // no master on the line (a device that hung up): it waits quietly, until stopped
     }
 }
 
-void SimDrive::readLine()
+void SimDrive::acceptConnection()
+{
+    lineFd = accept4(listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (lineFd < 0)
+        return;
+    const int on = 1;
+    setsockopt(lineFd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    cutter.clear();
+    lastHeardNs = 0;
+    if (opts.log)
+        std::fprintf(opts.log, "sim: a master connected\n");
+}
+
+void SimDrive::dropConnection()
+{
+    ::close(lineFd);
+    lineFd = -1;
+    cutter.clear();
+    if (opts.log)
+        std::fprintf(opts.log, "sim: the master's connection closed\n");
+}
+
+bool SimDrive::readLine()
 {
     uint8_t chunk[512];
     const ssize_t n = ::read(lineFd, chunk, sizeof chunk);
     if (n <= 0)
-        return;
+        return n < 0 && (errno == EAGAIN || errno == EINTR);
     // Bytes that came while the drive was busy came when it noted them.
     const int64_t now = monotonicNs(), at = queuedSinceNs > 0 ? queuedSinceNs : now;
     queuedSinceNs = 0;
@@ -396,6 +435,7 @@ void SimDrive::readLine()
         if (opts.log)
             std::fprintf(opts.log, "sim: dropped bytes that do not form a request with a good CRC\n");
     }
+    return true;
 }
 
 bool SimDrive::masterAtOtherSettings(size_t length)
@@ -561,7 +601,9 @@ void SimDrive::putOnLine(const uint8_t *bytes, int length)
     int done = 0;
     const int64_t giveUp = monotonicNs() + 1000000000;
     while (done < length && monotonicNs() < giveUp) {
-        const ssize_t w = ::write(lineFd, bytes + done, size_t(length - done));
+        // A connection the master closed fails the write, not the program.
+        const ssize_t w = listenFd >= 0 ? ::send(lineFd, bytes + done, size_t(length - done), MSG_NOSIGNAL)
+                                        : ::write(lineFd, bytes + done, size_t(length - done));
         if (w > 0) {
             done += int(w);
         } else if (w < 0 && errno == EAGAIN) {

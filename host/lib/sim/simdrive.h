@@ -60,6 +60,10 @@ public:
     struct Options
     {
         std::string device; // serve on this serial device; empty: a new pseudo-terminal
+        // Serve over TCP on "HOST:PORT" instead (port 0: one the system
+        // picks), one connection at a time: RTU frames as a serial device
+        // server passes them, no Modbus TCP header.
+        std::string listen;
         LinkSettings link; // line settings (and the silence that ends a frame)
         std::vector<int> stations { 1, 2, 3 };
         // Initial values (registermap.h); without a value the built-in servo
@@ -89,7 +93,7 @@ public:
     bool start(const Options &options, std::string &error);
     void stop();
     bool running() const { return worker.joinable(); }
-    // The device that a master opens.
+    // The device that a master opens ("tcp:HOST:PORT" with listen).
     const std::string &devicePath() const { return path; }
 
     Stats stats() const;
@@ -119,9 +123,14 @@ private:
     bool fillRegisters(const std::vector<MapEntry> &entries, std::string &error);
     void setUpMotors(const std::vector<MotionEntry> &motion);
 
+    bool openListener(std::string &error);
     void run();
-    // Reads what came and handles each request it completes.
-    void readLine();
+    // Takes the next connection as the line, or drops the one that closed.
+    void acceptConnection();
+    void dropConnection();
+    // Reads what came and handles each request it completes; false when
+    // the line has nothing more to give (closed, or no master on it).
+    bool readLine();
     // Whether a master at other line settings sent the frame (it is counted
     // and dropped).
     bool masterAtOtherSettings(size_t length);
@@ -149,6 +158,7 @@ private:
     std::string path;
     int lineFd = -1; // the line: our pseudo-terminal side or the device
     int holdFd = -1; // our own descriptor on the master's side of the pseudo-terminal
+    int listenFd = -1; // with listen: the socket that takes connections; lineFd is the one taken, or -1
     int wake[2] = { -1, -1 };
     int modbusSide = -1; // libmodbus reads requests from and writes answers to this socket
     int ourSide = -1; // ... and we feed and collect them here
