@@ -101,6 +101,28 @@ TEST(Tcp, ALostConnectionIsReportedOnceAndMadeAnewForTheNextCommand)
     }
 }
 
+// An answer that comes late, while the retry is out, is the same answer (the
+// same request); the answer to the retry is then stale before the next
+// request and dropped, as on a serial line: each read shows its own value.
+TEST(Tcp, ALateAnswerAndStaleBytesAreHandledAsOnASerialLine)
+{
+    QProcess sim;
+    sim.start(TECO_SIM_PATH, { "--quiet", "--listen", "127.0.0.1:0", "--fault", "late:ms=500,times=1" });
+    ASSERT_TRUE(sim.waitForReadyRead(30000));
+    const std::string port = sim.readLine().trimmed().toStdString();
+    const CliRun r
+        = cli({ "--port", port, "--timeout", "200", "--retry", "1", "batch" }, "read HR100\nread HR101\n");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("HR100                   1500        1500  0x05DC\n(1 retry, 1 time-out)\n"),
+        std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("HR101                    300         300  0x012C\n(7 stale bytes dropped)\n"),
+        std::string::npos)
+        << r.out;
+    sim.kill();
+    sim.waitForFinished(30000);
+}
+
 TEST(Tcp, AddressesThatCannotBeUsedAreRefusedInOneSentence)
 {
     struct Row
