@@ -66,7 +66,6 @@ public:
         , drive(session)
         , poller(session, true)
         , pollLog(log)
-        , gone(session.deviceGoneText())
         , out(Output::choose(json))
         , live(stderrIsTerminal())
         , last(command.tags.size())
@@ -95,7 +94,6 @@ private:
     DriverSession &drive;
     Poller poller;
     SampleLog &pollLog;
-    const std::string gone; // what to say when the device goes away
     Output &out;
     const bool live;
     bool logFailed = false;
@@ -206,7 +204,8 @@ void PollRun::cycle()
         render(std::move(sample));
         if (goneNow) {
             clearStatus();
-            std::fprintf(stderr, "teco-cli: %s; waiting for it to come back\n", gone.c_str());
+            std::fprintf(
+                stderr, "teco-cli: %s; waiting for it to come back\n", drive.deviceGoneText().c_str());
         }
     }
     poller.abandonCycle(); // an interrupt or a failed log ends it early

@@ -125,9 +125,10 @@ int Session::startTrace()
 int Session::openLine()
 {
     if (lineOpen) {
-        // A poll that ended while the device was gone left the line closed.
+        // A poll that ended while the device was gone left the line closed;
+        // a connection lost during the last command is made anew.
         std::string ignored;
-        if (!drive.isOpen())
+        if (!drive.isOpen() || drive.deviceGone())
             drive.reopen(ignored);
         return ExitOk;
     }

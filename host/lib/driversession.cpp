@@ -51,10 +51,7 @@ bool DriverSession::close()
     return wasRunning;
 }
 
-std::string DriverSession::deviceGoneText() const
-{
-    return "the device " + link_.device() + " is gone (unplugged, or its other end closed)";
-}
+std::string DriverSession::deviceGoneText() const { return link_.goneText(); }
 
 FormattedResult DriverSession::readTag(const Tag &t)
 {

@@ -1,5 +1,7 @@
 #include "optiontable.h"
 
+#include "tcpline.h"
+
 #include "seriallink.h"
 #include "textutil.h"
 
@@ -234,7 +236,9 @@ bool parseRtuLink(const std::string &text, LinkSettings &settings, std::string &
 
 bool checkDeviceOption(const char *option, const std::string &path, std::string &error)
 {
-    if (path.empty())
+    if (path.empty()) {
         error = std::string("option --") + option + " takes a device such as /dev/ttyUSB0, not an empty text";
-    return !path.empty();
+        return false;
+    }
+    return checkTcpDevice(path, error);
 }

@@ -5,6 +5,7 @@
 #include "optiontable.h"
 #include "registermap.h"
 #include "simdrive.h"
+#include "tcpline.h"
 #include "textfile.h"
 
 #include <csignal>
@@ -23,6 +24,9 @@ const char usageText[] = "Usage: teco-sim [options]\n"
                          "\n"
                          "options:\n"
                          "  --device PATH      serve on this serial device instead of a new pseudo-terminal\n"
+                         "  --listen HOST:PORT serve RTU frames over TCP instead, as a serial device server\n"
+                         "                     passes them (no Modbus TCP header); one connection at a\n"
+                         "                     time; port 0: one the system picks (the first line says)\n"
                          "  --link TEXT        line settings, default \"RS485,9600,NONE,8,2\"\n"
                          "  --stations LIST    stations to serve, default 1,2,3 (such as 1,2,5-7)\n"
                          "  --map FILE         initial values: a parameter map (as --print-map prints) or\n"
@@ -66,6 +70,12 @@ OptionTable simOptionTable(SimArguments &a)
                 return checkDeviceOption("device", path, error);
             })
             .completing("file"),
+        T::checked("listen",
+            [&a](const std::string &address, std::string &error) {
+                std::string host, port;
+                a.drive.listen = address;
+                return parseHostPort(address, address, host, port, error);
+            }),
         T::checked("link",
             [&a](const std::string &text, std::string &error) {
                 return parseRtuLink(text, a.drive.link, error);
@@ -181,6 +191,8 @@ int main(int argc, char **argv)
     if (arguments.convertPath)
         return convertMap(*arguments.convertPath);
     SimDrive::Options &options = arguments.drive;
+    if (!options.listen.empty() && !options.device.empty())
+        return usage("--listen and --device name two lines: give one");
     if (arguments.mapPath
         && !readTextFile(*arguments.mapPath, userTextFileLimit, options.map.emplace(), error)) {
         std::fprintf(

@@ -81,6 +81,8 @@ public:
     // The device went away under the open line (an unplugged adapter, the
     // other end of a pseudo-terminal closed): every read ends at once.
     bool deviceGone() const { return port.isOpen() && port.hungUp(); }
+    // One sentence on the device that went away or the connection lost.
+    std::string goneText() const { return port.goneText(); }
     // When the last complete answer frame was in, by the wall clock (ms
     // since the epoch); 0 before the first one.
     int64_t lastAnswerWallMs() const override { return reply.answerWallMs(); }

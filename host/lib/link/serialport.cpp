@@ -1,5 +1,7 @@
 #include "serialport.h"
 
+#include "tcpline.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -8,6 +10,7 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -57,6 +60,8 @@ SerialPort::~SerialPort() { close(); }
 bool SerialPort::open(const std::string &device, const LinkSettings &settings, bool rs485, std::string &error)
 {
     close();
+    if (isTcpDevice(device))
+        return openTcp(device, settings, error);
     int d = ::open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (d < 0) {
         const int e = errno;
@@ -73,7 +78,42 @@ bool SerialPort::open(const std::string &device, const LinkSettings &settings, b
     line = settings;
     path = device;
     hung = false;
+    hangError = 0;
     return true;
+}
+
+bool SerialPort::openTcp(const std::string &device, const LinkSettings &settings, std::string &error)
+{
+    // No terminal settings, lock or RS485 control: the device server's
+    // serial side is set up on the server.
+    const int d = connectTcp(device, error);
+    if (d < 0) {
+        goneReason = error;
+        return false;
+    }
+    fd = d;
+    tcp = true;
+    line = settings;
+    path = device;
+    hung = false;
+    hangError = 0;
+    return true;
+}
+
+std::string SerialPort::goneText() const
+{
+    if (!isTcpDevice(path))
+        return "the device " + path + " is gone (unplugged, or its other end closed)";
+    if (!isOpen() && !goneReason.empty())
+        return "connection to " + path.substr(4) + " lost: " + goneReason;
+    return "connection to " + path.substr(4)
+        + " lost: " + (hangError ? std::strerror(hangError) : "closed by the other end");
+}
+
+void SerialPort::dropSocketInput()
+{
+    char junk[256];
+    while (::recv(fd, junk, sizeof junk, MSG_DONTWAIT) > 0) { }
 }
 
 bool SerialPort::configure(
@@ -116,6 +156,13 @@ bool SerialPort::configure(
 
 bool SerialPort::setLine(const LinkSettings &settings, std::string &error)
 {
+    if (tcp) {
+        // The server's serial side keeps its own settings; ours time the line.
+        dropSocketInput();
+        line = settings;
+        quietSince = monotonicNs();
+        return true;
+    }
     struct termios t;
     if (fd < 0 || tcgetattr(fd, &t) < 0) {
         error = fd < 0 ? "the link is not open"
@@ -143,6 +190,7 @@ void SerialPort::close()
     ::close(fd); // also releases the lock
     fd = -1;
     savedValid = false;
+    tcp = false;
 }
 
 int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
@@ -160,7 +208,8 @@ int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool wai
             continue;
         }
         if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
-            hung = true; // the other side is gone (EIO on a pseudo-terminal)
+            hangError = r == 0 ? 0 : errno;
+            hung = true; // the other side is gone (EIO on a pseudo-terminal, EOF on a socket)
             break;
         }
         if (errno == EINTR)
@@ -212,7 +261,9 @@ int SerialPort::write(const char *bytes, int length, int64_t deadlineNs)
 {
     int sent = 0;
     while (sent < length) {
-        ssize_t w = ::write(fd, bytes + sent, size_t(length - sent));
+        // A connection the other end closed fails the write, not the program.
+        ssize_t w = tcp ? ::send(fd, bytes + sent, size_t(length - sent), MSG_NOSIGNAL)
+                        : ::write(fd, bytes + sent, size_t(length - sent));
         if (w > 0) {
             sent += int(w);
             continue;
@@ -225,12 +276,22 @@ int SerialPort::write(const char *bytes, int length, int64_t deadlineNs)
             if (left > 0 && poll(&p, 1, int(left / 1000000) + 1) > 0)
                 continue;
         }
+        if (w < 0 && tcp && (errno == EPIPE || errno == ECONNRESET)) {
+            hangError = errno;
+            hung = true;
+        }
         break;
     }
     return sent;
 }
 
-void SerialPort::drain() { tcdrain(fd); }
+void SerialPort::drain()
+{
+    // Over TCP the bytes are on their way once the socket took them: the
+    // time-out counts from there, and the network's delay adds to it.
+    if (!tcp)
+        tcdrain(fd);
+}
 
 int SerialPort::pending() const
 {

@@ -7,6 +7,11 @@
 // close. Reads wait, without spinning, until a deadline on the monotonic
 // clock; timed waits end on time, and how long the machine kept them past
 // their deadlines is counted.
+//
+// A device text "tcp:HOST:PORT" opens a TCP connection to a serial device
+// server instead (tcpline.h): the same RTU bytes, no terminal settings, lock
+// or RS485 control, and a write has left once the socket took it. A
+// connection the other end closed or reset reads as a device that went away.
 
 #include "linksettings.h"
 
@@ -39,6 +44,9 @@ public:
     bool isOpen() const { return fd >= 0; }
     // The other side went away: every read ends at once.
     bool hungUp() const { return hung; }
+    // One sentence on the device that went away (or the connection lost).
+    std::string goneText() const;
+    bool isTcp() const { return tcp; }
     int descriptor() const { return fd; }
     const std::string &device() const { return path; }
     const LinkSettings &settings() const { return line; }
@@ -70,6 +78,8 @@ public:
 
 private:
     void noteLateWake(int64_t deadlineNs);
+    bool openTcp(const std::string &device, const LinkSettings &settings, std::string &error);
+    void dropSocketInput();
     // Sets up an opened descriptor; false with error set.
     bool configure(
         int d, const std::string &device, const LinkSettings &settings, bool rs485, std::string &error);
@@ -80,6 +90,9 @@ private:
     bool savedValid = false;
     struct termios savedTermios; // the device's settings before open, restored on close
     bool hung = false;
+    bool tcp = false; // a connection to a serial device server
+    int hangError = 0; // why the other side went away (0: it closed)
+    std::string goneReason; // why the last connection could not be made
     int64_t quietSince = 0;
     uint64_t *lateWakeNs = nullptr;
     enum { WakeSamples = 8 };

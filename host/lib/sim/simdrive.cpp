@@ -2,6 +2,7 @@
 
 #include "registermap.h"
 #include "rtuframe.h"
+#include "tcpline.h"
 #include "textfile.h"
 #include "textutil.h"
 
@@ -11,8 +12,11 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -173,8 +177,19 @@ bool SimDrive::checkMap(
     return true;
 }
 
+bool SimDrive::openListener(std::string &error)
+{
+    listenFd = listenTcp(opts.listen, error);
+    if (listenFd < 0)
+        return false;
+    path = "tcp:" + listeningAddress(listenFd);
+    return true;
+}
+
 bool SimDrive::openLine(std::string &error)
 {
+    if (!opts.listen.empty())
+        return openListener(error);
     if (!opts.device.empty()) {
         if (!device.open(opts.device, opts.link, false, error))
             return false;
@@ -299,6 +314,8 @@ bool SimDrive::start(const Options &options, std::string &error)
     counts = Stats();
     requestCounts.clear();
     random.seed(opts.seed);
+    cutter = RequestCutter(opts.link.characterNs());
+    lastHeardNs = 0;
     worker = std::thread(&SimDrive::run, this);
     return true;
 }
@@ -317,7 +334,7 @@ void SimDrive::stop()
     for (auto &sm : mappings)
         modbus_mapping_free(sm.second);
     mappings.clear();
-    for (int *fd : { &ourSide, &modbusSide, &wake[0], &wake[1], &holdFd }) {
+    for (int *fd : { &ourSide, &modbusSide, &wake[0], &wake[1], &holdFd, &listenFd }) {
         if (*fd >= 0)
             ::close(*fd);
         *fd = -1;
@@ -331,14 +348,14 @@ void SimDrive::stop()
 
 bool SimDrive::pause(int64_t ns)
 {
-    // On a pseudo-terminal, notes when a request begins to wait on the line
-    // while the drive is busy: on a wire, that is when it came.
+    // Notes when a request begins to wait on the line while the drive is
+    // busy: that is when it came.
     const int64_t until = monotonicNs() + ns;
     for (;;) {
         const int64_t left = until - monotonicNs();
         if (left <= 0)
             return true;
-        const bool watch = opts.device.empty() && queuedSinceNs == 0;
+        const bool watch = queuedSinceNs == 0;
         struct pollfd p[2] = { { wake[0], POLLIN, 0 }, { lineFd, POLLIN, 0 } };
         struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
         if (ppoll(p, watch ? 2 : 1, &ts, nullptr) > 0) {
@@ -350,58 +367,81 @@ bool SimDrive::pause(int64_t ns)
     }
 }
 
-SimDrive::LineEvent SimDrive::waitForLine(struct pollfd *p, bool frameBegun, int64_t gapNs)
+void SimDrive::run()
 {
-    if (!frameBegun)
-        return poll(p, 2, -1) < 0 && errno != EINTR ? LineEvent::Stop : LineEvent::Polled;
-    // The frame ends when the line has been quiet for the silence.
-    struct timespec ts = { time_t(gapNs / 1000000000), long(gapNs % 1000000000) };
-    return ppoll(p, 2, &ts, nullptr) == 0 ? LineEvent::FrameEnded : LineEvent::Polled;
+    // The answer's moment is a timed wait: let it end on time.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    for (;;) {
+        // Over TCP, the next connection waits until the one served closes.
+        struct pollfd p[3]
+            = { { lineFd, POLLIN, 0 }, { wake[0], POLLIN, 0 }, { lineFd < 0 ? listenFd : -1, POLLIN, 0 } };
+        if (poll(p, 3, -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        if (p[1].revents)
+            return;
+        if (p[2].revents)
+            acceptConnection();
+        else if (listenFd >= 0 && p[0].revents && ((p[0].revents & POLLIN) == 0 || !readLine()))
+            dropConnection();
+        else if (p[0].revents & POLLIN)
+            readLine();
+        else if (p[0].revents && !pause(10000000))
+            return; // no master on the line (a device that hung up): it waits quietly, until stopped
+    }
 }
 
-void SimDrive::readLine(std::vector<uint8_t> &frame)
+void SimDrive::acceptConnection()
+{
+    lineFd = accept4(listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (lineFd < 0)
+        return;
+    const int on = 1;
+    setsockopt(lineFd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    cutter.clear();
+    lastHeardNs = 0;
+    if (opts.log)
+        std::fprintf(opts.log, "sim: a master connected\n");
+}
+
+void SimDrive::dropConnection()
+{
+    ::close(lineFd);
+    lineFd = -1;
+    cutter.clear();
+    if (opts.log)
+        std::fprintf(opts.log, "sim: the master's connection closed\n");
+}
+
+bool SimDrive::readLine()
 {
     uint8_t chunk[512];
     const ssize_t n = ::read(lineFd, chunk, sizeof chunk);
-    const bool queued = queuedSinceNs > 0;
-    if (n > 0 && frame.empty())
-        frameStartNs = !opts.device.empty() ? 0 : queued ? queuedSinceNs : monotonicNs();
+    if (n <= 0)
+        return n < 0 && (errno == EAGAIN || errno == EINTR);
+    // Bytes that came while the drive was busy came when it noted them.
+    const int64_t now = monotonicNs(), at = queuedSinceNs > 0 ? queuedSinceNs : now;
     queuedSinceNs = 0;
-    if (n > 0 && frame.size() < 4096)
-        frame.insert(frame.end(), chunk, chunk + n);
-    if (queued && n > 0) {
-        // Whole requests that came while the drive was busy: on a wire, the
-        // silence after them has passed too.
-        handleBytes(frame);
-        frame.clear();
-    }
-}
-
-void SimDrive::run()
-{
-    const int64_t gap = opts.link.silenceNs();
+    const bool afterGap = lastHeardNs == 0 || at - lastHeardNs >= opts.link.silenceNs();
+    lastHeardNs = now;
+    const uint64_t droppedBefore = cutter.dropped();
+    cutter.add(chunk, size_t(n), at, afterGap);
     std::vector<uint8_t> frame;
-    for (;;) {
-        struct pollfd p[2] = { { lineFd, POLLIN, 0 }, { wake[0], POLLIN, 0 } };
-        const LineEvent event = waitForLine(p, !frame.empty(), gap);
-        if (event == LineEvent::FrameEnded) {
-            handleBytes(frame);
-            frame.clear();
-            continue;
-        }
-        if (event == LineEvent::Stop || p[1].revents)
-            return;
-        if (p[0].revents & POLLIN) {
-            readLine(frame);
-        } else if (p[0].revents) {
-            // No master on the line (a device that hung up): wait quietly.
-            if (!pause(10000000))
-                return;
-        }
+    int64_t startNs = 0;
+    while (cutter.next(frame, startNs))
+        handleFrame(frame, startNs);
+    if (cutter.dropped() > droppedBefore) {
+        std::lock_guard<std::mutex> lock(mutex);
+        counts.badFrames += cutter.dropped() - droppedBefore;
+        if (opts.log)
+            std::fprintf(opts.log, "sim: dropped bytes that do not form a request with a good CRC\n");
     }
+    return true;
 }
 
-void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
+bool SimDrive::masterAtOtherSettings(size_t length)
 {
     // No bits travel on a pseudo-terminal, so any speed would carry the
     // bytes; but its two ends share one set of line settings. A master set
@@ -409,49 +449,41 @@ void SimDrive::handleBytes(const std::vector<uint8_t> &bytes)
     // garbage: its frames are dropped as garbage here. (The parity cannot be
     // told: Linux keeps none on a pseudo-terminal.)
     struct termios master;
-    if (opts.device.empty() && tcgetattr(lineFd, &master) == 0 && !opts.link.speedAndStopBitsSetIn(master)) {
+    if (!opts.device.empty() || tcgetattr(lineFd, &master) != 0 || opts.link.speedAndStopBitsSetIn(master))
+        return false;
+    std::lock_guard<std::mutex> lock(mutex);
+    ++counts.badFrames;
+    if (opts.log)
+        std::fprintf(opts.log, "sim: dropped %zu bytes sent at another speed or stop bits than %s\n", length,
+            opts.link.text().c_str());
+    return true;
+}
+
+void SimDrive::handleFrame(const std::vector<uint8_t> &frame, int64_t startNs)
+{
+    if (masterAtOtherSettings(frame.size()))
+        return;
+    // libmodbus checks and parses the request with its own code.
+    uint8_t request[MODBUS_RTU_MAX_ADU_LENGTH];
+    int rc = -1;
+    if (frame[0] <= 247
+        && ::send(ourSide, frame.data(), frame.size(), MSG_NOSIGNAL) == ssize_t(frame.size())) {
+        modbus_set_slave(ctx, frame[0]);
+        rc = modbus_receive(ctx, request);
+    }
+    if (rc <= 0) {
+        // Not a request libmodbus accepts: drop what is left of it.
+        uint8_t junk[512];
+        while (recv(modbusSide, junk, sizeof junk, MSG_DONTWAIT) > 0) { }
         std::lock_guard<std::mutex> lock(mutex);
         ++counts.badFrames;
         if (opts.log)
-            std::fprintf(opts.log, "sim: dropped %zu bytes sent at another speed or stop bits than %s\n",
-                bytes.size(), opts.link.text().c_str());
+            std::fprintf(
+                opts.log, "sim: dropped a frame that is not a valid request (%zu bytes)\n", frame.size());
         return;
     }
-    // Feed the bytes to libmodbus and let it cut and check the requests.
-    size_t fed = 0;
-    while (fed < bytes.size()) {
-        const ssize_t w = ::send(ourSide, bytes.data() + fed, bytes.size() - fed, MSG_NOSIGNAL);
-        if (w <= 0)
-            break;
-        fed += size_t(w);
-    }
-    uint8_t request[MODBUS_RTU_MAX_ADU_LENGTH];
-    int64_t heardBytes = 0; // of the frame, up to the end of the request handled
-    while (pendingBytes(modbusSide) > 0) {
-        uint8_t station = 0;
-        if (recv(modbusSide, &station, 1, MSG_PEEK) != 1)
-            break;
-        int rc = -1;
-        if (station <= 247) {
-            modbus_set_slave(ctx, station);
-            rc = modbus_receive(ctx, request);
-        }
-        if (rc <= 0) {
-            // Not a request libmodbus accepts: drop what is left of it.
-            uint8_t junk[512];
-            while (recv(modbusSide, junk, sizeof junk, MSG_DONTWAIT) > 0) { }
-            std::lock_guard<std::mutex> lock(mutex);
-            ++counts.badFrames;
-            if (opts.log)
-                std::fprintf(
-                    opts.log, "sim: dropped a frame that is not a valid request (%zu bytes)\n", bytes.size());
-            break;
-        }
-        heardBytes += rc;
-        heardNs
-            = frameStartNs ? frameStartNs + heardBytes * opts.link.characterNs() + opts.link.silenceNs() : 0;
-        handleRequest(request, rc);
-    }
+    heardNs = startNs + rc * opts.link.characterNs() + opts.link.silenceNs();
+    handleRequest(request, rc);
 }
 
 std::optional<FaultRule> SimDrive::pickFault(int station, const RequestRange &range)
@@ -572,7 +604,9 @@ void SimDrive::putOnLine(const uint8_t *bytes, int length)
     int done = 0;
     const int64_t giveUp = monotonicNs() + 1000000000;
     while (done < length && monotonicNs() < giveUp) {
-        const ssize_t w = ::write(lineFd, bytes + done, size_t(length - done));
+        // A connection the master closed fails the write, not the program.
+        const ssize_t w = listenFd >= 0 ? ::send(lineFd, bytes + done, size_t(length - done), MSG_NOSIGNAL)
+                                        : ::write(lineFd, bytes + done, size_t(length - done));
         if (w > 0) {
             done += int(w);
         } else if (w < 0 && errno == EAGAIN) {

@@ -5,16 +5,22 @@
 // several stations on one line, with injectable faults.
 //
 // The line is a pseudo-terminal that the drive opens itself (devicePath()
-// names the side a master opens) or an existing serial device. Frames are
-// cut from the line by the RTU silence, as a real slave does, and handed to
-// libmodbus, which checks and parses them with its own code and builds the
-// answer from the station's data; the drive only routes the answer through
-// the fault rules. It runs on its own thread between start() and stop().
+// names the side a master opens) or an existing serial device. Requests
+// are cut from the line and handed to libmodbus, which checks and parses them with its own code and builds
+// the answer from the station's data; the drive only routes the answer through the fault rules. It runs on
+// its own thread between start() and stop().
 //
-// On a pseudo-terminal no bits travel, so the drive answers as it would on a
-// wire: not before the request's characters have come, one character time
-// each from the first byte read, and the silence has ended the frame. A
-// request that came while the drive was busy counts from when it came.
+// Requests are cut from the line by their length (requestcutter.h), not by
+// the silence: a byte that a busy host delivers late would split a request
+// cut by the silence, and a drive on a wire would never have lost it. Bytes
+// that do not form a request with a good CRC are dropped as garbage up to the
+// next gap on the line.
+//
+// The drive answers as a drive on a wire does: not before the request's
+// characters have come, one character time each from the first byte read
+// (on a pseudo-terminal no bits travel), and the silence after it has
+// passed. A request that came while the drive was busy counts from when it
+// came.
 //
 // When the map binds registers to the motor model (registermap.h, motion.h),
 // every request first advances each station's motor to the time of the
@@ -30,6 +36,7 @@
 #include "faultrule.h"
 #include "registermap.h"
 #include "linksettings.h"
+#include "requestcutter.h"
 #include "serialport.h"
 
 #include <atomic>
@@ -53,6 +60,10 @@ public:
     struct Options
     {
         std::string device; // serve on this serial device; empty: a new pseudo-terminal
+        // Serve over TCP on "HOST:PORT" instead (port 0: one the system
+        // picks), one connection at a time: RTU frames as a serial device
+        // server passes them, no Modbus TCP header.
+        std::string listen;
         LinkSettings link; // line settings (and the silence that ends a frame)
         std::vector<int> stations { 1, 2, 3 };
         // Initial values (registermap.h); without a value the built-in servo
@@ -82,7 +93,7 @@ public:
     bool start(const Options &options, std::string &error);
     void stop();
     bool running() const { return worker.joinable(); }
-    // The device that a master opens.
+    // The device that a master opens ("tcp:HOST:PORT" with listen).
     const std::string &devicePath() const { return path; }
 
     Stats stats() const;
@@ -112,14 +123,19 @@ private:
     bool fillRegisters(const std::vector<MapEntry> &entries, std::string &error);
     void setUpMotors(const std::vector<MotionEntry> &motion);
 
+    bool openListener(std::string &error);
     void run();
-    enum class LineEvent { Polled, FrameEnded, Stop };
-    // Waits for the line (p: the line and the wake pipe); with a frame
-    // begun, only until the silence ends it.
-    LineEvent waitForLine(struct pollfd *p, bool frameBegun, int64_t gapNs);
-    // Reads what came into frame.
-    void readLine(std::vector<uint8_t> &frame);
-    void handleBytes(const std::vector<uint8_t> &bytes);
+    // Takes the next connection as the line, or drops the one that closed.
+    void acceptConnection();
+    void dropConnection();
+    // Reads what came and handles each request it completes; false when
+    // the line has nothing more to give (closed, or no master on it).
+    bool readLine();
+    // Whether a master at other line settings sent the frame (it is counted
+    // and dropped).
+    bool masterAtOtherSettings(size_t length);
+    // A request cut from the line whose first byte was heard at startNs.
+    void handleFrame(const std::vector<uint8_t> &frame, int64_t startNs);
     void handleRequest(const uint8_t *request, int length);
     // What the request asks for: its area, range and name.
     struct RequestRange;
@@ -142,6 +158,7 @@ private:
     std::string path;
     int lineFd = -1; // the line: our pseudo-terminal side or the device
     int holdFd = -1; // our own descriptor on the master's side of the pseudo-terminal
+    int listenFd = -1; // with listen: the socket that takes connections; lineFd is the one taken, or -1
     int wake[2] = { -1, -1 };
     int modbusSide = -1; // libmodbus reads requests from and writes answers to this socket
     int ourSide = -1; // ... and we feed and collect them here
@@ -165,11 +182,11 @@ private:
     };
     std::map<int, Motor> motors;
     int64_t motorsAt = 0; // when the motors were last advanced
-    // On a pseudo-terminal no bits travel: a drive on a wire answers a
-    // request once its characters have come, one by one from the first
-    // byte of the frame read, and the silence has ended it. 0: on a wire.
-    int64_t frameStartNs = 0;
-    int64_t heardNs = 0; // that moment for the request being handled
+    RequestCutter cutter { 0 };
+    int64_t lastHeardNs = 0; // when bytes last came; 0: none yet
+    // When the request being handled has come and the silence after it
+    // has passed: the drive answers then.
+    int64_t heardNs = 0;
     int64_t queuedSinceNs = 0; // when a request began to wait while the drive was busy; -1: no master
 };
 
