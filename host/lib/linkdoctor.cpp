@@ -25,18 +25,21 @@ DoctorCheck failed(const std::string &name, const std::string &finding, const st
     return c;
 }
 
+// The group that owns the device, unless that is root: "" then.
 std::string groupOf(const struct stat &st)
 {
     const struct group *g = ::getgrgid(st.st_gid);
-    return g && g->gr_name && std::strcmp(g->gr_name, "root") != 0 ? std::string(g->gr_name) : "dialout";
+    return g && g->gr_name && std::strcmp(g->gr_name, "root") != 0 ? std::string(g->gr_name) : std::string();
 }
 
 DoctorCheck openFailed(const std::string &device, const struct stat &st, int error)
 {
     if (error == EACCES || error == EPERM) {
         const std::string group = groupOf(st);
+        const std::string which = group.empty() ? "the dialout group (serial adapters usually belong to it)"
+                                                : "the " + group + " group, which owns it";
         return failed("device", "you may not open " + device + " (permission denied)",
-            "add yourself to the " + group + " group, which owns it: sudo usermod -aG " + group
+            "add yourself to " + which + ": sudo usermod -aG " + (group.empty() ? "dialout" : group)
                 + " $USER, then log in again");
     }
     return failed("device", "cannot open " + device + ": " + std::strerror(error),

@@ -259,6 +259,7 @@ struct TimingSplit
     int requestBytes = 0, answerBytes = 0;
     double totalMs = 0, sendingMs = 0, wireMs = 0, turnaroundMs = 0, adapterMs = 0;
     double ourMs = 0; // the request's end after the write began, beyond its wire time
+    double answerWireMs = 0; // of wireMs, the answer's part
 };
 
 TimingSplit splitOf(const LineExchange &x, const ExchangeReading &r, int registers)
@@ -275,6 +276,7 @@ TimingSplit splitOf(const LineExchange &x, const ExchangeReading &r, int registe
     t.sendingMs = ms(x.drainedNs - x.writeNs);
     t.ourMs = ms(x.requestEndNs() - x.writeNs - requestWire);
     t.wireMs = ms(requestWire + answerWire);
+    t.answerWireMs = ms(answerWire);
     // The first byte is read once its last bit is in: it began one character earlier.
     t.turnaroundMs = ms(first - x.characterNs - x.requestEndNs());
     t.adapterMs = ms(last - (first - x.characterNs) - answerWire);
@@ -341,10 +343,11 @@ DoctorCheck checkTiming(SerialLink &link)
                 "see the station check; raise --timeout if the drive is slow to answer");
         sentences += (sentences.empty() ? "" : "\n") + splitText(t);
         addFigures(c, t);
-        slowest = std::max(slowest, t.totalMs - t.wireMs * t.requestBytes / (t.requestBytes + t.answerBytes));
-        noBits = noBits || t.adapterMs < 0;
+        // The driver's time-out runs from the request's end to the answer's.
+        slowest = std::max(slowest, t.totalMs - (t.wireMs - t.answerWireMs) - t.ourMs);
+        // The long answer came much faster than a wire carries it.
+        noBits = registers > 1 && t.adapterMs < -0.5 * t.answerWireMs;
     }
-    // A negative adapter time: the answer came faster than a wire carries it.
     c.finding = sentences
         + (noBits ? "\nthe answers came faster than a wire carries them: no bits travel on this line (a "
                     "pseudo-terminal)"

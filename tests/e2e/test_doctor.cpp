@@ -121,6 +121,9 @@ TEST(Doctor, SaysWhatIsWrongWithTheLineAndWhatToDo)
         { "another station answers", true, { "--fault", "wrongstation:as=7" }, { "--port", "DEV" }, 0, false,
             false, 1, "station", "fail", "station 1 was asked, but the answer comes from station 7",
             "give --station 7" },
+        { "answers close to the time-out", true, { "--turnaround", "170" },
+            { "--port", "DEV", "--timeout", "200" }, 0, false, false, 0, "timing", "warn",
+            "125 registers: ", "raise --timeout to at least" },
         { "all is well", true, {}, { "--port", "DEV" }, 0, false, false, 0, "timing", "ok",
             "125 registers: ", "" },
     };
