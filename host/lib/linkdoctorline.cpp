@@ -179,13 +179,15 @@ std::vector<std::string> settingsAnswered(const DriverHost &host, SerialLink &li
     return answered;
 }
 
-DoctorCheck silentStation(const DriverHost &host, SerialLink &link, const ExchangeReading &r)
+DoctorCheck silentStation(const DriverHost &host, SerialLink &link, const ExchangeReading &r, int attempts)
 {
     const std::string station = std::to_string(link.options().station);
     const std::string own = link.settings().text();
-    const std::string heard = r.received == 0 ? "station " + station + " does not answer at " + own
-                                              : "station " + station + " gives no whole answer at " + own
-            + " (" + std::to_string(r.received) + " bytes with no good frame in them)";
+    const std::string tries = std::to_string(attempts) + (attempts == 1 ? " request" : " requests");
+    const std::string heard = r.received == 0
+        ? "station " + station + " does not answer at " + own + " (" + tries + ")"
+        : "station " + station + " gives no whole answer at " + own + " (" + std::to_string(r.received)
+            + " bytes with no good frame in them)";
     const std::vector<std::string> answered = settingsAnswered(host, link);
     if (answered.empty())
         return check("station", DoctorCheck::Status::Fail, heard + ", nor at any common setting tried",
@@ -223,16 +225,42 @@ DoctorCheck answeringStation(const LinkOptions &o, const LinkSettings &line, con
 
 } // namespace
 
+namespace {
+
+// Sends request until something comes back that is an answer or an echo, at
+// most 1 + the link's retries times; attempts: how many it took. False with
+// error when the line refuses the request.
+bool exchangeAnswered(SerialLink &link, const std::string &request, LineExchange &x, ExchangeReading &r,
+    int &attempts, std::string &error)
+{
+    const LinkOptions &o = link.options();
+    for (attempts = 1;; ++attempts) {
+        if (!exchangeOnLine(link.descriptor(), link.settings(), request, o.timeoutMs, x, error))
+            return false;
+        r = readExchange(x);
+        if (r.echo || r.answerLength > 0 || attempts > std::max(o.retry, 0))
+            return true;
+    }
+}
+
+std::string lostText(int attempts)
+{
+    return "; only request " + std::to_string(attempts) + " got it: the line lost the "
+        + (attempts == 2 ? std::string("first") : "first " + std::to_string(attempts - 1));
+}
+
+} // namespace
+
 DoctorCheck checkStation(const DriverHost &host, SerialLink &link)
 {
     const LinkOptions &o = link.options();
     LineExchange x;
+    ExchangeReading r;
+    int attempts = 0;
     std::string error;
-    if (!exchangeOnLine(
-            link.descriptor(), link.settings(), readRequest(o.station, 0, 1), o.timeoutMs, x, error))
+    if (!exchangeAnswered(link, readRequest(o.station, 0, 1), x, r, attempts, error))
         return check(
             "station", DoctorCheck::Status::Fail, error, "check the adapter: unplug it and plug it in again");
-    const ExchangeReading r = readExchange(x);
     if (r.echo && !o.localEcho) {
         const std::string after = r.answerLength > 0
             ? "; station " + std::to_string(r.station) + " answers after it"
@@ -246,8 +274,14 @@ DoctorCheck checkStation(const DriverHost &host, SerialLink &link)
             "adapter's echo off, if it has a switch)");
     }
     if (r.answerLength == 0)
-        return silentStation(host, link, r);
-    return answeringStation(o, link.settings(), r);
+        return silentStation(host, link, r, attempts);
+    DoctorCheck c = answeringStation(o, link.settings(), r);
+    if (attempts > 1 && c.status == DoctorCheck::Status::Ok) {
+        c.status = DoctorCheck::Status::Warn;
+        c.finding += lostText(attempts);
+        c.advice = "check the wiring, the termination at both ends of the line and the ground";
+    }
+    return c;
 }
 
 namespace {
@@ -307,10 +341,10 @@ bool measure(SerialLink &link, int registers, TimingSplit &t, std::string &why)
 {
     const LinkOptions &o = link.options();
     LineExchange x;
-    if (!exchangeOnLine(
-            link.descriptor(), link.settings(), readRequest(o.station, 0, registers), o.timeoutMs, x, why))
+    ExchangeReading r;
+    int attempts = 0;
+    if (!exchangeAnswered(link, readRequest(o.station, 0, registers), x, r, attempts, why))
         return false;
-    const ExchangeReading r = readExchange(x);
     if (r.answerLength == 0 || r.station != o.station) {
         why = "no answer from station " + std::to_string(o.station) + " to a read of "
             + std::to_string(registers) + " registers within " + std::to_string(o.timeoutMs) + " ms";
