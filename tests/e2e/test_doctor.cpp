@@ -202,3 +202,16 @@ TEST(Doctor, TheTimingShowsTheDrivesTurnaround)
         }
     }
 }
+
+// Any command on a device that another program holds names that program.
+TEST(Doctor, ACommandOnAHeldDeviceNamesTheProgramThatHoldsIt)
+{
+    Drive drive({});
+    ASSERT_FALSE(drive.device.empty());
+    Holder holder(drive.device);
+    const CliRun r = cli({ "--port", drive.device, "read", "HR1" });
+    EXPECT_EQ(r.status, 2);
+    const std::string busy = "teco-cli: " + drive.device + " is busy: process "
+        + std::to_string(holder.process.processId()) + " (teco-cli) has it open";
+    EXPECT_EQ(r.err.rfind(busy, 0), 0u) << r.err;
+}
