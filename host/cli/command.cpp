@@ -249,6 +249,12 @@ bool prepareScan(const Given &g, ScanCommand &c, std::string &error)
         c.from, c.to, g.o.address ? *g.o.address : (zeroBased ? "HR0" : "HR1"), zeroBased, c.probe, error);
 }
 
+bool prepareDoctor(const Given &g, DoctorCommand &, std::string &error)
+{
+    return require(!g.batchLine, "doctor runs only on the command line", error)
+        && require(g.args.empty(), "usage: doctor (with --port DEVICE, --link, --station)", error);
+}
+
 bool prepareBatch(const Given &g, BatchCommand &c, std::string &error)
 {
     if (!require(!g.batchLine, "a batch cannot start another batch", error)
@@ -385,6 +391,7 @@ const CommandRow commands[] = {
     row<WriteCommand, prepareWrite>(CommandLine | Line, TypeOption | CountOption | FormatOption, "address"),
     row<PollCommand, preparePoll>(CommandLine | Line, PollOptions | FormatOption, "addresses"),
     row<ScanCommand, prepareScan>(CommandLine | Line, ScanOptions, ""),
+    row<DoctorCommand, prepareDoctor>(CommandLine, 0, ""),
     row<BatchCommand, prepareBatch>(CommandLine, 0, "file"),
     row<ShellCommand, prepareShell>(CommandLine, 0, ""),
     row<DecodeCommand, prepareDecode>(CommandLine | Line, 0, ""),

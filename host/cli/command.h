@@ -60,6 +60,11 @@ struct ScanCommand
     std::vector<int> stopBits;
 };
 
+struct DoctorCommand
+{
+    static constexpr const char *name = "doctor";
+};
+
 struct BatchCommand
 {
     static constexpr const char *name = "batch";
@@ -115,8 +120,8 @@ struct MapCommand
 
 struct Command
 {
-    std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, BatchCommand, ShellCommand,
-        DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand>
+    std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, DoctorCommand,
+        BatchCommand, ShellCommand, DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand>
         kind;
     CommandOptions options; // what every command takes
 

@@ -33,6 +33,8 @@ const char usageText[]
       "       [--bauds 9600,19200] [--parities N,E] [--stop-bits 1,2]\n"
       "                                   find the stations that answer (default 1..247, HR1), at\n"
       "                                   every combination of the line settings listed\n"
+      "  doctor                           check the line step by step (the device, a USB adapter's\n"
+      "                                   latency timer, the station, the timing) and say what to do\n"
       "  batch [FILE]                     commands one per line from FILE or standard input, on one\n"
       "                                   link; also \"trace on|off\" and \"fault RULE\" (simulated drive);\n"
       "                                   a FILE is checked whole before anything is sent\n"

@@ -10,26 +10,6 @@
 
 namespace {
 
-// Every combination of the settings to try, on the link's own interface and
-// data bits; a list not given keeps the link's own value.
-std::vector<LinkSettings> settingsToTry(const ScanCommand &c, const LinkSettings &own)
-{
-    const std::vector<int> bauds = c.bauds.empty() ? std::vector<int> { own.baudRate } : c.bauds;
-    const std::vector<char> parities = c.parities.empty() ? std::vector<char> { own.parity } : c.parities;
-    const std::vector<int> stopBits = c.stopBits.empty() ? std::vector<int> { own.stopBits } : c.stopBits;
-    std::vector<LinkSettings> all;
-    for (int baud : bauds)
-        for (char parity : parities)
-            for (int stop : stopBits) {
-                LinkSettings s = own;
-                s.baudRate = baud;
-                s.parity = parity;
-                s.stopBits = stop;
-                all.push_back(s);
-            }
-    return all;
-}
-
 std::string timeText(double seconds)
 {
     const long s = std::lround(seconds);
@@ -140,7 +120,7 @@ int Session::run(const Command &c, const ScanCommand &s)
     l.retry = c.options.retry ? *c.options.retry : scanRetry;
     const ValueType type = defaultType(s.probe);
     const LinkSettings own = link().settings();
-    const std::vector<LinkSettings> lines = settingsToTry(s, own);
+    const std::vector<LinkSettings> lines = lineSettingsToTry(s.bauds, s.parities, s.stopBits, own);
     const bool switching = !s.bauds.empty() || !s.parities.empty() || !s.stopBits.empty();
     ScanRun run { host(), link(), s, Output::choose(c.options.json), type, stderrIsTerminal(), monotonicNs(),
         startSummary(s, type, lines.size(), switching) };

@@ -57,6 +57,7 @@ private:
     int run(const Command &c, const WriteCommand &w);
     int run(const Command &c, const PollCommand &p); // poll.cpp
     int run(const Command &c, const ScanCommand &s); // scan.cpp
+    int run(const Command &c, const DoctorCommand &d); // doctor.cpp
     int run(const Command &c, const BatchCommand &b); // batch.cpp
     int run(const Command &c, const ShellCommand &); // shell.cpp
     int run(const Command &c, const DecodeCommand &d);

@@ -19,3 +19,19 @@ ScanVerdict judgeScanProbe(const DriverHost::Result &result)
     }
     return v;
 }
+
+std::vector<LinkSettings> lineSettingsToTry(const std::vector<int> &bauds, const std::vector<char> &parities,
+    const std::vector<int> &stopBits, const LinkSettings &own)
+{
+    std::vector<LinkSettings> all;
+    for (int baud : bauds.empty() ? std::vector<int> { own.baudRate } : bauds)
+        for (char parity : parities.empty() ? std::vector<char> { own.parity } : parities)
+            for (int stop : stopBits.empty() ? std::vector<int> { own.stopBits } : stopBits) {
+                LinkSettings s = own;
+                s.baudRate = baud;
+                s.parity = parity;
+                s.stopBits = stop;
+                all.push_back(s);
+            }
+    return all;
+}

@@ -5,8 +5,10 @@
 // back says whether a station is there.
 
 #include "driverhost.h"
+#include "linksettings.h"
 
 #include <string>
+#include <vector>
 
 // A scan waits for every silent station: a short time-out and a single
 // attempt unless asked otherwise.
@@ -22,5 +24,10 @@ struct ScanVerdict
 
 // A probe that sent nothing is silence, whatever the driver returned.
 ScanVerdict judgeScanProbe(const DriverHost::Result &result);
+
+// Every combination of the settings to try, on own's interface and data
+// bits; an empty list keeps own's value.
+std::vector<LinkSettings> lineSettingsToTry(const std::vector<int> &bauds, const std::vector<char> &parities,
+    const std::vector<int> &stopBits, const LinkSettings &own);
 
 #endif // HOST_SCANPROBE_H

@@ -36,6 +36,10 @@ const char usageText[] = "Usage: teco-sim [options]\n"
                          "  --convert-map FILE print a map of the older form as a parameter map and exit\n"
                          "  --fault RULE       inject a fault; repeatable (see below)\n"
                          "  --seed N           seed for faults by rate, default 1\n"
+                         "  --turnaround MS    answer MS milliseconds after the request's end (default:\n"
+                         "                     once the RTU silence has passed)\n"
+                         "  --echo             give back each request on the line before its answer, as a\n"
+                         "                     2-wire RS485 adapter without echo suppression does\n"
                          "  --quiet            no line per request on standard error\n"
                          "  --help             this text\n"
                          "  --version          the version of teco-sim\n"
@@ -97,6 +101,8 @@ OptionTable simOptionTable(SimArguments &a)
             }),
         T::integer(
             "seed", 0, std::numeric_limits<int>::max(), [&a](int seed) { a.drive.seed = unsigned(seed); }),
+        T::integer("turnaround", 0, 60000, [&a](int ms) { a.drive.turnaroundMs = ms; }),
+        T::flag("echo", a.drive.echo),
         T::flag("quiet", [&a] { a.drive.log = nullptr; }),
         T::flag("help", a.help),
         T::flag("version", a.version),

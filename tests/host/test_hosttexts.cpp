@@ -531,12 +531,14 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "scan", "--parities", "N,M" }, false, "option --parities takes parities such as N,E" },
         { { "scan", "--stop-bits", "1.5" }, false, "option --stop-bits takes stop bits such as 1,2" },
         { { "read", "HR1", "--bauds", "9600" }, false, "option --bauds does not apply to read" },
+        { { "doctor", "x" }, false, "usage: doctor" },
+        { { "doctor" }, true, "doctor runs only on the command line" },
         { { "batch" }, false, "" },
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
         { { "trace", "on" }, false,
-            "unknown command \"trace\" (info, read, write, poll, scan, batch, shell, decode, params or "
-            "map)" },
+            "unknown command \"trace\" (info, read, write, poll, scan, doctor, batch, shell, decode, params "
+            "or map)" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
         { { "fault", "noreply:times=1" }, true, "" },

@@ -1,5 +1,6 @@
 #include "serialport.h"
 
+#include "deviceholder.h"
 #include "tcpline.h"
 
 #include <algorithm>
@@ -124,8 +125,11 @@ bool SerialPort::configure(
         return false;
     }
     if (flock(d, LOCK_EX | LOCK_NB) < 0) {
-        error = errno == EWOULDBLOCK ? device + " is busy: another program has it open"
-                                     : "cannot lock " + device + ": " + systemError(errno);
+        const int e = errno;
+        const std::string holder = e == EWOULDBLOCK ? deviceHolder(device) : std::string();
+        error = e != EWOULDBLOCK ? "cannot lock " + device + ": " + systemError(e)
+            : holder.empty()     ? device + " is busy: another program has it open"
+                                 : device + " is busy: " + holder + " has it open";
         return false;
     }
     struct termios t;

@@ -575,10 +575,12 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
     const int station = request[0];
     const RequestRange range = rangeOf(request);
     std::optional<FaultRule> fault;
+    if (opts.echo)
+        putOnLine(request, length);
     std::vector<uint8_t> answer = answerOf(request, length, range, fault);
     if (answer.empty())
         return; // not served, no reply injected, or a broadcast: no answer
-    if (!pause(heardNs - monotonicNs()))
+    if (!pause(answerDueNs() - monotonicNs()))
         return;
     if (fault && !spoil(answer, *fault, station))
         return;
@@ -597,6 +599,14 @@ void SimDrive::handleRequest(const uint8_t *request, int length)
     }
     if (fault && fault->kind == FaultRule::Noise)
         sendNoise(*fault);
+}
+
+int64_t SimDrive::answerDueNs() const
+{
+    if (opts.turnaroundMs < 0)
+        return heardNs;
+    const int64_t requestEnd = heardNs ? heardNs - opts.link.silenceNs() : monotonicNs();
+    return requestEnd + int64_t(opts.turnaroundMs) * 1000000;
 }
 
 void SimDrive::putOnLine(const uint8_t *bytes, int length)

@@ -72,6 +72,12 @@ public:
         std::vector<FaultRule> faults;
         unsigned seed = 1; // for faults by rate
         FILE *log = nullptr; // one line per request, when set
+        // Each answer begins this long after the request's end (on a serial
+        // device: after the silence that ended it); -1: once the silence has passed.
+        int turnaroundMs = -1;
+        // The line gives back each request before the answer, as a 2-wire
+        // RS485 adapter without echo suppression does.
+        bool echo = false;
     };
 
     struct Stats
@@ -150,6 +156,8 @@ private:
     bool spoil(std::vector<uint8_t> &answer, const FaultRule &fault, int station);
     void sendNoise(const FaultRule &fault);
     void putOnLine(const uint8_t *bytes, int length);
+    // When the answer to the request being handled is due (monotonic ns; 0: at once).
+    int64_t answerDueNs() const;
     bool pause(int64_t ns); // false when asked to stop
     modbus_mapping_t *mappingOf(int station) const;
     void advanceMotors(int64_t now); // with the mutex held
