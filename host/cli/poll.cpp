@@ -78,6 +78,7 @@ public:
         , totalAtStart(session.totalHealth())
     {
         poller.setTags(command.tags);
+        poller.setMergeGap(command.mergeGap);
     }
     int run(const std::map<int, SerialLink::StationHealth> &healthAtStart);
 
