@@ -114,7 +114,7 @@ PollSample Poller::sampleOf(
     if (s.result.ok)
         pollStats.addSuccess(latencyNs);
     else
-        pollStats.addFailure(s.result.errorText);
+        pollStats.addFailure(s.result.error.text);
     s.backedOff = stationBackoff.backedOff(station);
     s.newlyBackedOff = s.backedOff && !wasBackedOff;
     return s;
@@ -159,8 +159,7 @@ void Poller::readJoined(const PlannedRead &planned)
         = session.host().read(session.link(), planned.tag.address, planned.tag.type, planned.tag.count);
     const int64_t latency = monotonicNs() - t0;
     session.link().options() = pollOptions;
-    const bool silent = !r.ok && r.error.kind == ErrorKind::TimeOut;
-    if (!r.ok && !silent && !(waitForDevice && session.deviceGone())) {
+    if (!r.ok && !(waitForDevice && session.deviceGone())) {
         readEachAlone(planned);
         return;
     }

@@ -16,12 +16,12 @@
 // Tags of one station and area that are neighbours, or close (mergeGap
 // registers apart at most), are read with one command (readplan.h); each
 // tag's sample keeps its own values, with the time that answer arrived. A
-// joined read the drive refuses, or answers wrongly, is read again tag by
-// tag in the same cycle, so that one bad register cannot blind its
-// neighbours; a tag that then fails alone is read alone in the next cycles
-// until it answers again, and the rest stay joined. A joined read that gets
-// no answer at all is not repeated tag by tag: the station is silent, and
-// each of its tags fails with that time-out.
+// joined read that fails, however it fails, is read again tag by tag in the
+// same cycle, so that one bad register (one the drive refuses, or one it
+// does not answer for) cannot blind its neighbours; a tag that then fails
+// alone is read alone in the next cycles, until it answers again, and the
+// rest stay joined. A station that is silent altogether costs one cycle of
+// single time-outs, then its tags are read alone until it is backed off.
 //
 // With waitForDevice, a device that goes away under the link ends the cycle
 // and closes the link; each later cycle first tries to open it again.

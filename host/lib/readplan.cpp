@@ -52,8 +52,9 @@ struct JoinedSpan
 };
 
 // Whether t can join b: the same station and area, no more than gap apart,
-// within the driver's read limit and not reaching over the driver's window.
-bool extends(const JoinedSpan &b, const Tag &t, int gap)
+// within the driver's read limit, not reaching over the driver's window nor
+// over a tag kept out of joined reads.
+bool extends(const JoinedSpan &b, const Tag &t, int gap, const std::vector<JoinedSpan> &keptOut)
 {
     const AddressText &a = t.address;
     if (t.station != b.station || a.area != b.area)
@@ -65,7 +66,11 @@ bool extends(const JoinedSpan &b, const Tag &t, int gap)
     const long long limit = a.isRegister() ? driverMaxReadRegisters : driverMaxReadBits;
     if (last - b.first + 1 > limit)
         return false;
-    return !(a.area == Area::HoldingRegisters && b.first < driverWindowFirst && last >= driverWindowFirst);
+    if (a.area == Area::HoldingRegisters && b.first < driverWindowFirst && last >= driverWindowFirst)
+        return false;
+    return std::none_of(keptOut.begin(), keptOut.end(), [&](const JoinedSpan &k) {
+        return k.station == b.station && k.area == b.area && k.first <= last && k.last >= b.first;
+    });
 }
 
 PlannedRead alone(const std::vector<Tag> &tags, size_t i)
@@ -106,11 +111,15 @@ std::vector<PlannedRead> planReads(const std::vector<Tag> &tags, int gap, const 
 {
     std::vector<size_t> order;
     std::vector<PlannedRead> reads;
+    std::vector<JoinedSpan> keptOut; // what no joined read may cover
     for (size_t i = 0; i < tags.size(); ++i) {
-        if (gap >= 0 && joinable(tags[i]) && !(i < excluded.size() && excluded[i]))
+        const bool kept = i < excluded.size() && excluded[i];
+        if (gap >= 0 && joinable(tags[i]) && !kept)
             order.push_back(i);
         else
             reads.push_back(alone(tags, i));
+        if (kept)
+            keptOut.push_back(blockOf(tags[i], i));
     }
     std::stable_sort(order.begin(), order.end(), [&tags](size_t x, size_t y) {
         const Tag &a = tags[x], &b = tags[y];
@@ -119,7 +128,7 @@ std::vector<PlannedRead> planReads(const std::vector<Tag> &tags, int gap, const 
     });
     JoinedSpan block;
     for (size_t i : order) {
-        if (!block.members.empty() && extends(block, tags[i], gap)) {
+        if (!block.members.empty() && extends(block, tags[i], gap, keptOut)) {
             block.last = std::max(block.last, tags[i].address.number + tagSpan(tags[i]) - 1);
             block.members.push_back(i);
             continue;
