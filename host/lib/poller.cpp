@@ -17,6 +17,8 @@ void Poller::setTags(std::vector<Tag> tags)
     planReady = false;
     if (position >= long(list.size()))
         position = -1;
+    if (position >= 0)
+        plan(); // the rest of the cycle reads the new list
 }
 
 const std::vector<PlannedRead> &Poller::plan()
