@@ -227,7 +227,7 @@ void PollRun::waitForNextCycle()
         return;
     const int64_t next = poller.nextCycleAt(int64_t(c.intervalMs) * 1000000);
     struct timespec ts = { time_t(next / 1000000000), long(next % 1000000000) };
-    if (!InterruptScope::interrupted())
+    if (!InterruptScope::interrupted() && next > monotonicNs())
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr);
 }
 

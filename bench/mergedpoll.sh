@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Samples per second of teco-cli poll with neighbouring tags joined into one
+# read against tag by tag, on a paced line (the peer harness's line.c: each
+# byte delivered when its last bit would have left the wire), and the line's
+# busy share: the wire time of every frame over the time elapsed.
+# The map: 50 one-register tags in 5 clusters of 10 neighbours on station 1.
+# Usage: bench/mergedpoll.sh [SECONDS]   (default 10 per run; 4 runs per baud)
+# Environment: BUILD (default build/native), PEERS (the harness, default
+# ../shared/peers), BAUDS (default "9600 115200"), SLAVE=libmodbus to answer
+# with the harness's libmodbus slave instead of teco-sim, GAPS (extra
+# --merge-gap values to measure, such as "0 4 16").
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${BUILD:-$root/build/native}
+peers=${PEERS:-$root/../shared/peers}
+seconds=${1:-10}
+work=$(mktemp -d)
+pids=()
+cleanup() { for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; rm -rf "$work"; }
+trap cleanup EXIT
+gcc -O2 -o "$work/line" "$peers/line.c"
+if [ "${SLAVE:-}" = libmodbus ]; then
+  gcc -O2 -o "$work/slave" "$peers/slave.c" $(pkg-config --cflags --libs libmodbus)
+fi
+tags=()
+for c in 1 2 3 4 5; do for r in $(seq 0 9); do tags+=("HR$((c * 1000 + r))"); done; done
+
+# One run: prints "reads/s samples/s busy% p50ms".
+run() { # baud a b options...
+  local baud=$1 b=$2; shift 2
+  "$build/host/teco-cli" --quiet --json --port "$b" --link "RS485,$baud,NONE,8,2" --timeout 500 poll \
+    "${tags[@]}" --interval 0 --duration "$seconds" "$@" >"$work/out.json" || true
+  python3 - "$work/out.json" "$baud" <<'PY'
+import json, sys
+s = json.load(open(sys.argv[1])); baud = int(sys.argv[2])
+link = s["link"]["1"]; secs = s["seconds"]; reads = link["requests"]
+samples = s["commands"]
+# Frames on the wire: 8-byte requests; answers of 5 + 2 x registers bytes.
+regs = samples / reads if reads else 0
+wire = reads * (8 + 5 + 2 * regs) * 11 / baud
+print(f"{reads / secs:.1f} {samples / secs:.1f} {100 * wire / secs:.1f} {s['latencyMs']['p50']:.2f} {s['errors']}")
+PY
+}
+
+for baud in ${BAUDS:-9600 115200}; do
+  "$work/line" -b "$baud" -c 11 >"$work/line.out" &
+  pids+=($!)
+  for _ in $(seq 50); do [ -s "$work/line.out" ] && break; sleep 0.1; done
+  a=$(awk '$1 == "A" { print $2 }' "$work/line.out"); b=$(awk '$1 == "B" { print $2 }' "$work/line.out")
+  if [ "${SLAVE:-}" = libmodbus ]; then
+    "$work/slave" -d "$a" -b "$baud" -p N -S 2 1 >/dev/null 2>&1 &
+  else
+    "$build/host/teco-sim" --quiet --device "$a" --link "RS485,$baud,NONE,8,2" >/dev/null &
+  fi
+  pids+=($!)
+  sleep 0.5
+  # What the wire allows a merged read of 10 registers: request and answer
+  # and the RTU silence before the request (3.5 characters, 1.75 ms above
+  # 19200 baud).
+  allowed=$(awk -v b="$baud" 'BEGIN { c = 11 / b; s = b <= 19200 ? 3.5 * c : 0.00175;
+    printf "%.1f", 10 / ((8 + 25) * c + s) }')
+  echo "baud $baud: wire and silences allow $allowed samples/s merged"
+  printf '%-14s %9s %10s %6s %8s %s\n' mode reads/s samples/s busy% p50_ms errors
+  for mode in "--no-merge" "--merge-gap 8" ${GAPS:+$(for g in $GAPS; do echo "--merge-gap=$g"; done)}; do
+    # shellcheck disable=SC2086
+    read -r rps sps busy p50 errs < <(run "$baud" "$b" ${mode/=/ })
+    printf '%-14s %9s %10s %6s %8s %s\n' "${mode#--}" "$rps" "$sps" "$busy" "$p50" "$errs"
+  done
+  kill "${pids[@]}" 2>/dev/null || true
+  wait 2>/dev/null || true
+  pids=()
+done
