@@ -171,7 +171,7 @@ QByteArray driverBytes(const Tag &t, const std::vector<Element> &from, size_t at
             values.push_back(word(size_t(i)));
             continue;
         }
-        const uint32_t first = word(size_t(2 * i)), second = word(size_t(2 * i + 1));
+        const uint32_t first = word(2 * size_t(i)), second = word(2 * size_t(i) + 1);
         values.push_back(t.address.swap ? (first << 16) | second : (second << 16) | first);
     }
     return packValues(values, t.type);
