@@ -2,6 +2,7 @@
 
 #include "faultrule.h"
 #include "framedecoder.h"
+#include "readplan.h"
 #include "seriallink.h"
 #include "textutil.h"
 
@@ -39,6 +40,8 @@ const GroupedOption groupedOptions[] = {
     { "--duration", PollOptions, [](const CliOptions &o) { return bool(o.duration); } },
     { "--log", PollOptions, [](const CliOptions &o) { return bool(o.log); } },
     { "--every", PollOptions, [](const CliOptions &o) { return o.every; } },
+    { "--merge-gap", PollOptions, [](const CliOptions &o) { return bool(o.mergeGap); } },
+    { "--no-merge", PollOptions, [](const CliOptions &o) { return o.noMerge; } },
     { "--from", ScanOptions, [](const CliOptions &o) { return bool(o.from); } },
     { "--to", ScanOptions, [](const CliOptions &o) { return bool(o.to); } },
     { "--address", ScanOptions, [](const CliOptions &o) { return bool(o.address); } },
@@ -164,7 +167,7 @@ bool preparePoll(const Given &g, PollCommand &c, std::string &error)
 {
     if (!require(!g.args.empty(),
             "usage: poll TAG[@STATION]... [--interval MS] [--cycles N] [--duration S] [--format F] "
-            "[--log FILE] [--every]",
+            "[--log FILE] [--every] [--merge-gap N | --no-merge]",
             error))
         return false;
     for (const std::string &a : g.args) {
@@ -187,6 +190,10 @@ bool preparePoll(const Given &g, PollCommand &c, std::string &error)
     c.durationS = g.o.duration ? *g.o.duration : 0;
     c.log = g.o.log;
     c.every = g.o.every;
+    if (!require(!(g.o.noMerge && g.o.mergeGap),
+            "--no-merge reads each tag on its own: give it or --merge-gap, not both", error))
+        return false;
+    c.mergeGap = g.o.noMerge ? -1 : g.o.mergeGap ? *g.o.mergeGap : defaultReadGap;
     return true;
 }
 

@@ -47,6 +47,7 @@ struct PollCommand
     double durationS = 0; // 0: no limit
     std::optional<std::string> log; // every sample to this file
     bool every = false; // show every cycle, not only changes
+    int mergeGap = 0; // registers between tags read along; -1: each tag read alone
 };
 
 struct ScanCommand

@@ -121,6 +121,8 @@ std::vector<OptionTable::Row> commandOptionRows(CliOptions &o)
         T::flag("every", o.every, Command),
         T::integer("count", 1, 65535, o.count, Command),
         T::integer("interval", 0, 3600000, o.interval, Command),
+        T::integer("merge-gap", 0, 124, o.mergeGap, Command),
+        T::flag("no-merge", o.noMerge, Command),
         T::integer("cycles", 1, 1000000000, o.cycles, Command),
         T::checked(
             "duration",

@@ -56,6 +56,8 @@ struct CliOptions
     std::optional<std::string> log; // poll: every sample to this file
     bool every = false; // poll: show every cycle, not only changes
     std::optional<int> count, interval, cycles, from, to;
+    std::optional<int> mergeGap; // poll: registers between tags read along
+    bool noMerge = false; // poll: each tag read on its own
     std::optional<double> duration;
     std::optional<std::string> address;
     std::optional<std::string> bauds, parities, stopBits; // scan: lists of line settings to try

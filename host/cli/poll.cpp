@@ -77,6 +77,7 @@ public:
         , totalAtStart(session.totalHealth())
     {
         poller.setTags(command.tags);
+        poller.setMergeGap(command.mergeGap);
     }
     int run(const std::map<int, SerialLink::StationHealth> &healthAtStart);
 
@@ -225,7 +226,7 @@ void PollRun::waitForNextCycle()
         return;
     const int64_t next = poller.nextCycleAt(int64_t(c.intervalMs) * 1000000);
     struct timespec ts = { time_t(next / 1000000000), long(next % 1000000000) };
-    if (!InterruptScope::interrupted())
+    if (!InterruptScope::interrupted() && next > monotonicNs())
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr);
 }
 

@@ -81,35 +81,51 @@ bool registersFromTexts(const std::vector<std::string> &texts, const ValueFormat
     return true;
 }
 
-FormattedResult readFormatted(const DriverHost &host, CommandLink link, const AddressText &address,
-    const ValueFormat &format, int count)
+FormattedResult textsOfRead(const DriverHost::Result &r, const AddressText &address,
+    const std::optional<ValueFormat> &format, int registers)
 {
     FormattedResult out;
-    int registers = 0;
-    if (!formattedRegisterCount(address, format, count, registers, out.errorText)) {
-        out.error = classifyDriverError(out.errorText);
-        return out;
-    }
-    const DriverHost::Result r = host.read(link, plainWords(address), ValueType::Word, registers);
     out.answeredMs = r.answeredMs;
     out.requestsSent = r.requestsSent;
-    if (!r.ok) {
-        out.errorText = r.errorText;
-        out.error = r.error;
+    out.errorText = r.errorText;
+    out.error = r.error;
+    if (!r.ok)
+        return out;
+    if (!format) {
+        for (const Element &e : r.elements) {
+            out.addresses.push_back(e.address);
+            out.values.push_back(std::to_string(e.value));
+        }
+        out.ok = true;
         return out;
     }
     std::vector<uint16_t> words;
     for (const Element &e : r.elements)
         words.push_back(uint16_t(e.value));
-    if (!formatRegisters(words, format, out.values, out.errorText)) {
+    if (!formatRegisters(words, *format, out.values, out.errorText)) {
         out.error = classifyDriverError(out.errorText);
         return out;
     }
-    const int per = format.number == NumberFormat::String ? registers : format.registersPerValue();
+    const int per = format->number == NumberFormat::String ? registers : format->registersPerValue();
     for (size_t i = 0; i < out.values.size(); ++i)
         out.addresses.push_back(address.textAt(address.number + int(i) * per, -1));
     out.ok = true;
     return out;
+}
+
+FormattedResult readFormatted(const DriverHost &host, CommandLink link, const AddressText &address,
+    const ValueFormat &format, int count)
+{
+    int registers = 0;
+    std::string error;
+    if (!formattedRegisterCount(address, format, count, registers, error)) {
+        FormattedResult out;
+        out.errorText = error;
+        out.error = classifyDriverError(out.errorText);
+        return out;
+    }
+    const DriverHost::Result r = host.read(link, plainWords(address), ValueType::Word, registers);
+    return textsOfRead(r, address, format, registers);
 }
 
 FormattedResult readAsTexts(const DriverHost &host, CommandLink link, const AddressText &address,
@@ -117,18 +133,7 @@ FormattedResult readAsTexts(const DriverHost &host, CommandLink link, const Addr
 {
     if (format)
         return readFormatted(host, link, address, *format, count);
-    FormattedResult out;
-    const DriverHost::Result r = host.read(link, address, type, count);
-    out.ok = r.ok;
-    for (const Element &e : r.elements) {
-        out.addresses.push_back(e.address);
-        out.values.push_back(std::to_string(e.value));
-    }
-    out.errorText = r.errorText;
-    out.error = r.error;
-    out.answeredMs = r.answeredMs;
-    out.requestsSent = r.requestsSent;
-    return out;
+    return textsOfRead(host.read(link, address, type, count), address, std::nullopt, 0);
 }
 
 DriverHost::Result writeRegisters(const DriverHost &host, CommandLink link, const AddressText &address,

@@ -45,6 +45,10 @@ struct FormattedResult
     int64_t requestsSent = -1; // as DriverHost::Result's; -1 also when no read was made
 };
 
+// The texts of a read's answer r: its elements as unsigned numbers, or with
+// a format the registers (registers of them, from address) in it.
+FormattedResult textsOfRead(const DriverHost::Result &r, const AddressText &address,
+    const std::optional<ValueFormat> &format, int registers);
 // Reads count values (for a string: count registers) from address.
 FormattedResult readFormatted(const DriverHost &host, CommandLink link, const AddressText &address,
     const ValueFormat &format, int count);

@@ -2,121 +2,30 @@
 
 #include "decimal.h"
 #include "driversession.h"
+#include "readplan.h"
 #include "samplelog.h"
 #include "textutil.h"
 
 #include <algorithm>
 #include <cstdlib>
 
-namespace {
-
-// The registers (or bits) a parameter takes from its first one on.
-int paramSpan(const Parameter &p)
-{
-    const Tag &t = p.tag;
-    if (!t.address.isRegister() || t.address.bit >= 0)
-        return 1;
-    if (t.format) {
-        int registers = 1;
-        std::string ignored;
-        return formattedRegisterCount(t.address, *t.format, t.count, registers, ignored) ? registers : 1;
-    }
-    return t.type == ValueType::DWord ? 2 * t.count : t.count;
-}
-
-// Whether a parameter may share a read: registers and bits of the drive;
-// not the driver's own window, nor a byte read, nor one that does not fit.
-bool joinable(const Parameter &p)
-{
-    std::string ignored;
-    const Tag &t = p.tag;
-    if (!t.format && t.type == ValueType::Byte)
-        return false;
-    if (t.address.area == Area::HoldingRegisters && t.address.number + paramSpan(p) - 1 >= driverWindowFirst
-        && t.address.number <= driverWindowLast)
-        return false;
-    return tagFitsDriver(t, false, ignored);
-}
-
-// A block of one area from first to last (registers or bits).
-struct ReadBlock
-{
-    Area area = Area::HoldingRegisters;
-    int first = 0, last = 0;
-    std::vector<const Parameter *> params;
-};
-
-// Whether p can join block: the same area, within the driver's read limit,
-// and not reaching over the driver's window.
-bool extends(const ReadBlock &b, const Parameter &p)
-{
-    const AddressText &a = p.tag.address;
-    if (a.area != b.area)
-        return false;
-    const int last = std::max(b.last, a.number + paramSpan(p) - 1);
-    const long long limit = a.isRegister() ? driverMaxReadRegisters : driverMaxReadBits;
-    if (last - b.first + 1 > limit)
-        return false;
-    const bool crossesWindow
-        = a.area == Area::HoldingRegisters && b.first < driverWindowFirst && last >= driverWindowFirst;
-    return !crossesWindow;
-}
-
-ParamRead readOfBlock(const ReadBlock &b)
-{
-    ParamRead r;
-    if (b.params.size() == 1) {
-        r.tag = b.params.front()->tag;
-    } else {
-        AddressText &a = r.tag.address;
-        a.area = b.area;
-        a.prefix = areaPrefix(b.area);
-        a.number = b.first;
-        r.tag.type = a.isRegister() ? ValueType::Word : ValueType::Bit;
-        r.tag.count = b.last - b.first + 1;
-        r.tag.text = a.text();
-    }
-    r.params = b.params;
-    return r;
-}
-
-bool byAddress(const Parameter *x, const Parameter *y)
-{
-    const AddressText &a = x->tag.address, &b = y->tag.address;
-    if (a.area != b.area)
-        return a.area < b.area;
-    return a.number < b.number;
-}
-
-} // namespace
-
 std::vector<ParamRead> planReads(const std::vector<const Parameter *> &params)
 {
-    std::vector<const Parameter *> sorted;
-    std::vector<ParamRead> reads;
+    std::vector<const Parameter *> readable;
+    std::vector<Tag> tags;
     for (const Parameter *p : params) {
         if (!p->readable())
             continue;
-        if (joinable(*p))
-            sorted.push_back(p);
-        else
-            reads.push_back(ParamRead { p->tag, { p } });
+        readable.push_back(p);
+        tags.push_back(p->tag);
     }
-    std::stable_sort(sorted.begin(), sorted.end(), byAddress);
-    ReadBlock block;
-    for (const Parameter *p : sorted) {
-        if (!block.params.empty() && extends(block, *p)) {
-            block.last = std::max(block.last, p->tag.address.number + paramSpan(*p) - 1);
-            block.params.push_back(p);
-            continue;
-        }
-        if (!block.params.empty())
-            reads.push_back(readOfBlock(block));
-        block = ReadBlock { p->tag.address.area, p->tag.address.number,
-            p->tag.address.number + paramSpan(*p) - 1, { p } };
+    std::vector<ParamRead> reads;
+    for (const PlannedRead &planned : planReads(tags, anyReadGap)) {
+        ParamRead read { planned.tag, {} };
+        for (size_t i : planned.members)
+            read.params.push_back(readable[i]);
+        reads.push_back(read);
     }
-    if (!block.params.empty())
-        reads.push_back(readOfBlock(block));
     return reads;
 }
 
@@ -140,44 +49,6 @@ private:
     LinkOptions &options;
     int saved;
 };
-
-// A parameter's raw text (as readAsTexts shows it) from the values of a
-// joined read that began at first.
-bool rawFromBlock(
-    const Parameter &p, const std::vector<Element> &values, int first, std::string &raw, std::string &error)
-{
-    const Tag &t = p.tag;
-    const size_t at = size_t(t.address.number - first);
-    if (at + size_t(paramSpan(p)) > values.size()) {
-        error = "the read of " + t.address.text() + " ended early";
-        return false;
-    }
-    if (!t.address.isRegister()) {
-        raw = std::to_string(values[at].value);
-        return true;
-    }
-    if (t.address.bit >= 0) {
-        raw = std::to_string((values[at].value >> t.address.bit) & 1);
-        return true;
-    }
-    if (t.format) {
-        std::vector<uint16_t> words;
-        for (int i = 0; i < paramSpan(p); ++i)
-            words.push_back(uint16_t(values[at + size_t(i)].value));
-        std::vector<std::string> texts;
-        if (!formatRegisters(words, *t.format, texts, error))
-            return false;
-        raw = texts.empty() ? std::string() : texts.front();
-        return true;
-    }
-    uint32_t v = values[at].value;
-    if (t.type == ValueType::DWord) {
-        const uint32_t next = values[at + 1].value;
-        v = t.address.swap ? (v << 16) | next : (next << 16) | v;
-    }
-    raw = std::to_string(v);
-    return true;
-}
 
 // A reading from a raw text: its engineering value as a backup stores it
 // (a raw value its value list lacks as the plain number), or why it has none.
@@ -213,15 +84,15 @@ std::vector<ParamReading> readPlanned(DriverSession &session, const ParamRead &r
     const DriverHost::Result r
         = session.host().read(session.link(), read.tag.address, read.tag.type, read.tag.count);
     for (const Parameter *p : read.params) {
-        ParamReading reading;
-        reading.param = p;
-        std::string raw;
-        if (!r.ok || !rawFromBlock(*p, r.elements, read.tag.address.number, raw, reading.error)) {
+        const FormattedResult mine = memberResult(read.tag, p->tag, r);
+        if (!mine.ok || mine.values.empty()) {
             out.push_back(readAlone(session, p));
             continue;
         }
-        reading.answeredMs = r.answeredMs;
-        settle(reading, raw);
+        ParamReading reading;
+        reading.param = p;
+        reading.answeredMs = mine.answeredMs;
+        settle(reading, mine.values.front());
         out.push_back(reading);
     }
     return out;

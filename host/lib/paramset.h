@@ -14,10 +14,9 @@
 
 class DriverSession;
 
-// One read that serves several parameters: neighbouring registers of one
-// area (and bits of one area) joined up to the driver's block sizes (125
-// registers, 2008 bits); the driver's own register window is never joined
-// with drive registers, and a gap between two parameters is read along.
+// One read that serves several parameters (readplan.h): neighbouring
+// registers of one area (and bits of one area) joined up to the driver's
+// block sizes; any gap between two parameters within them is read along.
 struct ParamRead
 {
     Tag tag; // what is read: the first address, words (or bits), count

@@ -13,6 +13,16 @@
 // soon as it answers. A read the driver served itself sends nothing and says
 // nothing about the station.
 //
+// Tags of one station and area that are neighbours, or close (mergeGap
+// registers apart at most), are read with one command (readplan.h); each
+// tag's sample keeps its own values, with the time that answer arrived. A
+// joined read that fails, however it fails, is read again tag by tag in the
+// same cycle, so that one bad register (one the drive refuses, or one it
+// does not answer for) cannot blind its neighbours; a tag that then fails
+// alone is read alone in the next cycles, until it answers again, and the
+// rest stay joined. A station that is silent altogether costs one cycle of
+// single time-outs, then its tags are read alone until it is backed off.
+//
 // With waitForDevice, a device that goes away under the link ends the cycle
 // and closes the link; each later cycle first tries to open it again.
 //
@@ -21,6 +31,7 @@
 
 #include "driversession.h"
 #include "pollstats.h"
+#include "readplan.h"
 #include "stationbackoff.h"
 #include "tag.h"
 
@@ -49,7 +60,21 @@ public:
     void setTags(std::vector<Tag> tags);
     const std::vector<Tag> &tags() const { return list; }
     // The poll's link options; a tag's station overrides their station.
-    void setOptions(const LinkOptions &options) { pollOptions = options; }
+    void setOptions(const LinkOptions &options)
+    {
+        pollOptions = options;
+        planReady = false;
+    }
+    // How many registers no tag names may lie between two tags of one read;
+    // 0 joins touching tags only, -1 reads every tag on its own.
+    void setMergeGap(int gap)
+    {
+        mergeGap = gap;
+        planReady = false;
+    }
+    int joinedGap() const { return mergeGap; }
+    // The reads a cycle makes (when every station is due).
+    const std::vector<PlannedRead> &plan();
     // Starts over: a new line, no cycles, no station backed off, no statistics.
     void restart();
 
@@ -81,6 +106,13 @@ public:
     int stationOf(const Tag &tag) const { return tag.station >= 0 ? tag.station : pollOptions.station; }
 
 private:
+    void useStation(int station);
+    PollSample sampleOf(
+        size_t index, int station, FormattedResult &&result, int64_t latencyNs, bool wasBackedOff);
+    void readPlanned(const PlannedRead &read);
+    void readJoined(const PlannedRead &read);
+    void readEachAlone(const PlannedRead &read);
+
     DriverSession &session;
     const bool waitForDevice;
     std::vector<Tag> list;
@@ -88,6 +120,13 @@ private:
     StationBackoff stationBackoff;
     PollStats pollStats;
     long position = -1; // within a cycle: the tag to read next
+    int mergeGap = defaultReadGap;
+    bool planReady = false;
+    std::vector<PlannedRead> reads; // the plan
+    std::vector<size_t> readOfTag; // each tag's place in reads
+    std::vector<bool> readAlone; // tags that failed alone after their joined read failed
+    std::vector<PollSample> held; // samples of a joined read not yet handed out
+    std::vector<bool> isHeld;
     uint64_t cycleCount = 0;
     int64_t cycleStartNs = 0;
     int64_t nextStartNs = 0;

@@ -177,6 +177,7 @@ void MainWindow::connectWorker()
     connect(this, &MainWindow::requestClose, worker, &MonitorWorker::close);
     connect(this, &MainWindow::requestTags, worker, &MonitorWorker::setTags);
     connect(this, &MainWindow::requestPolling, worker, &MonitorWorker::setPolling);
+    connect(this, &MainWindow::requestMergeGap, worker, &MonitorWorker::setMergeGap);
     connect(this, &MainWindow::requestWrite, worker, &MonitorWorker::write);
     connect(this, &MainWindow::requestScan, worker, &MonitorWorker::startScan);
     connect(this, &MainWindow::requestStopScan, worker, &MonitorWorker::stopScan);
@@ -350,6 +351,15 @@ void MainWindow::makePollFields(QGridLayout *grid)
     grid->addWidget(pollBox, 7, 0);
     grid->addWidget(interval, 7, 1);
     grid->addWidget(connectButton, 7, 2, 1, 2);
+    // Tags of a station this close are read with one command.
+    QSpinBox *mergeGap = spin(-1, 124, " registers apart");
+    mergeGap->setSpecialValueText("each tag alone");
+    mergeGap->setValue(defaultReadGap);
+    mergeGap->setObjectName("mergeGap");
+    mergeGap->setToolTip("Tags of one station at most this many registers apart are read with one command");
+    grid->addWidget(new QLabel("Join tags"), 8, 0);
+    grid->addWidget(mergeGap, 8, 1);
+    connect(mergeGap, QOverload<int>::of(&QSpinBox::valueChanged), this, &MainWindow::requestMergeGap);
     grid->setColumnStretch(1, 1);
     grid->setColumnStretch(3, 1);
 }

@@ -100,6 +100,7 @@ signals:
     void requestClose();
     void requestTags(const QVector<PollTag> &tags);
     void requestPolling(bool on, int intervalMs);
+    void requestMergeGap(int gap);
     void requestWrite(const PollTag &tag, const QVector<uint> &values);
     void requestScan(int from, int to, const QString &address);
     void requestStopScan();

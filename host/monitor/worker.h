@@ -34,6 +34,8 @@ public slots:
     void close();
     void setTags(const QVector<PollTag> &tags);
     void setPolling(bool on, int intervalMs);
+    // Tags at most gap registers apart are read with one command; -1: each alone.
+    void setMergeGap(int gap) { poller.setMergeGap(gap); }
     // Writes to a tag what the window parsed and checked: its values, or for
     // a tag with a format the registers that hold them.
     void write(const PollTag &tag, const QVector<uint> &values);

@@ -168,8 +168,8 @@ TEST(Cli, CommandsShowWhatHappened)
         { { "--json", "--station", "77", "read", "HR60000" }, 0, true, "\"heldByDriver\":true" },
         { { "--sim-fault", "exception:at=HR101,times=1", "--sim-fault", "noreply:station=2,times=1",
               "--timeout", "50", "batch" },
-            -1, true, // each poll names only the stations it talked to
-            "station 1: 5 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2", polls },
+            -1, true, // each poll names only the stations it talked to; HR100 and HR101 are one read
+            "station 1: 3 requests, 1 retry, 1 exception\nteco> poll HR100 --station 2", polls },
         { { "--sim-fault", "noreply:station=2,times=1", "--timeout", "50", "batch" }, -1, true,
             "\nstation 2: 3 requests, 1 retry, 1 time-out\n", polls, true },
         { { "decode", "01", "83", "02", "C0", "F1" }, 0, true,
@@ -218,8 +218,9 @@ TEST(Cli, CommandsShowWhatHappened)
         "noreply:at=HR104,times=1", "poll", "HR104", "--cycles", "2", "--interval", "10" });
     EXPECT_NE(p.out.find("\nstation 1: 2 requests, 1 time-out\n"), std::string::npos) << p.out;
     // The summary shows no values for a tag whose last read failed.
-    const CliRun s = cli({ "--json", "--quiet", "--retry", "0", "--timeout", "50", "--sim-fault",
-        "noreply:at=HR104,times=2", "poll", "HR104", "HR100", "--cycles", "2", "--interval", "10" });
+    const CliRun s = cli(
+        { "--json", "--quiet", "--retry", "0", "--timeout", "50", "--sim-fault", "noreply:at=HR104,times=2",
+            "poll", "HR104", "HR100", "--cycles", "2", "--interval", "10", "--no-merge" });
     const QJsonArray tags = json(s.out)["tags"].toArray();
     ASSERT_EQ(tags.size(), 2) << s.out;
     EXPECT_EQ(tags[0].toObject()["values"].toArray().size(), 0) << s.out;
@@ -305,6 +306,46 @@ TEST(Cli, PollAndScanSummarise)
     EXPECT_EQ(stations[0].toObject()["station"].toInt(), 2);
     EXPECT_EQ(stations[1].toObject()["station"].toInt(), 5);
     EXPECT_EQ(stations[1].toObject()["status"].toString(), "answers");
+}
+
+// Neighbouring tags are one read; a register of that read that fails (the
+// drive refuses it, or does not answer for it) costs its neighbours one
+// retry alone, then is read on its own while they stay joined.
+TEST(Cli, APollJoinsNeighboursAndOneBadRegisterCannotBlindThem)
+{
+    struct Row
+    {
+        const char *name;
+        std::vector<std::string> options;
+        const char *badError; // HR103's error in the summary ("": its value, 200)
+        int requests; // on the line in three cycles
+    } rows[] = {
+        { "joined: one read a cycle", {}, "", 3 },
+        { "a refused register", { "--sim-fault", "exception:at=HR103,code=2" }, "exception code:0x02",
+            5 + 3 + 3 },
+        { "a register the drive does not answer for", { "--sim-fault", "noreply:at=HR103" },
+            "PLC no response", 5 + 3 + 3 },
+        { "each tag alone", { "--no-merge" }, "", 12 },
+    };
+    for (const Row &row : rows) {
+        std::vector<std::string> args = { "--json", "--timeout", "100", "--retry", "0" };
+        args.insert(args.end(), row.options.begin(), row.options.end());
+        args.insert(args.end(),
+            { "poll", "HR100", "HR101:int16", "HR103", "HR104SW", "--cycles", "3", "--interval", "10" });
+        const CliRun p = cli(args);
+        const QJsonObject summary = json(p.out);
+        const QJsonArray tags = summary["tags"].toArray();
+        EXPECT_EQ(tags[0].toObject()["values"].toArray()[0].toInt(), 1500) << row.name << p.out;
+        EXPECT_EQ(tags[1].toObject()["values"].toArray()[0].toInt(), 300) << row.name;
+        EXPECT_EQ(tags[3].toObject()["values"].toArray()[0].toDouble(), 100000) << row.name;
+        if (*row.badError)
+            EXPECT_NE(
+                tags[2].toObject()["error"].toString().toStdString().find(row.badError), std::string::npos)
+                << row.name << p.out;
+        else
+            EXPECT_EQ(tags[2].toObject()["values"].toArray()[0].toInt(), 200) << row.name;
+        EXPECT_EQ(summary["link"].toObject()["1"].toObject()["requests"].toInt(), row.requests) << row.name;
+    }
 }
 
 TEST(Cli, InfoNamesTheDriver)

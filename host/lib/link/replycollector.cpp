@@ -66,8 +66,8 @@ void ReplyCollector::received(int got)
 
 int ReplyCollector::bytesWanted(int frameLength) const
 {
-    if (frameLength == 0) // the header is not in yet
-        return (have < 2 ? 2 : 3) - have;
+    if (frameLength == 0) // the header is not in yet: no reply is shorter than 5 bytes
+        return std::max(5 - have, 1);
     if (frameLength < 0) // no reply header: take what the answer's length would be
         return std::max(expected.length - have, 0);
     return std::max(frameLength - have, 0);

@@ -84,8 +84,7 @@ void SerialLink::waitForSilence()
     // and wait again, but not longer than one reply time-out in all.
     const int64_t giveUp = monotonicNs() + int64_t(opts.timeoutMs) * 1000000;
     for (;;) {
-        port.sleepUntilPrecisely(port.quietSinceNs() + port.settings().silenceNs());
-        if (port.pending() <= 0)
+        if (port.quietUntil(port.quietSinceNs() + port.settings().silenceNs()))
             return;
         dropStaleBytes();
         if (monotonicNs() >= giveUp)

@@ -197,18 +197,47 @@ void SerialPort::close()
     tcp = false;
 }
 
+bool SerialPort::awaitInput(int64_t deadlineNs)
+{
+    for (;;) {
+        const int64_t left = deadlineNs - monotonicNs();
+        if (left <= 0)
+            return false;
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
+        const int ready = ppoll(&p, 1, &ts, nullptr);
+        noteLateWake(deadlineNs);
+        if (ready == 0)
+            return false;
+        if (ready < 0) {
+            if (errno == EINTR)
+                continue;
+            hung = true;
+            return false;
+        }
+        if (!(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
+            hung = true;
+            return false;
+        }
+        return true;
+    }
+}
+
 int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
 {
     int got = 0;
+    bool wait = waitFirst; // right after a request nothing has come yet: wait before reading
     while (got < length && !hung) {
-        // Right after a request nothing has come yet: wait before reading.
-        ssize_t r = -1;
-        errno = EAGAIN;
-        if (!waitFirst || got > 0)
-            r = ::read(fd, buffer + got, size_t(length - got));
-        waitFirst = false;
+        if (wait && !awaitInput(deadlineNs))
+            break;
+        wait = false;
+        const ssize_t r = ::read(fd, buffer + got, size_t(length - got));
         if (r > 0) {
             got += int(r);
+            // The rest comes at the line's pace: sleep until it can all be
+            // in, rather than wake for every byte.
+            if (got < length)
+                sleepUntil(std::min(deadlineNs, monotonicNs() + (length - got) * line.characterNs()));
             continue;
         }
         if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
@@ -216,23 +245,7 @@ int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool wai
             hung = true; // the other side is gone (EIO on a pseudo-terminal, EOF on a socket)
             break;
         }
-        if (errno == EINTR)
-            continue;
-        const int64_t left = deadlineNs - monotonicNs();
-        if (left <= 0)
-            break;
-        struct pollfd p = { fd, POLLIN, 0 };
-        struct timespec ts;
-        ts.tv_sec = time_t(left / 1000000000);
-        ts.tv_nsec = long(left % 1000000000);
-        int ready = ppoll(&p, 1, &ts, nullptr);
-        noteLateWake(deadlineNs);
-        if (ready == 0)
-            break;
-        if (ready > 0 && !(p.revents & POLLIN) && (p.revents & (POLLHUP | POLLERR | POLLNVAL))) {
-            hung = true;
-            break;
-        }
+        wait = errno == EAGAIN;
     }
     return got;
 }
@@ -248,8 +261,8 @@ int SerialPort::readArrivedBefore(char *buffer, int capacity, int64_t momentNs)
         struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
         const int ready = ppoll(&p, 1, &ts, nullptr);
         noteLateWake(momentNs);
-        if ((ready < 0 && errno != EINTR) || (ready > 0 && !(p.revents & POLLIN)))
-            break; // the line is gone: the next read says so
+        if (ready == 0 || (ready < 0 && errno != EINTR) || (ready > 0 && !(p.revents & POLLIN)))
+            break; // nothing came before the moment, or the line is gone: the next read says so
         int waiting = 0;
         if (ioctl(fd, FIONREAD, &waiting) < 0 || waiting <= 0 || monotonicNs() >= momentNs)
             continue;
@@ -320,28 +333,42 @@ void SerialPort::dropWaiting(const std::function<void(const char *, int)> &dropp
     quietSince = monotonicNs();
 }
 
-void SerialPort::sleepUntilPrecisely(int64_t target)
+bool SerialPort::inputBefore(int64_t targetNs)
 {
-    // A timed sleep wakes late by the scheduler's latency (tens of
+    for (;;) {
+        const int64_t left = std::max<int64_t>(targetNs - monotonicNs(), 0);
+        struct pollfd p = { fd, POLLIN, 0 };
+        struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
+        const int ready = ppoll(&p, 1, &ts, nullptr);
+        if (ready < 0 && errno == EINTR)
+            continue;
+        // A line that is gone counts as quiet: the next read says so.
+        return ready > 0 && (p.revents & POLLIN);
+    }
+}
+
+bool SerialPort::quietUntil(int64_t target)
+{
+    // A timed wait wakes late by the scheduler's latency (tens of
     // microseconds, more on virtual machines). Aim early by the least
     // lateness seen recently; should that wake us before the target, a short
-    // second sleep makes up the rest, so the wait is never cut short.
-    int64_t earliest = wakeLatenessNs[0];
-    for (int64_t l : wakeLatenessNs)
-        earliest = std::min(earliest, l);
+    // second wait makes up the rest, so the wait is never cut short.
+    const int64_t earliest = *std::min_element(std::begin(wakeLatenessNs), std::end(wakeLatenessNs));
     const int64_t aim = target - earliest;
-    int64_t now = monotonicNs();
-    const bool waits = now < target;
-    if (now < aim) {
-        sleepUntil(aim);
-        now = monotonicNs();
-        const int64_t late = std::min<int64_t>(now - aim, 500000);
+    const int64_t start = monotonicNs();
+    bool quiet = true;
+    if (start < aim) {
+        if (inputBefore(aim))
+            return false;
+        const int64_t late = std::min<int64_t>(monotonicNs() - aim, 500000);
         wakeLatenessNs[wakeSample++ % WakeSamples] = std::max<int64_t>(late, 0);
     }
-    if (now < target)
-        sleepUntil(target);
-    if (waits)
+    // Bytes waiting now break the quiet too (one look when the target has passed).
+    if (start >= aim || monotonicNs() < target)
+        quiet = !inputBefore(target);
+    if (start < target)
         noteLateWake(target);
+    return quiet;
 }
 
 void SerialPort::noteLateWake(int64_t deadlineNs)

@@ -70,9 +70,10 @@ public:
     // Reads what is waiting, handing each piece to dropped, then discards
     // the rest of the input and marks the line quiet from now.
     void dropWaiting(const std::function<void(const char *, int)> &dropped);
-    // Sleeps until targetNs, ending within a microsecond when the thread's
-    // timer slack allows it, never before.
-    void sleepUntilPrecisely(int64_t targetNs);
+    // Waits until targetNs, ending within a microsecond when the thread's
+    // timer slack allows it, never before; false at once when bytes arrive
+    // (or wait) meanwhile, true when the line stayed quiet.
+    bool quietUntil(int64_t targetNs);
     // Where the time that timed waits ended past their deadlines adds up.
     void countLateWakesIn(uint64_t *counter) { lateWakeNs = counter; }
 
@@ -80,6 +81,11 @@ private:
     void noteLateWake(int64_t deadlineNs);
     bool openTcp(const std::string &device, const LinkSettings &settings, std::string &error);
     void dropSocketInput();
+    // Waits until bytes can be read or deadlineNs; false at the deadline or
+    // when the line is gone.
+    bool awaitInput(int64_t deadlineNs);
+    // Whether bytes wait, or arrive before targetNs (one look when it has passed).
+    bool inputBefore(int64_t targetNs);
     // Sets up an opened descriptor; false with error set.
     bool configure(
         int d, const std::string &device, const LinkSettings &settings, bool rs485, std::string &error);
