@@ -39,7 +39,7 @@ const int TimeoutMs = 100;
 
 // The first read of HR100 is answered N ms late; with one retry and the
 // default guard, at 9600 baud. An answer that begins before the retry has
-// left the wire (plus the least turnaround) is dropped: up to about 215 ms
+// left the wire is dropped: up to about 215 ms
 // here (time-out + wire(answer) + guard + wire(request), less the drive's
 // own silence). At 250 ms the retry takes that answer (the same request);
 // the retry's own answer then begins while the next request is on the wire,

@@ -49,12 +49,13 @@ public:
     }
     // As a drive on a wire answers a request that the link has begun to
     // send: once the request has left the wire and the silence has passed
-    // (at 9600 baud). Sooner, the link drops the bytes as late.
-    void answer(const char *hexText, int requestBytes = 8)
+    // (at 9600 baud), or at once without it. Sooner, the link drops the
+    // bytes as late.
+    void answer(const char *hexText, int requestBytes = 8, bool keepSilence = true)
     {
         const LinkSettings line;
-        std::this_thread::sleep_for(
-            std::chrono::nanoseconds(requestBytes * line.characterNs() + line.silenceNs()));
+        std::this_thread::sleep_for(std::chrono::nanoseconds(
+            requestBytes * line.characterNs() + (keepSilence ? line.silenceNs() : 0)));
         put(hexText);
     }
     // Reads exactly n bytes (or what came within a generous limit).
@@ -221,6 +222,25 @@ TEST(SerialLink, BytesWaitingBeforeARequestAreDropped)
         EXPECT_EQ(received(link, 2), "B5 33");
         EXPECT_EQ(link.counters().staleBytesDropped, 8u);
     }
+}
+
+TEST(SerialLink, ADriveThatAnswersTheMomentTheRequestHasLeftIsHeard)
+{
+    // Many drives, and libmodbus slaves, frame a request by its length and
+    // answer at once, keeping no silence.
+    Device device;
+    SerialLink link;
+    ASSERT_TRUE(opened(link, device, options(100)));
+    for (int i = 0; i < 3; ++i) {
+        std::thread drive([&device] {
+            device.take(8);
+            device.answer("01 03 02 12 34 B5 33", 8, false);
+        });
+        send(link, withCrc("01 03 00 63 00 01"));
+        EXPECT_EQ(received(link, 7), "01 03 02 12 34 B5 33");
+        drive.join();
+    }
+    EXPECT_EQ(link.counters().lateBytesDropped, 0u);
 }
 
 TEST(SerialLink, KeepsTheRtuSilenceAfterTheLastFrameOnTheLine)

@@ -5,8 +5,7 @@
 // answer, the next request to that station (to every station, when the
 // request was not one the link can judge) waits until the guard has passed,
 // and what arrives meanwhile is dropped. After a request, bytes that began
-// before it had left the wire plus the drive's least turnaround cannot be
-// its answer. A frame from the station that begins that early while the
+// before it had left the wire cannot be its answer. A frame from the station that begins that early while the
 // station owed no answer shows that an answer taken before was another
 // request's: the answers are out of step with the requests.
 

@@ -135,5 +135,3 @@ int LinkSettings::bitsPerCharacter() const { return 1 + dataBits + (parity == 'N
 int64_t LinkSettings::characterNs() const { return int64_t(bitsPerCharacter()) * 1000000000 / baudRate; }
 
 int64_t LinkSettings::silenceNs() const { return baudRate <= 19200 ? characterNs() * 7 / 2 : 1750000; }
-
-int64_t LinkSettings::leastTurnaroundNs() const { return silenceNs() / 2; }

@@ -28,11 +28,6 @@ struct LinkSettings
     int64_t characterNs() const;
     // The RTU inter-frame silence: 3.5 characters, or 1.75 ms above 19200 baud.
     int64_t silenceNs() const;
-    // The least time between the end of a request on the wire and the first
-    // byte of its answer that the link allows a drive: half the silence (a
-    // drive keeps the whole silence before it answers). Bytes that begin
-    // sooner cannot be the answer.
-    int64_t leastTurnaroundNs() const;
     // Whether a terminal's settings give this line's speed and stop bits.
     // (A pseudo-terminal keeps no more: Linux clears the parity and forces
     // 8 data bits on it.)

@@ -135,13 +135,14 @@ int SerialLink::writeRequest(const char *frame, int length)
     // moment the last character has left the line: once tcdrain says so,
     // and never before the request's wire time after the write began (a
     // pseudo-terminal drains at once). Its answer cannot begin before that
-    // wire time and the drive's least turnaround: a frame that begins
-    // sooner answers something else. (tcdrain may return late on some
+    // wire time: a frame that begins sooner answers something else. A drive
+    // may answer at once (many frame a request by its length and keep no
+    // silence), so nothing is added. (tcdrain may return late on some
     // adapters, so this bound does not count on it.)
     if (opts.silence || opts.localEcho || opts.rs485)
         port.drain();
     const int64_t wireEndNs = writeStartNs + sent * line.characterNs();
-    guard.requestLeft(wireEndNs + line.leastTurnaroundNs());
+    guard.requestLeft(wireEndNs);
     requestEndNs = std::max(monotonicNs(), wireEndNs);
     tracer.setRequestEnd(requestEndNs);
     port.markQuiet(requestEndNs);

@@ -16,7 +16,7 @@
 //   request to that station back for a guard interval and drops everything
 //   that arrives meanwhile; before each request it drops bytes still waiting
 //   on the line, and after it a frame that began before the request had
-//   left the wire (plus the drive's least turnaround). So an answer that
+//   left the wire. So an answer that
 //   begins up to time-out + wire(answer) + guard + wire(next request) after
 //   the end of its request is never taken for another request's. A frame
 //   from the station that begins early while it owed no answer shows that
