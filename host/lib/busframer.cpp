@@ -1,0 +1,195 @@
+#include "busframer.h"
+
+#include <algorithm>
+
+namespace {
+
+// The longest frame a header can announce: a reply of 255 data bytes.
+const int longestFrame = 5 + 255;
+// Bytes held before the head is given up as no frame, whatever comes next.
+const int mostHeld = 2 * longestFrame;
+
+FrameRole otherRole(FrameRole role)
+{
+    return role == FrameRole::Request ? FrameRole::Reply : FrameRole::Request;
+}
+
+// What the header at bytes says of a frame in one role.
+struct Reading
+{
+    bool good = false; // the whole frame is there and its CRC holds
+    bool waits = false; // more bytes are needed to know
+    int length = -1;
+};
+
+Reading readAs(const uint8_t *bytes, int have, FrameRole role)
+{
+    Reading r;
+    r.length = frameLength(bytes, have, role);
+    if (r.length > longestFrame)
+        r.length = -1;
+    r.waits = r.length == 0 || r.length > have;
+    r.good = r.length > 0 && r.length <= have && modbusCrcOk(bytes, r.length);
+    return r;
+}
+
+} // namespace
+
+BusFramer::Timing BusFramer::timingOf(const LinkSettings &line, int64_t batchNs, int64_t replyWindowNs)
+{
+    Timing t;
+    t.characterNs = line.characterNs();
+    t.gapNs = line.leastTurnaroundNs();
+    t.quietNs = std::max(line.silenceNs(), batchNs);
+    t.replyWindowNs = replyWindowNs;
+    return t;
+}
+
+BusFramer::BusFramer(const Timing &timing)
+    : timing(timing)
+{
+}
+
+void BusFramer::feed(const uint8_t *data, int count, int64_t readNs, std::vector<BusFrame> &out)
+{
+    for (int i = 0; i < count; ++i) {
+        // The bytes of one read came one after another, the last just now;
+        // a read that came late does not move bytes before earlier ones.
+        int64_t end = readNs - int64_t(count - 1 - i) * timing.characterNs;
+        const bool first = lastEndNs == 0 && bytes.empty();
+        if (!first)
+            end = std::max(end, lastEndNs + timing.characterNs);
+        silenceBefore.push_back(!first && end - timing.characterNs - lastEndNs > timing.gapNs);
+        bytes.push_back(data[i]);
+        ends.push_back(end);
+        lastEndNs = end;
+    }
+    extract(false, out);
+}
+
+void BusFramer::idle(int64_t nowNs, std::vector<BusFrame> &out)
+{
+    if (!bytes.empty() && nowNs - ends.back() >= timing.quietNs)
+        extract(true, out);
+}
+
+void BusFramer::finish(std::vector<BusFrame> &out) { extract(true, out); }
+
+void BusFramer::extract(bool final, std::vector<BusFrame> &out)
+{
+    while (!bytes.empty()) {
+        const Step step = nextStep(final);
+        if (step.wait)
+            return;
+        takeOut(step, out);
+    }
+}
+
+FrameRole BusFramer::preferredRole(int have) const
+{
+    if (requestStation < 0 || have < 2 || bytes[0] != requestStation || (bytes[1] & 0x7F) != requestFunction)
+        return FrameRole::Request;
+    const int64_t startNs = ends[0] - timing.characterNs;
+    return startNs - requestEndNs <= timing.replyWindowNs ? FrameRole::Reply : FrameRole::Request;
+}
+
+BusFramer::Step BusFramer::nextStep(bool final) const
+{
+    const int have = int(bytes.size());
+    const FrameRole first = preferredRole(have);
+    for (FrameRole role : { first, otherRole(first) }) {
+        const Reading r = readAs(bytes.data(), have, role);
+        if (r.good)
+            return Step { false, BusFrame::Good, role, r.length };
+        // The reading preferred goes first: a frame is not taken for the
+        // other one while the preferred one may still come whole.
+        if (r.waits && !final && have < mostHeld)
+            return splitAtSilence();
+    }
+    return badUnit(final);
+}
+
+BusFramer::Step BusFramer::splitAtSilence() const
+{
+    // A frame still short of its length ends at a silence that a good frame follows.
+    FrameRole role;
+    for (int at = 1; at < int(bytes.size()); ++at)
+        if (silenceBefore[at] && goodFrameAt(at, role) > 0)
+            return classify(at);
+    Step wait;
+    wait.wait = true;
+    return wait;
+}
+
+BusFramer::Step BusFramer::badUnit(bool final) const
+{
+    // No frame begins here: the bytes up to the next silence, or up to the
+    // next good frame, are one unit.
+    const int have = int(bytes.size());
+    FrameRole role;
+    for (int at = 1; at < have; ++at)
+        if (silenceBefore[at] || goodFrameAt(at, role) > 0)
+            return classify(at);
+    if (final)
+        return classify(have);
+    if (have >= mostHeld)
+        return classify(have - longestFrame);
+    Step wait;
+    wait.wait = true;
+    return wait;
+}
+
+int BusFramer::goodFrameAt(int at, FrameRole &role) const
+{
+    const int have = int(bytes.size()) - at;
+    for (FrameRole r : { FrameRole::Request, FrameRole::Reply }) {
+        const Reading reading = readAs(bytes.data() + at, have, r);
+        if (reading.good) {
+            role = r;
+            return reading.length;
+        }
+    }
+    return 0;
+}
+
+BusFramer::Step BusFramer::classify(int length) const
+{
+    Step step;
+    step.length = length;
+    const FrameRole first = preferredRole(length);
+    for (FrameRole role : { first, otherRole(first) })
+        if (length >= 4 && frameLength(bytes.data(), length, role) == length) {
+            step.kind = BusFrame::BadCrc;
+            step.role = role;
+            return step;
+        }
+    // The start of the reply that the request before it asked for.
+    const int expected = frameLength(bytes.data(), length, FrameRole::Reply);
+    if (first == FrameRole::Reply && (expected == 0 || expected > length)) {
+        step.kind = BusFrame::Truncated;
+        step.role = FrameRole::Reply;
+    }
+    return step;
+}
+
+void BusFramer::takeOut(const Step &step, std::vector<BusFrame> &out)
+{
+    BusFrame f;
+    f.kind = step.kind;
+    f.role = step.role;
+    f.bytes.assign(bytes.begin(), bytes.begin() + step.length);
+    f.startNs = ends[0] - timing.characterNs;
+    f.endNs = ends[size_t(step.length) - 1];
+    if (f.kind == BusFrame::Good && f.role == FrameRole::Request) {
+        // A broadcast asks for no reply.
+        requestStation = bytes[0] != 0 ? bytes[0] : -1;
+        requestFunction = bytes[1];
+        requestEndNs = f.endNs;
+    } else if (f.kind == BusFrame::Good) {
+        requestStation = -1;
+    }
+    bytes.erase(bytes.begin(), bytes.begin() + step.length);
+    ends.erase(ends.begin(), ends.begin() + step.length);
+    silenceBefore.erase(silenceBefore.begin(), silenceBefore.begin() + step.length);
+    out.push_back(f);
+}
