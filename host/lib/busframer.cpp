@@ -87,7 +87,9 @@ void BusFramer::extract(bool final, std::vector<BusFrame> &out)
 
 FrameRole BusFramer::preferredRole(int have) const
 {
-    if (requestStation < 0 || have < 2 || bytes[0] != requestStation || (bytes[1] & 0x7F) != requestFunction)
+    // A frame of the function asked, from any station: a station that
+    // answers in another's name still answers.
+    if (requestStation < 0 || have < 2 || (bytes[1] & 0x7F) != requestFunction)
         return FrameRole::Request;
     const int64_t startNs = ends[0] - timing.characterNs;
     return startNs - requestEndNs <= timing.replyWindowNs ? FrameRole::Reply : FrameRole::Request;
@@ -97,15 +99,17 @@ BusFramer::Step BusFramer::nextStep(bool final) const
 {
     const int have = int(bytes.size());
     const FrameRole first = preferredRole(have);
-    for (FrameRole role : { first, otherRole(first) }) {
-        const Reading r = readAs(bytes.data(), have, role);
-        if (r.good)
-            return Step { false, BusFrame::Good, role, r.length };
-        // The reading preferred goes first: a frame is not taken for the
-        // other one while the preferred one may still come whole.
-        if (r.waits && !final && have < mostHeld)
-            return splitAtSilence();
-    }
+    const Reading preferred = readAs(bytes.data(), have, first);
+    const Reading other = readAs(bytes.data(), have, otherRole(first));
+    if (preferred.good)
+        return Step { false, BusFrame::Good, first, preferred.length };
+    // The other reading is not taken while the preferred one may still come
+    // whole, unless a silence ends it.
+    const bool silenceAfter = other.length > 0 && other.length < have && silenceBefore[size_t(other.length)];
+    if (other.good && (!preferred.waits || final || silenceAfter))
+        return Step { false, BusFrame::Good, otherRole(first), other.length };
+    if ((preferred.waits || other.waits) && !final && have < mostHeld)
+        return splitAtSilence();
     return badUnit(final);
 }
 
@@ -185,8 +189,8 @@ void BusFramer::takeOut(const Step &step, std::vector<BusFrame> &out)
         requestStation = bytes[0] != 0 ? bytes[0] : -1;
         requestFunction = bytes[1];
         requestEndNs = f.endNs;
-    } else if (f.kind == BusFrame::Good) {
-        requestStation = -1;
+    } else if (f.kind == BusFrame::Good && bytes[0] == requestStation) {
+        requestStation = -1; // answered; another station's reply leaves the request waiting
     }
     bytes.erase(bytes.begin(), bytes.begin() + step.length);
     ends.erase(ends.begin(), ends.begin() + step.length);

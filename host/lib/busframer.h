@@ -10,9 +10,10 @@
 // the framer slides on byte by byte until a frame with a good CRC begins.
 //
 // Requests and replies of some functions look alike (a write's reply
-// repeats its request): a frame that comes from the station of the request
-// before it, with its function, within the reply window, is read as its
-// reply first.
+// repeats its request): a frame with the function of the request before it,
+// within the reply window and before that station has answered, is read as
+// a reply first. The window is best the master's time-out: a master's retry
+// of the same write after it is a request again.
 
 #include "linksettings.h"
 #include "rtuframe.h"
@@ -76,8 +77,8 @@ private:
     Step badUnit(bool final) const;
     // The first length held bytes, which are no good frame.
     Step classify(int length) const;
-    // A reply first when the first have bytes come from the last request's
-    // station and function, in its reply window.
+    // A reply first when the first have bytes carry the function of the
+    // request waiting for its reply, in its reply window.
     FrameRole preferredRole(int have) const;
     // The length of a good frame at at (its role in role), or 0.
     int goodFrameAt(int at, FrameRole &role) const;

@@ -109,6 +109,16 @@ TEST(BusFramer, TellsFramesApart)
                 + toHex(withCrc("01 06 00 09 00 07")) },
         { "noise after the reply", { { 10000, Q }, { 24000, R }, { 40000, raw("C4 18 F1 2B") } }, -1,
             q + "; " + r + "; garbage C4 18 F1 2B" },
+        { "another station's echo of a write is a reply",
+            { { 10000, W }, { 24000, frame("04 06 00 09 00 07") } }, 24000,
+            "good request " + toHex(withCrc("01 06 00 09 00 07")) + "; good reply "
+                + toHex(withCrc("04 06 00 09 00 07")) },
+        { "a late reply after the next request leaves that one waiting",
+            { { 10000, Q }, { 130000, frame("03 06 00 64 00 09") }, { 180000, R },
+                { 200000, frame("03 06 00 64 00 09") } },
+            200000,
+            q + "; good request " + toHex(withCrc("03 06 00 64 00 09")) + "; " + r + "; good reply "
+                + toHex(withCrc("03 06 00 64 00 09")) },
         { "a reply from another station is still a reply",
             { { 10000, Q }, { 24000, frame("02 03 02 00 02") } }, -1,
             q + "; good reply " + toHex(withCrc("02 03 02 00 02")) },
