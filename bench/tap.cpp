@@ -5,10 +5,15 @@
 // moment, to the third terminal, where a listener (teco-cli sniff) sees the
 // bus as a third adapter on it would.
 //
-//     teco-tap -b 9600 [-c 11]     prints: drive MASTER_SIDE... (three lines)
+//     teco-tap -b 9600 [-c 11]
+//
+// prints the three devices, one a line: the drive's, the master's and the
+// listener's. What the listener sends is dropped; at the end (SIGTERM) the
+// tap says how many bytes it sent on standard error.
 
 #include "serialport.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -130,6 +135,7 @@ int main(int argc, char **argv)
     std::signal(SIGINT, onStop);
     Bus bus(int64_t(bits) * 1000000000 / baud, listener.master);
     int64_t waitNs = -1;
+    long long listenerSent = 0;
     while (!stop) {
         // The listener's own input is read and dropped: it may not talk on this bus.
         struct pollfd p[3]
@@ -143,8 +149,9 @@ int main(int argc, char **argv)
             bus.take(master.master, drive.master, now);
         char drop[256];
         if (p[2].revents & POLLIN)
-            (void)!::read(listener.master, drop, sizeof drop);
+            listenerSent += std::max(ssize_t(0), ::read(listener.master, drop, sizeof drop));
         waitNs = bus.deliver(monotonicNs());
     }
+    std::fprintf(stderr, "teco-tap: the listener sent %lld bytes\n", listenerSent);
     return 0;
 }

@@ -85,20 +85,22 @@ void BusFramer::extract(bool final, std::vector<BusFrame> &out)
     }
 }
 
-FrameRole BusFramer::preferredRole(int have) const
+FrameRole BusFramer::preferredRole() const
 {
-    // A frame of the function asked, from any station: a station that
-    // answers in another's name still answers.
-    if (requestStation < 0 || have < 2 || (bytes[1] & 0x7F) != requestFunction)
+    // While a request waits for its reply the master is silent: what comes
+    // in its reply window is a reply, of any station or function. A master
+    // sends its next request as soon as the window has passed, by its own
+    // clock: in the last tenth a frame may be either, and is read as a request.
+    if (requestStation < 0 || bytes.empty())
         return FrameRole::Request;
     const int64_t startNs = ends[0] - timing.characterNs;
-    return startNs - requestEndNs <= timing.replyWindowNs ? FrameRole::Reply : FrameRole::Request;
+    return startNs - requestEndNs <= timing.replyWindowNs / 10 * 9 ? FrameRole::Reply : FrameRole::Request;
 }
 
 BusFramer::Step BusFramer::nextStep(bool final) const
 {
     const int have = int(bytes.size());
-    const FrameRole first = preferredRole(have);
+    const FrameRole first = preferredRole();
     const Reading preferred = readAs(bytes.data(), have, first);
     const Reading other = readAs(bytes.data(), have, otherRole(first));
     if (preferred.good)
@@ -113,6 +115,13 @@ BusFramer::Step BusFramer::nextStep(bool final) const
     return badUnit(final);
 }
 
+BusFramer::Step BusFramer::waitStep()
+{
+    Step wait;
+    wait.wait = true;
+    return wait;
+}
+
 BusFramer::Step BusFramer::splitAtSilence() const
 {
     // A frame still short of its length ends at a silence that a good frame follows.
@@ -120,27 +129,42 @@ BusFramer::Step BusFramer::splitAtSilence() const
     for (int at = 1; at < int(bytes.size()); ++at)
         if (silenceBefore[at] && goodFrameAt(at, role) > 0)
             return classify(at);
-    Step wait;
-    wait.wait = true;
-    return wait;
+    return waitStep();
 }
 
 BusFramer::Step BusFramer::badUnit(bool final) const
 {
-    // No frame begins here: the bytes up to the next silence, or up to the
-    // next good frame, are one unit.
     const int have = int(bytes.size());
     FrameRole role;
+    // The length the header gives, when a silence or a good frame follows
+    // it: a frame with a wrong CRC. A pause inside it (an adapter's, or the
+    // machine's) does not cut it.
+    const FrameRole first = preferredRole();
+    for (FrameRole r : { first, otherRole(first) }) {
+        const int length = readAs(bytes.data(), have, r).length;
+        if (length > 0 && length < have && (silenceBefore[size_t(length)] || goodFrameAt(length, role) > 0))
+            return classify(length);
+        // What follows it may yet be a good frame, or the line may fall quiet.
+        if (length == have || (length > 0 && length < have && !final && frameMayFollow(length)))
+            return final ? classify(have) : waitStep();
+    }
+    // Else the bytes up to the next good frame: a silence inside a reply cut
+    // short may be the machine's pause, not the reply's end.
     for (int at = 1; at < have; ++at)
-        if (silenceBefore[at] || goodFrameAt(at, role) > 0)
+        if (goodFrameAt(at, role) > 0)
             return classify(at);
     if (final)
         return classify(have);
     if (have >= mostHeld)
         return classify(have - longestFrame);
-    Step wait;
-    wait.wait = true;
-    return wait;
+    return waitStep();
+}
+
+bool BusFramer::frameMayFollow(int at) const
+{
+    const int have = int(bytes.size()) - at;
+    return readAs(bytes.data() + at, have, FrameRole::Request).waits
+        || readAs(bytes.data() + at, have, FrameRole::Reply).waits;
 }
 
 int BusFramer::goodFrameAt(int at, FrameRole &role) const
@@ -160,7 +184,7 @@ BusFramer::Step BusFramer::classify(int length) const
 {
     Step step;
     step.length = length;
-    const FrameRole first = preferredRole(length);
+    const FrameRole first = preferredRole();
     for (FrameRole role : { first, otherRole(first) })
         if (length >= 4 && frameLength(bytes.data(), length, role) == length) {
             step.kind = BusFrame::BadCrc;
@@ -189,8 +213,9 @@ void BusFramer::takeOut(const Step &step, std::vector<BusFrame> &out)
         requestStation = bytes[0] != 0 ? bytes[0] : -1;
         requestFunction = bytes[1];
         requestEndNs = f.endNs;
-    } else if (f.kind == BusFrame::Good && bytes[0] == requestStation) {
-        requestStation = -1; // answered; another station's reply leaves the request waiting
+    } else if (f.kind != BusFrame::Garbage && (f.kind != BusFrame::Good || bytes[0] == requestStation)) {
+        // Answered, if badly; another station's reply leaves the request waiting.
+        requestStation = -1;
     }
     bytes.erase(bytes.begin(), bytes.begin() + step.length);
     ends.erase(ends.begin(), ends.begin() + step.length);

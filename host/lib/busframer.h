@@ -10,10 +10,11 @@
 // the framer slides on byte by byte until a frame with a good CRC begins.
 //
 // Requests and replies of some functions look alike (a write's reply
-// repeats its request): a frame with the function of the request before it,
-// within the reply window and before that station has answered, is read as
-// a reply first. The window is best the master's time-out: a master's retry
-// of the same write after it is a request again.
+// repeats its request): while a request waits for its reply, within the
+// reply window, a frame is read as a reply first, for the master is silent
+// while it waits. The window is best the master's time-out: what comes after
+// it, or after the request's station has answered (if badly), is read as a
+// request first.
 
 #include "linksettings.h"
 #include "rtuframe.h"
@@ -74,12 +75,14 @@ private:
     // What the held bytes begin with; final: nothing more comes to complete them.
     Step nextStep(bool final) const;
     Step splitAtSilence() const;
+    static Step waitStep();
     Step badUnit(bool final) const;
     // The first length held bytes, which are no good frame.
     Step classify(int length) const;
-    // A reply first when the first have bytes carry the function of the
-    // request waiting for its reply, in its reply window.
-    FrameRole preferredRole(int have) const;
+    // A reply first while a request waits for its reply, in its reply window.
+    FrameRole preferredRole() const;
+    // Whether the bytes from at on may become a frame as more come.
+    bool frameMayFollow(int at) const;
     // The length of a good frame at at (its role in role), or 0.
     int goodFrameAt(int at, FrameRole &role) const;
     void extract(bool final, std::vector<BusFrame> &out);
