@@ -57,8 +57,9 @@ void BusFramer::feed(const uint8_t *data, int count, int64_t readNs, std::vector
         // a read that came late does not move bytes before earlier ones.
         int64_t end = readNs - int64_t(count - 1 - i) * timing.characterNs;
         const bool first = lastEndNs == 0 && bytes.empty();
+        // Nor does a line faster than its settings say move bytes past the read.
         if (!first)
-            end = std::max(end, lastEndNs + timing.characterNs);
+            end = std::min(std::max(end, lastEndNs + timing.characterNs), std::max(readNs, lastEndNs));
         silenceBefore.push_back(!first && end - timing.characterNs - lastEndNs > timing.gapNs);
         bytes.push_back(data[i]);
         ends.push_back(end);
