@@ -4,6 +4,7 @@
 #include "output.h"
 #include "snifflistener.h"
 #include "terminal.h"
+#include "textfile.h"
 
 #include <csignal>
 #include <cstdio>
@@ -74,15 +75,15 @@ int Session::run(const Command &c, const SniffCommand &s)
         return usage(error);
     SniffListener::Options options;
     options.replyWindowMs = s.replyWindowMs;
+    std::string logError;
+    FILE *log = s.log ? createTextFile(*s.log, logError) : nullptr;
+    if (s.log && !log)
+        return usage("cannot write the log to " + *s.log + ": " + logError);
     SniffListener listener(options);
     if (!listener.open(*session.port, line, error)) {
-        std::fprintf(stderr, "teco-cli: %s\n", error.c_str());
-        return ExitFailed;
-    }
-    FILE *log = s.log ? std::fopen(s.log->c_str(), "w") : nullptr;
-    if (s.log && !log) {
-        std::fprintf(stderr, "teco-cli: cannot write %s\n", s.log->c_str());
-        return ExitFailed;
+        if (log)
+            std::fclose(log);
+        return usage(error + permissionHint(*session.port));
     }
     note("listening on " + *session.port + " at " + line.text() + ", sending nothing; Ctrl-C ends it");
     InterruptScope interrupt;

@@ -137,28 +137,30 @@ BusFramer::Step BusFramer::badUnit(bool final) const
 {
     const int have = int(bytes.size());
     FrameRole role;
+    int good = 1; // where the next good frame begins
+    while (good < have && goodFrameAt(good, role) == 0)
+        ++good;
     // The length the header gives, when a silence or a good frame follows
     // it: a frame with a wrong CRC. A pause inside it (an adapter's, or the
     // machine's) does not cut it.
     const FrameRole first = preferredRole();
     for (FrameRole r : { first, otherRole(first) }) {
         const int length = readAs(bytes.data(), have, r).length;
-        if (length > 0 && length < have && (silenceBefore[size_t(length)] || goodFrameAt(length, role) > 0))
+        if (length <= 0 || length > good)
+            continue; // a good frame begins inside it
+        if (length < have && (silenceBefore[size_t(length)] || length == good))
             return classify(length);
         // What follows it may yet be a good frame, or the line may fall quiet.
-        if (length == have || (length > 0 && length < have && !final && frameMayFollow(length)))
-            return final ? classify(have) : waitStep();
+        if (length == have || (!final && frameMayFollow(length)))
+            return final ? classify(length) : waitStep();
     }
     // Else the bytes up to the next good frame: a silence inside a reply cut
     // short may be the machine's pause, not the reply's end.
-    for (int at = 1; at < have; ++at)
-        if (goodFrameAt(at, role) > 0)
-            return classify(at);
+    if (good < have)
+        return classify(good);
     if (final)
         return classify(have);
-    if (have >= mostHeld)
-        return classify(have - longestFrame);
-    return waitStep();
+    return have >= mostHeld ? classify(have - longestFrame) : waitStep();
 }
 
 bool BusFramer::frameMayFollow(int at) const
@@ -192,9 +194,11 @@ BusFramer::Step BusFramer::classify(int length) const
             step.role = role;
             return step;
         }
-    // The start of the reply that the request before it asked for.
+    // The start of the reply that the request before it asked for: its
+    // station and function (stray bytes in the reply's time are no reply).
     const int expected = frameLength(bytes.data(), length, FrameRole::Reply);
-    if (first == FrameRole::Reply && (expected == 0 || expected > length)) {
+    const bool itsStart = length >= 2 && bytes[0] == requestStation && (bytes[1] & 0x7F) == requestFunction;
+    if (first == FrameRole::Reply && itsStart && (expected == 0 || expected > length)) {
         step.kind = BusFrame::Truncated;
         step.role = FrameRole::Reply;
     }

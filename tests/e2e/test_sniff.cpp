@@ -131,7 +131,8 @@ TEST(Sniff, SaysWhatWentWrong)
     } rows[] = {
         { { "sniff" }, 2, "teco-cli: sniff listens on a serial line: give it with --port DEVICE\n" },
         { { "sniff", "--port", "/dev/pts/1", "extra" }, 2, "teco-cli: usage: sniff --port DEVICE" },
-        { { "sniff", "--port", "/nonexistent/tty" }, 1, "teco-cli: " },
+        { { "sniff", "--port", "/nonexistent/tty" }, 2, "teco-cli: " },
+        { { "sniff", "--port", "/dev/null", "--log", "/" }, 2, "teco-cli: cannot write the log to /: " },
         { { "sniff", "--port", "/dev/null", "--link", "RS485,9600,NONE,7,2" }, 2,
             "Modbus RTU needs 8 data bits" },
     };
