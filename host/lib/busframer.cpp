@@ -60,7 +60,7 @@ void BusFramer::feed(const uint8_t *data, int count, int64_t readNs, std::vector
         // Nor does a line faster than its settings say move bytes past the read.
         if (!first)
             end = std::min(std::max(end, lastEndNs + timing.characterNs), std::max(readNs, lastEndNs));
-        silenceBefore.push_back(!first && end - timing.characterNs - lastEndNs > timing.gapNs);
+        silenceBefore.push_back(char(!first && end - timing.characterNs - lastEndNs > timing.gapNs ? 1 : 0));
         bytes.push_back(data[i]);
         ends.push_back(end);
         lastEndNs = end;
