@@ -154,13 +154,24 @@ BusFramer::Step BusFramer::badUnit(bool final) const
         if (length == have || (!final && frameMayFollow(length)))
             return final ? classify(length) : waitStep();
     }
-    // Else the bytes up to the next good frame: a silence inside a reply cut
-    // short may be the machine's pause, not the reply's end.
+    // Else the bytes up to the broken reply that follows them, or up to the
+    // next good frame: a silence inside a reply cut short may be the
+    // machine's pause, not the reply's end.
+    for (int at = 1; at + 1 < good; ++at)
+        if (brokenReplyAt(at, good))
+            return classify(at);
     if (good < have)
         return classify(good);
     if (final)
         return classify(have);
     return have >= mostHeld ? classify(have - longestFrame) : waitStep();
+}
+
+bool BusFramer::brokenReplyAt(int at, int end) const
+{
+    const uint8_t *b = bytes.data() + at;
+    return b[0] == requestStation && (b[1] & 0x7F) == requestFunction
+        && frameLength(b, end - at, FrameRole::Reply) == end - at;
 }
 
 bool BusFramer::frameMayFollow(int at) const

@@ -81,6 +81,9 @@ private:
     Step classify(int length) const;
     // A reply first while a request waits for its reply, in its reply window.
     FrameRole preferredRole() const;
+    // Whether the bytes from at to end are the waiting request's reply, by
+    // its header, whatever its CRC.
+    bool brokenReplyAt(int at, int end) const;
     // Whether the bytes from at on may become a frame as more come.
     bool frameMayFollow(int at) const;
     // The length of a good frame at at (its role in role), or 0.
