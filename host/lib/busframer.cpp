@@ -125,11 +125,16 @@ BusFramer::Step BusFramer::waitStep()
 
 BusFramer::Step BusFramer::splitAtSilence() const
 {
-    // A frame still short of its length ends at a silence that a good frame follows.
+    // A frame still short of its length ends at a silence that a good frame
+    // follows, or at a good frame before that.
     FrameRole role;
     for (int at = 1; at < int(bytes.size()); ++at)
-        if (silenceBefore[at] && goodFrameAt(at, role) > 0)
-            return classify(at);
+        if (silenceBefore[at] && goodFrameAt(at, role) > 0) {
+            int first = 1;
+            while (goodFrameAt(first, role) == 0)
+                ++first;
+            return classify(first);
+        }
     return waitStep();
 }
 

@@ -109,6 +109,8 @@ TEST(BusFramer, TellsFramesApart)
         { "noise in the reply's time is no reply cut short, and the reply still comes",
             { { 10000, Q }, { 24000, raw("19 E4 98 8F") }, { 40000, R } }, 40000,
             q + "; garbage 19 E4 98 8F; " + r },
+        { "noise right before a request, then its reply", { { 10000, raw("DA 01 B2 CA") + Q }, { 26000, R } },
+            26000, "garbage DA 01 B2 CA; " + q + "; " + r },
         { "noise before a broken reply", { { 10000, Q }, { 24000, raw("72 65 8B 28") + corrupted(R) } },
             60000,
             q + "; garbage 72 65 8B 28; badcrc reply " + toHex(QByteArray::fromStdString(corrupted(R))) },
