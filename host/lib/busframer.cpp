@@ -40,7 +40,9 @@ BusFramer::Timing BusFramer::timingOf(const LinkSettings &line, int64_t batchNs,
     Timing t;
     t.characterNs = line.characterNs();
     t.gapNs = line.leastTurnaroundNs();
-    t.quietNs = std::max(line.silenceNs(), batchNs);
+    // Bytes stop inside a frame only when its sender stalls (a loaded machine
+    // relaying them): what a quiet line ends waits for the reply window.
+    t.quietNs = std::max({ line.silenceNs(), batchNs, replyWindowNs });
     t.replyWindowNs = replyWindowNs;
     return t;
 }

@@ -49,7 +49,9 @@ public:
         int64_t replyWindowNs = 0; // a reply begins within this after its request ends
     };
     // The timing of a line: a silence is half the RTU silence; an unfinished
-    // frame waits batchNs for the rest (what a USB adapter may hold bytes).
+    // or broken frame waits for the rest, or for the next frame after a
+    // silence, at least batchNs (what a USB adapter may hold bytes) and the
+    // reply window.
     static Timing timingOf(const LinkSettings &line, int64_t batchNs, int64_t replyWindowNs);
 
     explicit BusFramer(const Timing &timing);
