@@ -192,7 +192,10 @@ void MainWindow::connectWorker()
     connect(worker, &MonitorWorker::written, tagModel, &TagModel::applyWrite);
     connect(worker, &MonitorWorker::written, this, &MainWindow::writeFinished);
     connect(worker, &MonitorWorker::traffic, trafficView, &TrafficView::addEvents);
-    connect(worker, &MonitorWorker::health, trafficView, &TrafficView::setHealth);
+    connect(worker, &MonitorWorker::health, this, [this](const HealthMap &health) {
+        if (!listener->listening()) // a closed line's last counts do not stand for the bus listened to
+            trafficView->setHealth(health);
+    });
     connect(listener, &TrafficListener::traffic, trafficView, &TrafficView::addEvents);
     connect(listener, &TrafficListener::health, trafficView, &TrafficView::setHealth);
     connect(listener, &TrafficListener::lost, this, [this](const QString &why) {

@@ -857,6 +857,7 @@ private slots:
         QSignalSpy changed(window, &MainWindow::connectionChanged);
         window->disconnectLine();
         QVERIFY(changed.wait(waitMs));
+        window->traffic()->clear(); // the simulated drive's frames before
         window->findChild<QCheckBox *>("listenOnly")->setChecked(true);
         window->setPort(QString::fromLatin1(ptsname(bus)));
         window->connectLine();
@@ -878,7 +879,7 @@ private slots:
         };
         QTRY_VERIFY_WITH_TIMEOUT(shown(TraceEvent::Kind::Received, reply), waitMs);
         QVERIFY(shown(TraceEvent::Kind::Sent, request));
-        QCOMPARE(window->traffic()->health(1).requests, uint64_t(1));
+        QTRY_COMPARE_WITH_TIMEOUT(window->traffic()->health(1).requests, uint64_t(1), waitMs);
         char sent[16];
         QCOMPARE(::read(bus, sent, sizeof sent), ssize_t(-1)); // nothing came from the window
         ::close(bus);
