@@ -19,7 +19,8 @@ enum OptionGroup : unsigned {
     PollOptions = 4,
     ScanOptions = 8,
     FormatOption = 16,
-    ParamsOptions = 32
+    ParamsOptions = 32,
+    RunOptions = 64 // --duration and --log: poll and sniff
 };
 
 // The options that only some commands take, each with its group, in the
@@ -37,8 +38,8 @@ const GroupedOption groupedOptions[] = {
     { "--format", FormatOption, [](const CliOptions &o) { return bool(o.format); } },
     { "--interval", PollOptions, [](const CliOptions &o) { return bool(o.interval); } },
     { "--cycles", PollOptions, [](const CliOptions &o) { return bool(o.cycles); } },
-    { "--duration", PollOptions, [](const CliOptions &o) { return bool(o.duration); } },
-    { "--log", PollOptions, [](const CliOptions &o) { return bool(o.log); } },
+    { "--duration", RunOptions, [](const CliOptions &o) { return bool(o.duration); } },
+    { "--log", RunOptions, [](const CliOptions &o) { return bool(o.log); } },
     { "--every", PollOptions, [](const CliOptions &o) { return o.every; } },
     { "--merge-gap", PollOptions, [](const CliOptions &o) { return bool(o.mergeGap); } },
     { "--no-merge", PollOptions, [](const CliOptions &o) { return o.noMerge; } },
@@ -282,6 +283,20 @@ bool prepareDecode(const Given &g, DecodeCommand &c, std::string &error)
     return parseHexBytes(text, c.bytes, error);
 }
 
+bool prepareSniff(const Given &g, SniffCommand &c, std::string &error)
+{
+    if (!require(g.args.empty(), "usage: sniff --port DEVICE [--link TEXT] [--count N] [--duration S] [--log FILE]",
+            error)
+        || !require(bool(g.o.session.port), "sniff listens on a serial line: give it with --port DEVICE", error))
+        return false;
+    c.count = g.o.count ? *g.o.count : 0;
+    c.durationS = g.o.duration ? *g.o.duration : 0;
+    c.log = g.o.log;
+    if (g.o.command.timeout)
+        c.replyWindowMs = *g.o.command.timeout;
+    return true;
+}
+
 bool prepareShell(const Given &g, ShellCommand &, std::string &error)
 {
     return require(!g.batchLine, "a batch cannot start a shell", error)
@@ -396,7 +411,7 @@ const CommandRow commands[] = {
     row<InfoCommand, prepareInfo>(CommandLine | Line, 0, ""),
     row<ReadCommand, prepareRead>(CommandLine | Line, TypeOption | CountOption | FormatOption, "address"),
     row<WriteCommand, prepareWrite>(CommandLine | Line, TypeOption | CountOption | FormatOption, "address"),
-    row<PollCommand, preparePoll>(CommandLine | Line, PollOptions | FormatOption, "addresses"),
+    row<PollCommand, preparePoll>(CommandLine | Line, PollOptions | RunOptions | FormatOption, "addresses"),
     row<ScanCommand, prepareScan>(CommandLine | Line, ScanOptions, ""),
     row<DoctorCommand, prepareDoctor>(CommandLine, 0, ""),
     row<BatchCommand, prepareBatch>(CommandLine, 0, "file"),
@@ -406,6 +421,7 @@ const CommandRow commands[] = {
     row<FaultCommand, prepareFault>(Line, 0, ""),
     row<ParamsCommand, prepareParams>(CommandLine | Line, ParamsOptions, ""),
     row<MapCommand, prepareMap>(CommandLine | Line, ParamsOptions, ""),
+    row<SniffCommand, prepareSniff>(CommandLine, CountOption | RunOptions, ""),
 };
 
 } // namespace

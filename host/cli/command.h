@@ -66,6 +66,15 @@ struct DoctorCommand
     static constexpr const char *name = "doctor";
 };
 
+struct SniffCommand
+{
+    static constexpr const char *name = "sniff";
+    int count = 0; // stop after this many requests; 0: until interrupted (or durationS)
+    double durationS = 0; // 0: no limit
+    std::optional<std::string> log; // the same lines to this file
+    int replyWindowMs = 1000; // --timeout: a reply begins within this after its request
+};
+
 struct BatchCommand
 {
     static constexpr const char *name = "batch";
@@ -123,6 +132,10 @@ struct Command
 {
     std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, DoctorCommand,
         BatchCommand, ShellCommand, DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand>
+};
+
+    std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, BatchCommand, ShellCommand,
+        DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand, SniffCommand>
         kind;
     CommandOptions options; // what every command takes
 

@@ -42,6 +42,10 @@ const char usageText[]
       "                                   link; also \"trace on|off\" and \"fault RULE\" (simulated drive);\n"
       "                                   a FILE is checked whole before anything is sent\n"
       "  shell                            type commands one per line on one link (help lists them)\n"
+      "  sniff --port DEVICE [--count N] [--duration S] [--log FILE]\n"
+      "                                   listen to a bus without sending: each request with its\n"
+      "                                   reply and the station's turnaround, bad frames, garbage;\n"
+      "                                   figures per station at the end (--timeout: reply window)\n"
       "  decode HEX...                    what a Modbus RTU frame says, such as\n"
       "                                   decode \"01 03 00 63 00 01 74 14\" (no link needed)\n"
       "  params backup FILE [--group G]   read the map's parameters into FILE (a map with values)\n"
@@ -145,6 +149,9 @@ int main(int argc, char **argv)
             return usage(error);
     }
 
+    // Listening needs no driver.
+    if (std::holds_alternative<SniffCommand>(command.kind))
+        return session.run(command);
     const int loaded = session.loadDriver();
     if (loaded != ExitOk)
         return loaded;

@@ -236,6 +236,24 @@ public:
                                  : "CRC BAD");
         std::fflush(stdout);
     }
+
+    std::string sniffEvent(const SniffEvent &event, int64_t originNs) override
+    {
+        return show(sniffEventLine(event, originNs) + "\n");
+    }
+
+    std::string sniffDone(const Sniffer &sniffer, double seconds) override
+    {
+        return show(sniffSummaryText(sniffer, seconds));
+    }
+
+private:
+    static std::string show(const std::string &text)
+    {
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+        return text;
+    }
 };
 
 class JsonOutput : public Output
@@ -437,6 +455,18 @@ public:
         print(o);
     }
 
+    std::string sniffEvent(const SniffEvent &event, int64_t originNs) override
+    {
+        return print(sniffEventJson(event, originNs));
+    }
+
+    std::string sniffDone(const Sniffer &sniffer, double seconds) override
+    {
+        QJsonObject o = sniffSummaryJson(sniffer, seconds);
+        o["command"] = "sniff";
+        return print(o);
+    }
+
 private:
     static QJsonObject commandObject(const char *command, const Tag &t, int station, const LineReport &line)
     {
@@ -472,7 +502,8 @@ private:
         o["format"] = QString::fromStdString(t.format->text());
         return o;
     }
-    void print(QJsonObject object)
+    // Prints the object as a line; returns the line.
+    std::string print(QJsonObject object)
     {
         if (named) {
             object["name"] = QString::fromStdString(named->name);
@@ -480,8 +511,10 @@ private:
             object["unit"] = QString::fromStdString(named->unit);
         }
         named = nullptr;
-        std::printf("%s\n", QJsonDocument(object).toJson(QJsonDocument::Compact).constData());
+        const std::string line = QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString() + "\n";
+        std::fputs(line.c_str(), stdout);
         std::fflush(stdout);
+        return line;
     }
 };
 

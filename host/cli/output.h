@@ -12,6 +12,7 @@
 #include "framedecoder.h"
 #include "pollstats.h"
 #include "samplelog.h"
+#include "sniffer.h"
 #include "values.h"
 
 #include <QJsonArray>
@@ -107,6 +108,10 @@ public:
     virtual void batchLine(const std::string &text) = 0;
     // The readings of a frame given to decode.
     virtual void decoded(const std::string &bytes, const std::vector<DecodedFrame> &readings) = 0;
+    // An event of sniff, its time since originNs, and the figures at the
+    // end; each returns the text it showed, for the log.
+    virtual std::string sniffEvent(const SniffEvent &event, int64_t originNs) = 0;
+    virtual std::string sniffDone(const Sniffer &sniffer, double seconds) = 0;
 
     // The output for a command: JSON when it asks for it (--json).
     static Output &choose(bool json);

@@ -65,6 +65,7 @@ private:
     int run(const Command &c, const FaultCommand &f); // batch.cpp
     int run(const Command &c, const ParamsCommand &p); // params.cpp
     int run(const Command &c, const MapCommand &m); // params.cpp
+    int run(const Command &c, const SniffCommand &s); // sniff.cpp
 
     // For a command that needs the line: opens it and applies the command's
     // link options; toStation: it talks to the station given (a note for

@@ -5,6 +5,7 @@
 #include "registermap.h"
 #include "scanview.h"
 #include "tagmodel.h"
+#include "trafficlistener.h"
 #include "trafficview.h"
 #include "trendview.h"
 #include "worker.h"
@@ -115,6 +116,7 @@ MainWindow::MainWindow(const QString &pluginPath, QWidget *parent)
     tagModel = new TagModel(this);
     trendView = new TrendView;
     trafficView = new TrafficView;
+    listener = new TrafficListener(this);
     scanView = new ScanView;
     paramView = new ParamView;
     tabWidget = new QTabWidget;
@@ -191,7 +193,16 @@ void MainWindow::connectWorker()
     connect(worker, &MonitorWorker::written, tagModel, &TagModel::applyWrite);
     connect(worker, &MonitorWorker::written, this, &MainWindow::writeFinished);
     connect(worker, &MonitorWorker::traffic, trafficView, &TrafficView::addEvents);
-    connect(worker, &MonitorWorker::health, trafficView, &TrafficView::setHealth);
+    connect(worker, &MonitorWorker::health, this, [this](const HealthMap &health) {
+        if (!listener->listening()) // a closed line's last counts do not stand for the bus listened to
+            trafficView->setHealth(health);
+    });
+    connect(listener, &TrafficListener::traffic, trafficView, &TrafficView::addEvents);
+    connect(listener, &TrafficListener::health, trafficView, &TrafficView::setHealth);
+    connect(listener, &TrafficListener::lost, this, [this](const QString &why) {
+        closed();
+        showMessage(why);
+    });
     connect(worker, &MonitorWorker::scanProgress, scanView, &ScanView::progress);
     connect(worker, &MonitorWorker::scanFound, scanView, &ScanView::found);
     connect(worker, &MonitorWorker::scanFinished, scanView, &ScanView::finished);
@@ -239,6 +250,10 @@ QWidget *MainWindow::makeConnectionPanel()
     auto *box = new QGroupBox("Connection");
     makeLineFields();
     auto *rescan = new QPushButton("Ports");
+    listenBox = new QCheckBox("Listen only");
+    listenBox->setObjectName("listenOnly");
+    listenBox->setToolTip("open the port without sending: the Traffic tab shows the requests of another "
+                          "master and the replies (Time-out: that master's)");
     rescan->setToolTip("look for serial ports again");
     QHBoxLayout *mapRow = makeSimFields();
     connectButton = new QPushButton("Connect");
@@ -318,6 +333,7 @@ void MainWindow::layOutConnection(QGridLayout *grid, QPushButton *rescan, QHBoxL
     auto *portRow = new QHBoxLayout;
     portRow->addWidget(port, 1);
     portRow->addWidget(rescan);
+    portRow->addWidget(listenBox);
     grid->addWidget(new QLabel("Port"), 0, 0);
     grid->addLayout(portRow, 0, 1, 1, 3);
     grid->addWidget(new QLabel("Link"), 1, 0);
@@ -552,10 +568,24 @@ void MainWindow::connectLine()
     lineLabel->setText("connecting");
     sendTags();
     sendPolling();
+    if (listenBox->isChecked()) {
+        QString error;
+        const bool ok = listener->start(s.port, s.link, s.options.timeoutMs, error);
+        opened(ok, ok ? s.port + ", listening only: nothing is sent" : error);
+        return;
+    }
     emit requestOpen(s);
 }
 
-void MainWindow::disconnectLine() { emit requestClose(); }
+void MainWindow::disconnectLine()
+{
+    if (!listener->listening()) {
+        emit requestClose();
+        return;
+    }
+    listener->stop();
+    closed();
+}
 
 void MainWindow::opened(bool ok, const QString &message)
 {

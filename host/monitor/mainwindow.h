@@ -22,6 +22,7 @@
 class MonitorWorker;
 class ParamView;
 class QCheckBox;
+class TrafficListener;
 class QComboBox;
 class QGridLayout;
 class QHBoxLayout;
@@ -157,6 +158,8 @@ private:
     QSpinBox *station, *timeout, *retry, *delay, *lateGuard;
     QLineEdit *simStations, *simFaults, *simMap;
     QPushButton *connectButton;
+    QCheckBox *listenBox; // listen only: the traffic of a bus another master drives
+    TrafficListener *listener;
 
     // Tags.
     TagModel *tagModel;

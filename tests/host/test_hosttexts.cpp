@@ -537,8 +537,8 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
         { { "trace", "on" }, false,
-            "unknown command \"trace\" (info, read, write, poll, scan, doctor, batch, shell, decode, params "
-            "or map)" },
+            "unknown command \"trace\" (info, read, write, poll, scan, doctor, batch, shell, decode, params, "
+            "map or sniff)" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
         { { "fault", "noreply:times=1" }, true, "" },

@@ -34,6 +34,8 @@
 
 #include <algorithm>
 #include <set>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -843,6 +845,49 @@ private slots:
         QVERIFY2(withSilent * 10 >= alone * 6,
             qPrintable(QString("%1 reads, %2 alone").arg(withSilent).arg(alone)));
         QTRY_VERIFY_WITH_TIMEOUT(window->statusText().contains("station 9 silent"), waitMs);
+    }
+
+    // Listen only: the window opens the port and sends nothing; the test
+    // plays master and drive on the other side of a pseudo-terminal, then
+    // pulls it away.
+    void listenOnlyShowsTheBusAndSendsNothing()
+    {
+        const int bus = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+        QVERIFY(bus >= 0 && grantpt(bus) == 0 && unlockpt(bus) == 0);
+        QSignalSpy changed(window, &MainWindow::connectionChanged);
+        window->disconnectLine();
+        QVERIFY(changed.wait(waitMs));
+        window->traffic()->clear(); // the simulated drive's frames before
+        window->findChild<QCheckBox *>("listenOnly")->setChecked(true);
+        window->setPort(QString::fromLatin1(ptsname(bus)));
+        window->connectLine();
+        QVERIFY(changed.last().at(0).toBool());
+        const QByteArray request = QByteArray::fromHex("010300000001840A"),
+                         reply = QByteArray::fromHex("01030200023985");
+        QCOMPARE(::write(bus, request.constData(), size_t(request.size())), ssize_t(request.size()));
+        QTest::qWait(20);
+        QCOMPARE(::write(bus, reply.constData(), size_t(reply.size())), ssize_t(reply.size()));
+        TraceModel *trace = window->traffic()->model();
+        auto shown = [&](TraceEvent::Kind kind, const QByteArray &bytes) {
+            for (int r = 0; r < trace->rowCount(); ++r) {
+                const TraceEvent &e = trace->event(r);
+                if (e.kind == kind && e.bytes == bytes.toStdString() && e.station == 1
+                    && (kind == TraceEvent::Kind::Sent || e.sinceRequestNs >= 0))
+                    return true;
+            }
+            return false;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(shown(TraceEvent::Kind::Received, reply), waitMs);
+        QVERIFY(shown(TraceEvent::Kind::Sent, request));
+        QTRY_COMPARE_WITH_TIMEOUT(window->traffic()->health(1).requests, uint64_t(1), waitMs);
+        char sent[16];
+        QCOMPARE(::read(bus, sent, sizeof sent), ssize_t(-1)); // nothing came from the window
+        ::close(bus);
+        QTRY_VERIFY_WITH_TIMEOUT(!changed.last().at(0).toBool(), waitMs);
+        window->findChild<QCheckBox *>("listenOnly")->setChecked(false);
+        window->setPort(QString());
+        window->connectLine();
+        QVERIFY(changed.wait(waitMs) && changed.last().at(0).toBool());
     }
 
     void screenshotIsNotBlank()
