@@ -131,11 +131,8 @@ struct MapCommand
 struct Command
 {
     std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, DoctorCommand,
-        BatchCommand, ShellCommand, DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand>
-};
-
-    std::variant<InfoCommand, ReadCommand, WriteCommand, PollCommand, ScanCommand, BatchCommand, ShellCommand,
-        DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand, SniffCommand>
+        BatchCommand, ShellCommand, DecodeCommand, TraceCommand, FaultCommand, ParamsCommand, MapCommand,
+        SniffCommand>
         kind;
     CommandOptions options; // what every command takes
 

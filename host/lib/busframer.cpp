@@ -39,7 +39,9 @@ BusFramer::Timing BusFramer::timingOf(const LinkSettings &line, int64_t batchNs,
 {
     Timing t;
     t.characterNs = line.characterNs();
-    t.gapNs = line.leastTurnaroundNs();
+    // Half the RTU silence: a pause that long between two bytes is already
+    // more than a sender keeps inside one frame.
+    t.gapNs = line.silenceNs() / 2;
     // Bytes stop inside a frame only when its sender stalls (a loaded machine
     // relaying them): what a quiet line ends waits for the reply window.
     t.quietNs = std::max({ line.silenceNs(), batchNs, replyWindowNs });
@@ -156,7 +158,7 @@ BusFramer::Step BusFramer::badUnit(bool final) const
         if (length <= 0 || length > good)
             continue; // a good frame begins inside it
         if (length < have && (silenceBefore[size_t(length)] || length == good))
-            return classify(length);
+            return !final && mayBeginAfterSilenceIn(length) ? waitStep() : classify(length);
         // What follows it may yet be a good frame, or the line may fall quiet.
         if (length == have || (!final && frameMayFollow(length)))
             return final ? classify(length) : waitStep();
@@ -179,6 +181,14 @@ bool BusFramer::brokenReplyAt(int at, int end) const
     const uint8_t *b = bytes.data() + at;
     return b[0] == requestStation && (b[1] & 0x7F) == requestFunction
         && frameLength(b, end - at, FrameRole::Reply) == end - at;
+}
+
+bool BusFramer::mayBeginAfterSilenceIn(int length) const
+{
+    for (int at = 1; at < length; ++at)
+        if (silenceBefore[size_t(at)] && frameMayFollow(at))
+            return true;
+    return false;
 }
 
 bool BusFramer::frameMayFollow(int at) const

@@ -88,6 +88,10 @@ private:
     bool brokenReplyAt(int at, int end) const;
     // Whether the bytes from at on may become a frame as more come.
     bool frameMayFollow(int at) const;
+    // Whether, after a silence inside the first length bytes, a frame may
+    // begin that its rest, still to come, makes good: a reply cut short,
+    // then the next request, read before the request is whole.
+    bool mayBeginAfterSilenceIn(int length) const;
     // The length of a good frame at at (its role in role), or 0.
     int goodFrameAt(int at, FrameRole &role) const;
     void extract(bool final, std::vector<BusFrame> &out);
