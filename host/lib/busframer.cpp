@@ -149,20 +149,9 @@ BusFramer::Step BusFramer::badUnit(bool final) const
     int good = 1; // where the next good frame begins
     while (good < have && goodFrameAt(good, role) == 0)
         ++good;
-    // The length the header gives, when a silence or a good frame follows
-    // it: a frame with a wrong CRC. A pause inside it (an adapter's, or the
-    // machine's) does not cut it.
-    const FrameRole first = preferredRole();
-    for (FrameRole r : { first, otherRole(first) }) {
-        const int length = readAs(bytes.data(), have, r).length;
-        if (length <= 0 || length > good)
-            continue; // a good frame begins inside it
-        if (length < have && (silenceBefore[size_t(length)] || length == good))
-            return !final && mayBeginAfterSilenceIn(length) ? waitStep() : classify(length);
-        // What follows it may yet be a good frame, or the line may fall quiet.
-        if (length == have || (!final && frameMayFollow(length)))
-            return final ? classify(length) : waitStep();
-    }
+    Step step;
+    if (headerLengthStep(good, final, step))
+        return step;
     // Else the bytes up to the broken reply that follows them, or up to the
     // next good frame: a silence inside a reply cut short may be the
     // machine's pause, not the reply's end.
@@ -174,6 +163,30 @@ BusFramer::Step BusFramer::badUnit(bool final) const
     if (final)
         return classify(have);
     return have >= mostHeld ? classify(have - longestFrame) : waitStep();
+}
+
+bool BusFramer::headerLengthStep(int good, bool final, Step &step) const
+{
+    // The length the header gives, when a silence or a good frame follows
+    // it: a frame with a wrong CRC. A pause inside it (an adapter's, or the
+    // machine's) does not cut it.
+    const int have = int(bytes.size());
+    const FrameRole first = preferredRole();
+    for (FrameRole r : { first, otherRole(first) }) {
+        const int length = readAs(bytes.data(), have, r).length;
+        if (length <= 0 || length > good)
+            continue; // a good frame begins inside it
+        if (length < have && (silenceBefore[size_t(length)] || length == good)) {
+            step = !final && mayBeginAfterSilenceIn(length) ? waitStep() : classify(length);
+            return true;
+        }
+        // What follows it may yet be a good frame, or the line may fall quiet.
+        if (length == have || (!final && frameMayFollow(length))) {
+            step = final ? classify(length) : waitStep();
+            return true;
+        }
+    }
+    return false;
 }
 
 bool BusFramer::brokenReplyAt(int at, int end) const

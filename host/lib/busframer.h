@@ -79,6 +79,9 @@ private:
     Step splitAtSilence() const;
     static Step waitStep();
     Step badUnit(bool final) const;
+    // A frame of the length its header gives, with a wrong CRC, or a wait
+    // for what follows it; false when neither reading of the header fits.
+    bool headerLengthStep(int good, bool final, Step &step) const;
     // The first length held bytes, which are no good frame.
     Step classify(int length) const;
     // A reply first while a request waits for its reply, in its reply window.
