@@ -295,34 +295,7 @@ TEST(RegisterMaps, NameTheLineOfAProblem)
         });
 }
 
-TEST(RegisterMaps, NoMapMeansTheBuiltInOneAndAnEmptyMapIsEmpty)
-{
-    struct Row
-    {
-        const char *what;
-        std::optional<std::string> map;
-        uint16_t hr100;
-    } rows[] = {
-        { "no map", std::nullopt, 1500 },
-        { "an empty map", std::string(), 0 },
-        { "a map of white space", std::string(" \n\t\n"), 0 },
-        { "a map of its own", std::string("HR100 7\n"), 7 },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.what);
-        SimDrive drive;
-        SimDrive::Options options;
-        options.map = row.map;
-        std::string error;
-        ASSERT_TRUE(drive.start(options, error)) << error;
-        uint16_t value = 0xFFFF;
-        EXPECT_TRUE(drive.value(1, Area::HoldingRegisters, 99, value));
-        EXPECT_EQ(value, row.hr100);
-        drive.stop();
-    }
-}
-
-TEST(RegisterMaps, ParameterMapsServeTheirDefaultsAsTheRegistersHoldThem)
+TEST(RegisterMaps, AMapServesItsDefaultsAsTheRegistersHoldThem)
 {
     using A = Area;
     struct Row
@@ -334,6 +307,10 @@ TEST(RegisterMaps, ParameterMapsServeTheirDefaultsAsTheRegistersHoldThem)
         int address; // zero-based
         uint16_t value;
     } rows[] = {
+        { "no map: the built-in one", std::nullopt, 1, A::HoldingRegisters, 99, 1500 },
+        { "an empty map", std::string(), 1, A::HoldingRegisters, 99, 0 },
+        { "a map of white space", std::string(" \n\t\n"), 1, A::HoldingRegisters, 99, 0 },
+        { "a map of its own", std::string("HR100 7\n"), 1, A::HoldingRegisters, 99, 7 },
         { "a scale: 1.25 A in 0.01 A", std::nullopt, 1, A::InputRegisters, 1, 125 },
         { "an offset: 25.0 C in 0.1 C from -40", std::nullopt, 1, A::InputRegisters, 2006, 650 },
         { "a double word, high word first", std::nullopt, 1, A::HoldingRegisters, 104, 0x86A0 },
