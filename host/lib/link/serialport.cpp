@@ -74,13 +74,19 @@ bool SerialPort::open(const std::string &device, const LinkSettings &settings, b
         return false;
     }
     tcflush(d, TCIOFLUSH);
-    fd = d;
     savedValid = true;
+    adopt(d, device, settings, false);
+    return true;
+}
+
+void SerialPort::adopt(int d, const std::string &device, const LinkSettings &settings, bool overTcp)
+{
+    fd = d;
+    tcp = overTcp;
     line = settings;
     path = device;
     hung = false;
     hangError = 0;
-    return true;
 }
 
 bool SerialPort::openTcp(const std::string &device, const LinkSettings &settings, std::string &error)
@@ -92,12 +98,7 @@ bool SerialPort::openTcp(const std::string &device, const LinkSettings &settings
         goneReason = error;
         return false;
     }
-    fd = d;
-    tcp = true;
-    line = settings;
-    path = device;
-    hung = false;
-    hangError = 0;
+    adopt(d, device, settings, true);
     return true;
 }
 

@@ -80,6 +80,8 @@ public:
 private:
     void noteLateWake(int64_t deadlineNs);
     bool openTcp(const std::string &device, const LinkSettings &settings, std::string &error);
+    // Takes the opened descriptor d as the line.
+    void adopt(int d, const std::string &device, const LinkSettings &settings, bool overTcp);
     void dropSocketInput();
     // Waits until bytes can be read or deadlineNs; false at the deadline or
     // when the line is gone.
