@@ -285,9 +285,10 @@ bool prepareDecode(const Given &g, DecodeCommand &c, std::string &error)
 
 bool prepareSniff(const Given &g, SniffCommand &c, std::string &error)
 {
-    if (!require(g.args.empty(), "usage: sniff --port DEVICE [--link TEXT] [--count N] [--duration S] [--log FILE]",
-            error)
-        || !require(bool(g.o.session.port), "sniff listens on a serial line: give it with --port DEVICE", error))
+    if (!require(g.args.empty(),
+            "usage: sniff --port DEVICE [--link TEXT] [--count N] [--duration S] [--log FILE]", error)
+        || !require(
+            bool(g.o.session.port), "sniff listens on a serial line: give it with --port DEVICE", error))
         return false;
     c.count = g.o.count ? *g.o.count : 0;
     c.durationS = g.o.duration ? *g.o.duration : 0;
