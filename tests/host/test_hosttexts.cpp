@@ -659,7 +659,7 @@ TEST(CommandLine, TheShellCompletesCommandsOptionsAndAddresses)
         Words before;
         const char *word;
         Words completions;
-        Words names; // a map's
+        Words names = {}; // a map's
     } rows[] = {
         { {}, "re", { "read" } },
         { {}, "",
