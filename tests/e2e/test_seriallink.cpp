@@ -359,6 +359,32 @@ TEST(SerialLink, AFrameThatCannotAnswerTheRequestIsDroppedAndTheWaitGoesOn)
     }
 }
 
+TEST(SerialLink, NoiseRightAfterAnAnswerShorterThanExpectedIsNotTakenWithIt)
+{
+    // The link reads as many bytes as a normal answer has when they are
+    // there; an exception is shorter, and what follows it is noise, dropped
+    // before the next request, which goes out at once.
+    Device device;
+    SerialLink link;
+    ASSERT_TRUE(opened(link, device, options()));
+    send(link, withCrc("01 03 00 63 00 01"));
+    device.take(8);
+    const QByteArray exception = withCrc("01 83 02");
+    device.answer((toHex(exception) + " AA BB").c_str());
+    EXPECT_EQ(received(link, 5), toHex(exception));
+    const QByteArray next = withCrc("01 03 00 64 00 01"), answer = withCrc("01 03 02 12 34");
+    std::thread drive([&] {
+        device.take(8);
+        device.answer(toHex(answer).c_str());
+    });
+    send(link, next);
+    EXPECT_EQ(received(link, 7), toHex(answer));
+    drive.join();
+    EXPECT_EQ(link.counters().guardWaits, 0u);
+    EXPECT_EQ(link.counters().staleBytesDropped, 2u);
+    EXPECT_EQ(link.counters().bytesReceived, uint64_t(exception.size() + answer.size()));
+}
+
 TEST(SerialLink, ALateAnswerIsDroppedWhileTheNextRequestIsOnTheWire)
 {
     // A request times out; its answer comes just after the time-out, while
@@ -386,19 +412,23 @@ TEST(SerialLink, ALateAnswerIsDroppedWhileTheNextRequestIsOnTheWire)
         device.take(8);
         EXPECT_EQ(received(link, 5), "");
         const QByteArray lateAnswer = withCrc("01 03 02 11 11");
+        const QByteArray next = withCrc(row.next);
+        const QByteArray answer = withCrc((std::string(row.next).substr(0, 2) + " 03 02 22 22").c_str());
+        std::string requestSeen;
         std::thread drive([&] {
-            // The late answer, just after the master gave up.
+            // The late answer, just after the master gave up; then the answer.
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
             device.put(toHex(lateAnswer).c_str());
+            requestSeen = device.take(8);
+            device.answer(toHex(answer).c_str());
         });
-        const QByteArray next = withCrc(row.next);
+        // As the driver does: the answer is asked for as soon as the request is sent.
         send(link, next);
+        const std::string got = received(link, 7);
         drive.join();
         EXPECT_EQ(link.counters().guardWaits, 0u);
-        EXPECT_EQ(device.take(8), toHex(next));
-        const QByteArray answer = withCrc((std::string(row.next).substr(0, 2) + " 03 02 22 22").c_str());
-        device.answer(toHex(answer).c_str());
-        EXPECT_EQ(received(link, 7), toHex(answer));
+        EXPECT_EQ(requestSeen, toHex(next));
+        EXPECT_EQ(got, toHex(answer));
         EXPECT_EQ(link.counters().lateBytesDropped, uint64_t(lateAnswer.size()));
     }
 }

@@ -43,10 +43,11 @@ public:
     void requestLeft(int64_t notBeforeNs) { answerNotBeforeNs = notBeforeNs; }
     // A new exchange begins: it has set no guard and seen nothing early.
     void exchangeBegins() { owedNow = outOfStepNow = false; }
-    // Reads what arrived before the answer may begin, up to capacity.
-    int collectEarly(char *buffer, int capacity)
+    // Waits for the answer until deadlineNs, reading what arrived before it
+    // may begin, up to capacity (SerialPort::readArrivedBefore).
+    int collectEarly(char *buffer, int capacity, int64_t deadlineNs, bool &ready)
     {
-        return port.readArrivedBefore(buffer, capacity, answerNotBeforeNs);
+        return port.readArrivedBefore(buffer, capacity, answerNotBeforeNs, deadlineNs, ready);
     }
     // A frame from station began before the answer to a request to
     // expectedStation could.

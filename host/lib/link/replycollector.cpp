@@ -37,17 +37,20 @@ void ReplyCollector::begin(const char *frame, int length, int sent, int64_t requ
     clean = !expected.known; // unjudged requests: clean unless a receive comes up short
     deadlineNs = std::max(monotonicNs(), requestEndNs) + int64_t(opts.timeoutMs) * 1000000
         + expected.length * port.settings().characterNs();
-    if (expected.known)
-        collectEarlyBytes();
+    earlyUnseen = expected.known;
 }
 
 void ReplyCollector::collectEarlyBytes()
 {
-    // Whenever the driver asks for the answer, what came before it may
-    // begin is known for what it is. Only bytes seen waiting before that
-    // moment count: a wake-up that comes late (a busy machine) must not
-    // take a punctual answer for an early one.
-    earlyBytes = guard.collectEarly(reply, Capacity);
+    // The wait for the answer also tells what came before it may begin.
+    // Only bytes seen waiting before that moment count: a wake-up that
+    // comes late (a busy machine) must not take a punctual answer for an
+    // early one.
+    earlyUnseen = false;
+    bool ready = false;
+    earlyBytes = guard.collectEarly(reply, Capacity, deadlineNs, ready);
+    if (ready)
+        awaiting = false;
     if (earlyBytes <= 0)
         return;
     awaiting = false;
@@ -73,13 +76,25 @@ int ReplyCollector::bytesWanted(int frameLength) const
     return std::max(frameLength - have, 0);
 }
 
+int ReplyCollector::bytesWelcome(int want, int frameLength) const
+{
+    // Before the header is in, as many bytes as the answer has are read
+    // when they are there, so that one read can take a whole answer; but
+    // when it comes at the line's pace, a shorter frame (an exception) is
+    // not waited for much longer than its own length.
+    if (frameLength != 0)
+        return want;
+    return std::max(want, std::min(expected.length, 5 + ReadAheadLimit) - have);
+}
+
 bool ReplyCollector::readBytes(int want, int frameLength, int station)
 {
-    const int got = port.readUntil(reply + have, want, deadlineNs, awaiting && have == 0);
+    const int got = port.readUntil(
+        reply + have, want, deadlineNs, awaiting && have == 0, bytesWelcome(want, frameLength));
     awaiting = false;
     received(got);
     have += got;
-    if (got == want)
+    if (got >= want)
         return true;
     ++health.counters().shortReceives;
     if (have == 0)
@@ -91,6 +106,15 @@ bool ReplyCollector::readBytes(int want, int frameLength, int station)
         frameLength > 0 ? frameLength : expected.length);
     tracer.trace(TraceEvent::Kind::TimeOut, reply, have, station, note);
     return false;
+}
+
+void ReplyCollector::giveBackBeyond(int frameLength)
+{
+    // Read ahead past a frame shorter than the answer: the next read (or
+    // the drop before the next request) takes these bytes.
+    port.giveBack(reply + frameLength, have - frameLength);
+    health.counters().bytesReceived -= uint64_t(have - frameLength);
+    have = frameLength;
 }
 
 void ReplyCollector::dropNotTheAnswer(int length, int station, const std::string &note)
@@ -149,6 +173,8 @@ void ReplyCollector::collect(int station)
     // something else are dropped and the wait goes on, until the answer's
     // deadline: well-formed ones that cannot answer this request, and any
     // that began before the request had left the wire.
+    if (earlyUnseen)
+        collectEarlyBytes();
     for (;;) {
         const int frameLength = replyFrameLength(reinterpret_cast<const uint8_t *>(reply), have);
         if (earlyBytes > 0 && dropEarlyFrame(frameLength, station))
@@ -167,6 +193,8 @@ void ReplyCollector::collect(int station)
             continue; // framed again with the new bytes
         }
         framed = true;
+        if (frameLength > 0 && have > frameLength)
+            giveBackBeyond(frameLength);
         if (frameLength < 0) {
             ++health.of(station).crcErrors;
             tracer.trace(TraceEvent::Kind::Received, reply, have, station, "no reply header");

@@ -41,7 +41,8 @@ public:
     // The outcome of the exchange goes to station's health, once.
     void settle(int station);
     // A request has gone out, sent of length bytes of it, ending at
-    // requestEndNs: expects its answer, and collects what came too early.
+    // requestEndNs: expects its answer. The first receive collects what
+    // came too early.
     void begin(const char *frame, int length, int sent, int64_t requestEndNs);
     // The last request left nothing on the line yet: the first read waits.
     void awaitAnswer() { awaiting = true; }
@@ -66,9 +67,14 @@ private:
     bool judge(int frameLength, int station);
     // Gives the driver bytes beyond the frame that arrive before the deadline.
     int readBeyondFrame(int length, int available, int station);
+    // Waits for the answer, collecting what came before it may begin.
     void collectEarlyBytes();
     // How many more bytes the reply frame now collected needs.
     int bytesWanted(int frameLength) const;
+    // How many bytes a read for want bytes of the reply may take.
+    int bytesWelcome(int want, int frameLength) const;
+    // Gives the bytes collected past the frame back to the line.
+    void giveBackBeyond(int frameLength);
     // Reads want bytes of the reply; false when they did not all come.
     bool readBytes(int want, int frameLength, int station);
     // Drops the early frame when whole; false: read on.
@@ -93,10 +99,11 @@ private:
     bool settled = false; // the exchange's outcome is in its station's health
     bool awaiting = false; // a request went out and nothing was received since
     int64_t answerWall = 0;
-    enum { Capacity = 512 };
+    enum { Capacity = 512, ReadAheadLimit = 8 };
     char reply[Capacity];
     int have = 0, taken = 0;
     int earlyBytes = 0; // the first bytes of the reply came before the answer may begin
+    bool earlyUnseen = false; // the wait for the answer, which sees early bytes, is still to come
 };
 
 #endif // HOST_LINK_REPLYCOLLECTOR_H

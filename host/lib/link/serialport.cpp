@@ -83,6 +83,7 @@ void SerialPort::adopt(int d, const std::string &device, const LinkSettings &set
 {
     fd = d;
     tcp = overTcp;
+    readAhead.clear();
     line = settings;
     path = device;
     hung = false;
@@ -164,6 +165,7 @@ bool SerialPort::setLine(const LinkSettings &settings, std::string &error)
     if (tcp) {
         // The server's serial side keeps its own settings; ours time the line.
         dropSocketInput();
+        readAhead.clear();
         line = settings;
         quietSince = monotonicNs();
         return true;
@@ -181,6 +183,7 @@ bool SerialPort::setLine(const LinkSettings &settings, std::string &error)
     }
     // Whatever arrived at the old settings is noise at the new ones.
     tcflush(fd, TCIOFLUSH);
+    readAhead.clear();
     line = settings;
     quietSince = monotonicNs();
     return true;
@@ -200,6 +203,8 @@ void SerialPort::close()
 
 bool SerialPort::awaitInput(int64_t deadlineNs)
 {
+    if (!readAhead.empty())
+        return true;
     for (;;) {
         const int64_t left = deadlineNs - monotonicNs();
         if (left <= 0)
@@ -224,21 +229,29 @@ bool SerialPort::awaitInput(int64_t deadlineNs)
     }
 }
 
-int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst)
+int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst, int capacity)
 {
-    int got = 0;
-    bool wait = waitFirst; // right after a request nothing has come yet: wait before reading
+    capacity = std::max(capacity, length);
+    int got = std::min(capacity, int(readAhead.size()));
+    readAhead.copy(buffer, size_t(got));
+    readAhead.erase(0, size_t(got));
+    bool wait = waitFirst && got == 0; // right after a request nothing has come yet: wait before reading
+    bool ahead = got == 0 && capacity > length; // a frame's first read, which may take it whole
     while (got < length && !hung) {
         if (wait && !awaitInput(deadlineNs))
             break;
         wait = false;
-        const ssize_t r = ::read(fd, buffer + got, size_t(length - got));
+        const bool probe = ahead && paceFirstRead(capacity, deadlineNs);
+        const ssize_t r = ::read(fd, buffer + got, size_t(capacity - got));
         if (r > 0) {
+            if (probe)
+                pacedLine = r < capacity;
+            ahead = false;
             got += int(r);
             // The rest comes at the line's pace: sleep until it can all be
             // in, rather than wake for every byte.
             if (got < length)
-                sleepUntil(std::min(deadlineNs, monotonicNs() + (length - got) * line.characterNs()));
+                sleepUntil(std::min(deadlineNs, monotonicNs() + (capacity - got) * line.characterNs()));
             continue;
         }
         if (r == 0 || (errno != EAGAIN && errno != EINTR)) {
@@ -251,26 +264,35 @@ int SerialPort::readUntil(char *buffer, int length, int64_t deadlineNs, bool wai
     return got;
 }
 
-int SerialPort::readArrivedBefore(char *buffer, int capacity, int64_t momentNs)
+bool SerialPort::paceFirstRead(int bytes, int64_t deadlineNs)
+{
+    if (!pacedLine || ++pacedFrames % 8 == 0)
+        return true;
+    sleepUntil(std::min(deadlineNs, monotonicNs() + (bytes - 1) * line.characterNs()));
+    return false;
+}
+
+int SerialPort::readArrivedBefore(
+    char *buffer, int capacity, int64_t momentNs, int64_t deadlineNs, bool &ready)
 {
     int got = 0;
-    while (!hung && got < capacity) {
-        const int64_t left = momentNs - monotonicNs();
-        if (left <= 0)
-            break;
-        struct pollfd p = { fd, POLLIN, 0 };
-        struct timespec ts = { time_t(left / 1000000000), long(left % 1000000000) };
-        const int ready = ppoll(&p, 1, &ts, nullptr);
-        noteLateWake(momentNs);
-        if (ready == 0 || (ready < 0 && errno != EINTR) || (ready > 0 && !(p.revents & POLLIN)))
-            break; // nothing came before the moment, or the line is gone: the next read says so
+    ready = !readAhead.empty();
+    if (ready)
+        return 0;
+    // Bytes that came early end the wait at the moment: what they are is
+    // known then.
+    while (got < capacity && awaitInput(got > 0 ? momentNs : deadlineNs)) {
         int waiting = 0;
-        if (ioctl(fd, FIONREAD, &waiting) < 0 || waiting <= 0 || monotonicNs() >= momentNs)
-            continue;
-        const ssize_t r = ::read(fd, buffer + got, size_t(std::min(waiting, capacity - got)));
-        if (r <= 0)
-            break;
-        got += int(r);
+        if (monotonicNs() < momentNs && ioctl(fd, FIONREAD, &waiting) == 0 && waiting > 0
+            && monotonicNs() < momentNs) {
+            const ssize_t r = ::read(fd, buffer + got, size_t(std::min(waiting, capacity - got)));
+            if (r > 0) {
+                got += int(r);
+                continue;
+            }
+        }
+        ready = true; // bytes that came in time, or the line's end: the next read takes them
+        break;
     }
     return got;
 }
@@ -314,7 +336,7 @@ void SerialPort::drain()
 int SerialPort::pending() const
 {
     int n = 0;
-    return ioctl(fd, FIONREAD, &n) < 0 ? 0 : n;
+    return int(readAhead.size()) + (ioctl(fd, FIONREAD, &n) < 0 ? 0 : n);
 }
 
 void SerialPort::dropWaiting(const std::function<void(const char *, int)> &dropped)
@@ -322,6 +344,11 @@ void SerialPort::dropWaiting(const std::function<void(const char *, int)> &dropp
     int waiting = pending();
     if (waiting <= 0)
         return;
+    if (!readAhead.empty()) {
+        dropped(readAhead.data(), int(readAhead.size()));
+        waiting -= int(readAhead.size());
+        readAhead.clear();
+    }
     char junk[256];
     while (waiting > 0) {
         ssize_t r = ::read(fd, junk, sizeof junk);
@@ -336,6 +363,8 @@ void SerialPort::dropWaiting(const std::function<void(const char *, int)> &dropp
 
 bool SerialPort::inputBefore(int64_t targetNs)
 {
+    if (!readAhead.empty())
+        return true;
     for (;;) {
         const int64_t left = std::max<int64_t>(targetNs - monotonicNs(), 0);
         struct pollfd p = { fd, POLLIN, 0 };

@@ -55,12 +55,19 @@ public:
     int64_t quietSinceNs() const { return quietSince; }
     void markQuiet(int64_t ns) { quietSince = ns; }
 
-    // Reads up to length bytes until deadline (monotonic ns); returns the
-    // number read. waitFirst: nothing is expected yet, wait before reading.
-    int readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst);
-    // Reads, up to capacity, the bytes seen waiting before momentNs: a
-    // wake-up that comes late does not take later bytes for earlier ones.
-    int readArrivedBefore(char *buffer, int capacity, int64_t momentNs);
+    // Reads length bytes, or what came until deadline (monotonic ns), and
+    // up to capacity when more are there already; returns the number read.
+    // waitFirst: nothing is expected yet, wait before reading.
+    int readUntil(char *buffer, int length, int64_t deadlineNs, bool waitFirst, int capacity = 0);
+    // Bytes read past a frame, given back: the next read takes them first.
+    void giveBack(const char *bytes, int length) { readAhead.insert(0, bytes, size_t(length)); }
+    // Waits for an answer that may not begin before momentNs, until
+    // deadlineNs, in one wait: reads, up to capacity, the bytes seen waiting
+    // before momentNs and returns their number (a wake-up that comes late
+    // does not take later bytes for earlier ones). Once the moment has
+    // passed it waits on only while nothing came early; ready tells whether
+    // bytes that came since wait to be read.
+    int readArrivedBefore(char *buffer, int capacity, int64_t momentNs, int64_t deadlineNs, bool &ready);
     // Writes, waiting for room until deadline; returns the bytes taken.
     int write(const char *bytes, int length, int64_t deadlineNs);
     // Waits until what was written has left.
@@ -86,6 +93,13 @@ private:
     // Waits until bytes can be read or deadlineNs; false at the deadline or
     // when the line is gone.
     bool awaitInput(int64_t deadlineNs);
+    // Before the first read of a frame of up to bytes: on a line that
+    // delivers a frame at its own pace (a serial adapter), sleeps until
+    // they can all be in, so that one read takes them; a line that delivers
+    // it whole (a pseudo-terminal, a device server) is read at once. Every
+    // eighth frame is read at once to tell which line this is: returns
+    // whether this one is.
+    bool paceFirstRead(int bytes, int64_t deadlineNs);
     // Whether bytes wait, or arrive before targetNs (one look when it has passed).
     bool inputBefore(int64_t targetNs);
     // Sets up an opened descriptor; false with error set.
@@ -102,6 +116,9 @@ private:
     int hangError = 0; // why the other side went away (0: it closed)
     std::string goneReason; // why the last connection could not be made
     int64_t quietSince = 0;
+    std::string readAhead; // given back, not yet read again
+    bool pacedLine = false; // frames came in pieces at the line's pace
+    unsigned pacedFrames = 0;
     uint64_t *lateWakeNs = nullptr;
     enum { WakeSamples = 8 };
     int64_t wakeLatenessNs[WakeSamples] = {}; // how late recent timed sleeps woke
