@@ -103,23 +103,7 @@ bool opened(SerialLink &link, const Device &device, const LinkOptions &o)
     return ok;
 }
 
-// Sends a frame given in hexadecimal.
 void send(SerialLink &link, const QByteArray &frame) { link.send(frame.constData(), frame.size()); }
-
-TEST(SerialLink, ReceiveWaitsUntilEveryByteAskedForHasArrived)
-{
-    Device device;
-    SerialLink link;
-    ASSERT_TRUE(opened(link, device, options()));
-    std::thread late([&device] {
-        device.put("01 03");
-        std::this_thread::sleep_for(std::chrono::milliseconds(80));
-        device.put("02 12 34 B5 33");
-    });
-    EXPECT_EQ(received(link, 5), "01 03 02 12 34");
-    EXPECT_EQ(received(link, 2), "B5 33");
-    late.join();
-}
 
 TEST(SerialLink, ReceiveReturnsWhatCameWhenTheTimeOutPasses)
 {
