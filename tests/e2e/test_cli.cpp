@@ -123,9 +123,7 @@ TEST(Cli, BadInputNeverReachesTheDevice)
              { "write", "HR100", "70000" },
              { "--link", "RS485,9600,NONE,8,3", "write", "HR100", "1" },
          }) {
-        std::vector<std::string> withPort = { "--port", device.path };
-        withPort.insert(withPort.end(), args.begin(), args.end());
-        EXPECT_EQ(cli(withPort).status, 2) << args[1];
+        EXPECT_EQ(cli(with({ "--port", device.path }, args)).status, 2) << args[1];
     }
     EXPECT_EQ(device.bytesArrived(), 0);
     // The same device does receive a good command (which nobody answers).
@@ -254,10 +252,8 @@ TEST(Cli, AReadPastTheDriversWindowSaysWhereItsValuesComeFrom)
         { { "FN6HR60010", "--type", "byte" }, true },
     };
     for (const Row &row : rows) {
-        std::vector<std::string> args = { "--quiet", "read" };
-        args.insert(args.end(), row.read.begin(), row.read.end());
         SCOPED_TRACE(row.read[0]);
-        const CliRun r = cli(args);
+        const CliRun r = cli(with({ "--quiet", "read" }, row.read));
         EXPECT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(
             r.err.find("teco-cli: note: this read of " + row.read[0] + " goes to the drive") == 0, row.note)
@@ -328,11 +324,8 @@ TEST(Cli, APollJoinsNeighboursAndOneBadRegisterCannotBlindThem)
         { "each tag alone", { "--no-merge" }, "", 12 },
     };
     for (const Row &row : rows) {
-        std::vector<std::string> args = { "--json", "--timeout", "100", "--retry", "0" };
-        args.insert(args.end(), row.options.begin(), row.options.end());
-        args.insert(args.end(),
-            { "poll", "HR100", "HR101:int16", "HR103", "HR104SW", "--cycles", "3", "--interval", "10" });
-        const CliRun p = cli(args);
+        const CliRun p = cli(with(with({ "--json", "--timeout", "100", "--retry", "0" }, row.options),
+            { "poll", "HR100", "HR101:int16", "HR103", "HR104SW", "--cycles", "3", "--interval", "10" }));
         const QJsonObject summary = json(p.out);
         const QJsonArray tags = summary["tags"].toArray();
         EXPECT_EQ(tags[0].toObject()["values"].toArray()[0].toInt(), 1500) << row.name << p.out;
@@ -363,9 +356,7 @@ TEST(Cli, InfoNamesTheDriver)
 // waited on, a device never read, a symbolic link never followed for writing.
 TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string root = dir.path().toStdString();
+    const std::string root = scratchDir();
     const std::string target = root + "/target", link = root + "/link", sub = root + "/dir",
                       fifo = root + "/fifo", big = root + "/big";
     std::ofstream(target) << "read HR1\n";
@@ -377,10 +368,6 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
 
     SilentDevice device;
     const std::vector<std::string> port = { "--port", device.path };
-    auto with = [](std::vector<std::string> a, const std::vector<std::string> &b) {
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
-    };
     const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB";
     struct Row
     {
@@ -479,9 +466,7 @@ TEST(Cli, NumberFormatsWriteAndReadTheirRegisters)
 // cycles shown of the same poll are checked in docs/teco-cli.md).
 TEST(Cli, PollLogsEverySample)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string jsonl = dir.path().toStdString() + "/poll.jsonl";
+    const std::string jsonl = scratchDir() + "/poll.jsonl";
     const CliRun j = cli({ "--quiet", "--sim-fault", "noreply:at=IR1,times=1", "--retry", "0", "--timeout",
         "100", "poll", "HR104SW:int32", "IR1:uint16:2", "HR1:binary", "--cycles", "2", "--interval", "10",
         "--every", "--log", jsonl, "--json" });
@@ -505,9 +490,7 @@ TEST(Cli, PollLogsEverySample)
 // poll, next to HR101's, which follows at once; a read's JSON says the same.
 TEST(Cli, AValuesTimeIsWhenItsAnswerCame)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string csv = dir.path().toStdString() + "/poll.csv";
+    const std::string csv = scratchDir() + "/poll.csv";
     const CliRun p = cli({ "--quiet", "--sim-fault", "noreply:at=HR100,times=1", "--timeout", "200", "poll",
         "HR100", "HR101", "--cycles", "1", "--log", csv });
     EXPECT_EQ(p.status, 0) << p.err;
@@ -575,9 +558,7 @@ TEST(Cli, ASilentStationIsBackedOffAndComesBack)
 // name).
 TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string port = dir.path().toStdString() + "/port";
+    const std::string port = scratchDir() + "/port";
     auto startDrive = [&](QProcess &sim) {
         sim.start(TECO_SIM_PATH, { "--quiet" });
         if (!sim.waitForReadyRead(30000))
@@ -647,16 +628,6 @@ TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
 // on: here 40 columns, so each line is cut to 39 and ends in "...".
 TEST(Cli, TheStatusLineFitsTheTerminal)
 {
-    std::vector<std::string> words;
-    const QString emulator = TECO_EMULATOR;
-    for (const QString &w : emulator.split('|', Qt::SkipEmptyParts))
-        words.push_back(w.toStdString());
-    for (const char *w : { TECO_CLI_PATH, "--quiet", "poll", "HR1", "--cycles", "3", "--interval", "250" })
-        words.push_back(w);
-    std::vector<char *> argv;
-    for (std::string &w : words)
-        argv.push_back(&w[0]);
-    argv.push_back(nullptr);
     struct winsize size = {};
     size.ws_col = 40;
     size.ws_row = 24;
@@ -666,7 +637,8 @@ TEST(Cli, TheStatusLineFitsTheTerminal)
     if (child == 0) {
         const int null = ::open("/dev/null", O_WRONLY);
         dup2(null, STDOUT_FILENO);
-        execv(argv[0], argv.data());
+        execl(TECO_CLI_PATH, TECO_CLI_PATH, "--quiet", "poll", "HR1", "--cycles", "3", "--interval", "250",
+            static_cast<char *>(nullptr));
         _exit(127);
     }
     std::string seen;
@@ -695,8 +667,6 @@ TEST(Cli, TheStatusLineFitsTheTerminal)
 // reported with its number, and nothing is sent, started or shown.
 TEST(Cli, AFileBatchIsCheckedWholeBeforeAnythingIsSent)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
     SilentDevice device;
     struct Row
     {
@@ -718,7 +688,7 @@ TEST(Cli, AFileBatchIsCheckedWholeBeforeAnythingIsSent)
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string path = dir.path().toStdString() + "/batch";
+        const std::string path = scratchDir() + "/batch";
         std::ofstream(path, std::ios::trunc) << row.batch;
         std::vector<std::string> args = { "batch", path };
         if (!row.simulated)
@@ -798,13 +768,12 @@ TEST(Cli, CtrlCStopsTheShellsCommandNotTheShell)
 // kept as its history, a line refused for its length not.
 TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
 {
-    QTemporaryDir home;
-    ASSERT_TRUE(home.isValid());
+    const std::string home = scratchDir();
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
     ASSERT_GE(child, 0);
     if (child == 0) {
-        setenv("HOME", home.path().toLocal8Bit().constData(), 1);
+        setenv("HOME", home.c_str(), 1);
         execl(TECO_CLI_PATH, TECO_CLI_PATH, "shell", static_cast<char *>(nullptr));
         _exit(127);
     }
@@ -900,7 +869,7 @@ TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
     ASSERT_NE(status, -1) << "the shell did not end at Ctrl-D: " << seen;
     ASSERT_TRUE(WIFEXITED(status)) << seen;
     EXPECT_EQ(WEXITSTATUS(status), 0) << seen;
-    std::ifstream history(home.path().toStdString() + "/.teco_cli_history");
+    std::ifstream history(home + "/.teco_cli_history");
     std::stringstream kept;
     kept << history.rdbuf();
     EXPECT_NE(kept.str().find("HR100"), std::string::npos) << kept.str();
@@ -915,9 +884,7 @@ TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
 // every option that takes a file refuses it.
 TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string marked = dir.path().toStdString() + "/marked";
+    const std::string marked = scratchDir() + "/marked";
     std::ofstream(marked)
         << "\xEF\xBB\xBF  # a comment line\nwrite HR100 77 # the speed command\nread HR100 --json #\n";
     const std::string json = "{\"address\":\"HR100\"";
@@ -954,13 +921,11 @@ TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
         EXPECT_NE(r.out.find(row.out), std::string::npos) << r.out.substr(0, 300);
         EXPECT_NE(r.err.find(row.err), std::string::npos) << r.err.substr(0, 300);
     }
-    if (std::string(TECO_EMULATOR).empty()) { // bash runs teco-cli itself
-        QProcess p;
-        p.start("bash", { "-c", QString(TECO_CLI_PATH) + " batch <(echo read HR100 --json)" });
-        ASSERT_TRUE(p.waitForFinished(30000));
-        EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
-        EXPECT_TRUE(p.readAllStandardOutput().contains("\"values\":[1500]"));
-    }
+    QProcess p;
+    p.start("bash", { "-c", QString(TECO_CLI_PATH) + " batch <(echo read HR100 --json)" });
+    ASSERT_TRUE(p.waitForFinished(30000));
+    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+    EXPECT_TRUE(p.readAllStandardOutput().contains("\"values\":[1500]"));
 }
 
 // The usage names every option the program takes, each as a whole word
