@@ -2,6 +2,7 @@
 // waiting for the bytes asked for, dropping stale bytes, the RTU silence,
 // the local echo of 2-wire adapters, the trace, and devices it must refuse.
 
+#include "clirun.h"
 #include "hex.h"
 #include "seriallink.h"
 
@@ -26,22 +27,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // The device's side of a pseudo-terminal.
-class Device
+class Device : public SilentDevice
 {
 public:
-    Device()
-    {
-        fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        char name[128] = { 0 };
-        if (fd < 0 || grantpt(fd) < 0 || unlockpt(fd) < 0 || ptsname_r(fd, name, sizeof name) != 0)
-            ADD_FAILURE() << "no pseudo-terminal";
-        path = name;
-        struct termios t;
-        tcgetattr(fd, &t);
-        cfmakeraw(&t);
-        tcsetattr(fd, TCSANOW, &t);
-    }
-    ~Device() { ::close(fd); }
     void put(const char *hexText)
     {
         const QByteArray b = hex(hexText);
@@ -74,8 +62,6 @@ public:
         }
         return toHex(got);
     }
-    int fd = -1;
-    std::string path;
 };
 
 LinkOptions options(int timeoutMs = 2000)
