@@ -552,6 +552,30 @@ TEST(Cli, ASilentStationIsBackedOffAndComesBack)
     }
 }
 
+// Reads p's standard output into out and its standard error into err until
+// where (one of the two) shows text after from, or 30 s pass; whether it did.
+bool shows(QProcess &p, std::string &out, std::string &err, const std::string &where, const std::string &text,
+    size_t from = 0)
+{
+    for (int i = 0; i < 300 && where.find(text, from) == std::string::npos; ++i) {
+        p.waitForReadyRead(100);
+        out += p.readAllStandardOutput().toStdString();
+        err += p.readAllStandardError().toStdString();
+    }
+    return where.find(text, from) != std::string::npos;
+}
+
+// Starts teco-cli with args and input, and reads its standard output until
+// it shows text (or 30 s pass).
+std::string started(QProcess &p, const QStringList &args, const char *input, const std::string &text)
+{
+    p.start(TECO_CLI_PATH, args);
+    std::string out, err;
+    if (p.waitForStarted(30000) && p.write(input) >= 0)
+        shows(p, out, err, out, text);
+    return out;
+}
+
 // The device goes away under a running poll (the simulated drive at the
 // other end of its pseudo-terminal is killed): the poll says so once, waits,
 // and reads on once the device is back (here a new drive behind the same
@@ -574,24 +598,15 @@ TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
             "HR100", "--interval", "50" });
     ASSERT_TRUE(poll.waitForStarted(30000));
     std::string out, err;
-    // Whether text shows in where (after from) within 30 s.
-    auto waitFor = [&](const std::string &text, std::string &where, size_t from = 0) {
-        for (int i = 0; i < 300 && where.find(text, from) == std::string::npos; ++i) {
-            poll.waitForReadyRead(100);
-            out += poll.readAllStandardOutput().toStdString();
-            err += poll.readAllStandardError().toStdString();
-        }
-        return where.find(text, from) != std::string::npos;
-    };
-    ASSERT_TRUE(waitFor(" 1500\n", out)) << out << err;
+    ASSERT_TRUE(shows(poll, out, err, out, " 1500\n")) << out << err;
     first.kill();
     first.waitForFinished(30000);
-    ASSERT_TRUE(waitFor("; waiting for it to come back\n", err)) << err;
+    ASSERT_TRUE(shows(poll, out, err, err, "; waiting for it to come back\n")) << err;
     EXPECT_EQ(err.rfind("teco-cli: the device " + port + " is gone", 0), 0u) << err;
     const size_t whileGone = out.size();
     ASSERT_TRUE(startDrive(second));
-    EXPECT_TRUE(waitFor("teco-cli: the device " + port + " is back\n", err)) << err;
-    EXPECT_TRUE(waitFor(" 1500\n", out, whileGone)) << out;
+    EXPECT_TRUE(shows(poll, out, err, err, "teco-cli: the device " + port + " is back\n")) << err;
+    EXPECT_TRUE(shows(poll, out, err, out, " 1500\n", whileGone)) << out;
     ::kill(pid_t(poll.processId()), SIGINT);
     ASSERT_TRUE(poll.waitForFinished(30000));
     err += poll.readAllStandardError().toStdString();
@@ -605,13 +620,9 @@ TEST(Cli, APollSaysOnceThatItsDeviceWentAwayAndReadsOnWhenItIsBack)
     batch.start(TECO_CLI_PATH,
         { "--port", QString::fromStdString(device.path), "--timeout", "50", "--retry", "0", "batch" });
     ASSERT_TRUE(batch.waitForStarted(30000));
-    batch.setReadChannel(QProcess::StandardError);
     batch.write("read HR1\n");
-    std::string said;
-    for (int i = 0; i < 300 && said.find("PLC no response") == std::string::npos; ++i) {
-        batch.waitForReadyRead(100); // the first read, unanswered, on the open device
-        said += batch.readAllStandardError().toStdString();
-    }
+    std::string shown, said;
+    shows(batch, shown, said, said, "PLC no response"); // the first read, unanswered, on the open device
     ::close(device.fd);
     device.fd = -1;
     batch.write("read HR1\n");
@@ -725,22 +736,6 @@ TEST(Cli, TheShellGoesOnAfterBadAndFailedLines)
             "read HR100 --retry 0 --timeout 100 --json", "help", "read HR100 --json # again", "quit" }));
     EXPECT_NE(r.out.find("quit, exit or Ctrl-D"), std::string::npos) << "help";
     EXPECT_NE(r.err.find("teco-cli: unknown address \"XR1\""), std::string::npos) << r.err;
-}
-
-// Starts teco-cli with args and input, and reads its standard output until
-// it shows text (or 30 s pass).
-std::string started(QProcess &p, const QStringList &args, const char *input, const std::string &text)
-{
-    p.start(TECO_CLI_PATH, args);
-    std::string out;
-    if (!p.waitForStarted(30000))
-        return out;
-    p.write(input);
-    for (int i = 0; i < 300 && out.find(text) == std::string::npos; ++i) {
-        p.waitForReadyRead(100);
-        out += p.readAllStandardOutput().toStdString();
-    }
-    return out;
 }
 
 // Ctrl-C during a poll ends the poll, with its summary; the shell reads on.
