@@ -351,10 +351,12 @@ TEST(Cli, InfoNamesTheDriver)
     EXPECT_EQ(o["defaultTimeoutMs"].toInt(), 500);
 }
 
-// Paths that name something other than a file of ours: each refused with one
-// sentence and status 2 before anything is sent or started; a FIFO is never
-// waited on, a device never read, a symbolic link never followed for writing.
-TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
+// Paths that name something other than a file of ours, and file batches
+// with a bad line anywhere (a batch is read and checked to its end first):
+// each refused with one sentence and status 2 before anything is sent,
+// started or shown; a FIFO is never waited on, a device never read, a
+// symbolic link never followed for writing.
+TEST(Cli, FilesAndBatchesItCannotTakeAreRefusedBeforeAnythingIsSent)
 {
     const std::string root = scratchDir();
     const std::string target = root + "/target", link = root + "/link", sub = root + "/dir",
@@ -369,6 +371,10 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
     SilentDevice device;
     const std::vector<std::string> port = { "--port", device.path };
     const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB";
+    auto batch = [&root](const std::string &name, const char *text) {
+        std::ofstream(root + "/" + name) << text;
+        return std::vector<std::string> { "batch", root + "/" + name };
+    };
     struct Row
     {
         const char *program;
@@ -392,6 +398,16 @@ TEST(Cli, FilesThatAreNotPlainFilesAreRefused)
         { TECO_CLI_PATH, with(port, { "batch" }), "<" + sub,
             "teco-cli: cannot read the batch from standard input: it is a directory" },
         { TECO_SIM_PATH, { "--map", big }, "", "teco-sim: cannot read the map " + big + bigText },
+        { TECO_CLI_PATH, with(port, batch("value", "read HR1\nread HR2 # comment\n\nwrite HR1 70000\n")), "",
+            "teco-cli: batch line 4: value 70000 does not fit in a word (-32768 to 65535)" },
+        { TECO_CLI_PATH, with(port, batch("option", "# first\nread HR1 --port /dev/ttyS0\nread HR2\n")), "",
+            "teco-cli: batch line 2: option --port belongs on the command line, before the batch" },
+        { TECO_CLI_PATH, with(port, batch("fault", "read HR1\nfault noreply\n")), "",
+            "teco-cli: batch line 2: fault needs the simulated drive (no --port)" },
+        { TECO_CLI_PATH, with(port, batch("quote", "read HR1\r\nread \"HR2\r\n")), "",
+            "teco-cli: batch line 2: unterminated quote" },
+        { TECO_CLI_PATH, batch("shell", "read HR1\nshell\n"), "", // the simulated drive
+            "teco-cli: batch line 2: a batch cannot start a shell" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(joined(row.args));
@@ -672,44 +688,6 @@ TEST(Cli, TheStatusLineFitsTheTerminal)
         at = next;
     }
     EXPECT_GE(cut, 2) << seen;
-}
-
-// A file batch is read and checked to its end first: a bad line anywhere is
-// reported with its number, and nothing is sent, started or shown.
-TEST(Cli, AFileBatchIsCheckedWholeBeforeAnythingIsSent)
-{
-    SilentDevice device;
-    struct Row
-    {
-        const char *name;
-        const char *batch;
-        bool simulated; // without --port
-        const char *message;
-    } rows[] = {
-        { "a bad value on the last line", "read HR1\nread HR2 # comment\n\nwrite HR1 70000\n", false,
-            "teco-cli: batch line 4: value 70000 does not fit in a word (-32768 to 65535)\n" },
-        { "a session option", "# first\nread HR1 --port /dev/ttyS0\nread HR2\n", false,
-            "teco-cli: batch line 2: option --port belongs on the command line, before the batch\n" },
-        { "a fault without the simulated drive", "read HR1\nfault noreply\n", false,
-            "teco-cli: batch line 2: fault needs the simulated drive (no --port)\n" },
-        { "an unterminated quote", "read HR1\r\nread \"HR2\r\n", false,
-            "teco-cli: batch line 2: unterminated quote\n" },
-        { "a command of the command line only", "read HR1\nshell\n", true,
-            "teco-cli: batch line 2: a batch cannot start a shell\n" },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        const std::string path = scratchDir() + "/batch";
-        std::ofstream(path, std::ios::trunc) << row.batch;
-        std::vector<std::string> args = { "batch", path };
-        if (!row.simulated)
-            args.insert(args.begin(), { "--port", device.path });
-        const CliRun r = cli(args);
-        EXPECT_EQ(r.status, 2);
-        EXPECT_EQ(r.err, row.message); // no simulated drive was started either
-        EXPECT_EQ(r.out, "");
-    }
-    EXPECT_EQ(device.bytesArrived(), 0);
 }
 
 // The shell with its lines from a pipe: each shown as it runs, a typing
