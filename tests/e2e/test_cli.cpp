@@ -90,32 +90,6 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
     }
 }
 
-TEST(Sim, BadUsageGetsOneSentenceAndStatusTwoAsTecoCli)
-{
-    struct Row
-    {
-        std::vector<std::string> args;
-        const char *message;
-    } rows[] = {
-        { { "--bogus" }, "teco-sim: unknown option --bogus\n" },
-        { { "--seed", "x" }, "teco-sim: option --seed takes a number from 0 to 2147483647, not \"x\"\n" },
-        { { "--stations", "0" }, "teco-sim: bad station list \"0\"" },
-        { { "--link", "RS485,9600,NONE,7,2" }, "teco-sim: Modbus RTU needs 8 data bits" }, // as teco-cli
-        { { "--fault", "explode" }, "teco-sim: unknown fault \"explode\"" },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(joined(row.args));
-        const CliRun r = runProgram(TECO_SIM_PATH, row.args, "");
-        EXPECT_EQ(r.status, 2);
-        EXPECT_EQ(r.err.rfind(row.message, 0), 0u) << r.err;
-        const std::string hint = "\n(teco-sim --help shows the usage)\n";
-        ASSERT_GT(r.err.size(), hint.size()) << r.err;
-        EXPECT_EQ(r.err.find('\n'), r.err.size() - hint.size()) << "one sentence, then the hint: " << r.err;
-        EXPECT_EQ(r.err.substr(r.err.size() - hint.size()), hint) << r.err;
-        EXPECT_EQ(r.out, "") << "no drive was started";
-    }
-}
-
 // What a command shows of what happened: its status, and a text on standard
 // output or standard error. Batch rows read their lines from standard input.
 TEST(Cli, CommandsShowWhatHappened)
@@ -331,12 +305,12 @@ TEST(Cli, InfoNamesTheDriver)
     EXPECT_EQ(o["defaultTimeoutMs"].toInt(), 500);
 }
 
-// Paths that name something other than a file of ours, and file batches
-// with a bad line anywhere (a batch is read and checked to its end first):
-// each refused with one sentence and status 2 before anything is sent,
-// started or shown; a FIFO is never waited on, a device never read, a
+// Paths that name something other than a file of ours, file batches with a
+// bad line anywhere (a batch is read and checked to its end first), and bad
+// usage given with a device or to teco-sim: each refused with its whole text
+// and status 2 before anything is sent, started or shown; a FIFO is never waited on, a device never read, a
 // symbolic link never followed for writing.
-TEST(Cli, FilesAndBatchesItCannotTakeAreRefusedBeforeAnythingIsSent)
+TEST(Cli, WhatItCannotTakeIsRefusedBeforeAnythingIsSent)
 {
     const std::string root = scratchDir();
     const std::string target = root + "/target", link = root + "/link", sub = root + "/dir",
@@ -351,7 +325,8 @@ TEST(Cli, FilesAndBatchesItCannotTakeAreRefusedBeforeAnythingIsSent)
     SilentDevice device;
     const std::vector<std::string> port = { "--port", device.path };
     const std::string bigText = ": it holds 2097152 bytes, more than the limit of 1 MiB",
-                      hint = "(teco-cli --help shows the usage)";
+                      hint = "(teco-cli --help shows the usage)",
+                      simHint = "\n(teco-sim --help shows the usage)";
     auto batch = [&root](const std::string &name, const char *text) {
         std::ofstream(root + "/" + name) << text;
         return std::vector<std::string> { "batch", root + "/" + name };
@@ -393,6 +368,19 @@ TEST(Cli, FilesAndBatchesItCannotTakeAreRefusedBeforeAnythingIsSent)
             "teco-cli: stop bits must be 1 or 2, not \"3\", in link \"RS485,9600,NONE,8,3\"" },
         { TECO_CLI_PATH, batch("shell", "read HR1\nshell\n"), "", // the simulated drive
             "teco-cli: batch line 2: a batch cannot start a shell" },
+        // teco-sim's bad usage as teco-cli's: one sentence, then the hint.
+        { TECO_SIM_PATH, { "--bogus" }, "", "teco-sim: unknown option --bogus" + simHint },
+        { TECO_SIM_PATH, { "--seed", "x" }, "",
+            "teco-sim: option --seed takes a number from 0 to 2147483647, not \"x\"" + simHint },
+        { TECO_SIM_PATH, { "--stations", "0" }, "",
+            "teco-sim: bad station list \"0\" (numbers 1 to 247, such as 1,2,5-7)" + simHint },
+        { TECO_SIM_PATH, { "--link", "RS485,9600,NONE,7,2" }, "",
+            "teco-sim: Modbus RTU needs 8 data bits; the link \"RS485,9600,NONE,7,2\" has 7" + simHint },
+        { TECO_SIM_PATH, { "--fault", "explode" }, "",
+            "teco-sim: unknown fault \"explode\" (noreply, corrupt, truncate, late, exception, wrongstation "
+            "or "
+            "noise)"
+                + simHint },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(joined(row.args));
