@@ -91,11 +91,19 @@ TEST(Cli, BadUsageGetsOneSentenceAndStatusTwo)
 }
 
 // What a command shows of what happened: its status, and a text on standard
-// output or standard error. Batch rows read their lines from standard input.
+// output or standard error. Batch and shell rows read their lines from
+// standard input. The shell and batches take what people give them: text
+// with a byte-order mark and comments, a pipe (bash's <(command)),
+// /dev/stdout for the trace; a line too long or with a NUL byte is refused
+// with one sentence and the shell goes on; an empty file name is refused as
+// every option that takes a file refuses it.
 TEST(Cli, CommandsShowWhatHappened)
 {
     const std::string polls = "poll HR100 HR101 --cycles 2 --interval 10\n"
-                              "poll HR100 --station 2 --cycles 2 --interval 10\n";
+                              "poll HR100 --station 2 --cycles 2 --interval 10\n",
+                      marked = scratchDir() + "/marked";
+    std::ofstream(marked)
+        << "\xEF\xBB\xBF  # a comment line\nwrite HR100 77 # the speed command\nread HR100 --json #\n";
     struct Row
     {
         std::vector<std::string> args;
@@ -104,6 +112,7 @@ TEST(Cli, CommandsShowWhatHappened)
         const char *shown;
         std::string input = std::string();
         bool endsOutput = false;
+        const char *inError = ""; // also in standard error
     } rows[] = {
         // A failed command exits 1 with the driver's text.
         { { "--json", "--sim-fault", "exception:code=2", "write", "FN6HR5", "1", "--retry", "0" }, 1, false,
@@ -135,6 +144,19 @@ TEST(Cli, CommandsShowWhatHappened)
             "station 2, read holding registers HR402 x1" },
         { { "--trace-format", "hex", "read", "HR100" }, 2, false,
             "teco-cli: option --trace-format takes decoded or panel" },
+        { { "batch", marked }, 0, true,
+            "  # a comment line\nteco> write HR100 77 # the speed command\nwrote 1 word at HR100, station 1\n"
+            "teco> read HR100 --json #\n{\"address\":\"HR100\"" },
+        { { "batch" }, 0, true, "{\"address\":\"HR100\"", "\xEF\xBB\xBFread HR100 --json\n" },
+        { { "shell" }, 2, true, "{\"address\":\"HR100\"", std::string(70000, 'x') + "\nread HR100 --json\n",
+            false, "teco-cli: line 1 is longer than 64 KiB\n" },
+        { { "shell" }, 2, true, "teco> read HR1\\0x\n", std::string("read HR1\0x\nread HR100 --json\n", 26),
+            false, "teco-cli: the line has a NUL byte at column 9\n" },
+        { { "--trace", "/dev/stdout", "read", "HR100" }, 0, true, "01 03 00 63 00 01 74 14" },
+        { { "--trace", "", "read", "HR100" }, 2, false,
+            "teco-cli: option --trace needs a file name, not an empty word\n" },
+        { { "poll", "HR100", "--log", "" }, 2, false,
+            "teco-cli: option --log needs a file name, not an empty word\n" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(joined(row.args));
@@ -150,7 +172,13 @@ TEST(Cli, CommandsShowWhatHappened)
         if (row.endsOutput) {
             EXPECT_EQ(where.rfind(row.shown) + std::strlen(row.shown), where.size()) << where;
         }
+        EXPECT_NE(r.err.find(row.inError), std::string::npos) << r.err.substr(0, 300);
     }
+    QProcess b;
+    b.start("bash", { "-c", QString(TECO_CLI_PATH) + " batch <(echo read HR100 --json)" });
+    ASSERT_TRUE(b.waitForFinished(30000));
+    EXPECT_EQ(b.exitCode(), 0) << b.readAllStandardError().toStdString();
+    EXPECT_TRUE(b.readAllStandardOutput().contains("\"values\":[1500]"));
     // The batch stopped at its bad line; --quiet leaves only the error.
     EXPECT_EQ(cli({ "batch" }, rows[2].input).out.find("teco> read HR101"), std::string::npos);
     const CliRun q
@@ -829,57 +857,6 @@ TEST(Cli, TheShellOnATerminalCompletesDropsALineOnCtrlCAndKeepsItsHistory)
     EXPECT_NE(kept.str().find("HR100"), std::string::npos) << kept.str();
     EXPECT_EQ(kept.str().find("HR100 9"), std::string::npos) << kept.str();
     EXPECT_LT(kept.str().size(), 1000u) << "the line too long was kept";
-}
-
-// The shell and batches take what people give them: text with a byte-order
-// mark and comments, a pipe (bash's <(command)),
-// /dev/stdout for the trace; a line too long or with a NUL byte is refused
-// with one sentence and the shell goes on; an empty file name is refused as
-// every option that takes a file refuses it.
-TEST(CliShell, LinesAndFilesAsPeopleGiveThem)
-{
-    const std::string marked = scratchDir() + "/marked";
-    std::ofstream(marked)
-        << "\xEF\xBB\xBF  # a comment line\nwrite HR100 77 # the speed command\nread HR100 --json #\n";
-    const std::string json = "{\"address\":\"HR100\"";
-    struct Row
-    {
-        const char *name;
-        std::vector<std::string> args;
-        std::string input;
-        int status;
-        std::string out; // found in standard output
-        std::string err; // found in standard error
-    } rows[] = {
-        { "a batch file with a byte-order mark and comments", { "batch", marked }, "", 0,
-            "  # a comment line\nteco> write HR100 77 # the speed command\nwrote 1 word at HR100, station 1\n"
-            "teco> read HR100 --json #\n{\"address\":\"HR100\"",
-            "" },
-        { "a batch on standard input with a byte-order mark", { "batch" }, "\xEF\xBB\xBFread HR100 --json\n",
-            0, json, "" },
-        { "a line too long, then a good one", { "shell" }, std::string(70000, 'x') + "\nread HR100 --json\n",
-            2, json, "teco-cli: line 1 is longer than 64 KiB\n" },
-        { "a NUL byte", { "shell" }, std::string("read HR1\0x\nread HR100 --json\n", 26), 2,
-            "teco> read HR1\\0x\n", "teco-cli: the line has a NUL byte at column 9\n" },
-        { "the trace on standard output", { "--trace", "/dev/stdout", "read", "HR100" }, "", 0,
-            "01 03 00 63 00 01 74 14", "" },
-        { "an empty trace path", { "--trace", "", "read", "HR100" }, "", 2, "",
-            "teco-cli: option --trace needs a file name, not an empty word\n" },
-        { "an empty log path", { "poll", "HR100", "--log", "" }, "", 2, "",
-            "teco-cli: option --log needs a file name, not an empty word\n" },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        const CliRun r = cli(row.args, row.input);
-        EXPECT_EQ(r.status, row.status) << r.err;
-        EXPECT_NE(r.out.find(row.out), std::string::npos) << r.out.substr(0, 300);
-        EXPECT_NE(r.err.find(row.err), std::string::npos) << r.err.substr(0, 300);
-    }
-    QProcess p;
-    p.start("bash", { "-c", QString(TECO_CLI_PATH) + " batch <(echo read HR100 --json)" });
-    ASSERT_TRUE(p.waitForFinished(30000));
-    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
-    EXPECT_TRUE(p.readAllStandardOutput().contains("\"values\":[1500]"));
 }
 
 // The usage names every option the program takes, each as a whole word
