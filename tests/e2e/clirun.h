@@ -1,11 +1,12 @@
 #ifndef TESTS_E2E_CLIRUN_H
 #define TESTS_E2E_CLIRUN_H
 
-// teco-cli and teco-sim run as programs (under the emulator when there is
-// one), and a pseudo-terminal nobody answers on.
+// teco-cli and teco-sim run as programs (the tests that include this are
+// left out of cross builds), and a pseudo-terminal nobody answers on.
 
 #include <QProcess>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -26,20 +27,13 @@ struct CliRun
 inline CliRun runProgram(const char *path, const std::vector<std::string> &args, const std::string &input,
     const std::string &inputFile = std::string())
 {
-    QString program = path;
     QStringList arguments;
-    const QString emulator = TECO_EMULATOR;
-    if (!emulator.isEmpty()) {
-        arguments = emulator.split('|');
-        program = arguments.takeFirst();
-        arguments << path;
-    }
     for (const std::string &a : args)
         arguments << QString::fromStdString(a);
     QProcess p;
     if (!inputFile.empty())
         p.setStandardInputFile(QString::fromStdString(inputFile));
-    p.start(program, arguments);
+    p.start(path, arguments);
     CliRun r;
     if (!p.waitForStarted(30000))
         return r;
@@ -58,6 +52,21 @@ inline CliRun runProgram(const char *path, const std::vector<std::string> &args,
 inline CliRun cli(const std::vector<std::string> &args, const std::string &input = std::string())
 {
     return runProgram(TECO_CLI_PATH, args, input);
+}
+
+// The words of a, then those of b.
+inline std::vector<std::string> with(std::vector<std::string> a, const std::vector<std::string> &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// A directory of the test program's own, removed when it ends.
+inline std::string scratchDir()
+{
+    static QTemporaryDir dir;
+    EXPECT_TRUE(dir.isValid());
+    return dir.path().toStdString();
 }
 
 // A pseudo-terminal that nobody answers on; the test sees what arrives.

@@ -9,11 +9,6 @@ namespace {
 
 // ---------------------------------------------------------------- relay window
 
-void listStations(E2eRig &rig, const char *countAndList)
-{
-    ASSERT_TRUE(rig.write(Word, "HR60000", hex(countAndList), 3)) << rig.error();
-}
-
 TEST(EndToEnd, RelayResumesAtTheStationThatFailedAndTheNextCommandStartsAnew)
 {
     // Station 3 misses the first relay write. With a retry, the next attempt
@@ -22,7 +17,7 @@ TEST(EndToEnd, RelayResumesAtTheStationThatFailedAndTheNextCommandStartsAnew)
     for (int retry : { 1, 0 }) {
         SCOPED_TRACE("retry " + std::to_string(retry));
         E2eRig rig(FailureTimeoutMs, retry, { fault("noreply:station=3,times=1") });
-        listStations(rig, "02 00 02 00 03 00");
+        ASSERT_TRUE(rig.write(Word, "HR60000", hex("02 00 02 00 03 00"), 3)) << rig.error();
         EXPECT_EQ(rig.write(Word, "HR60010", hex("34 12")), retry == 1) << rig.error();
         EXPECT_EQ(rig.registerAt(2, 1299), 0x1234);
         EXPECT_EQ(rig.registerAt(3, 1299), retry == 1 ? 0x1234 : 0);
@@ -67,26 +62,18 @@ TEST(EndToEnd, EveryFaultHasItsTextAndTheNextCommandGetsItsOwnAnswer)
     }
 }
 
-// Answers late by more than the time-out but less than time-out + guard:
-// the reply that the driver takes is always its own request's.
-const int RaceTimeoutMs = 50, RaceGuardMs = 250;
-std::vector<FaultRule> lateAnswers()
-{
-    // The deadline is the time-out plus the answer's wire time (about 8 ms
-    // at 9600 baud): these arrive well after it and well before the guard
-    // ends, with room for a slow machine.
-    return { fault("late:rate=6%,ms=75"), fault("late:rate=6%,ms=120"), fault("late:rate=6%,ms=160") };
-}
-
 TEST(EndToEnd, AWriteReportedDoneHasHappenedDespiteLateAcknowledgements)
 {
     // Function 16 acknowledges address and quantity, not the value: a late
     // acknowledgement of the previous write looks like this one's. Lost
     // requests make a taken-over acknowledgement show as a value never written.
-    std::vector<FaultRule> faults = lateAnswers();
-    faults.push_back(fault("noreply:rate=10%"));
-    E2eRig rig(RaceTimeoutMs, 1, faults);
-    rig.link.options().lateGuardMs = RaceGuardMs;
+    // The answers come late by more than the time-out (50 ms, plus about 8 ms
+    // of wire time at 9600 baud) and well before the guard (250 ms) ends,
+    // with room for a slow machine.
+    E2eRig rig(50, 1,
+        { fault("late:rate=6%,ms=75"), fault("late:rate=6%,ms=120"), fault("late:rate=6%,ms=160"),
+            fault("noreply:rate=10%") });
+    rig.link.options().lateGuardMs = 250;
     int wrong = 0, done = 0;
     for (int i = 0; i < 120; ++i) {
         const quint16 value = quint16(0x1000 + i);

@@ -29,12 +29,6 @@ Tally alternatingReads(E2eRig &rig, int reads)
     return t;
 }
 
-void twoRegisters(E2eRig &rig)
-{
-    rig.setRegister(1, 99, 0x1111);
-    rig.setRegister(1, 100, 0x2222);
-}
-
 const int TimeoutMs = 100;
 
 // The first read of HR100 is answered N ms late; with one retry and the
@@ -53,7 +47,8 @@ TEST(LateAnswer, JustInsideOrBeyondTheGuardNoReadShowsTheOtherRegister)
         SCOPED_TRACE(std::to_string(lateMs) + " ms late");
         const std::string rule = "late:at=HR100,times=1,ms=" + std::to_string(lateMs);
         E2eRig rig(TimeoutMs, 1, { fault(rule.c_str()) });
-        twoRegisters(rig);
+        rig.setRegister(1, 99, 0x1111);
+        rig.setRegister(1, 100, 0x2222);
         const Tally t = alternatingReads(rig, 21);
         EXPECT_EQ(t.wrong, 0);
         EXPECT_EQ(t.right, 21);

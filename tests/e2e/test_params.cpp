@@ -165,17 +165,13 @@ TEST(Params, ANameOrValueTheMapRefusesSendsNothing)
         { { "params", "restore", "moved.csv" },
             "moved.csv line 2: \"gain\" is HR1012 there but HR1010 in the map" },
     };
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const std::string map = dir.path().toStdString() + "/drive.csv";
+    const std::string map = scratchDir() + "/drive.csv";
     std::ofstream(map) << mapText;
     std::ofstream("moved.csv") << "name,address,format,value\ngain,HR1012,float32,1\n";
     SilentDevice line;
     for (const Row &row : rows) {
-        std::vector<std::string> args
-            = { "--port", line.path, "--map", map, "--timeout", "50", "--retry", "0" };
-        args.insert(args.end(), row.args.begin(), row.args.end());
-        const CliRun r = cli(args);
+        const CliRun r
+            = cli(with({ "--port", line.path, "--map", map, "--timeout", "50", "--retry", "0" }, row.args));
         SCOPED_TRACE(row.args[1]);
         EXPECT_EQ(r.status, 2) << r.err;
         EXPECT_NE(r.err.find(row.message), std::string::npos) << r.err;
