@@ -142,31 +142,6 @@ TEST(Formats, EveryRegisterContentRoundTrips)
     EXPECT_EQ(again, text);
 }
 
-TEST(Formats, ReadsShowOneTextPerValue)
-{
-    struct Row
-    {
-        const char *format;
-        std::vector<uint16_t> registers;
-        std::vector<std::string> shown;
-    } rows[] = {
-        { "int16", { 0xFFFF, 0x0001, 0x8000 }, { "-1", "1", "-32768" } },
-        { "int32:CDAB", { 0x0001, 0x0000, 0xFFFF, 0xFFFF }, { "1", "-1" } },
-        { "float32", { 0x4049, 0x0FDB, 0xFFC0, 0x0001 }, { "3.1415927", "nan" } },
-        // A string is one value over all its registers; the NULs at its end go.
-        { "string", { 0x4142, 0x4300, 0x0000 }, { "ABC" } },
-        { "string", { 0x0000, 0x0000 }, { "" } },
-        { "string", { 0x0041, 0x0A1B }, { "\\x00A\\x0a\\x1b" } },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.format);
-        std::vector<std::string> shown;
-        std::string error;
-        ASSERT_TRUE(formatRegisters(row.registers, formatOf(row.format), shown, error)) << error;
-        EXPECT_EQ(shown, row.shown);
-    }
-}
-
 TEST(Formats, RefusesWhatDoesNotFitWithOneSentence)
 {
     struct Row

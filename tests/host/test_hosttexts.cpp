@@ -234,6 +234,12 @@ TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
             { "noreply:at=HR100.3",
                 "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
             { "noreply:station=300", "fault \"noreply:station=300\": the key \"station\" takes a station" },
+            // Each kind's own key stops at its range: one past either end is refused.
+            { "truncate:keep=256", "fault \"truncate:keep=256\": the key \"keep\" takes" },
+            { "late:ms=-1", "fault \"late:ms=-1\": the key \"ms\" takes" },
+            { "wrongstation:as=256", "fault \"wrongstation:as=256\": the key \"as\" takes" },
+            { "noise:bytes=1025", "fault \"noise:bytes=1025\": the key \"bytes\" takes" },
+            { "noreply:rate=x", "fault \"noreply:rate=x\": the key \"rate\" takes" },
         },
         [](const char *text, std::string &error) {
             FaultRule r;
@@ -241,13 +247,6 @@ TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
             EXPECT_EQ(error.find('\n'), std::string::npos) << error;
             return ok;
         });
-    // Each kind's own key stops at its range: one past either end is refused.
-    for (const char *text :
-        { "truncate:keep=256", "late:ms=-1", "wrongstation:as=256", "noise:bytes=1025", "noreply:rate=x" }) {
-        FaultRule r;
-        std::string error;
-        EXPECT_FALSE(FaultRule::parse(text, r, error)) << text;
-    }
 }
 
 TEST(RegisterMaps, ReadValuesStationsAndDoubleWords)
@@ -438,35 +437,6 @@ TEST(CommandValues, PackAndUnpackInThePanelsByteOrder)
     // A short answer gives only the whole elements.
     EXPECT_EQ(unpackValues(QByteArray("\x01\x02\x03", 3), a, ValueType::Word, 2).size(), 1u);
     EXPECT_TRUE(unpackValues(QByteArray(), a, ValueType::Bit, 8).empty());
-}
-
-TEST(CommandLine, ChoosesTheTypeFromTheAddress)
-{
-    struct Row
-    {
-        std::vector<std::string> args;
-        ValueType type;
-        int count;
-    } rows[] = {
-        { { "read", "HR100" }, ValueType::Word, 1 },
-        { { "read", "HR100SW" }, ValueType::DWord, 1 },
-        { { "read", "DO5", "--count", "8" }, ValueType::Bit, 8 },
-        { { "read", "HR100.3" }, ValueType::Bit, 1 },
-        { { "--count=3", "read", "HR100", "--type=byte" }, ValueType::Byte, 3 },
-        { { "write", "HR100", "-5", "7" }, ValueType::Word, 2 },
-    };
-    for (const Row &row : rows) {
-        CliOptions o;
-        Command c;
-        std::string error;
-        ASSERT_TRUE(parseCliArguments(row.args, o, false, error)) << error;
-        ASSERT_TRUE(prepareCommand(o, false, c, error)) << error;
-        const Tag &target = std::holds_alternative<ReadCommand>(c.kind)
-            ? std::get<ReadCommand>(c.kind).target
-            : std::get<WriteCommand>(c.kind).target;
-        EXPECT_EQ(target.type, row.type);
-        EXPECT_EQ(target.count, row.count);
-    }
 }
 
 // words, then value count times.

@@ -28,6 +28,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
     {
         const char *rows; // after the header
         const char *error; // the sentence's start
+        const char *head = header;
     } rows[] = {
         { "\"speed,HR1\n", "line 2, column 1 (name): a quoted field is not closed" },
         { "sp\"eed,HR1\n", "line 2, column 1 (name): a quote inside an unquoted field" },
@@ -65,27 +66,16 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,,0.5,,,,,,1.25\n", "line 2, column 10 (default): speed takes steps of 0.5: 1.25" },
         { "speed,HR1,,,,,,,,fast,0=off\n", "line 2, column 10 (default): speed takes off, not \"fast\"" },
         { "speed,HR1,string:1,,,,,,,abc\n", "line 2, column 10 (default): the string takes 2 registers" },
+        { "", "line 1, column 3 (scael): unknown column", "name,address,scael\n" },
+        { "", "line 1, column 3 (Name): the column is given twice", "name;address;Name\n" },
+        { "", "line 2: the header row has no address column", "# a map\nname,unit\n" },
+        { "", "the map has no header row", "\n" },
     };
     for (const Row &r : rows) {
         ParameterMap map;
         std::string error;
-        EXPECT_FALSE(parseParameterMap(header + std::string(r.rows), map, error)) << r.rows;
-        EXPECT_EQ(error.substr(0, std::string(r.error).size()), r.error) << r.rows;
-    }
-    struct Header
-    {
-        const char *text, *error;
-    } headers[] = {
-        { "name,address,scael\n", "line 1, column 3 (scael): unknown column" },
-        { "name;address;Name\n", "line 1, column 3 (Name): the column is given twice" },
-        { "# a map\nname,unit\n", "line 2: the header row has no address column" },
-        { "\n", "the map has no header row" },
-    };
-    for (const Header &h : headers) {
-        ParameterMap map;
-        std::string error;
-        EXPECT_FALSE(parseParameterMap(h.text, map, error));
-        EXPECT_EQ(error.substr(0, std::string(h.error).size()), h.error) << h.text;
+        EXPECT_FALSE(parseParameterMap(r.head + std::string(r.rows), map, error)) << r.head << r.rows;
+        EXPECT_EQ(error.substr(0, std::string(r.error).size()), r.error) << r.head << r.rows;
     }
 }
 
