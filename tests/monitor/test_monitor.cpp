@@ -398,66 +398,44 @@ private slots:
         QVERIFY(csv.contains(",HR200:float32,-2.5\n"));
     }
 
-    // A tag's row on its own: an alarm code stands out; only numbers are trended.
+    // A tag's row on its own: an alarm code stands out; only numbers are
+    // trended. A tag named from a map: its value in engineering units with
+    // the unit, an alarm parameter highlighted with its value list's text, and
+    // a value typed in engineering units checked before it is offered for a
+    // write.
     void tagRowsShowTheirKind_data()
     {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<bool>("highlighted");
-        QTest::addColumn<bool>("tickable");
-        QTest::newRow("alarm tag with an alarm code")
-            << QString("IR406 alarm") << QString("2") << true << true;
-        QTest::newRow("alarm tag at zero") << QString("IR406 alarm") << QString("0") << false << true;
-        QTest::newRow("any other tag, not zero") << QString("IR406") << QString("2") << false << true;
-        QTest::newRow("a string") << QString("HR500:string:4") << QString("ab") << false << false;
-    }
-    void tagRowsShowTheirKind()
-    {
-        QFETCH(QString, line);
-        QFETCH(QString, value);
-        QFETCH(bool, highlighted);
-        QFETCH(bool, tickable);
-        TagModel model;
-        QString error;
-        QVERIFY2(model.addTag(line, error), qPrintable(error));
-        const QModelIndex tick = model.index(0, TagModel::TagColumn);
-        QCOMPARE(bool(model.flags(tick) & Qt::ItemIsUserCheckable), tickable);
-        QCOMPARE(model.setData(tick, Qt::Checked, Qt::CheckStateRole), tickable);
-        QCOMPARE(model.tagAt(0).trend, tickable);
-        QVERIFY(readInto(model, value));
-        QCOMPARE(model.index(0, TagModel::ValueColumn).data(Qt::BackgroundRole).isValid(), highlighted);
-    }
-
-    // A tag named from a map: its value in engineering units with the unit,
-    // an alarm parameter highlighted with its value list's text, and a value
-    // typed in engineering units checked before it is offered for a write.
-    void namedParameters_data()
-    {
-        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("line"); // an address tag or a parameter's name
         QTest::addColumn<QString>("raw"); // as read
         QTest::addColumn<QString>("shown");
-        QTest::addColumn<bool>("alarm");
+        QTest::addColumn<bool>("highlighted");
+        QTest::addColumn<bool>("tickable");
         QTest::addColumn<QString>("typed"); // "": no write
         QTest::addColumn<QString>("outcome"); // the refusal, or "raw N" offered for the write
-        const char *const rows[][7] = {
-            { "scaled value with its unit", "current", "125", "1.25 A", "", "", "" },
-            { "alarm parameter not zero", "alarm-code", "1", "over-speed", "1", "", "" },
-            { "alarm parameter at zero", "alarm-code", "0", "none", "", "", "" },
-            { "typed beyond the maximum", "speed-command", "1500", "1500 rpm", "", "4000",
+        const char *const rows[][8] = {
+            { "alarm tag with an alarm code", "IR407 alarm", "2", "2", "1", "1", "", "" },
+            { "alarm tag at zero", "IR407 alarm", "0", "0", "", "1", "", "" },
+            { "any other tag, not zero", "IR407", "2", "2", "", "1", "", "" },
+            { "a string", "HR500:string:4", "ab", "ab", "", "", "", "" },
+            { "scaled value with its unit", "current", "125", "1.25 A", "", "1", "", "" },
+            { "alarm parameter not zero", "alarm-code", "1", "over-speed", "1", "1", "", "" },
+            { "alarm parameter at zero", "alarm-code", "0", "none", "", "1", "", "" },
+            { "typed beyond the maximum", "speed-command", "1500", "1500 rpm", "", "1", "4000",
                 "speed-command takes -3000 to 3000 rpm: 4000 is outside" },
-            { "typed in engineering units goes out raw", "torque-limit", "300", "30.0 %", "", "25.5",
+            { "typed in engineering units goes out raw", "torque-limit", "300", "30.0 %", "", "1", "25.5",
                 "raw 255" },
         };
         for (const auto &row : rows)
             QTest::newRow(row[0]) << QString(row[1]) << QString(row[2]) << QString(row[3]) << (*row[4] != 0)
-                                  << QString(row[5]) << QString(row[6]);
+                                  << (*row[5] != 0) << QString(row[6]) << QString(row[7]);
     }
-    void namedParameters()
+    void tagRowsShowTheirKind()
     {
-        QFETCH(QString, name);
+        QFETCH(QString, line);
         QFETCH(QString, raw);
         QFETCH(QString, shown);
-        QFETCH(bool, alarm);
+        QFETCH(bool, highlighted);
+        QFETCH(bool, tickable);
         QFETCH(QString, typed);
         QFETCH(QString, outcome);
         auto map = std::make_shared<ParameterMap>();
@@ -472,15 +450,19 @@ private slots:
         TagModel model;
         model.setParameterMap(map);
         QString error;
-        QVERIFY2(model.addTag(name, error), qPrintable(error));
+        QVERIFY2(model.addTag(line, error), qPrintable(error));
+        const QModelIndex tick = model.index(0, TagModel::TagColumn);
+        QCOMPARE(bool(model.flags(tick) & Qt::ItemIsUserCheckable), tickable);
+        QCOMPARE(model.setData(tick, Qt::Checked, Qt::CheckStateRole), tickable);
+        QCOMPARE(model.tagAt(0).trend, tickable);
         QVERIFY(readInto(model, raw));
         const QModelIndex value = model.index(0, TagModel::ValueColumn);
-        QCOMPARE(model.index(0, TagModel::TagColumn).data().toString(), name);
         QCOMPARE(value.data().toString(), shown);
-        QCOMPARE(value.data(Qt::BackgroundRole).isValid(), alarm);
-        QVERIFY(value.data(Qt::ToolTipRole)
-                    .toString()
-                    .contains(QString::fromStdString(map->find(name.toStdString())->description)));
+        QCOMPARE(value.data(Qt::BackgroundRole).isValid(), highlighted);
+        if (const Parameter *p = map->find(line.toStdString())) {
+            QCOMPARE(tick.data().toString(), line);
+            QVERIFY(value.data(Qt::ToolTipRole).toString().contains(QString::fromStdString(p->description)));
+        }
         if (typed.isEmpty())
             return;
         QSignalSpy writes(&model, &TagModel::writeRequested);
@@ -498,7 +480,7 @@ private slots:
         const PendingWrite w = asked.first().at(0).value<PendingWrite>();
         QCOMPARE("raw " + w.raw, outcome);
         QCOMPARE(w.words, QVector<uint>({ outcome.mid(4).toUInt() }));
-        QVERIFY2(w.typed.startsWith(typed) && w.name.startsWith(name), qPrintable(w.typed + " " + w.name));
+        QVERIFY2(w.typed.startsWith(typed) && w.name.startsWith(line), qPrintable(w.typed + " " + w.name));
     }
 
     void manyTrendsTellApart()
