@@ -243,31 +243,6 @@ TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
         });
 }
 
-TEST(RegisterMaps, ReadValuesStationsAndDoubleWords)
-{
-    const char *text = "# comment\n"
-                       "HR5 -1 minus one\n"
-                       "station 2\n"
-                       "IR3 0x10\n"
-                       "HR10SW 0x12345678 a double word\n"
-                       "station all\n"
-                       "DO1 1\n";
-    std::vector<MapEntry> e;
-    std::string error;
-    ASSERT_TRUE(parseRegisterMap(text, e, error)) << error;
-    ASSERT_EQ(e.size(), 5u);
-    EXPECT_EQ(e[0].value, 0xFFFF);
-    EXPECT_EQ(e[0].name, "minus one");
-    EXPECT_EQ(e[1].station, 2);
-    EXPECT_EQ(e[1].area, Area::InputRegisters);
-    EXPECT_EQ(e[1].value, 0x10);
-    EXPECT_EQ(e[2].address, 9);
-    EXPECT_EQ(e[2].value, 0x1234);
-    EXPECT_EQ(e[3].address, 10);
-    EXPECT_EQ(e[3].value, 0x5678);
-    EXPECT_EQ(e[4].station, 0);
-}
-
 TEST(RegisterMaps, NameTheLineOfAProblem)
 {
     expectRefusals(
@@ -291,6 +266,8 @@ TEST(RegisterMaps, NameTheLineOfAProblem)
 TEST(RegisterMaps, AMapServesItsDefaultsAsTheRegistersHoldThem)
 {
     using A = Area;
+    const std::string older = "# comment\nHR5 -1 minus one\nstation 2\nIR3 0x10\n"
+                              "HR10SW 0x12345678 a double word\nstation all\nDO1 1\n";
     struct Row
     {
         const char *what;
@@ -304,6 +281,12 @@ TEST(RegisterMaps, AMapServesItsDefaultsAsTheRegistersHoldThem)
         { "an empty map", std::string(), 1, A::HoldingRegisters, 99, 0 },
         { "a map of white space", std::string(" \n\t\n"), 1, A::HoldingRegisters, 99, 0 },
         { "a map of its own", std::string("HR100 7\n"), 1, A::HoldingRegisters, 99, 7 },
+        { "the older form: a negative value", older, 1, A::HoldingRegisters, 4, 0xFFFF },
+        { "the older form: a station's own", older, 2, A::InputRegisters, 2, 0x10 },
+        { "the older form: not another station's", older, 1, A::InputRegisters, 2, 0 },
+        { "the older form: a double word's high word", older, 2, A::HoldingRegisters, 9, 0x1234 },
+        { "the older form: its low word", older, 2, A::HoldingRegisters, 10, 0x5678 },
+        { "the older form: every station after \"station all\"", older, 3, A::Coils, 0, 1 },
         { "a scale: 1.25 A in 0.01 A", std::nullopt, 1, A::InputRegisters, 1, 125 },
         { "an offset: 25.0 C in 0.1 C from -40", std::nullopt, 1, A::InputRegisters, 2006, 650 },
         { "a double word, high word first", std::nullopt, 1, A::HoldingRegisters, 104, 0x86A0 },
