@@ -79,36 +79,61 @@ TEST(LinkText, ReadsTheDriversFormOfALine)
     }
 }
 
-TEST(AddressTexts, AcceptThePanelsForms)
+TEST(AddressTexts, AcceptThePanelsFormsAndRefuseTypingErrors)
 {
     struct Row
     {
-        const char *text, *canonical;
-        Area area;
-        int wire, bit;
-        bool swap;
-        bool zeroBased = false; // the number typed is the wire number
+        const char *text, *canonical; // or "!" and the start of the refusal
+        bool zeroBased; // the number typed is the wire number
+        Area area = Area::HoldingRegisters;
+        int wire = 0, bit = -1;
+        bool swap = false;
     } rows[] = {
-        { "HR100", "HR100", Area::HoldingRegisters, 99, -1, false },
+        { "HR100", "HR100", false, Area::HoldingRegisters, 99, -1, false },
         // Hexadecimal: the same one-based number.
-        { "HR0x0063", "HR99", Area::HoldingRegisters, 98, -1, false },
-        { "hr0x64.3", "HR100.3", Area::HoldingRegisters, 99, 3, false },
-        { "HR0x10000", "HR65536", Area::HoldingRegisters, 65535, -1, false },
-        { "IR0xaSW", "IR10SW", Area::InputRegisters, 9, -1, true },
-        { "FN6HR0X4B0", "FN6HR1200", Area::HoldingRegisters, 1199, -1, false },
+        { "HR0x0063", "HR99", false, Area::HoldingRegisters, 98, -1, false },
+        { "hr0x64.3", "HR100.3", false, Area::HoldingRegisters, 99, 3, false },
+        { "HR0x10000", "HR65536", false, Area::HoldingRegisters, 65535, -1, false },
+        { "IR0xaSW", "IR10SW", false, Area::InputRegisters, 9, -1, true },
+        { "FN6HR0X4B0", "FN6HR1200", false, Area::HoldingRegisters, 1199, -1, false },
         // Wire numbers, as mbpoll counts: the text shown is still the panel's.
-        { "HR0", "HR1", Area::HoldingRegisters, 0, -1, false, true },
-        { "HR99.3", "HR100.3", Area::HoldingRegisters, 99, 3, false, true },
-        { "DO65535", "DO65536", Area::Coils, 65535, -1, false, true },
-        { "HR0x63SW", "HR100SW", Area::HoldingRegisters, 99, -1, true, true },
-        { "fn5do5", "FN5DO5", Area::Coils, 4, -1, false },
-        { "DI1", "DI1", Area::DiscreteInputs, 0, -1, false },
-        { "ir7.15", "IR7.15", Area::InputRegisters, 6, 15, false },
+        { "HR0", "HR1", true, Area::HoldingRegisters, 0, -1, false },
+        { "HR99.3", "HR100.3", true, Area::HoldingRegisters, 99, 3, false },
+        { "DO65535", "DO65536", true, Area::Coils, 65535, -1, false },
+        { "HR0x63SW", "HR100SW", true, Area::HoldingRegisters, 99, -1, true },
+        { "fn5do5", "FN5DO5", false, Area::Coils, 4, -1, false },
+        { "DI1", "DI1", false, Area::DiscreteInputs, 0, -1, false },
+        { "ir7.15", "IR7.15", false, Area::InputRegisters, 6, 15, false },
+        // Refused with one sentence.
+        { "", "!unknown address \"\"", false },
+        { "HR0", "!address \"HR0\" is out of range: numbers run from 1 to 65536 (one-based: HR1 is the first",
+            false },
+        { "HR0x", "!unknown address \"HR0x\"", false },
+        { "HR0xG1", "!unknown address", false },
+        { "HR", "!unknown address \"HR\"", false },
+        { "HR65537", "!address \"HR65537\" is out of range", false },
+        { "HR123456", "!unknown address", false },
+        { "HR100.16", "!bad bit in address \"HR100.16\"", false },
+        { "HR100.", "!bad bit in address", false },
+        { "HR100.3SW", "!unknown address", false },
+        { "DO5.1", "!address \"DO5.1\" names a bit of a coil area", false },
+        { "DI5SW", "!unknown address", false },
+        { "HR100 ", "!unknown address", false },
+        { "HR1\xe9", "!unknown address", false },
+        { "HR65536", "!address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535",
+            true },
+        { "HR-1", "!unknown address \"HR-1\" (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number",
+            true },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
         AddressText a;
         std::string error;
+        if (*row.canonical == '!') {
+            EXPECT_FALSE(AddressText::parse(row.text, a, error, row.zeroBased));
+            EXPECT_EQ(error.rfind(row.canonical + 1, 0), 0u) << error;
+            continue;
+        }
         ASSERT_TRUE(AddressText::parse(row.text, a, error, row.zeroBased)) << error;
         EXPECT_EQ(a.text(), row.canonical);
         EXPECT_EQ(a.area, row.area);
@@ -116,42 +141,6 @@ TEST(AddressTexts, AcceptThePanelsForms)
         EXPECT_EQ(a.bit, row.bit);
         EXPECT_EQ(a.swap, row.swap);
     }
-}
-
-TEST(AddressTexts, RefuseTypingErrors)
-{
-    const auto parse = [](bool zeroBased) {
-        return [zeroBased](const char *text, std::string &error) {
-            AddressText a;
-            return AddressText::parse(text, a, error, zeroBased);
-        };
-    };
-    expectRefusals(
-        {
-            { "", "unknown address \"\"" },
-            { "HR0",
-                "address \"HR0\" is out of range: numbers run from 1 to 65536 (one-based: HR1 is the first" },
-            { "HR0x", "unknown address \"HR0x\"" },
-            { "HR0xG1", "unknown address" },
-            { "HR", "unknown address \"HR\"" },
-            { "HR65537", "address \"HR65537\" is out of range" },
-            { "HR123456", "unknown address" },
-            { "HR100.16", "bad bit in address \"HR100.16\"" },
-            { "HR100.", "bad bit in address" },
-            { "HR100.3SW", "unknown address" },
-            { "DO5.1", "address \"DO5.1\" names a bit of a coil area" },
-            { "DI5SW", "unknown address" },
-            { "HR100 ", "unknown address" },
-            { "HR1\xe9", "unknown address" },
-        },
-        parse(false));
-    expectRefusals(
-        {
-            { "HR65536",
-                "address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535" },
-            { "HR-1", "unknown address \"HR-1\" (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number" },
-        },
-        parse(true));
 }
 
 TEST(FaultRules, ReadKindAndOptions)
