@@ -143,31 +143,66 @@ TEST(AddressTexts, AcceptThePanelsFormsAndRefuseTypingErrors)
     }
 }
 
-TEST(FaultRules, ReadKindAndOptions)
+// A rule's kind and options, or one sentence naming the rule and the key: one
+// row per way a rule is refused; what each key takes is its line of the key
+// table, shown here once through the value key's range.
+TEST(FaultRules, ReadKindAndOptionsOrRefuseEachBadKey)
 {
     struct Row
     {
-        const char *text;
-        FaultRule::Kind kind;
-        int station;
-        bool anyAddress;
-        int address;
-        double rate;
-        int times, value;
+        const char *text, *error; // error: "" when read, else its start
+        FaultRule::Kind kind = FaultRule::NoReply;
+        int station = -1;
+        bool anyAddress = true;
+        int address = 0;
+        double rate = 1.0;
+        int times = -1, value = -1;
     } rows[] = {
-        { "noreply", FaultRule::NoReply, -1, true, 0, 1.0, -1, -1 },
-        { "late:at=HR200,ms=800,times=1", FaultRule::Late, -1, false, 199, 1.0, 1, 800 },
-        { "corrupt:rate=5%", FaultRule::Corrupt, -1, true, 0, 0.05, -1, -1 },
-        { "exception:station=7,code=2,rate=0.5", FaultRule::Exception, 7, true, 0, 0.5, -1, 2 },
-        { "truncate:keep=255", FaultRule::Truncate, -1, true, 0, 1.0, -1, 255 },
-        { "exception:code=11", FaultRule::Exception, -1, true, 0, 1.0, -1, 11 },
-        { "wrongstation:as=9", FaultRule::WrongStation, -1, true, 0, 1.0, -1, 9 },
-        { "noise:bytes=6,at=DO3", FaultRule::Noise, -1, false, 2, 1.0, -1, 6 },
+        { "noreply", "", FaultRule::NoReply, -1, true, 0, 1.0, -1, -1 },
+        { "late:at=HR200,ms=800,times=1", "", FaultRule::Late, -1, false, 199, 1.0, 1, 800 },
+        { "corrupt:rate=5%", "", FaultRule::Corrupt, -1, true, 0, 0.05, -1, -1 },
+        { "exception:station=7,code=2,rate=0.5", "", FaultRule::Exception, 7, true, 0, 0.5, -1, 2 },
+        { "truncate:keep=255", "", FaultRule::Truncate, -1, true, 0, 1.0, -1, 255 },
+        { "exception:code=11", "", FaultRule::Exception, -1, true, 0, 1.0, -1, 11 },
+        { "wrongstation:as=9", "", FaultRule::WrongStation, -1, true, 0, 1.0, -1, 9 },
+        { "noise:bytes=6,at=DO3", "", FaultRule::Noise, -1, false, 2, 1.0, -1, 6 },
+        { "", "unknown fault \"\" (noreply, corrupt" },
+        { "noreply:", "fault \"noreply:\" has an empty key (write KIND:KEY=VALUE,...)" },
+        { "late:ms=5,,times=1", "fault \"late:ms=5,,times=1\" has an empty key" },
+        { "late:code=2",
+            "fault \"late:code=2\": late has no key \"code\" (it takes station, at, rate, times and "
+            "ms)" },
+        { "late:ms=5,ms=6", "fault \"late:ms=5,ms=6\" gives the key \"ms\" twice" },
+        { "noreply:at", "fault \"noreply:at\": the key \"at\" needs a value, an address without a bit" },
+        { "exception:code=",
+            "fault \"exception:code=\": the key \"code\" needs a value, a Modbus exception code" },
+        { "exception:code=99",
+            "fault \"exception:code=99\": the key \"code\" takes a Modbus exception code from 1 to 11, "
+            "not "
+            "\"99\"" },
+        { "exception:code=0", "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code" },
+        { "noreply:rate=1.5", "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1" },
+        { "noreply:times=0", "fault \"noreply:times=0\": the key \"times\" takes a count from 1" },
+        { "noreply:at=HR100.3",
+            "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
+        { "noreply:station=300", "fault \"noreply:station=300\": the key \"station\" takes a station" },
+        // Each kind's own key stops at its range: one past either end is refused.
+        { "truncate:keep=256", "fault \"truncate:keep=256\": the key \"keep\" takes" },
+        { "late:ms=-1", "fault \"late:ms=-1\": the key \"ms\" takes" },
+        { "wrongstation:as=256", "fault \"wrongstation:as=256\": the key \"as\" takes" },
+        { "noise:bytes=1025", "fault \"noise:bytes=1025\": the key \"bytes\" takes" },
+        { "noreply:rate=x", "fault \"noreply:rate=x\": the key \"rate\" takes" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
         FaultRule r;
         std::string error;
+        if (*row.error) {
+            EXPECT_FALSE(FaultRule::parse(row.text, r, error));
+            EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+            EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+            continue;
+        }
         ASSERT_TRUE(FaultRule::parse(row.text, r, error)) << error;
         EXPECT_EQ(std::make_tuple(r.kind, r.station, r.anyAddress, r.address, r.times, r.value),
             std::make_tuple(row.kind, row.station, row.anyAddress, row.address, row.times, row.value));
@@ -188,48 +223,6 @@ TEST(FaultRules, MatchTheRequestsRange)
     EXPECT_FALSE(r.matches(2, Area::HoldingRegisters, 150, 49));
     EXPECT_FALSE(r.matches(2, Area::InputRegisters, 199, 1));
     EXPECT_FALSE(r.matches(3, Area::HoldingRegisters, 199, 1));
-}
-
-TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
-{
-    // One row per way a rule is refused; what each key takes is its line of
-    // the key table, shown here once through the value key's range.
-    expectRefusals(
-        {
-            { "", "unknown fault \"\" (noreply, corrupt" },
-            { "noreply:", "fault \"noreply:\" has an empty key (write KIND:KEY=VALUE,...)" },
-            { "late:ms=5,,times=1", "fault \"late:ms=5,,times=1\" has an empty key" },
-            { "late:code=2",
-                "fault \"late:code=2\": late has no key \"code\" (it takes station, at, rate, times and "
-                "ms)" },
-            { "late:ms=5,ms=6", "fault \"late:ms=5,ms=6\" gives the key \"ms\" twice" },
-            { "noreply:at", "fault \"noreply:at\": the key \"at\" needs a value, an address without a bit" },
-            { "exception:code=",
-                "fault \"exception:code=\": the key \"code\" needs a value, a Modbus exception code" },
-            { "exception:code=99",
-                "fault \"exception:code=99\": the key \"code\" takes a Modbus exception code from 1 to 11, "
-                "not "
-                "\"99\"" },
-            { "exception:code=0",
-                "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code" },
-            { "noreply:rate=1.5", "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1" },
-            { "noreply:times=0", "fault \"noreply:times=0\": the key \"times\" takes a count from 1" },
-            { "noreply:at=HR100.3",
-                "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
-            { "noreply:station=300", "fault \"noreply:station=300\": the key \"station\" takes a station" },
-            // Each kind's own key stops at its range: one past either end is refused.
-            { "truncate:keep=256", "fault \"truncate:keep=256\": the key \"keep\" takes" },
-            { "late:ms=-1", "fault \"late:ms=-1\": the key \"ms\" takes" },
-            { "wrongstation:as=256", "fault \"wrongstation:as=256\": the key \"as\" takes" },
-            { "noise:bytes=1025", "fault \"noise:bytes=1025\": the key \"bytes\" takes" },
-            { "noreply:rate=x", "fault \"noreply:rate=x\": the key \"rate\" takes" },
-        },
-        [](const char *text, std::string &error) {
-            FaultRule r;
-            const bool ok = FaultRule::parse(text, r, error);
-            EXPECT_EQ(error.find('\n'), std::string::npos) << error;
-            return ok;
-        });
 }
 
 TEST(RegisterMaps, NameTheLineOfAProblem)
