@@ -35,23 +35,43 @@ void expectRefusals(
     }
 }
 
+// A line in the driver's form, or refused with one sentence and left as it was.
 TEST(LinkText, ReadsTheDriversFormOfALine)
 {
     struct Row
     {
-        const char *text, *canonical;
-        int bits;
-        int64_t silenceNs;
+        const char *text, *canonical; // or "!" and the start of the refusal
+        int bits = 0;
+        int64_t silenceNs = 0;
     } rows[] = {
         { "RS485,9600,NONE,8,2", "RS485,9600,NONE,8,2", 11, 4010416 },
         { " rs232 , 19200 , even , 8 , 1 ", "RS232,19200,EVEN,8,1", 11, 2005208 },
         { "RS422,38400,O,7,1", "RS422,38400,ODD,7,1", 10, 1750000 },
         { "RS485,115200,N,8,1", "RS485,115200,NONE,8,1", 10, 1750000 },
+        { "",
+            "!malformed link \"\" (expected INTERFACE,BAUD,PARITY,DATABITS,STOPBITS such as "
+            "\"RS485,9600,NONE,8,2\")" },
+        { "RS485,9600,NONE,8", "!malformed link" },
+        { "RS485,9600,NONE,8,2,1", "!malformed link" },
+        { "CAN,9600,NONE,8,2", "!unknown interface \"CAN\"" },
+        { "RS485,14400,NONE,8,2",
+            "!unsupported baud rate \"14400\" in link \"RS485,14400,NONE,8,2\" (the port takes 300, 600, "
+            "1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)" },
+        { "RS485,99999999999,NONE,8,2", "!unsupported baud rate" },
+        { "RS485,9600,MARK,8,2", "!unknown parity \"MARK\"" },
+        { "RS485,9600,NONE,9,2", "!data bits must be 7 or 8, not \"9\"" },
+        { "RS485,9600,NONE,8,1.5", "!stop bits must be 1 or 2, not \"1.5\"" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
         LinkSettings s;
         std::string error;
+        if (*row.canonical == '!') {
+            EXPECT_FALSE(LinkSettings::parse(row.text, s, error));
+            EXPECT_EQ(error.rfind(row.canonical + 1, 0), 0u) << error;
+            EXPECT_EQ(s.text(), "RS485,9600,NONE,8,2") << "left unchanged";
+            continue;
+        }
         ASSERT_TRUE(LinkSettings::parse(row.text, s, error)) << error;
         EXPECT_EQ(s.text(), row.canonical);
         EXPECT_EQ(s.bitsPerCharacter(), row.bits);
@@ -59,62 +79,61 @@ TEST(LinkText, ReadsTheDriversFormOfALine)
     }
 }
 
-TEST(LinkText, RefusesMalformedLinesWithOneSentence)
-{
-    expectRefusals(
-        {
-            { "",
-                "malformed link \"\" (expected INTERFACE,BAUD,PARITY,DATABITS,STOPBITS such as "
-                "\"RS485,9600,NONE,8,2\")" },
-            { "RS485,9600,NONE,8", "malformed link" },
-            { "RS485,9600,NONE,8,2,1", "malformed link" },
-            { "CAN,9600,NONE,8,2", "unknown interface \"CAN\"" },
-            { "RS485,14400,NONE,8,2",
-                "unsupported baud rate \"14400\" in link \"RS485,14400,NONE,8,2\" (the port takes 300, 600, "
-                "1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600)" },
-            { "RS485,99999999999,NONE,8,2", "unsupported baud rate" },
-            { "RS485,9600,MARK,8,2", "unknown parity \"MARK\"" },
-            { "RS485,9600,NONE,9,2", "data bits must be 7 or 8, not \"9\"" },
-            { "RS485,9600,NONE,8,1.5", "stop bits must be 1 or 2, not \"1.5\"" },
-        },
-        [](const char *text, std::string &error) {
-            LinkSettings s;
-            const bool ok = LinkSettings::parse(text, s, error);
-            EXPECT_EQ(s.text(), "RS485,9600,NONE,8,2") << "left unchanged";
-            return ok;
-        });
-}
-
-TEST(AddressTexts, AcceptThePanelsForms)
+TEST(AddressTexts, AcceptThePanelsFormsAndRefuseTypingErrors)
 {
     struct Row
     {
-        const char *text, *canonical;
-        Area area;
-        int wire, bit;
-        bool swap;
-        bool zeroBased = false; // the number typed is the wire number
+        const char *text, *canonical; // or "!" and the start of the refusal
+        bool zeroBased; // the number typed is the wire number
+        Area area = Area::HoldingRegisters;
+        int wire = 0, bit = -1;
+        bool swap = false;
     } rows[] = {
-        { "HR100", "HR100", Area::HoldingRegisters, 99, -1, false },
+        { "HR100", "HR100", false, Area::HoldingRegisters, 99, -1, false },
         // Hexadecimal: the same one-based number.
-        { "HR0x0063", "HR99", Area::HoldingRegisters, 98, -1, false },
-        { "hr0x64.3", "HR100.3", Area::HoldingRegisters, 99, 3, false },
-        { "HR0x10000", "HR65536", Area::HoldingRegisters, 65535, -1, false },
-        { "IR0xaSW", "IR10SW", Area::InputRegisters, 9, -1, true },
-        { "FN6HR0X4B0", "FN6HR1200", Area::HoldingRegisters, 1199, -1, false },
+        { "HR0x0063", "HR99", false, Area::HoldingRegisters, 98, -1, false },
+        { "hr0x64.3", "HR100.3", false, Area::HoldingRegisters, 99, 3, false },
+        { "HR0x10000", "HR65536", false, Area::HoldingRegisters, 65535, -1, false },
+        { "IR0xaSW", "IR10SW", false, Area::InputRegisters, 9, -1, true },
+        { "FN6HR0X4B0", "FN6HR1200", false, Area::HoldingRegisters, 1199, -1, false },
         // Wire numbers, as mbpoll counts: the text shown is still the panel's.
-        { "HR0", "HR1", Area::HoldingRegisters, 0, -1, false, true },
-        { "HR99.3", "HR100.3", Area::HoldingRegisters, 99, 3, false, true },
-        { "DO65535", "DO65536", Area::Coils, 65535, -1, false, true },
-        { "HR0x63SW", "HR100SW", Area::HoldingRegisters, 99, -1, true, true },
-        { "fn5do5", "FN5DO5", Area::Coils, 4, -1, false },
-        { "DI1", "DI1", Area::DiscreteInputs, 0, -1, false },
-        { "ir7.15", "IR7.15", Area::InputRegisters, 6, 15, false },
+        { "HR0", "HR1", true, Area::HoldingRegisters, 0, -1, false },
+        { "HR99.3", "HR100.3", true, Area::HoldingRegisters, 99, 3, false },
+        { "DO65535", "DO65536", true, Area::Coils, 65535, -1, false },
+        { "HR0x63SW", "HR100SW", true, Area::HoldingRegisters, 99, -1, true },
+        { "fn5do5", "FN5DO5", false, Area::Coils, 4, -1, false },
+        { "DI1", "DI1", false, Area::DiscreteInputs, 0, -1, false },
+        { "ir7.15", "IR7.15", false, Area::InputRegisters, 6, 15, false },
+        // Refused with one sentence.
+        { "", "!unknown address \"\"", false },
+        { "HR0", "!address \"HR0\" is out of range: numbers run from 1 to 65536 (one-based: HR1 is the first",
+            false },
+        { "HR0x", "!unknown address \"HR0x\"", false },
+        { "HR0xG1", "!unknown address", false },
+        { "HR", "!unknown address \"HR\"", false },
+        { "HR65537", "!address \"HR65537\" is out of range", false },
+        { "HR123456", "!unknown address", false },
+        { "HR100.16", "!bad bit in address \"HR100.16\"", false },
+        { "HR100.", "!bad bit in address", false },
+        { "HR100.3SW", "!unknown address", false },
+        { "DO5.1", "!address \"DO5.1\" names a bit of a coil area", false },
+        { "DI5SW", "!unknown address", false },
+        { "HR100 ", "!unknown address", false },
+        { "HR1\xe9", "!unknown address", false },
+        { "HR65536", "!address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535",
+            true },
+        { "HR-1", "!unknown address \"HR-1\" (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number",
+            true },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
         AddressText a;
         std::string error;
+        if (*row.canonical == '!') {
+            EXPECT_FALSE(AddressText::parse(row.text, a, error, row.zeroBased));
+            EXPECT_EQ(error.rfind(row.canonical + 1, 0), 0u) << error;
+            continue;
+        }
         ASSERT_TRUE(AddressText::parse(row.text, a, error, row.zeroBased)) << error;
         EXPECT_EQ(a.text(), row.canonical);
         EXPECT_EQ(a.area, row.area);
@@ -124,67 +143,66 @@ TEST(AddressTexts, AcceptThePanelsForms)
     }
 }
 
-TEST(AddressTexts, RefuseTypingErrors)
-{
-    const auto parse = [](bool zeroBased) {
-        return [zeroBased](const char *text, std::string &error) {
-            AddressText a;
-            return AddressText::parse(text, a, error, zeroBased);
-        };
-    };
-    expectRefusals(
-        {
-            { "", "unknown address \"\"" },
-            { "HR0",
-                "address \"HR0\" is out of range: numbers run from 1 to 65536 (one-based: HR1 is the first" },
-            { "HR0x", "unknown address \"HR0x\"" },
-            { "HR0xG1", "unknown address" },
-            { "HR", "unknown address \"HR\"" },
-            { "HR65537", "address \"HR65537\" is out of range" },
-            { "HR123456", "unknown address" },
-            { "HR100.16", "bad bit in address \"HR100.16\"" },
-            { "HR100.", "bad bit in address" },
-            { "HR100.3SW", "unknown address" },
-            { "DO5.1", "address \"DO5.1\" names a bit of a coil area" },
-            { "DI5SW", "unknown address" },
-            { "HR100 ", "unknown address" },
-            { "HR1\xe9", "unknown address" },
-        },
-        parse(false));
-    expectRefusals(
-        {
-            { "HR65536",
-                "address \"HR65536\" is out of range: with --zero-based, numbers run from 0 to 65535" },
-            { "HR-1", "unknown address \"HR-1\" (expected HR, IR, DO, DI, FN5DO or FN6HR and a wire number" },
-        },
-        parse(true));
-}
-
-TEST(FaultRules, ReadKindAndOptions)
+// A rule's kind and options, or one sentence naming the rule and the key: one
+// row per way a rule is refused; what each key takes is its line of the key
+// table, shown here once through the value key's range.
+TEST(FaultRules, ReadKindAndOptionsOrRefuseEachBadKey)
 {
     struct Row
     {
-        const char *text;
-        FaultRule::Kind kind;
-        int station;
-        bool anyAddress;
-        int address;
-        double rate;
-        int times, value;
+        const char *text, *error; // error: "" when read, else its start
+        FaultRule::Kind kind = FaultRule::NoReply;
+        int station = -1;
+        bool anyAddress = true;
+        int address = 0;
+        double rate = 1.0;
+        int times = -1, value = -1;
     } rows[] = {
-        { "noreply", FaultRule::NoReply, -1, true, 0, 1.0, -1, -1 },
-        { "late:at=HR200,ms=800,times=1", FaultRule::Late, -1, false, 199, 1.0, 1, 800 },
-        { "corrupt:rate=5%", FaultRule::Corrupt, -1, true, 0, 0.05, -1, -1 },
-        { "exception:station=7,code=2,rate=0.5", FaultRule::Exception, 7, true, 0, 0.5, -1, 2 },
-        { "truncate:keep=255", FaultRule::Truncate, -1, true, 0, 1.0, -1, 255 },
-        { "exception:code=11", FaultRule::Exception, -1, true, 0, 1.0, -1, 11 },
-        { "wrongstation:as=9", FaultRule::WrongStation, -1, true, 0, 1.0, -1, 9 },
-        { "noise:bytes=6,at=DO3", FaultRule::Noise, -1, false, 2, 1.0, -1, 6 },
+        { "noreply", "", FaultRule::NoReply, -1, true, 0, 1.0, -1, -1 },
+        { "late:at=HR200,ms=800,times=1", "", FaultRule::Late, -1, false, 199, 1.0, 1, 800 },
+        { "corrupt:rate=5%", "", FaultRule::Corrupt, -1, true, 0, 0.05, -1, -1 },
+        { "exception:station=7,code=2,rate=0.5", "", FaultRule::Exception, 7, true, 0, 0.5, -1, 2 },
+        { "truncate:keep=255", "", FaultRule::Truncate, -1, true, 0, 1.0, -1, 255 },
+        { "exception:code=11", "", FaultRule::Exception, -1, true, 0, 1.0, -1, 11 },
+        { "wrongstation:as=9", "", FaultRule::WrongStation, -1, true, 0, 1.0, -1, 9 },
+        { "noise:bytes=6,at=DO3", "", FaultRule::Noise, -1, false, 2, 1.0, -1, 6 },
+        { "", "unknown fault \"\" (noreply, corrupt" },
+        { "noreply:", "fault \"noreply:\" has an empty key (write KIND:KEY=VALUE,...)" },
+        { "late:ms=5,,times=1", "fault \"late:ms=5,,times=1\" has an empty key" },
+        { "late:code=2",
+            "fault \"late:code=2\": late has no key \"code\" (it takes station, at, rate, times and "
+            "ms)" },
+        { "late:ms=5,ms=6", "fault \"late:ms=5,ms=6\" gives the key \"ms\" twice" },
+        { "noreply:at", "fault \"noreply:at\": the key \"at\" needs a value, an address without a bit" },
+        { "exception:code=",
+            "fault \"exception:code=\": the key \"code\" needs a value, a Modbus exception code" },
+        { "exception:code=99",
+            "fault \"exception:code=99\": the key \"code\" takes a Modbus exception code from 1 to 11, "
+            "not "
+            "\"99\"" },
+        { "exception:code=0", "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code" },
+        { "noreply:rate=1.5", "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1" },
+        { "noreply:times=0", "fault \"noreply:times=0\": the key \"times\" takes a count from 1" },
+        { "noreply:at=HR100.3",
+            "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
+        { "noreply:station=300", "fault \"noreply:station=300\": the key \"station\" takes a station" },
+        // Each kind's own key stops at its range: one past either end is refused.
+        { "truncate:keep=256", "fault \"truncate:keep=256\": the key \"keep\" takes" },
+        { "late:ms=-1", "fault \"late:ms=-1\": the key \"ms\" takes" },
+        { "wrongstation:as=256", "fault \"wrongstation:as=256\": the key \"as\" takes" },
+        { "noise:bytes=1025", "fault \"noise:bytes=1025\": the key \"bytes\" takes" },
+        { "noreply:rate=x", "fault \"noreply:rate=x\": the key \"rate\" takes" },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.text);
         FaultRule r;
         std::string error;
+        if (*row.error) {
+            EXPECT_FALSE(FaultRule::parse(row.text, r, error));
+            EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+            EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+            continue;
+        }
         ASSERT_TRUE(FaultRule::parse(row.text, r, error)) << error;
         EXPECT_EQ(std::make_tuple(r.kind, r.station, r.anyAddress, r.address, r.times, r.value),
             std::make_tuple(row.kind, row.station, row.anyAddress, row.address, row.times, row.value));
@@ -205,74 +223,6 @@ TEST(FaultRules, MatchTheRequestsRange)
     EXPECT_FALSE(r.matches(2, Area::HoldingRegisters, 150, 49));
     EXPECT_FALSE(r.matches(2, Area::InputRegisters, 199, 1));
     EXPECT_FALSE(r.matches(3, Area::HoldingRegisters, 199, 1));
-}
-
-TEST(FaultRules, RefuseEachBadKeyWithOneSentenceNamingTheRuleAndTheKey)
-{
-    // One row per way a rule is refused; what each key takes is its line of
-    // the key table, shown here once through the value key's range.
-    expectRefusals(
-        {
-            { "", "unknown fault \"\" (noreply, corrupt" },
-            { "noreply:", "fault \"noreply:\" has an empty key (write KIND:KEY=VALUE,...)" },
-            { "late:ms=5,,times=1", "fault \"late:ms=5,,times=1\" has an empty key" },
-            { "late:code=2",
-                "fault \"late:code=2\": late has no key \"code\" (it takes station, at, rate, times and "
-                "ms)" },
-            { "late:ms=5,ms=6", "fault \"late:ms=5,ms=6\" gives the key \"ms\" twice" },
-            { "noreply:at", "fault \"noreply:at\": the key \"at\" needs a value, an address without a bit" },
-            { "exception:code=",
-                "fault \"exception:code=\": the key \"code\" needs a value, a Modbus exception code" },
-            { "exception:code=99",
-                "fault \"exception:code=99\": the key \"code\" takes a Modbus exception code from 1 to 11, "
-                "not "
-                "\"99\"" },
-            { "exception:code=0",
-                "fault \"exception:code=0\": the key \"code\" takes a Modbus exception code" },
-            { "noreply:rate=1.5", "fault \"noreply:rate=1.5\": the key \"rate\" takes a share from 0 to 1" },
-            { "noreply:times=0", "fault \"noreply:times=0\": the key \"times\" takes a count from 1" },
-            { "noreply:at=HR100.3",
-                "fault \"noreply:at=HR100.3\": the key \"at\" takes an address without a bit" },
-            { "noreply:station=300", "fault \"noreply:station=300\": the key \"station\" takes a station" },
-        },
-        [](const char *text, std::string &error) {
-            FaultRule r;
-            const bool ok = FaultRule::parse(text, r, error);
-            EXPECT_EQ(error.find('\n'), std::string::npos) << error;
-            return ok;
-        });
-    // Each kind's own key stops at its range: one past either end is refused.
-    for (const char *text :
-        { "truncate:keep=256", "late:ms=-1", "wrongstation:as=256", "noise:bytes=1025", "noreply:rate=x" }) {
-        FaultRule r;
-        std::string error;
-        EXPECT_FALSE(FaultRule::parse(text, r, error)) << text;
-    }
-}
-
-TEST(RegisterMaps, ReadValuesStationsAndDoubleWords)
-{
-    const char *text = "# comment\n"
-                       "HR5 -1 minus one\n"
-                       "station 2\n"
-                       "IR3 0x10\n"
-                       "HR10SW 0x12345678 a double word\n"
-                       "station all\n"
-                       "DO1 1\n";
-    std::vector<MapEntry> e;
-    std::string error;
-    ASSERT_TRUE(parseRegisterMap(text, e, error)) << error;
-    ASSERT_EQ(e.size(), 5u);
-    EXPECT_EQ(e[0].value, 0xFFFF);
-    EXPECT_EQ(e[0].name, "minus one");
-    EXPECT_EQ(e[1].station, 2);
-    EXPECT_EQ(e[1].area, Area::InputRegisters);
-    EXPECT_EQ(e[1].value, 0x10);
-    EXPECT_EQ(e[2].address, 9);
-    EXPECT_EQ(e[2].value, 0x1234);
-    EXPECT_EQ(e[3].address, 10);
-    EXPECT_EQ(e[3].value, 0x5678);
-    EXPECT_EQ(e[4].station, 0);
 }
 
 TEST(RegisterMaps, NameTheLineOfAProblem)
@@ -298,6 +248,8 @@ TEST(RegisterMaps, NameTheLineOfAProblem)
 TEST(RegisterMaps, AMapServesItsDefaultsAsTheRegistersHoldThem)
 {
     using A = Area;
+    const std::string older = "# comment\nHR5 -1 minus one\nstation 2\nIR3 0x10\n"
+                              "HR10SW 0x12345678 a double word\nstation all\nDO1 1\n";
     struct Row
     {
         const char *what;
@@ -311,6 +263,12 @@ TEST(RegisterMaps, AMapServesItsDefaultsAsTheRegistersHoldThem)
         { "an empty map", std::string(), 1, A::HoldingRegisters, 99, 0 },
         { "a map of white space", std::string(" \n\t\n"), 1, A::HoldingRegisters, 99, 0 },
         { "a map of its own", std::string("HR100 7\n"), 1, A::HoldingRegisters, 99, 7 },
+        { "the older form: a negative value", older, 1, A::HoldingRegisters, 4, 0xFFFF },
+        { "the older form: a station's own", older, 2, A::InputRegisters, 2, 0x10 },
+        { "the older form: not another station's", older, 1, A::InputRegisters, 2, 0 },
+        { "the older form: a double word's high word", older, 2, A::HoldingRegisters, 9, 0x1234 },
+        { "the older form: its low word", older, 2, A::HoldingRegisters, 10, 0x5678 },
+        { "the older form: every station after \"station all\"", older, 3, A::Coils, 0, 1 },
         { "a scale: 1.25 A in 0.01 A", std::nullopt, 1, A::InputRegisters, 1, 125 },
         { "an offset: 25.0 C in 0.1 C from -40", std::nullopt, 1, A::InputRegisters, 2006, 650 },
         { "a double word, high word first", std::nullopt, 1, A::HoldingRegisters, 104, 0x86A0 },
@@ -440,35 +398,6 @@ TEST(CommandValues, PackAndUnpackInThePanelsByteOrder)
     EXPECT_TRUE(unpackValues(QByteArray(), a, ValueType::Bit, 8).empty());
 }
 
-TEST(CommandLine, ChoosesTheTypeFromTheAddress)
-{
-    struct Row
-    {
-        std::vector<std::string> args;
-        ValueType type;
-        int count;
-    } rows[] = {
-        { { "read", "HR100" }, ValueType::Word, 1 },
-        { { "read", "HR100SW" }, ValueType::DWord, 1 },
-        { { "read", "DO5", "--count", "8" }, ValueType::Bit, 8 },
-        { { "read", "HR100.3" }, ValueType::Bit, 1 },
-        { { "--count=3", "read", "HR100", "--type=byte" }, ValueType::Byte, 3 },
-        { { "write", "HR100", "-5", "7" }, ValueType::Word, 2 },
-    };
-    for (const Row &row : rows) {
-        CliOptions o;
-        Command c;
-        std::string error;
-        ASSERT_TRUE(parseCliArguments(row.args, o, false, error)) << error;
-        ASSERT_TRUE(prepareCommand(o, false, c, error)) << error;
-        const Tag &target = std::holds_alternative<ReadCommand>(c.kind)
-            ? std::get<ReadCommand>(c.kind).target
-            : std::get<WriteCommand>(c.kind).target;
-        EXPECT_EQ(target.type, row.type);
-        EXPECT_EQ(target.count, row.count);
-    }
-}
-
 // words, then value count times.
 std::vector<std::string> many(std::vector<std::string> words, int count, const char *value)
 {
@@ -484,10 +413,8 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         bool batchLine;
         const char *error; // "" for a good command
     } rows[] = {
-        { { "info" }, false, "" },
         { { "info", "x" }, false, "info takes no arguments" },
         { { "info", "--type", "word" }, false, "option --type does not apply to info" },
-        { { "read", "HR1", "--count", "2", "--type", "byte" }, false, "" },
         { { "read", "HR1", "HR2" }, false, "usage: read ADDRESS" },
         { { "read", "HR1", "--from", "2" }, false, "option --from does not apply to read" },
         { { "write", "HR1", "5", "--count", "2" }, false, "option --count does not apply to write" },
@@ -510,7 +437,6 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "read", "HR1", "--bauds", "9600" }, false, "option --bauds does not apply to read" },
         { { "doctor", "x" }, false, "usage: doctor" },
         { { "doctor" }, true, "doctor runs only on the command line" },
-        { { "batch" }, false, "" },
         { { "batch", "a", "b" }, false, "usage: batch [FILE]" },
         { { "batch" }, true, "a batch cannot start another batch" },
         { { "trace", "on" }, false,
@@ -518,7 +444,6 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
             "map or sniff)" },
         { { "trace", "on" }, true, "" },
         { { "trace", "maybe" }, true, "usage: trace on|off" },
-        { { "fault", "noreply:times=1" }, true, "" },
         { { "fault" }, true, "usage: fault KIND" },
         { { "fault", "late", "--count", "2" }, true, "option --count does not apply to fault" },
         { { "fault", "explode" }, true, "unknown fault \"explode\"" },
@@ -526,7 +451,6 @@ TEST(CommandLine, EachCommandTakesItsOwnArgumentsAndOptions)
         { { "READ", "HR1" }, false, "unknown command \"READ\"" },
         { { "shell" }, true, "a batch cannot start a shell" },
         { { "shell", "x" }, false, "usage: shell" },
-        { { "shell" }, false, "" },
         { { "help" }, true,
             "unknown command \"help\" (info, read, write, poll, scan, decode, trace, fault, params or map)" },
         // What the driver cannot do in one command is bad usage, found before anything is sent.

@@ -38,7 +38,8 @@ std::pair<MotionState, MotionState> runBothWays(
     return { advanceMotion(start, c, elapsedMs * ms), fine };
 }
 
-TEST(Motion, TheSpeedFollowsTheCommandOnItsRamps)
+// Positions count 10000 a revolution.
+TEST(Motion, TheSpeedFollowsTheCommandOnItsRampsAndThePositionIntegratesIt)
 {
     struct Row
     {
@@ -47,47 +48,32 @@ TEST(Motion, TheSpeedFollowsTheCommandOnItsRamps)
         MotionCommand command;
         int elapsedMs;
         double speed;
-    } rows[] = {
-        { "accelerates at 3000 rpm per acceleration time", 0, command(3000, 1000), 500, 1500 },
-        { "holds the command after its ramp", 0, command(1500, 1000), 3000, 1500 },
-        { "negative commands ramp the same", 0, command(-3000, 2000), 1000, -1500 },
-        { "decelerates on the deceleration time", 3000, command(0, 100, 2000), 1000, 1500 },
-        { "slows to a lower command on the deceleration time", 3000, command(1000, 100, 1000), 500, 1500 },
-        { "reverses: down to 0 on the deceleration ramp, then up", 1500, command(-1500, 2000, 1000), 1000,
-            -750 },
-        { "a ramp time of 0 follows at once", 0, command(1200), 1, 1200 },
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.what);
-        const auto both = runBothWays(turning(row.from), row.command, row.elapsedMs);
-        EXPECT_NEAR(both.first.speed, row.speed, 1e-6);
-        EXPECT_NEAR(both.second.speed, row.speed, 1e-6);
-        EXPECT_EQ(motionReadings(both.first).speed, int16_t(row.speed));
-    }
-}
-
-TEST(Motion, ThePositionIntegratesTheSpeedAndWraps)
-{
-    struct Row
-    {
-        const char *what;
-        double from;
-        MotionCommand command;
-        int elapsedMs;
         uint32_t start, position;
     } rows[] = {
-        { "600 rpm for 1 s: 10 revolutions of 10000 counts", 600, command(600), 1000, 0, 100000 },
-        { "a ramp from 0 to 3000 rpm in 1 s covers half of full speed", 0, command(3000, 1000), 1000, 0,
+        { "accelerates at 3000 rpm per acceleration time", 0, command(3000, 1000), 500, 1500, 0, 62500 },
+        { "holds the command after its ramp", 0, command(1500, 1000), 3000, 1500, 0, 687500 },
+        { "negative commands ramp the same", 0, command(-3000, 2000), 1000, -1500, 0, 4294842296u },
+        { "decelerates on the deceleration time", 3000, command(0, 100, 2000), 1000, 1500, 0, 375000 },
+        { "slows to a lower command on the deceleration time", 3000, command(1000, 100, 1000), 500, 1500, 0,
+            187500 },
+        { "reverses: down to 0 on the deceleration ramp, then up", 1500, command(-1500, 2000, 1000), 1000,
+            -750, 0, 31250 },
+        { "a ramp time of 0 follows at once", 0, command(1200), 1, 1200, 0, 200 },
+        { "600 rpm for 1 s: 10 revolutions", 600, command(600), 1000, 600, 0, 100000 },
+        { "a ramp from 0 to 3000 rpm in 1 s covers half of full speed", 0, command(3000, 1000), 1000, 3000, 0,
             250000 },
-        { "backwards below 0 wraps to the top", -600, command(-600), 1000, 0, 4294867296u },
-        { "forwards past the top wraps to 0", 600, command(600), 1000, 4294967000u, 99704 },
-        { "parts of a count add up (7 rpm: 1166.67 counts/s)", 7, command(7), 3000, 0, 3500 },
+        { "backwards below 0 wraps to the top", -600, command(-600), 1000, -600, 0, 4294867296u },
+        { "forwards past the top wraps to 0", 600, command(600), 1000, 600, 4294967000u, 99704 },
+        { "parts of a count add up (7 rpm: 1166.67 counts/s)", 7, command(7), 3000, 7, 0, 3500 },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.what);
         MotionState start = turning(row.from);
         start.position = row.start;
         const auto both = runBothWays(start, row.command, row.elapsedMs);
+        EXPECT_NEAR(both.first.speed, row.speed, 1e-6);
+        EXPECT_NEAR(both.second.speed, row.speed, 1e-6);
+        EXPECT_EQ(motionReadings(both.first).speed, int16_t(row.speed));
         EXPECT_NEAR(double(int32_t(both.first.position - row.position)), 0, 1) << both.first.position;
         EXPECT_NEAR(double(int32_t(both.second.position - row.position)), 0, 1) << both.second.position;
         EXPECT_EQ(motionReadings(both.first).position, both.first.position);

@@ -28,6 +28,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
     {
         const char *rows; // after the header
         const char *error; // the sentence's start
+        const char *head = header;
     } rows[] = {
         { "\"speed,HR1\n", "line 2, column 1 (name): a quoted field is not closed" },
         { "sp\"eed,HR1\n", "line 2, column 1 (name): a quote inside an unquoted field" },
@@ -65,27 +66,16 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,,0.5,,,,,,1.25\n", "line 2, column 10 (default): speed takes steps of 0.5: 1.25" },
         { "speed,HR1,,,,,,,,fast,0=off\n", "line 2, column 10 (default): speed takes off, not \"fast\"" },
         { "speed,HR1,string:1,,,,,,,abc\n", "line 2, column 10 (default): the string takes 2 registers" },
+        { "", "line 1, column 3 (scael): unknown column", "name,address,scael\n" },
+        { "", "line 1, column 3 (Name): the column is given twice", "name;address;Name\n" },
+        { "", "line 2: the header row has no address column", "# a map\nname,unit\n" },
+        { "", "the map has no header row", "\n" },
     };
     for (const Row &r : rows) {
         ParameterMap map;
         std::string error;
-        EXPECT_FALSE(parseParameterMap(header + std::string(r.rows), map, error)) << r.rows;
-        EXPECT_EQ(error.substr(0, std::string(r.error).size()), r.error) << r.rows;
-    }
-    struct Header
-    {
-        const char *text, *error;
-    } headers[] = {
-        { "name,address,scael\n", "line 1, column 3 (scael): unknown column" },
-        { "name;address;Name\n", "line 1, column 3 (Name): the column is given twice" },
-        { "# a map\nname,unit\n", "line 2: the header row has no address column" },
-        { "\n", "the map has no header row" },
-    };
-    for (const Header &h : headers) {
-        ParameterMap map;
-        std::string error;
-        EXPECT_FALSE(parseParameterMap(h.text, map, error));
-        EXPECT_EQ(error.substr(0, std::string(h.error).size()), h.error) << h.text;
+        EXPECT_FALSE(parseParameterMap(r.head + std::string(r.rows), map, error)) << r.head << r.rows;
+        EXPECT_EQ(error.substr(0, std::string(r.error).size()), r.error) << r.head << r.rows;
     }
 }
 
@@ -105,80 +95,69 @@ const char driveMap[] = "\xEF\xBB\xBFName;Address;Format;Scale;Offset;Unit;Min;M
                         "label;HR420;string:4;;;;;;w;\r\n"
                         "status;HR430;hex;;;;;;;\r\n";
 
-TEST(ParameterMap, RawValuesShowExactly)
+// Raw values read show exactly as raw x scale + offset with the decimals
+// written; typed values give the raw value that holds them, or are refused.
+TEST(ParameterMap, RawValuesShowExactlyAndTypedValuesGiveTheirRawValue)
 {
     const ParameterMap map = mapOf(driveMap);
     struct Row
     {
-        const char *name, *raw, *shown; // shown: with unit, or "!" and the error's start
+        const char *name;
+        bool read; // raw to shown (with its unit), else typed to raw
+        const char *from, *to; // to: or "!" and the error
     } rows[] = {
-        { "current", "16", "0.16 A" },
-        { "current", "0", "0.00 A" },
-        { "current", "65535", "655.35 A" },
-        { "temp", "65", "-33.5 C" },
-        { "temp", "-400", "-80.0 C" },
-        { "ratio", "5", "0.50" },
-        { "mode", "2", "auto" },
-        { "mode", "7", "7 (not in the list)" },
-        { "alarm", "7", "over-speed" },
-        { "flow", "1.5", "1.5 l/min" },
-        { "flow", "1e-07", "1e-07 l/min" },
-        { "flow", "-inf", "-inf l/min" },
-        { "total", "4294967295", "4294967.295" },
-        { "inverse", "3", "-1.5" },
-        { "label", "ab\\x01", "ab\\x01" },
-        { "status", "0x00FF", "0x00FF" },
-        { "speed", "timeout", "!speed: the raw value \"timeout\" is not a number" },
+        { "current", true, "16", "0.16 A" },
+        { "current", true, "0", "0.00 A" },
+        { "current", true, "65535", "655.35 A" },
+        { "temp", true, "65", "-33.5 C" },
+        { "temp", true, "-400", "-80.0 C" },
+        { "ratio", true, "5", "0.50" },
+        { "mode", true, "2", "auto" },
+        { "mode", true, "7", "7 (not in the list)" },
+        { "alarm", true, "7", "over-speed" },
+        { "flow", true, "1.5", "1.5 l/min" },
+        { "flow", true, "1e-07", "1e-07 l/min" },
+        { "flow", true, "-inf", "-inf l/min" },
+        { "total", true, "4294967295", "4294967.295" },
+        { "inverse", true, "3", "-1.5" },
+        { "label", true, "ab\\x01", "ab\\x01" },
+        { "status", true, "0x00FF", "0x00FF" },
+        { "speed", true, "timeout", "!speed: the raw value \"timeout\" is not a number" },
+
+        { "current", false, "1.5", "150" },
+        { "current", false, "0.1", "10" }, // 0.1 / 0.01 is not 10 in binary floating point
+        { "current", false, "2.675", "!current takes steps of 0.01 A: 2.675 is between two" },
+        { "current", false, "3.01", "!current takes 0 to 3 A: 3.01 is outside" },
+        { "speed", false, "-3000", "-3000" },
+        { "speed", false, "1e3", "1000" },
+        { "speed", false, "-0x10", "-16" },
+        { "speed", false, "+5", "!speed takes a number, not \"+5\"" },
+        { "temp", false, "20", "!temp is read-only" },
+        { "inverse", false, "-1.5", "3" },
+        { "inverse", false, "1", "!inverse takes -32767.5 to 0.0 (what HR410 holds): 1 is outside" },
+        { "ratio", false, "0.05", "!ratio takes steps of 0.10: 0.05 is between two" },
+        { "mode", false, "AUTO", "2" },
+        { "mode", false, "1", "1" },
+        { "mode", false, "5", "5" }, // a raw value the list lacks, as a backup stores it
+        { "flow", false, "2", "2" },
+        { "flow", false, "1.75", "1.75" },
+        { "flow", false, "1e+30", "1e+30" }, // as a read shows it
+        { "flow", false, "1e39", "!flow: 1e39 is beyond what float32:CDAB holds" },
+        { "total", false, "4294967.295", "4294967295" },
+        { "total", false, "4294967.296",
+            "!total takes 0.000 to 4294967.295 (what HR408 holds): 4294967.296 is outside" },
+        { "brake", false, "on", "1" },
+        { "brake", false, "2", "!brake takes 0 to 1 (what DO3 holds): 2 is outside" },
+        { "label", false, "servo 1", "servo 1" },
+        { "label", false, "servo 123", "!the string takes 5 registers, more than the 4 given" },
     };
     for (const Row &r : rows) {
         const Parameter *p = map.find(r.name);
         ASSERT_NE(p, nullptr) << r.name;
         std::string value, error;
-        const bool ok = engineeringValue(*p, r.raw, value, error);
-        EXPECT_EQ(ok ? withUnit(*p, value) : "!" + error, r.shown) << r.name << " " << r.raw;
-    }
-}
-
-TEST(ParameterMap, TypedValuesGiveTheirRawValueOrAreRefused)
-{
-    const ParameterMap map = mapOf(driveMap);
-    struct Row
-    {
-        const char *name, *typed, *raw; // raw: or "!" and the error
-    } rows[] = {
-        { "current", "1.5", "150" },
-        { "current", "0.1", "10" }, // 0.1 / 0.01 is not 10 in binary floating point
-        { "current", "2.675", "!current takes steps of 0.01 A: 2.675 is between two" },
-        { "current", "3.01", "!current takes 0 to 3 A: 3.01 is outside" },
-        { "speed", "-3000", "-3000" },
-        { "speed", "1e3", "1000" },
-        { "speed", "-0x10", "-16" },
-        { "speed", "+5", "!speed takes a number, not \"+5\"" },
-        { "temp", "20", "!temp is read-only" },
-        { "inverse", "-1.5", "3" },
-        { "inverse", "1", "!inverse takes -32767.5 to 0.0 (what HR410 holds): 1 is outside" },
-        { "ratio", "0.05", "!ratio takes steps of 0.10: 0.05 is between two" },
-        { "mode", "AUTO", "2" },
-        { "mode", "1", "1" },
-        { "mode", "5", "5" }, // a raw value the list lacks, as a backup stores it
-        { "flow", "2", "2" },
-        { "flow", "1.75", "1.75" },
-        { "flow", "1e+30", "1e+30" }, // as a read shows it
-        { "flow", "1e39", "!flow: 1e39 is beyond what float32:CDAB holds" },
-        { "total", "4294967.295", "4294967295" },
-        { "total", "4294967.296",
-            "!total takes 0.000 to 4294967.295 (what HR408 holds): 4294967.296 is outside" },
-        { "brake", "on", "1" },
-        { "brake", "2", "!brake takes 0 to 1 (what DO3 holds): 2 is outside" },
-        { "label", "servo 1", "servo 1" },
-        { "label", "servo 123", "!the string takes 5 registers, more than the 4 given" },
-    };
-    for (const Row &r : rows) {
-        const Parameter *p = map.find(r.name);
-        ASSERT_NE(p, nullptr) << r.name;
-        std::string raw, error;
-        const bool ok = rawFromEngineering(*p, r.typed, raw, error);
-        EXPECT_EQ(ok ? raw : "!" + error, r.raw) << r.name << " " << r.typed;
+        const bool ok = r.read ? engineeringValue(*p, r.from, value, error)
+                               : rawFromEngineering(*p, r.from, value, error);
+        EXPECT_EQ(ok ? (r.read ? withUnit(*p, value) : value) : "!" + error, r.to) << r.name << " " << r.from;
     }
 }
 

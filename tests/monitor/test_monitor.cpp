@@ -141,6 +141,18 @@ class MonitorTest : public QObject
             return r.id == id && (r.ok || !okOnly);
         }));
     }
+    // A good reading of a model's first tag, as a poll gives it: its values
+    // separated by spaces.
+    static bool readInto(TagModel &model, const QString &values)
+    {
+        Reading r;
+        r.id = model.idAt(0);
+        r.revision = model.pollTag(0).revision;
+        r.ok = true;
+        for (const QString &v : values.split(' '))
+            r.values.push_back(v.toStdString());
+        return model.applyReading(r);
+    }
     // Good readings of a tag shown in the window over a while of polling.
     int readingsOf(int id, int ms) const
     {
@@ -226,38 +238,6 @@ private slots:
         const QString out = dir.filePath("saved.tags");
         QVERIFY(saveTagList(out.toStdString(), tags, e));
         QCOMPARE(readAll(out).section('\n', 1), saved); // after the heading comment
-    }
-
-    void writeRefusedBeforeSending_data()
-    {
-        QTest::addColumn<QString>("tag");
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("message");
-        const char *const rows[][4] = {
-            { "word out of range", "HR100", "70000", "value 70000 does not fit in a word (-32768 to 65535)" },
-            { "bit other than 0 or 1", "DO1", "2", "a bit is 0 or 1 (or on/off), not \"2\"" },
-            { "fewer values than the tag has", "HR100:word:2", "5",
-                "HR100:word:2 takes 2 values, separated by spaces" },
-            { "format's range", "HR100:int16", "40000",
-                "value 40000 does not fit in int16 (-32768 to 32767)" },
-        };
-        for (const auto &row : rows)
-            QTest::newRow(row[0]) << QString(row[1]) << QString(row[2]) << QString(row[3]);
-    }
-    void writeRefusedBeforeSending()
-    {
-        QFETCH(QString, tag);
-        QFETCH(QString, typed);
-        QFETCH(QString, message);
-        TagModel model;
-        QString error;
-        QVERIFY2(model.addTag(tag, error), qPrintable(error));
-        QSignalSpy writes(&model, &TagModel::writeRequested);
-        QSignalSpy messages(&model, &TagModel::message);
-        QVERIFY(!model.setData(model.index(0, TagModel::ValueColumn), typed, Qt::EditRole));
-        QCOMPARE(writes.count(), 0);
-        QCOMPARE(messages.count(), 1);
-        QCOMPARE(messages.first().at(0).toString(), message);
     }
 
     void trendKeepsNewestSamples()
@@ -358,22 +338,11 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("IR1"), QString("1498"), waitMs);
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR101:hex"), QString("0x012C"), waitMs);
 
-        // A write by editing the value cell, as a user does.
-        QSignalSpy written(window, &MainWindow::writeFinished);
-        QTableView *view = window->tagView();
-        const QModelIndex cell = window->tags()->index(rowOf("HR100"), TagModel::ValueColumn);
-        view->setCurrentIndex(cell);
-        view->edit(cell);
-        auto *editor = view->viewport()->findChild<QLineEdit *>();
-        QVERIFY(editor);
-        editor->setText("1234");
-        QTest::keyClick(editor, Qt::Key_Return);
-        QTest::mouseClick(confirmation()->button(QMessageBox::Yes), Qt::LeftButton);
-        QVERIFY(written.wait(waitMs));
-        QVERIFY2(written.first().at(1).toBool(), qPrintable(written.first().at(2).toString()));
+        // A write, read back (typed as a user types: typingWhilePollingWritesWhatWasTyped).
+        TagModel *m = window->tags();
+        m->setData(m->index(rowOf("HR100"), TagModel::ValueColumn), "1234", Qt::EditRole);
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR100"), QString("1234"), waitMs);
         // A format: two registers written, read back as one value.
-        TagModel *m = window->tags();
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR200:float32"), QString("0"), waitMs);
         m->setData(m->index(rowOf("HR200:float32"), TagModel::ValueColumn), "-2.5", Qt::EditRole);
         QTRY_COMPARE_WITH_TIMEOUT(valueOf("HR200:float32"), QString("-2.5"), waitMs);
@@ -399,71 +368,52 @@ private slots:
         QVERIFY(csv.contains(",HR200:float32,-2.5\n"));
     }
 
-    // A tag's row on its own: an alarm code stands out; only numbers are trended.
+    // A tag's row on its own: an alarm code stands out; only numbers are
+    // trended. A tag named from a map: its value in engineering units with
+    // the unit, an alarm parameter highlighted with its value list's text, and
+    // a value typed in engineering units checked before it is offered for a
+    // write. A value that does not fit is refused before anything is sent.
     void tagRowsShowTheirKind_data()
     {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QString>("value");
+        QTest::addColumn<QString>("line"); // an address tag or a parameter's name
+        QTest::addColumn<QString>("raw"); // as read
+        QTest::addColumn<QString>("shown");
         QTest::addColumn<bool>("highlighted");
         QTest::addColumn<bool>("tickable");
-        QTest::newRow("alarm tag with an alarm code")
-            << QString("IR406 alarm") << QString("2") << true << true;
-        QTest::newRow("alarm tag at zero") << QString("IR406 alarm") << QString("0") << false << true;
-        QTest::newRow("any other tag, not zero") << QString("IR406") << QString("2") << false << true;
-        QTest::newRow("a string") << QString("HR500:string:4") << QString("ab") << false << false;
+        QTest::addColumn<QString>("typed"); // "": no write
+        QTest::addColumn<QString>("outcome"); // the refusal, or "raw N" offered for the write
+        const char *const rows[][8] = {
+            { "alarm tag with an alarm code", "IR407 alarm", "2", "2", "1", "1", "", "" },
+            { "alarm tag at zero", "IR407 alarm", "0", "0", "", "1", "", "" },
+            { "any other tag, not zero", "IR407", "2", "2", "", "1", "", "" },
+            { "a string", "HR500:string:4", "ab", "ab", "", "", "", "" },
+            { "scaled value with its unit", "current", "125", "1.25 A", "", "1", "", "" },
+            { "alarm parameter not zero", "alarm-code", "1", "over-speed", "1", "1", "", "" },
+            { "alarm parameter at zero", "alarm-code", "0", "none", "", "1", "", "" },
+            { "typed beyond the maximum", "speed-command", "1500", "1500 rpm", "", "1", "4000",
+                "speed-command takes -3000 to 3000 rpm: 4000 is outside" },
+            { "typed in engineering units goes out raw", "torque-limit", "300", "30.0 %", "", "1", "25.5",
+                "raw 255" },
+            { "word out of range", "HR100", "1", "1", "", "1", "70000",
+                "value 70000 does not fit in a word (-32768 to 65535)" },
+            { "bit other than 0 or 1", "DO1", "0", "0", "", "1", "2",
+                "a bit is 0 or 1 (or on/off), not \"2\"" },
+            { "fewer values than the tag has", "HR100:word:2", "1 2", "1 2", "", "1", "5",
+                "HR100:word:2 takes 2 values, separated by spaces" },
+            { "format's range", "HR100:int16", "5", "5", "", "1", "40000",
+                "value 40000 does not fit in int16 (-32768 to 32767)" },
+        };
+        for (const auto &row : rows)
+            QTest::newRow(row[0]) << QString(row[1]) << QString(row[2]) << QString(row[3]) << (*row[4] != 0)
+                                  << (*row[5] != 0) << QString(row[6]) << QString(row[7]);
     }
     void tagRowsShowTheirKind()
     {
         QFETCH(QString, line);
-        QFETCH(QString, value);
-        QFETCH(bool, highlighted);
-        QFETCH(bool, tickable);
-        TagModel model;
-        QString error;
-        QVERIFY2(model.addTag(line, error), qPrintable(error));
-        const QModelIndex tick = model.index(0, TagModel::TagColumn);
-        QCOMPARE(bool(model.flags(tick) & Qt::ItemIsUserCheckable), tickable);
-        QCOMPARE(model.setData(tick, Qt::Checked, Qt::CheckStateRole), tickable);
-        QCOMPARE(model.tagAt(0).trend, tickable);
-        Reading r;
-        r.id = model.idAt(0);
-        r.revision = model.pollTag(0).revision;
-        r.ok = true;
-        r.values = { value.toStdString() };
-        QVERIFY(model.applyReading(r));
-        QCOMPARE(model.index(0, TagModel::ValueColumn).data(Qt::BackgroundRole).isValid(), highlighted);
-    }
-
-    // A tag named from a map: its value in engineering units with the unit,
-    // an alarm parameter highlighted with its value list's text, and a value
-    // typed in engineering units checked before it is offered for a write.
-    void namedParameters_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("raw"); // as read
-        QTest::addColumn<QString>("shown");
-        QTest::addColumn<bool>("alarm");
-        QTest::addColumn<QString>("typed"); // "": no write
-        QTest::addColumn<QString>("outcome"); // the refusal, or "raw N" offered for the write
-        const char *const rows[][7] = {
-            { "scaled value with its unit", "current", "125", "1.25 A", "", "", "" },
-            { "alarm parameter not zero", "alarm-code", "1", "over-speed", "1", "", "" },
-            { "alarm parameter at zero", "alarm-code", "0", "none", "", "", "" },
-            { "typed beyond the maximum", "speed-command", "1500", "1500 rpm", "", "4000",
-                "speed-command takes -3000 to 3000 rpm: 4000 is outside" },
-            { "typed in engineering units goes out raw", "torque-limit", "300", "30.0 %", "", "25.5",
-                "raw 255" },
-        };
-        for (const auto &row : rows)
-            QTest::newRow(row[0]) << QString(row[1]) << QString(row[2]) << QString(row[3]) << (*row[4] != 0)
-                                  << QString(row[5]) << QString(row[6]);
-    }
-    void namedParameters()
-    {
-        QFETCH(QString, name);
         QFETCH(QString, raw);
         QFETCH(QString, shown);
-        QFETCH(bool, alarm);
+        QFETCH(bool, highlighted);
+        QFETCH(bool, tickable);
         QFETCH(QString, typed);
         QFETCH(QString, outcome);
         auto map = std::make_shared<ParameterMap>();
@@ -478,20 +428,19 @@ private slots:
         TagModel model;
         model.setParameterMap(map);
         QString error;
-        QVERIFY2(model.addTag(name, error), qPrintable(error));
-        Reading r;
-        r.id = model.idAt(0);
-        r.revision = model.pollTag(0).revision;
-        r.ok = true;
-        r.values = { raw.toStdString() };
-        QVERIFY(model.applyReading(r));
+        QVERIFY2(model.addTag(line, error), qPrintable(error));
+        const QModelIndex tick = model.index(0, TagModel::TagColumn);
+        QCOMPARE(bool(model.flags(tick) & Qt::ItemIsUserCheckable), tickable);
+        QCOMPARE(model.setData(tick, Qt::Checked, Qt::CheckStateRole), tickable);
+        QCOMPARE(model.tagAt(0).trend, tickable);
+        QVERIFY(readInto(model, raw));
         const QModelIndex value = model.index(0, TagModel::ValueColumn);
-        QCOMPARE(model.index(0, TagModel::TagColumn).data().toString(), name);
         QCOMPARE(value.data().toString(), shown);
-        QCOMPARE(value.data(Qt::BackgroundRole).isValid(), alarm);
-        QVERIFY(value.data(Qt::ToolTipRole)
-                    .toString()
-                    .contains(QString::fromStdString(map->find(name.toStdString())->description)));
+        QCOMPARE(value.data(Qt::BackgroundRole).isValid(), highlighted);
+        if (const Parameter *p = map->find(line.toStdString())) {
+            QCOMPARE(tick.data().toString(), line);
+            QVERIFY(value.data(Qt::ToolTipRole).toString().contains(QString::fromStdString(p->description)));
+        }
         if (typed.isEmpty())
             return;
         QSignalSpy writes(&model, &TagModel::writeRequested);
@@ -509,7 +458,7 @@ private slots:
         const PendingWrite w = asked.first().at(0).value<PendingWrite>();
         QCOMPARE("raw " + w.raw, outcome);
         QCOMPARE(w.words, QVector<uint>({ outcome.mid(4).toUInt() }));
-        QVERIFY2(w.typed.startsWith(typed) && w.name.startsWith(name), qPrintable(w.typed + " " + w.name));
+        QVERIFY2(w.typed.startsWith(typed) && w.name.startsWith(line), qPrintable(w.typed + " " + w.name));
     }
 
     void manyTrendsTellApart()
