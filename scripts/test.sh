@@ -29,7 +29,10 @@ for v in $only; do
       WITH_LINT=1 "$root/scripts/setup.sh"
       "$root/scripts/lint.sh"
       echo "== lint: done in $((SECONDS - start)) s" ;;
-    native) run_variant native ;;
+    # Line tables only (-g1): backtraces still name files and lines, and the
+    # build takes about a quarter less time than with full debug information.
+    native) run_variant native -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" \
+      -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" ;;
     sanitize)
       ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
         run_variant sanitize -DTECO_SANITIZE=ON -DTECO_QMAKE_TEST=OFF ;;
