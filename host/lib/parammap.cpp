@@ -14,8 +14,18 @@
 #include <cmath>
 #include <limits>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
+
+// How a read shows a raw value that the parameter's value list lacks.
+const char NotInTheList[] = " (not in the list)";
+
+bool endsWith(const std::string &text, const char *end)
+{
+    const size_t n = std::strlen(end);
+    return text.size() >= n && text.compare(text.size() - n, n, end) == 0;
+}
 
 // The columns of a map file, in the order parameterMapCsv writes them.
 enum Column {
@@ -266,11 +276,15 @@ bool checkTyped(const Parameter &p, const std::string &typed, std::string &raw, 
         return true;
     if (isFloatFormat(p))
         return floatRaw(p, typed, raw, error);
+    // A value the list lacks types back as a read shows it.
+    std::string text = trimmed(typed);
+    if (!p.valueTexts.empty() && endsWith(text, NotInTheList))
+        text = trimmed(text.substr(0, text.size() - std::strlen(NotInTheList)));
     Decimal v;
     long long whole = 0;
-    if (parseInteger(trimmed(typed), whole)) // also 0x hexadecimal
+    if (parseInteger(text, whole)) // also 0x hexadecimal
         v = Decimal { whole, 0 };
-    else if (!Decimal::parse(trimmed(typed), v, true)) {
+    else if (!Decimal::parse(text, v, true)) {
         error = p.name + " takes " + (p.valueTexts.empty() ? "a number" : listTexts(p)) + ", not "
             + quoted(typed);
         return false;
@@ -550,6 +564,10 @@ bool readValues(const Row &row, Parameter &p, std::string &error)
     if (!isNumeric(p.tag) || isFloatFormat(p))
         return rowFault(row, ValuesColumn,
             "a value list applies to whole numbers, not to " + p.tag.format->text(), error);
+    const Scaling scaling = scalingOf(p);
+    if (compare(scaling.scale, Decimal { 1, 0 }) != 0 || scaling.offset.sign() != 0)
+        return rowFault(
+            row, ValuesColumn, "a value list names raw values: it takes no scale or offset", error);
     for (const std::string &item : splitFields(text, ';'))
         if (!trimmed(item).empty() && !readValueText(row, item, p, error))
             return false;
@@ -802,7 +820,7 @@ bool engineeringValue(const Parameter &param, const std::string &raw, std::strin
                 value = t.text;
                 return true;
             }
-        value = text + " (not in the list)";
+        value = text + NotInTheList;
         return true;
     }
     if (isFloatFormat(param)) { // unscaled: the raw value as read

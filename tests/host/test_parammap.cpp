@@ -62,6 +62,7 @@ TEST(ParameterMap, BadRowsAreRefusedWithLineAndColumn)
         { "speed,HR1,,,,,,,,,0=5\n",
             "line 2, column 11 (values): \"0=5\" needs a text that is not a number" },
         { "speed,HR1,float32,,,,,,,,0=off\n", "line 2, column 11 (values): a value list applies to whole" },
+        { "speed,HR1,,0.1,,,,,,,0=off\n", "line 2, column 11 (values): a value list names raw values: it" },
         { "speed,HR1,,,,rpm,0,100,,101\n", "line 2, column 10 (default): speed takes 0 to 100 rpm: 101" },
         { "speed,HR1,,0.5,,,,,,1.25\n", "line 2, column 10 (default): speed takes steps of 0.5: 1.25" },
         { "speed,HR1,,,,,,,,fast,0=off\n", "line 2, column 10 (default): speed takes off, not \"fast\"" },
@@ -139,6 +140,7 @@ TEST(ParameterMap, RawValuesShowExactlyAndTypedValuesGiveTheirRawValue)
         { "mode", false, "AUTO", "2" },
         { "mode", false, "1", "1" },
         { "mode", false, "5", "5" }, // a raw value the list lacks, as a backup stores it
+        { "mode", false, "7 (not in the list)", "7" }, // and as a read shows it
         { "flow", false, "2", "2" },
         { "flow", false, "1.75", "1.75" },
         { "flow", false, "1e+30", "1e+30" }, // as a read shows it
